@@ -1,0 +1,43 @@
+# How every target of the project is declared: one static library a folder, one test program a folder.
+
+find_package(PkgConfig REQUIRED)
+find_package(Threads REQUIRED)
+
+add_compile_options(-Wall -Wextra -Wpedantic -Wshadow -Wnon-virtual-dtor -Woverloaded-virtual)
+if(NULO_WARNINGS_AS_ERRORS)
+  add_compile_options(-Werror)
+endif()
+if(NULO_SANITIZE)
+  add_compile_options(-fsanitize=${NULO_SANITIZE} -fno-omit-frame-pointer -fno-sanitize-recover=all)
+  add_link_options(-fsanitize=${NULO_SANITIZE})
+endif()
+
+# nulo_library(<name> <link library>...): a static library of the .cpp files in this folder,
+# headers alone making an interface library.
+function(nulo_library name)
+  file(GLOB sources CONFIGURE_DEPENDS *.cpp *.h)
+  list(FILTER sources EXCLUDE REGEX "/main\\.cpp$")
+  set(implementation ${sources})
+  list(FILTER implementation INCLUDE REGEX "\\.cpp$")
+  if(NOT implementation)
+    add_library(${name} INTERFACE)
+    target_link_libraries(${name} INTERFACE ${ARGN})
+    return()
+  endif()
+  add_library(${name} STATIC ${sources})
+  target_link_libraries(${name} PUBLIC ${ARGN})
+  set_target_properties(${name} PROPERTIES LINKER_LANGUAGE CXX)
+endfunction()
+
+# nulo_test(<name> <label> <link library>...): a GoogleTest program of the .cpp files in this folder,
+# registered with CTest as one case a test.
+function(nulo_test name label)
+  file(GLOB sources CONFIGURE_DEPENDS *.cpp *.h)
+  if(NOT sources)
+    return()
+  endif()
+  add_executable(${name} ${sources})
+  target_link_libraries(${name} PRIVATE ${ARGN} nulo_test_support GTest::gmock GTest::gtest_main)
+  gtest_discover_tests(${name} DISCOVERY_MODE PRE_TEST
+    PROPERTIES LABELS ${label} TIMEOUT 120)
+endfunction()

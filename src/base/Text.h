@@ -1,0 +1,24 @@
+#pragma once
+
+#include <cstddef>
+#include <string>
+#include <string_view>
+
+namespace nulo {
+
+/// All text in the program is UTF-8. Any thread.
+
+/// Whether the bytes are well-formed UTF-8 (no overlong forms, no surrogates, at most U+10FFFF).
+bool isValidUtf8(std::string_view bytes);
+
+/// Number of leading bytes that end at a character boundary: everything but an incomplete, so far
+/// well-formed sequence of at most three bytes at the very end.
+std::size_t completeUtf8Length(std::string_view bytes);
+
+/// User-perceived characters (extended grapheme clusters).
+std::size_t characterCount(std::string_view utf8);
+
+/// Without Unicode white space (line feeds included) at either end.
+std::string trimmed(std::string_view utf8);
+
+}  // namespace nulo

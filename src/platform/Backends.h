@@ -1,0 +1,46 @@
+#pragma once
+
+#include <memory>
+
+#include "audio/AudioFileWriter.h"
+#include "audio/CaptureEngine.h"
+#include "base/MainQueue.h"
+#include "base/Pasting.h"
+#include "base/Print.h"
+#include "hotkey/EventTap.h"
+#include "transcription/HttpSession.h"
+
+/// Every platform backend, reached by one function each; nothing else of platform/ is needed to use
+/// one. All are called on the main thread.
+namespace nulo {
+
+class InjectionGate;
+
+/// Work queue on Qt's event loop. After QCoreApplication was made, on its thread.
+std::unique_ptr<MainQueue> makeQtMainQueue();
+
+/// The session's own thread makes all delegate calls; `delegate` outlives the session.
+std::unique_ptr<HttpSession> makeCurlHttpSession(HttpSessionDelegate& delegate);
+
+/// Connects to the sound server in the background and reconnects when it comes back. Notices
+/// (one line each) go to `print`.
+std::unique_ptr<Microphone> makePulseMicrophone(MainQueue& mainQueue, Print print);
+
+/// For machines without a sound server.
+std::unique_ptr<Microphone> makeAlsaMicrophone(MainQueue& mainQueue, Print print);
+
+Result<std::unique_ptr<AudioFileWriter>> makeLibavAacWriter(const std::filesystem::path& path,
+                                                            const AudioFileSettings& settings);
+
+/// Frozen-grab tap on the X server named by $DISPLAY. `gate` outlives it.
+std::unique_ptr<EventTapSource> makeX11EventTapSource(InjectionGate& gate, Print print);
+
+/// Where no tap is possible: never trusted, no taps.
+std::unique_ptr<EventTapSource> makeUnavailableEventTapSource();
+
+std::unique_ptr<PasteKeystroke> makeX11PasteKeystroke(InjectionGate& gate, Print print);
+
+/// Main thread, with a QGuiApplication.
+std::unique_ptr<Pasteboard> makeQtPasteboard();
+
+}  // namespace nulo

@@ -1,0 +1,42 @@
+#include "base/Text.h"
+
+#include <gtest/gtest.h>
+
+namespace nulo {
+namespace {
+
+TEST(Text, countsWhatAPersonWouldCount) {
+    EXPECT_EQ(characterCount(""), 0u);
+    EXPECT_EQ(characterCount("déjà"), 4u);
+    EXPECT_EQ(characterCount("e\u0301te\u0301"), 3u);                      // combining accents
+    EXPECT_EQ(characterCount("\U0001F469\u200D\U0001F4BB\U0001F1EB\U0001F1F7"), 2u);  // emoji
+    EXPECT_EQ(characterCount("a\r\nb"), 3u);
+}
+
+TEST(Text, trimsUnicodeWhiteSpaceOnly) {
+    EXPECT_EQ(trimmed(" \t\r\n\u00A0\u2003\u2028 un mot \u3000\n"), "un mot");
+    EXPECT_EQ(trimmed(" \n "), "");
+    EXPECT_EQ(trimmed("\u200Bx"), "\u200Bx");  // a zero-width space is no white space
+}
+
+TEST(Text, refusesMalformedUtf8) {
+    EXPECT_TRUE(isValidUtf8("h\xC3\xA9 \xE2\x82\xAC \xF0\x9F\x98\x80"));
+    for (const char* bad : {"\xC3", "\xC0\xAF", "\xE0\x80\xAF", "\xED\xA0\x80", "\xF4\x90\x80\x80",
+                            "\x80", "\xFF", "a\xE2\x82"})
+        EXPECT_FALSE(isValidUtf8(bad)) << bad;
+}
+
+TEST(Text, holdsBackOnlyAnIncompleteCharacter) {
+    const std::string euro = "a\xE2\x82\xAC";
+    EXPECT_EQ(completeUtf8Length(euro), 4u);
+    EXPECT_EQ(completeUtf8Length(euro.substr(0, 3)), 1u);
+    EXPECT_EQ(completeUtf8Length(euro.substr(0, 2)), 1u);
+    EXPECT_EQ(completeUtf8Length("a\xF0\x9F\x98"), 1u);
+    // Bytes that can never become a character are not held back.
+    EXPECT_EQ(completeUtf8Length("a\xFF"), 2u);
+    EXPECT_EQ(completeUtf8Length("a\xE0\x80"), 3u);
+    EXPECT_EQ(completeUtf8Length("\x82\xAC"), 2u);
+}
+
+}  // namespace
+}  // namespace nulo
