@@ -18,10 +18,10 @@ class Lifetime {
     /// `function` must return nothing and be copyable when it is to live in a std::function.
     template <typename Function>
     auto guard(Function function) const {
-        return [token = std::weak_ptr<const char>(m_token),
-                function = std::move(function)]<typename... Arguments>(Arguments&&... arguments) mutable
-                   requires std::is_void_v<std::invoke_result_t<Function&, Arguments...>>
-        {
+        return [
+            token = std::weak_ptr<const char>(m_token), function = std::move(function)
+        ]<typename... Arguments>(Arguments && ... arguments) mutable requires std::
+            is_void_v<std::invoke_result_t<Function&, Arguments...>> {
             if (!token.expired())
                 function(std::forward<Arguments>(arguments)...);
         };

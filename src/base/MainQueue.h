@@ -9,8 +9,9 @@ namespace nulo {
 /// The main thread's queue of work: the only way for another thread to reach main.
 ///
 /// async() and asyncAfter() may be called from any thread and never wait. Work runs on the main
-/// thread, never inside the call that queued it, first in first out (delayed work by due time, equal
-/// times in the order queued). Work that touches an object is guarded by that object's Lifetime.
+/// thread, never inside the call that queued it, first in first out (delayed work by due time,
+/// equal times in the order queued). Work that touches an object is guarded by that object's
+/// Lifetime.
 class MainQueue {
   public:
     using Work = std::function<void()>;

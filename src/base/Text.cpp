@@ -53,7 +53,8 @@ bool mayBecomeCharacter(std::string_view tail) {
 bool isValidUtf8(std::string_view bytes) {
     for (std::size_t i = 0; i < bytes.size();) {
         const std::size_t length = sequenceLength(static_cast<unsigned char>(bytes[i]));
-        if (length == 0 || length > bytes.size() - i || !mayBecomeCharacter(bytes.substr(i, length)))
+        if (length == 0 || length > bytes.size() - i ||
+            !mayBecomeCharacter(bytes.substr(i, length)))
             return false;
         i += length;
     }
@@ -109,8 +110,8 @@ std::string trimmed(std::string_view utf8) {
             break;
         end = previous;
     }
-    return std::string(utf8.substr(static_cast<std::size_t>(start),
-                                   static_cast<std::size_t>(end - start)));
+    return std::string(
+        utf8.substr(static_cast<std::size_t>(start), static_cast<std::size_t>(end - start)));
 }
 
 }  // namespace nulo

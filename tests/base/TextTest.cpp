@@ -8,7 +8,7 @@ namespace {
 TEST(Text, countsWhatAPersonWouldCount) {
     EXPECT_EQ(characterCount(""), 0u);
     EXPECT_EQ(characterCount("déjà"), 4u);
-    EXPECT_EQ(characterCount("e\u0301te\u0301"), 3u);                      // combining accents
+    EXPECT_EQ(characterCount("e\u0301te\u0301"), 3u);  // combining accents
     EXPECT_EQ(characterCount("\U0001F469\u200D\U0001F4BB\U0001F1EB\U0001F1F7"), 2u);  // emoji
     EXPECT_EQ(characterCount("a\r\nb"), 3u);
 }

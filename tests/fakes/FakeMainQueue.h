@@ -9,8 +9,8 @@
 
 namespace nulo {
 
-/// A main queue in virtual time: nothing runs until the test says so. async() may be called from any
-/// thread; the rest is the test's thread's.
+/// A main queue in virtual time: nothing runs until the test says so. async() may be called from
+/// any thread; the rest is the test's thread's.
 class FakeMainQueue final : public MainQueue {
   public:
     /// With a clock, advance() moves it along.

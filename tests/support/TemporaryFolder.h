@@ -11,7 +11,8 @@ namespace nulo {
 class TemporaryFolder {
   public:
     TemporaryFolder() {
-        std::string pattern = (std::filesystem::temp_directory_path() / "nulo-test-XXXXXX").string();
+        std::string pattern =
+            (std::filesystem::temp_directory_path() / "nulo-test-XXXXXX").string();
         if (!mkdtemp(pattern.data()))
             throw std::runtime_error("no temporary folder");
         m_path = pattern;
@@ -24,7 +25,9 @@ class TemporaryFolder {
     TemporaryFolder& operator=(const TemporaryFolder&) = delete;
 
     const std::filesystem::path& path() const { return m_path; }
-    std::filesystem::path operator/(const std::filesystem::path& name) const { return m_path / name; }
+    std::filesystem::path operator/(const std::filesystem::path& name) const {
+        return m_path / name;
+    }
 
   private:
     std::filesystem::path m_path;

@@ -1,0 +1,19 @@
+#pragma once
+
+#include <cstdint>
+#include <filesystem>
+#include <optional>
+#include <string>
+#include <string_view>
+
+namespace nulo {
+
+/// The bytes of a regular file of at most `limit` bytes; nothing otherwise.
+std::optional<std::string> readFile(const std::filesystem::path& path, std::uintmax_t limit);
+
+/// Replaces the file's content in one step: a new file beside it is renamed over it. The file that
+/// a symbolic link points to is the one replaced; its mode is kept. False, and nothing changed, on
+/// a failure.
+bool replaceFile(const std::filesystem::path& path, std::string_view bytes);
+
+}  // namespace nulo

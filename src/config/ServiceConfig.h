@@ -1,0 +1,31 @@
+#pragma once
+
+#include <filesystem>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+#include "base/Print.h"
+#include "base/Result.h"
+
+namespace nulo {
+
+/// Where the speech service is and what every request to it carries.
+struct ServiceConfig {
+    std::string
+        baseURL;  // an https URL, or http for this machine; paths are appended to it as text
+    std::vector<std::pair<std::string, std::string>> authHeaders;
+};
+
+/// Reads service.json: {"baseURL": "https://…", "headers": {"Authorization": "Bearer …"}}; a
+/// missing file stands for `defaultBaseURL` without headers. The error is one line that names the
+/// file. Warns through `print` when a file with headers can be read by other users.
+Result<ServiceConfig> loadServiceConfig(const std::filesystem::path& file,
+                                        std::string_view defaultBaseURL, const Print& print);
+
+/// Why no request may be sent to that URL: it is none, or would send speech unencrypted over a
+/// network. Empty when it is fine.
+std::string serviceUrlFault(std::string_view url);
+
+}  // namespace nulo
