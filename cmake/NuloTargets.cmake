@@ -3,7 +3,8 @@
 find_package(PkgConfig REQUIRED)
 find_package(Threads REQUIRED)
 
-add_compile_options(-Wall -Wextra -Wpedantic -Wshadow -Wnon-virtual-dtor -Woverloaded-virtual)
+add_compile_options(-Wall -Wextra -Wpedantic -Wshadow -Wnon-virtual-dtor -Woverloaded-virtual
+                    -Wno-missing-field-initializers)  # designated initialisers leave out defaults
 if(NULO_WARNINGS_AS_ERRORS)
   add_compile_options(-Werror)
 endif()

@@ -1,0 +1,15 @@
+#pragma once
+
+#include <filesystem>
+
+namespace nulo {
+
+struct UserFolders {
+    std::filesystem::path home;       // $HOME, else the password database's
+    std::filesystem::path temporary;  // $TMPDIR, else /tmp
+};
+
+/// As the environment says now; an empty variable counts as missing. Any thread.
+UserFolders userFolders();
+
+}  // namespace nulo
