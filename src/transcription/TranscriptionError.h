@@ -1,0 +1,47 @@
+#pragma once
+
+#include <string>
+#include <utility>
+#include <variant>
+
+#include "base/Result.h"
+
+namespace nulo {
+
+/// What can go wrong with a request apart from its transport.
+class TranscriptionError {
+  public:
+    enum class Case { apiError, fileReadFailed, invalidResponse, noData, noApiKey };
+
+    /// The service answered with a status other than success; `message` is the body of the answer.
+    static TranscriptionError apiError(int statusCode, std::string message) {
+        return {Case::apiError, statusCode, std::move(message)};
+    }
+    static TranscriptionError fileReadFailed() { return {Case::fileReadFailed}; }
+    static TranscriptionError invalidResponse() { return {Case::invalidResponse}; }
+    static TranscriptionError noData() { return {Case::noData}; }
+    static TranscriptionError noApiKey() { return {Case::noApiKey}; }
+
+    /// One line for the console, to stand after the caller's own prefix.
+    std::string errorDescription() const;
+
+    bool operator==(const TranscriptionError&) const = default;
+
+  private:
+    TranscriptionError(Case kind, int statusCode = 0, std::string message = {})
+        : m_case(kind), m_statusCode(statusCode), m_message(std::move(message)) {}
+
+    Case m_case;
+    int m_statusCode;       // apiError only
+    std::string m_message;  // apiError only
+};
+
+/// An error of the client itself, or the transport's, passed through unchanged.
+using TranscriptionFailure = std::variant<TranscriptionError, Error>;
+
+std::string describe(const TranscriptionFailure& failure);
+
+/// How every request ends.
+using TextResult = Result<std::string, TranscriptionFailure>;
+
+}  // namespace nulo
