@@ -1,0 +1,159 @@
+#include "transcription/CombinedStreamHandler.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "fakes/FakeMainQueue.h"
+#include "fakes/PrintedLines.h"
+#include "fuzz/StreamSplitting.h"
+
+namespace nulo {
+namespace {
+
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+std::string event(const std::string& content) {
+    return R"(data: {"choices":[{"delta":{"content":")" + content + "\"}}]}\n";
+}
+
+class CombinedStreamHandlerTest : public testing::Test {
+  protected:
+    CombinedStreamHandler::Completion completion() {
+        return [this](const TextResult& result) {
+            m_calls.push_back(result ? "text " + result.value()
+                                     : "failure " + describe(result.error()));
+        };
+    }
+
+    FakeMainQueue m_mainQueue;
+    PrintedLines m_log;
+    std::vector<std::string> m_calls;  // of the owner's callbacks, in order
+    CombinedStreamHandler m_handler{
+        m_mainQueue, m_log.print(),
+        [this](long long time) { m_calls.push_back("time " + std::to_string(time)); },
+        [this](const std::string& fragment) { m_calls.push_back("token " + fragment); },
+        completion()};
+};
+
+// Catches callbacks made on the session's thread, merged, out of order, or after the end marker.
+TEST_F(CombinedStreamHandlerTest, deliversEachCallInOrderByItsOwnHandOff) {
+    m_handler.didReceiveResponse({200,
+                                  {{"content-type", "text/event-stream"},
+                                   {"x-transcription-ms", "+0850"},
+                                   {"X-Upload-Ms", "12.5"}}});
+    m_handler.didReceiveData(event(" Bon") + "data: {\"choices\":[{\"del");
+    m_handler.didReceiveData("ta\":{\"content\":\"jour \"}}]}\n" + event("") + "data: [DONE]\n" +
+                             event("late"));
+    m_handler.didReceiveData(event("later"));
+    m_handler.didComplete(Error{"connection lost"});  // after the end: changes nothing
+    EXPECT_THAT(m_calls, IsEmpty());
+    EXPECT_EQ(m_mainQueue.pendingCount(), 5u);
+    m_mainQueue.runPending();
+
+    EXPECT_THAT(m_calls,
+                ElementsAre("time 850", "token  Bon", "token jour ", "token ", "text Bonjour"));
+    EXPECT_THAT(
+        m_log.lines(),
+        ElementsAre("HTTP response: 200, Content-Type: text/event-stream",
+                    "X-Transcription-Ms header: 850ms",
+                    "X-Upload-Ms header (server-side multer receive): 12.5ms",
+                    "First data chunk received: 72 bytes",
+                    "SSE [DONE] received after 2 data chunks", "finishStream: 7 chars total"));
+}
+
+// Catches a lenient number parser (850.5 as 850, overflow, "+-5") and a missing callback called.
+TEST_F(CombinedStreamHandlerTest, takesOnlyAWholeIntegerAsTranscriptionTime) {
+    for (const char* bad : {"850.5", "", " 850", "850 ", "+", "+-5", "0x10", "9223372036854775808"})
+        m_handler.didReceiveResponse({200, {{"X-Transcription-Ms", bad}, {"X-Upload-Ms", "1"}}});
+    m_mainQueue.runPending();
+    EXPECT_THAT(m_calls, IsEmpty());
+    const auto lines = m_log.lines();
+    ASSERT_EQ(lines.size(), 16u);
+    for (std::size_t i = 0; i < lines.size(); i += 2)
+        EXPECT_THAT((std::vector{lines[i], lines[i + 1]}),
+                    ElementsAre("HTTP response: 200, Content-Type: ?",
+                                "No X-Transcription-Ms header found"));
+
+    CombinedStreamHandler withoutTime(m_mainQueue, m_log.print(), nullptr, {}, completion());
+    withoutTime.didReceiveResponse({200, {{"X-Transcription-Ms", "-5"}}});
+    m_mainQueue.runPending();
+    EXPECT_EQ(m_log.lines().back(), "X-Transcription-Ms header: -5ms");
+}
+
+// Catches success taken for any 2xx, fragments out of an error page, and undecodable error bodies.
+TEST_F(CombinedStreamHandlerTest, makesTheBodyOfAnotherStatusTheErrorMessage) {
+    m_handler.didReceiveResponse({201, {}});
+    m_handler.didReceiveData(event("no") + "\xC3");
+    m_handler.didReceiveData("\xA9 ");
+    m_handler.didComplete({});
+    m_handler.didComplete({});
+
+    CombinedStreamHandler undecodable(m_mainQueue, m_log.print(), nullptr, {}, completion());
+    undecodable.didReceiveResponse({500, {}});
+    undecodable.didReceiveData("\xFF");
+    undecodable.didComplete({});
+
+    m_mainQueue.runPending();
+    EXPECT_THAT(m_calls, ElementsAre("failure API error 201: " + event("no") + "é ",
+                                     "failure API error 500: Unknown error"));
+    EXPECT_EQ(m_log.lines().back(), "HTTP error 500: Unknown error");
+}
+
+// Catches a broken connection reported as success, and fragments withdrawn or repeated.
+TEST_F(CombinedStreamHandlerTest, passesATransportErrorOnUnchanged) {
+    m_handler.didReceiveResponse({200, {}});
+    m_handler.didReceiveData(event("Bon"));
+    m_handler.didComplete(Error{"The connection was lost"});
+    m_mainQueue.runPending();
+    EXPECT_THAT(m_calls, ElementsAre("token Bon", "failure The connection was lost"));
+    EXPECT_EQ(m_log.lines().back(), "URLSession error: The connection was lost");
+}
+
+// Catches lenience in the line format, a bad chunk that takes its neighbours along, and a chunk
+// that was dropped counted all the same.
+TEST_F(CombinedStreamHandlerTest, dropsWhatIsMalformedAndNothingElse) {
+    m_handler.didReceiveData("data: \xE2\x82\n");  // no head yet: stream text
+    for (const char* payload :
+         {"{", "[]", R"({"choices":[]})", R"({"choices":[{}]})", R"({"choices":[{"delta":{}}]})",
+          R"({"choices":[{"delta":{"content":3}}]})",
+          R"({"choices":[{"delta":{"content":"x"}},3]})"})
+        m_handler.didReceiveData("data: " + std::string(payload) + "\n");
+    m_handler.didReceiveData("\n: note\nevent: message\ndata:[DONE]\ndata: [DONE]\r\n");
+    m_handler.didReceiveData(R"(data: {"choices":[{"delta":{"content":"a\ud83d\ude00\"\\\n"}}]})");
+    m_handler.didReceiveData("\r\n" + event("unended").substr(0, 40));
+    m_handler.didComplete({});
+    m_mainQueue.runPending();
+    EXPECT_THAT(m_calls, ElementsAre("token a😀\"\\\n", "text a😀\"\\"));
+    EXPECT_EQ(m_log.lines().front(), "First data chunk received: 8 bytes");
+    EXPECT_EQ(m_log.lines().back(), "finishStream: 4 chars total");
+}
+
+// Catches a buffer that is searched again, or moved up, with every piece: both cases would then
+// take minutes and run into the test's time-out.
+TEST_F(CombinedStreamHandlerTest, takesLongLinesAndManyLinesInLinearTime) {
+    constexpr std::size_t size = 5'000'000;
+    m_handler.didReceiveData(std::string(size, '\n'));
+    const std::string line = event(std::string(size, 'x'));
+    for (std::size_t i = 0; i < line.size(); i += 3)
+        m_handler.didReceiveData(std::string_view(line).substr(i, 3));
+    m_mainQueue.runPending();
+    ASSERT_EQ(m_calls.size(), 1u);
+    EXPECT_EQ(m_calls[0].size(), size + std::string("token ").size());
+}
+
+// Catches callbacks that are destroyed on the session's thread when main was quicker.
+TEST_F(CombinedStreamHandlerTest, letsItsCallbacksDieOnTheMainThread) {
+    const auto captured = std::make_shared<int>();
+    CombinedStreamHandler handler(
+        m_mainQueue, m_log.print(), nullptr, [captured](const std::string&) {},
+        [captured](const TextResult&) {});
+    handler.didReceiveData(event("Bon"));
+    handler.didComplete({});
+    EXPECT_GT(captured.use_count(), 1);
+    m_mainQueue.runPending();
+    EXPECT_EQ(captured.use_count(), 1);
+}
+
+}  // namespace
+}  // namespace nulo
