@@ -1,0 +1,104 @@
+#include "transcription/StreamingSessionRouter.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "fakes/FakeMainQueue.h"
+#include "fakes/PrintedLines.h"
+
+namespace nulo {
+namespace {
+
+using std::chrono::microseconds;
+using std::chrono::milliseconds;
+using testing::ElementsAre;
+
+class StreamingSessionRouterTest : public testing::Test {
+  protected:
+    std::shared_ptr<CombinedStreamHandler> handler(const std::string& name, Print log) {
+        return std::make_shared<CombinedStreamHandler>(
+            m_mainQueue, std::move(log), nullptr, [](const std::string&) {},
+            [this, name](const TextResult& result) {
+                m_calls.push_back(name + ": " +
+                                  (result ? result.value() : describe(result.error())));
+            });
+    }
+
+    FakeMainQueue m_mainQueue;
+    PrintedLines m_log;
+    std::vector<std::string> m_calls;
+    StreamingSessionRouter m_router{m_log.print()};
+};
+
+// Catches answers that reach the wrong request, handlers that are kept for ever, and tasks without
+// a handler that disturb the others.
+TEST_F(StreamingSessionRouterTest, keepsTheAnswersOfInterleavedTasksApart) {
+    std::weak_ptr<CombinedStreamHandler> first;
+    {
+        const auto made = handler("first", m_log.print());
+        first = made;
+        m_router.add(1, made);
+    }
+    m_router.add(2, handler("second", m_log.print()));
+    m_router.didReceiveResponse(1, {401, {}});
+    m_router.didReceiveResponse(2, {200, {}});
+    m_router.didReceiveResponse(3, {500, {}});
+    m_router.didReceiveData(1, "no");
+    m_router.didReceiveData(2, "data: {\"choices\":[{\"delta\":{\"content\":\"Bon\"}}]}\n");
+    m_router.didReceiveData(3, "dropped");
+    m_router.didComplete(3, {});
+    m_router.didComplete(1, {});
+    EXPECT_TRUE(first.expired());
+    m_router.didComplete(2, {});
+    m_router.didComplete(2, Error{"twice"});
+    m_mainQueue.runPending();
+    EXPECT_THAT(m_calls, ElementsAre("first: API error 401: no", "second: Bon"));
+}
+
+// Catches a lock held while a handler runs: registering from inside it would then never return.
+TEST_F(StreamingSessionRouterTest, holdsNoLockAcrossAHandlerCall) {
+    int registered = 0;
+    const Print registerAnother = [&](std::string_view) {
+        m_router.add(static_cast<HttpTaskId>(100 + registered++), nullptr);
+    };
+    m_router.add(1, handler("outer", registerAnother));
+    m_router.didReceiveResponse(1, {200, {}});
+    m_router.didReceiveData(1, "\n");
+    m_router.didComplete(1, {});
+    EXPECT_EQ(registered, 5);
+}
+
+// Catches rounding, swapped ends, missing values taken for 0 and the second line written in vain.
+TEST_F(StreamingSessionRouterTest, writesTheTimingsOfEveryTransaction) {
+    const std::chrono::steady_clock::time_point start{std::chrono::hours(1)};
+    HttpTransactionMetrics full;
+    full.protocolName = "h2";
+    full.fetchStart = start;
+    full.domainLookupStart = start + microseconds(100);
+    full.domainLookupEnd = start + microseconds(2099);
+    full.connectStart = start + milliseconds(2);
+    full.connectEnd = start + milliseconds(30);
+    full.secureConnectionStart = start + milliseconds(10);
+    full.secureConnectionEnd = start + milliseconds(29);
+    full.requestStart = start + milliseconds(31);
+    full.requestEnd = start + milliseconds(35);
+    full.responseStart = start + milliseconds(800);
+    full.responseEnd = start + milliseconds(1234);
+    HttpTransactionMetrics reused;
+    reused.reusedConnection = true;
+    reused.fetchStart = start;
+    reused.requestStart = start;
+    m_router.didCollectMetrics(7, {full, reused});
+    m_router.didCollectMetrics(8, {});
+    EXPECT_THAT(
+        m_log.lines(),
+        ElementsAre("[URLMetrics] NEW h2 | DNS: 1ms | Connect: 28ms | TLS: 19ms | Request: 4ms | "
+                    "Response: 434ms | Total: 1234ms",
+                    "[URLMetrics] fetchStart\u2192requestStart: 31ms, "
+                    "requestStart\u2192requestEnd: 4ms",
+                    "[URLMetrics] REUSED ? | DNS: n/a | Connect: n/a | TLS: n/a | Request: n/a | "
+                    "Response: n/a | Total: n/a"));
+}
+
+}  // namespace
+}  // namespace nulo
