@@ -1,0 +1,39 @@
+#pragma once
+
+#include <functional>
+#include <optional>
+#include <string>
+
+#include "transcription/HttpSession.h"
+#include "transcription/TaskHandlers.h"
+
+namespace nulo {
+
+/// For requests that want their answer in one piece.
+class PlainSessionDelegate final : public HttpSessionDelegate {
+  public:
+    struct Answer {
+        std::optional<int> status;  // absent when no response came
+        std::string body;
+    };
+    using Completion = std::function<void(const std::optional<Error>& error, const Answer& answer)>;
+
+    /// Any thread, before the task is started. `completion` runs on the session's thread.
+    void add(HttpTaskId task, Completion completion);
+
+    void didReceiveResponse(HttpTaskId task, const HttpResponseHead& head) override;
+    void didReceiveData(HttpTaskId task, std::string_view bytes) override;
+    void didCollectMetrics(HttpTaskId task,
+                           const std::vector<HttpTransactionMetrics>& transactions) override;
+    void didComplete(HttpTaskId task, const std::optional<Error>& error) override;
+
+  private:
+    struct Exchange {
+        Completion completion;
+        Answer answer;
+    };
+
+    TaskHandlers<Exchange> m_exchanges;
+};
+
+}  // namespace nulo

@@ -1,0 +1,265 @@
+#include "transcription/TranscriptionService.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <fstream>
+#include <nlohmann/json.hpp>
+#include <regex>
+#include <thread>
+
+#include "fakes/FakeHttpSession.h"
+#include "fakes/FakeMainQueue.h"
+#include "fakes/PrintedLines.h"
+#include "support/TemporaryFolder.h"
+
+namespace nulo {
+namespace {
+
+using testing::ElementsAre;
+using testing::IsEmpty;
+using testing::Pair;
+using enum TranscriptionProvider;
+
+const std::string sound("\r\n--sound\0\xFF", 11);
+const std::string answerStream =
+    "data: {\"choices\":[{\"delta\":{\"content\":\"Bon\"}}]}\ndata: [DONE]\n";
+
+class TranscriptionServiceTest : public testing::Test {
+  protected:
+    std::unique_ptr<TranscriptionService> makeService(std::string baseURL) {
+        return std::make_unique<TranscriptionService>(
+            std::move(baseURL), HttpHeaders{{"Authorization", "Bearer key"}},
+            TranscriptionService::Dependencies{m_http.factory(), m_mainQueue, m_clock,
+                                               m_printed.print(), m_log.print(),
+                                               [this] { return "U" + std::to_string(++m_uuids); }});
+    }
+    std::filesystem::path file(const std::string& name) {
+        std::ofstream(m_folder / name, std::ios::binary) << sound;
+        return m_folder / name;
+    }
+    TranscriptionService::Completion completion() {
+        return [this](const TextResult& result) {
+            m_calls.push_back(result ? "text " + result.value()
+                                     : "failure " + describe(result.error()));
+        };
+    }
+    TranscriptionService::OnToken onToken() {
+        return [this](const std::string& fragment) { m_calls.push_back("token " + fragment); };
+    }
+    void clean(const std::filesystem::path& path, TranscriptionProvider provider,
+               const std::optional<std::string>& dictPrompt) {
+        m_service->transcribeAndClean(
+            path, provider, dictPrompt, "Nettoie", "mistral",
+            [this](long long time) { m_calls.push_back("time " + std::to_string(time)); },
+            onToken(), completion());
+    }
+    /// The names of the last request's form fields, in order.
+    std::vector<std::string> fields() const {
+        static const std::regex name("form-data; name=\"([a-z_]+)\"");
+        const std::string& body = m_http.exchanges.back().request.body;
+        std::vector<std::string> names;
+        for (std::sregex_iterator at(body.begin(), body.end(), name), end; at != end; ++at)
+            names.push_back((*at)[1]);
+        return names;
+    }
+
+    FakeHttp m_http;
+    FakeClock m_clock;
+    FakeMainQueue m_mainQueue{&m_clock};
+    PrintedLines m_printed;
+    PrintedLines m_log;
+    TemporaryFolder m_folder;
+    std::vector<std::string> m_calls;  // of the owner's callbacks, in order
+    int m_uuids = 0;
+    std::unique_ptr<TranscriptionService> m_service = makeService("https://speech.example");
+};
+
+// Catches any byte out of place in the form, a boundary used twice, and headers in the wrong order.
+TEST_F(TranscriptionServiceTest, sendsTheFormByteForByte) {
+    m_service->transcribe(file("take \"1\".M4A"), openai, "Nulo, déjà", completion());
+    const HttpRequest& request = m_http.exchanges[0].request;
+    EXPECT_EQ(request.method, "POST");
+    EXPECT_EQ(request.url, "https://speech.example/api/transcribe");
+    EXPECT_EQ(request.idleTimeout, std::chrono::seconds(60));
+    EXPECT_THAT(request.headers,
+                ElementsAre(Pair("Authorization", "Bearer key"),
+                            Pair("Content-Type", "multipart/form-data; boundary=U1")));
+    EXPECT_EQ(request.body,
+              "--U1\r\nContent-Disposition: form-data; name=\"provider\"\r\n\r\nopenai\r\n"
+              "--U1\r\nContent-Disposition: form-data; name=\"model\"\r\n\r\n"
+              "gpt-4o-mini-transcribe\r\n"
+              "--U1\r\nContent-Disposition: form-data; name=\"response_format\"\r\n\r\ntext\r\n"
+              "--U1\r\nContent-Disposition: form-data; name=\"prompt\"\r\n\r\nNulo, déjà\r\n"
+              "--U1\r\nContent-Disposition: form-data; name=\"file\"; filename=\"take \"1\".M4A\""
+              "\r\nContent-Type: audio/mp4\r\n\r\n" +
+                  sound + "\r\n--U1--\r\n");
+
+    for (const char* name : {"x.wav", "x.caf", "x", ".m4a"}) {
+        m_service->transcribe(file(name), mistral, {}, completion());
+        EXPECT_THAT(m_http.exchanges.back().request.body,
+                    testing::HasSubstr("\r\nContent-Type: audio/wav\r\n\r\n"))
+            << name;
+    }
+    EXPECT_THAT(m_http.exchanges.back().request.body, testing::EndsWith("\r\n--U5--\r\n"));
+}
+
+// Catches the vocabulary sent where it must not be, an empty one left out, and a changed order.
+TEST_F(TranscriptionServiceTest, choosesTheFieldsByProviderAndMode) {
+    const auto take = file("x.m4a");
+    m_service->transcribe(take, openai, {}, completion());
+    EXPECT_THAT(fields(), ElementsAre("provider", "model", "response_format", "file"));
+    m_service->transcribe(take, mistral, "words", completion());
+    EXPECT_THAT(fields(), ElementsAre("provider", "file"));
+    clean(take, openai, "");
+    EXPECT_THAT(fields(), ElementsAre("provider", "model", "response_format", "prompt",
+                                      "cleanup_prompt", "cleanup_model", "file"));
+    clean(take, mistral, "words");
+    EXPECT_THAT(fields(), ElementsAre("provider", "cleanup_prompt", "cleanup_model", "file"));
+    EXPECT_THAT(m_http.exchanges.back().request.body,
+                testing::HasSubstr("name=\"cleanup_prompt\"\r\n\r\nNettoie\r\n"));
+}
+
+// Catches lenient statuses, wrong trimming, lost or retried requests and a wrong elapsed time.
+TEST_F(TranscriptionServiceTest, endsAPlainRequestInTextOrFailure) {
+    const std::vector<std::pair<int, std::string>> answers = {
+        {200, "  hello\n"}, {200, "\xFF"}, {201, " created "}, {500, ""}, {500, "\xFF"}};
+    const auto take = file("x.m4a");
+    for (const auto& [status, body] : answers) {
+        m_service->transcribe(take, status == 200 ? mistral : openai, {}, completion());
+        m_clock.advance(std::chrono::microseconds(1'234'999));
+        m_http.exchanges.back().answer(status, body);
+    }
+    m_service->transcribe(take, openai, {}, completion());
+    m_http.exchanges.back().complete(Error{"The network is unreachable"});
+    m_service->transcribe(take, openai, {}, completion());
+    m_http.exchanges.back().complete();
+
+    EXPECT_THAT(
+        m_calls,
+        ElementsAre("text hello", "text ", "failure API error 201:  created ",
+                    "failure API error 500: ", "failure API error 500: Unknown error",
+                    "failure The network is unreachable", "failure Invalid server response"));
+    EXPECT_THAT(m_printed.lines(), ElementsAre("Transcription (Voxtral (Mistral)): 1234ms, 5 chars",
+                                               "Transcription (Voxtral (Mistral)): 1234ms, 0 chars",
+                                               "Transcription API error (201):  created ",
+                                               "Transcription API error (500): ",
+                                               "Transcription API error (500): Unknown error"));
+    EXPECT_EQ(m_mainQueue.pendingCount(), 0u);
+    EXPECT_EQ(m_http.exchanges.size(), 7u);
+}
+
+// Catches a request sent without its audio, and a failure that comes late or is logged as sent.
+TEST_F(TranscriptionServiceTest, sendsNothingWhenTheFileCannotBeRead) {
+    m_service->transcribe(m_folder / "absent.m4a", openai, {}, completion());
+    clean(m_folder.path(), openai, {});  // a folder
+    EXPECT_THAT(m_calls, ElementsAre("failure Failed to read audio file",
+                                     "failure Failed to read audio file"));
+    EXPECT_THAT(m_http.exchanges, IsEmpty());
+    EXPECT_THAT(m_log.lines(), IsEmpty());
+}
+
+// Catches a handler registered after the start, which loses an answer that comes at once.
+TEST_F(TranscriptionServiceTest, streamsTheAnswerToACombinedRequest) {
+    m_http.onResume = [](const FakeHttp::Exchange& exchange) {
+        exchange.answer(200, answerStream, {{"X-Transcription-Ms", "850"}});
+    };
+    clean(file("x.m4a"), mistral, {});
+    m_mainQueue.runPending();
+    EXPECT_THAT(m_calls, ElementsAre("time 850", "token Bon", "text Bon"));
+    const std::string size = std::to_string(m_http.exchanges[0].request.body.size());
+    EXPECT_EQ(m_log.lines().front(), "HTTP request ready: " + size + " bytes (0KB), sending...");
+    EXPECT_EQ(m_log.lines().back(),
+              "URLSession dataTask resumed (persistent session, request in flight)");
+}
+
+// Catches text that is damaged on its way into JSON, and a wrong model.
+TEST_F(TranscriptionServiceTest, asksForCleanupInJson) {
+    const std::string raw = "dit \"oui\"\\\n\té 😀";
+    for (const char* model : {"openai", "mistral", "", "OpenAI"}) {
+        m_service->cleanupStreaming(raw, "Nettoie", model, onToken(), completion());
+        const HttpRequest& request = m_http.exchanges.back().request;
+        EXPECT_EQ(request.url, "https://speech.example/api/chat");
+        EXPECT_THAT(request.headers, ElementsAre(Pair("Authorization", "Bearer key"),
+                                                 Pair("Content-Type", "application/json")));
+        const nlohmann::json expected = {
+            {"model", model == std::string("openai") ? "gpt-5.4-mini" : "mistral-small-latest"},
+            {"stream", true},
+            {"messages", nlohmann::json::array({{{"role", "system"}, {"content", "Nettoie"}},
+                                                {{"role", "user"}, {"content", raw}}})}};
+        EXPECT_EQ(nlohmann::json::parse(request.body), expected);
+    }
+    m_http.exchanges.front().answer(200, answerStream, {{"X-Transcription-Ms", "850"}});
+    m_mainQueue.runPending();
+    EXPECT_THAT(m_calls, ElementsAre("token Bon", "text Bon"));
+
+    m_service->cleanupStreaming("\xFF", "Nettoie", "openai", onToken(), completion());
+    EXPECT_EQ(m_calls.back(), "failure Invalid server response");
+    EXPECT_EQ(m_http.exchanges.size(), 4u);
+}
+
+// Catches a warm-up that opens another connection than the one streamed requests use, that carries
+// credentials, or whose answer disturbs the requests.
+TEST_F(TranscriptionServiceTest, warmsUpTheConnectionOfStreamedRequests) {
+    EXPECT_EQ(m_http.sessionsMade, 0);
+    m_service->warmUpConnection();
+    const FakeHttp::Exchange warmUp = m_http.exchanges.at(0);
+    EXPECT_EQ(warmUp.request.method, "HEAD");
+    EXPECT_EQ(warmUp.request.url, "https://speech.example/api/version");
+    EXPECT_THAT(warmUp.request.headers, IsEmpty());
+    EXPECT_EQ(warmUp.request.idleTimeout, std::chrono::seconds(10));
+    EXPECT_TRUE(warmUp.resumed);
+    EXPECT_THAT(m_printed.lines(),
+                ElementsAre("[nulo] Connection warm-up sent to https://speech.example"));
+
+    m_service->cleanupStreaming("x", "y", "openai", onToken(), completion());
+    EXPECT_EQ(m_http.exchanges[1].delegate, warmUp.delegate);
+    EXPECT_EQ(m_http.sessionsMade, 1);
+    m_service->transcribe(file("x.m4a"), openai, {}, completion());
+    EXPECT_NE(m_http.exchanges[2].delegate, warmUp.delegate);
+    warmUp.answer(500, "no");
+    m_mainQueue.runPending();
+    EXPECT_THAT(m_calls, IsEmpty());
+}
+
+// Catches a base URL that is normalised, and one that is no URL taken for a failed request.
+TEST_F(TranscriptionServiceTest, takesTheBaseUrlAsItIs) {
+    m_service = makeService("https://speech.example/");
+    m_service->transcribe(file("x.m4a"), openai, {}, completion());
+    EXPECT_EQ(m_http.exchanges[0].request.url, "https://speech.example//api/transcribe");
+
+    m_service = makeService("speech example");
+    m_service->warmUpConnection();
+    EXPECT_THAT(m_printed.lines(), IsEmpty());
+    const auto take = file("x.m4a");
+    const char* message = "\"speech example/api/[a-z]+\" is not a valid http or https URL";
+    EXPECT_DEATH(m_service->transcribe(take, openai, {}, completion()), message);
+    EXPECT_DEATH(clean(take, openai, {}), message);
+    EXPECT_DEATH(m_service->cleanupStreaming("x", "y", "", onToken(), completion()), message);
+}
+
+// Catches (under the thread sanitizer above all) a session made twice and callbacks that need the
+// service: it goes away while what it queued still waits for the main thread.
+TEST_F(TranscriptionServiceTest, servesManyThreadsAndOutlivesNothing) {
+    m_http.onResume = [](const FakeHttp::Exchange& exchange) {
+        exchange.answer(200, answerStream);
+    };
+    std::vector<std::thread> threads;
+    for (int i = 0; i < 4; ++i)
+        threads.emplace_back([this] {
+            for (int j = 0; j < 25; ++j)
+                m_service->cleanupStreaming("x", "y", "", onToken(), completion());
+        });
+    for (std::thread& thread : threads)
+        thread.join();
+    m_http.onResume = nullptr;
+    m_service->cleanupStreaming("in flight", "y", "", onToken(), completion());
+    EXPECT_EQ(m_http.sessionsMade, 1);
+    m_service.reset();
+    m_mainQueue.runPending();
+    EXPECT_EQ(std::ranges::count(m_calls, "text Bon"), 100);
+    EXPECT_EQ(m_calls.size(), 200u);
+}
+
+}  // namespace
+}  // namespace nulo
