@@ -1,0 +1,26 @@
+#pragma once
+
+#include <QPainter>
+#include <QSizeF>
+
+#include "ui/StreamingTextLayout.h"
+#include "ui/WaveformContent.h"
+
+namespace nulo {
+
+/// Of the overlay's background.
+constexpr int overlayCornerRadius = 12;
+
+/// Draws the overlay at the painter's origin, `size` points large, as it looks `seconds` into its
+/// animations (only differences between two drawings count). `layout` keeps the lines of the
+/// streaming text between drawings; it has no influence on the picture. Levels need a width of at
+/// least 28 points: less is a bug of the caller and ends the program. Main thread.
+void paintWaveform(QPainter& painter, const WaveformContent& content, StreamingTextLayout& layout,
+                   QSizeF size, double seconds);
+
+/// Height in points (60...200, less for a single line) that a panel `width` points wide needs for
+/// the content's streaming text.
+double idealHeightForStreamingText(const WaveformContent& content, StreamingTextLayout& layout,
+                                   double width);
+
+}  // namespace nulo
