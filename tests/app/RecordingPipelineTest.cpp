@@ -1,0 +1,312 @@
+#include "app/RecordingPipeline.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <fstream>
+
+#include "fakes/FakeClock.h"
+#include "fakes/FakeHttpSession.h"
+#include "fakes/FakeMainQueue.h"
+#include "fakes/PrintedLines.h"
+#include "support/TemporaryFolder.h"
+
+namespace nulo {
+namespace {
+
+using testing::AllOf;
+using testing::Contains;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::Not;
+using namespace std::chrono_literals;
+namespace fs = std::filesystem;
+
+/// Writes down, in one list, what the person would notice.
+struct RecordedDelivery final : DictationOverlay, Pasteboard, PasteKeystroke {
+    void showTranscribing() override { events.push_back("transcribing"); }
+    void showStreaming(std::string_view mode) override {
+        events.push_back("streaming " + std::string(mode));
+    }
+    void appendStreamingText(std::string_view text) override {
+        events.push_back("+" + std::string(text));
+    }
+    void finishStreaming() override { events.push_back("done"); }
+    void showDebugStep(std::string_view text, DebugStep step) override {
+        const char* prefix[] = {"debug ", "debug= ", "debug! "};
+        events.push_back(prefix[static_cast<int>(step)] + std::string(text));
+    }
+    void hide() override { events.push_back("hide"); }
+    void setString(std::string_view text) override {
+        events.push_back("clipboard " + std::string(text));
+    }
+    void post() override { events.push_back("paste"); }
+
+    std::vector<std::string> take() { return std::exchange(events, {}); }
+    std::vector<std::string> events;
+};
+
+class RecordingPipelineTest : public testing::Test {
+  protected:
+    RecordingPipelineTest() {
+        m_pipeline->setTranscriptionService(&*m_service);
+        record();
+    }
+
+    void configure(const std::string& provider, const std::string& mode, bool debug = false) {
+        m_config = defaultConfig();
+        m_config->transcriptionProvider = provider;
+        m_config->activeMode = mode;
+        m_config->debugMode = debug;
+        m_config->dictionary = {"Nulo"};
+    }
+    void record() { std::ofstream(m_take) << std::string(2048, 'a'); }
+    void process() {
+        record();
+        m_pipeline->processRecording(m_take);
+        m_queue.runPending();
+    }
+    FakeHttp::Exchange& request(std::size_t index = 0) { return m_http.exchanges.at(index); }
+    void answer(int status, std::string_view body, HttpHeaders headers = {},
+                std::size_t index = 0) {
+        request(index).answer(status, body, std::move(headers));
+        m_queue.runPending();
+    }
+    static std::string event(const std::string& text) {
+        return R"(data: {"choices":[{"delta":{"content":")" + text + "\"}}]}\n\n";
+    }
+    bool sent(const std::string& text, std::size_t index = 0) {
+        return request(index).request.body.find(text) != std::string::npos;
+    }
+
+    TemporaryFolder m_folder;
+    fs::path m_take = m_folder / "take.m4a";
+    FakeClock m_clock;
+    FakeMainQueue m_queue{&m_clock};
+    PrintedLines m_printed;
+    PrintedLines m_logPrinted;
+    PipelineLog m_log{m_folder / "log", m_clock, m_logPrinted.print()};
+    RecordedDelivery m_seen;
+    FakeHttp m_http;
+    std::optional<AppConfig> m_config;
+    std::optional<TranscriptionService> m_service{
+        std::in_place, "http://127.0.0.1:1", HttpHeaders{},
+        TranscriptionService::Dependencies{.makeSession = m_http.factory(),
+                                           .mainQueue = m_queue,
+                                           .clock = m_clock,
+                                           .print = m_printed.print(),
+                                           .log = [this](auto line) { m_log.log(line); }}};
+    std::optional<RecordingPipeline> m_pipeline{
+        RecordingPipeline::Parts{.mainQueue = m_queue,
+                                 .clock = m_clock,
+                                 .print = m_printed.print(),
+                                 .log = m_log,
+                                 .overlay = m_seen,
+                                 .pasteboard = m_seen,
+                                 .pasteKeystroke = m_seen,
+                                 .loadConfig = [this] { return m_config; }}};
+};
+
+TEST_F(RecordingPipelineTest, endsAtOnceWithoutATakeOrAService) {
+    m_pipeline->processRecording(std::nullopt);
+    EXPECT_THAT(m_seen.take(), ElementsAre("hide"));
+    m_pipeline->setTranscriptionService(nullptr);
+    m_pipeline->processRecording(m_take);
+    EXPECT_THAT(m_seen.take(), ElementsAre("hide"));
+    EXPECT_THAT(m_printed.lines(), ElementsAre("No transcription service configured."));
+    EXPECT_FALSE(fs::exists(m_take));
+}
+
+TEST_F(RecordingPipelineTest, rawModeDeliversTheTranscriptUnchanged) {
+    configure("mistral", "raw-transcription");  // the mode wins over the provider
+    process();
+    EXPECT_FALSE(sent("cleanup_prompt"));
+    EXPECT_TRUE(fs::exists(m_take));
+    answer(200, " euh bonjour\n");
+    EXPECT_FALSE(fs::exists(m_take));
+    EXPECT_THAT(m_seen.take(), ElementsAre("transcribing", "clipboard euh bonjour", "hide"));
+    m_queue.advance(0.099s);
+    EXPECT_TRUE(m_seen.events.empty());
+    m_queue.advance(0.002s);
+    EXPECT_THAT(m_seen.take(), ElementsAre("paste"));
+    EXPECT_THAT(m_printed.lines(), Contains("Raw transcription mode — text copied: euh bonjour"));
+    EXPECT_THAT(m_logPrinted.lines(), Contains(HasSubstr("Raw transcription copied: 11 chars")));
+}
+
+TEST_F(RecordingPipelineTest, nothingIsPastedWhenThereIsNoTranscript) {
+    for (const char* mode : {"raw-transcription", "email"}) {
+        configure("mistral", mode);
+        process();
+        answer(200, "  ", {}, m_http.exchanges.size() - 1);
+        process();
+        answer(500, "boom", {}, m_http.exchanges.size() - 1);
+    }
+    m_queue.advance(10s);
+    EXPECT_THAT(m_seen.events, Not(Contains("paste")));
+    EXPECT_EQ(std::count(m_seen.events.begin(), m_seen.events.end(), "hide"), 4);
+    EXPECT_THAT(m_printed.lines(), AllOf(Contains("Transcription returned empty text.").Times(2),
+                                         Contains("Raw transcription failed: API error 500: boom"),
+                                         Contains("Transcription failed: API error 500: boom")));
+}
+
+TEST_F(RecordingPipelineTest, combinedModeStreamsAndPastes) {
+    configure("openai", "voice-to-text");
+    process();
+    EXPECT_TRUE(sent(voiceToTextMode().prompt) && sent("Vocabulaire : Nulo"));
+    answer(200, event("Bon") + event("jour") + "data: [DONE]\n", {{"X-Transcription-Ms", "850"}});
+    EXPECT_THAT(m_seen.take(), ElementsAre("transcribing", "streaming Voice to Text", "+Bon",
+                                           "+jour", "done", "clipboard Bonjour"));
+    EXPECT_FALSE(fs::exists(m_take));
+    m_queue.advance(0.39s);
+    EXPECT_TRUE(m_seen.events.empty());
+    m_queue.advance(0.02s);
+    EXPECT_THAT(m_seen.take(), ElementsAre("hide"));
+    m_queue.advance(0.1s);
+    EXPECT_THAT(m_seen.take(), ElementsAre("paste"));
+    EXPECT_THAT(m_printed.lines(), Contains("Combined mode — cleaned text copied: Bonjour"));
+    EXPECT_THAT(
+        m_logPrinted.lines(),
+        AllOf(Contains(HasSubstr("Provider: OpenAI, debug: false")),
+              Contains(HasSubstr("Combined mode: sending audio + cleanup_prompt to "
+                                 "/api/transcribe (cleanup: openai)")),
+              Contains(HasSubstr("Response headers received — Upload: 0ms, Transcription: 850ms "
+                                 "(server-side)")),
+              Contains(HasSubstr("First token received (token #1): \"Bon\"")),
+              Contains(HasSubstr("Stream complete — 2 tokens received")),
+              Contains(HasSubstr("Clipboard: 7 chars copied"))));
+}
+
+TEST_F(RecordingPipelineTest, aFailedCombinedRequestStillPastesTheOldClipboard) {
+    configure("openai", "email");
+    process();
+    answer(401, "bad token");
+    EXPECT_THAT(m_seen.take(), ElementsAre("transcribing", "done"));
+    m_queue.advance(1s);
+    EXPECT_THAT(m_seen.take(), ElementsAre("hide", "paste"));
+    EXPECT_THAT(m_printed.lines(), Contains("Combined mode failed: API error 401: bad token"));
+    EXPECT_FALSE(fs::exists(m_take));
+}
+
+TEST_F(RecordingPipelineTest, twoStagesDeliverTheRawTextWhenCleanupFails) {
+    configure("mistral", "email");
+    process();
+    answer(200, "bonjour");
+    ASSERT_EQ(m_http.exchanges.size(), 2u);
+    EXPECT_TRUE(sent("mistral-small-latest", 1) && sent("bonjour", 1));
+    answer(200, event("Bon") + "data: [DONE]\n", {}, 1);
+    EXPECT_THAT(m_seen.take(),
+                ElementsAre("transcribing", "streaming Email", "+Bon", "done", "clipboard Bon"));
+    process();
+    answer(200, "bonjour", {}, 2);
+    answer(503, "busy", {}, 3);
+    EXPECT_THAT(m_seen.take(),
+                ElementsAre("transcribing", "streaming Email", "done", "clipboard bonjour"));
+    EXPECT_THAT(m_printed.lines(),
+                AllOf(Contains("Cleaned text copied: Bon"),
+                      Contains("Cleanup failed (API error 503: busy), raw text copied.")));
+    m_queue.advance(1s);
+    EXPECT_THAT(m_seen.take(), ElementsAre("hide", "hide", "paste", "paste"));
+}
+
+TEST_F(RecordingPipelineTest, anUnloadableConfigurationPastesTheTranscriptRaw) {
+    process();
+    EXPECT_TRUE(sent("openai"));
+    EXPECT_FALSE(sent("\"prompt\""));
+    answer(200, "bonjour");
+    m_queue.advance(1s);
+    EXPECT_THAT(m_seen.take(), ElementsAre("transcribing", "clipboard bonjour", "hide", "paste"));
+    EXPECT_EQ(m_http.exchanges.size(), 1u);
+}
+
+TEST_F(RecordingPipelineTest, debugModeShowsEachStepAndHoldsTheSummary) {
+    configure("openai", "voice-to-text", true);
+    process();
+    m_clock.advance(1s);
+    request().respond(200, {{"X-Transcription-Ms", "850"}});
+    m_queue.runPending();
+    m_clock.advance(120ms);
+    request().data(event("Bon"));
+    m_queue.runPending();
+    m_clock.advance(30ms);
+    request().data("data: [DONE]\n");
+    m_queue.runPending();
+    const std::string summary =
+        "Upload 150ms | Transcription 850ms | TTFT 120ms | Cleanup 30ms | Paste 0ms | "
+        "Total 1150ms";
+    EXPECT_THAT(m_seen.take(),
+                ElementsAre("transcribing", "debug Transcription...", "streaming Voice to Text",
+                            "debug Up 150ms | Trans 850ms", "debug TTFT 120ms", "+Bon", "done",
+                            "debug= Cleanup 30ms", "clipboard Bon", "debug! " + summary));
+    m_queue.advance(2.99s);
+    EXPECT_TRUE(m_seen.events.empty());
+    m_queue.advance(0.2s);
+    EXPECT_THAT(m_seen.take(), ElementsAre("hide", "paste"));
+    EXPECT_THAT(m_printed.lines(),
+                ElementsAre("[DEBUG] Audio file: 2KB, provider: OpenAI",
+                            "[DEBUG] Upload: 150ms, Transcription: 850ms (server-side)",
+                            "[DEBUG] Time to first token: 120ms", "[DEBUG] Combined cleanup: 30ms",
+                            "Combined mode — cleaned text copied: Bon", "[DEBUG] " + summary));
+}
+
+TEST_F(RecordingPipelineTest, twoStageDebugStepsAndPrints) {
+    configure("mistral", "email", true);
+    process();
+    m_clock.advance(500ms);
+    answer(200, "été");
+    m_clock.advance(40ms);
+    answer(200, event("Eté"), {}, 1);
+    EXPECT_THAT(
+        m_seen.take(),
+        ElementsAre("transcribing", "debug Transcription...", "debug= Transcription 500ms",
+                    "streaming Email", "debug Transcription 500ms", "debug Cleanup...",
+                    "debug= TTFT 40ms", "+Eté", "done", "debug= Cleanup 40ms", "clipboard Eté",
+                    "debug! Transcription 500ms | Cleanup 40ms | Paste 0ms | Total 540ms"));
+    EXPECT_THAT(m_printed.lines(), AllOf(Contains("Raw transcription: été"),
+                                         Contains("[DEBUG] Transcription: 500ms, 3 chars"),
+                                         Contains("[DEBUG] Time to first token: 40ms"),
+                                         Contains("[DEBUG] Cleanup streaming: 40ms")));
+}
+
+TEST_F(RecordingPipelineTest, absurdServerTimesDoNotOverflow) {
+    configure("openai", "voice-to-text", true);
+    for (const char* ms : {"-9223372036854775808", "9223372036854775807"}) {
+        process();
+        answer(200, "data: [DONE]\n", {{"X-Transcription-Ms", ms}}, m_http.exchanges.size() - 1);
+    }
+    EXPECT_THAT(
+        m_printed.lines(),
+        Contains("[DEBUG] Upload: 0ms, Transcription: 9223372036854775807ms (server-side)"));
+}
+
+TEST_F(RecordingPipelineTest, overlappingRunsKeepTheirOwnTexts) {
+    configure("openai", "voice-to-text");
+    process();
+    const fs::path second = m_folder / "second.m4a";
+    std::ofstream(second) << "b";
+    m_pipeline->processRecording(second);
+    answer(200, event("two") + "data: [DONE]\n", {}, 1);
+    EXPECT_TRUE(fs::exists(m_take));
+    EXPECT_FALSE(fs::exists(second));
+    m_queue.advance(1s);
+    answer(200, event("one") + "data: [DONE]\n", {}, 0);
+    m_queue.advance(1s);
+    EXPECT_THAT(m_seen.take(),
+                ElementsAre("transcribing", "transcribing", "+two", "done", "clipboard two", "hide",
+                            "paste", "+one", "done", "clipboard one", "hide", "paste"));
+}
+
+TEST_F(RecordingPipelineTest, lateAnswersFindNobodyAtHome) {
+    configure("openai", "voice-to-text");
+    process();
+    configure("mistral", "email");
+    process();
+    m_seen.take();
+    request(0).answer(200, event("x") + "data: [DONE]\n");
+    request(1).answer(200, "x");
+    m_pipeline.reset();
+    m_queue.advance(10s);
+    EXPECT_TRUE(m_seen.events.empty());
+}
+
+}  // namespace
+}  // namespace nulo
