@@ -1,0 +1,96 @@
+#pragma once
+
+#include <chrono>
+#include <filesystem>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "support/ChildProcess.h"
+#include "support/TemporaryFolder.h"
+#include "support/TestSoundServer.h"
+#include "support/TestXServer.h"
+#include "support/XTestKeyboard.h"
+
+namespace nulo {
+
+/// A whole private desktop: screen, window manager, microphone, home folder, a text window that has
+/// the focus, and Nulo, run as a person would run it.
+class DesktopSession {
+  public:
+    DesktopSession();
+
+    const std::filesystem::path& home() const { return m_home.path(); }
+    std::filesystem::path pipelineLog() const;
+    /// Where the takes are.
+    std::filesystem::path recordingsFolder() const { return m_temporary / "nulo"; }
+
+    /// Before startNulo().
+    void writeServiceFile(const std::string& baseURL, const std::string& token = {});
+    /// Replaces config.json; also while Nulo runs.
+    void writeConfig(const std::string& provider, const std::string& activeMode,
+                     bool debugMode = false);
+
+    /// Opens the window and waits until it has the focus.
+    void startTextWindow();
+    /// Starts the program and waits until it listens to the chord. Throws when it does not.
+    void startNulo();
+    /// Exit status after a SIGTERM.
+    std::optional<int> stopNulo();
+
+    /// Presses the chord, plays the sound file into the microphone to its end, lets go.
+    void dictate(const std::filesystem::path& soundFile);
+    void pressChord();
+    void releaseChord();
+
+    /// What the text window holds now.
+    std::string text() const;
+    /// What the clipboard holds now, as another program reads it.
+    std::string clipboard() const;
+    /// The lines that Nulo has printed so far.
+    std::vector<std::string> printed() const;
+    /// Waits until a printed line holds `part`; that line, or nothing after the time-out.
+    std::optional<std::string> waitForPrinted(
+        const std::string& part,
+        std::chrono::milliseconds timeout = std::chrono::seconds(20)) const;
+    /// No key is down as far as the X server knows.
+    bool noKeyIsDown() const;
+
+    void screenshot(const std::filesystem::path& file) const;
+    TestSoundServer& soundServer() { return m_soundServer; }
+    TestXServer& xServer() { return m_xServer; }
+    ChildProcess& nulo() { return *m_nulo; }
+
+  private:
+    std::vector<std::string> environment() const;
+
+    TemporaryFolder m_home;
+    TemporaryFolder m_temporary;
+    TestXServer m_xServer;
+    TestSoundServer m_soundServer;
+    XTestKeyboard m_keyboard;
+    std::unique_ptr<ChildProcess> m_textWindow;
+    std::unique_ptr<ChildProcess> m_nulo;
+};
+
+/// A companion service for a test, on a free port.
+class CompanionProcess {
+  public:
+    CompanionProcess();
+    const std::string& baseURL() const { return m_baseURL; }
+
+  private:
+    TemporaryFolder m_folder;
+    std::unique_ptr<ChildProcess> m_process;
+    std::string m_baseURL;
+};
+
+/// Recorded human speech, and what is said in it.
+struct RecordedSpeech {
+    std::filesystem::path file;
+    std::string words;  // lower case, separated by blanks
+};
+RecordedSpeech recordedSpeech();
+
+}  // namespace nulo

@@ -1,0 +1,99 @@
+// The whole road, on real parts, where nobody sits: a virtual desktop, a recorded voice heard by a
+// virtual microphone, the chord really pressed, the words read out of another program's window.
+//
+//   nulo-demo FOLDER     leaves pictures of the overlay in FOLDER
+
+#include <algorithm>
+#include <cstdio>
+#include <exception>
+#include <filesystem>
+#include <sstream>
+#include <string>
+#include <thread>
+
+#include "desktop/session/DesktopSession.h"
+#include "support/WaitUntil.h"
+
+namespace nulo {
+namespace {
+
+/// How many of the spoken words stand in the text, in their order, without regard to case.
+int wordsInOrder(std::string text, const std::string& spoken) {
+    std::transform(text.begin(), text.end(), text.begin(),
+                   [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
+    std::istringstream words(spoken);
+    std::size_t at = 0;
+    int count = 0;
+    for (std::string word; words >> word;) {
+        const std::size_t found = text.find(word, at);
+        if (found == std::string::npos)
+            continue;
+        at = found + word.size();
+        ++count;
+    }
+    return count;
+}
+
+int demonstrate(const std::filesystem::path& pictures) {
+    std::filesystem::create_directories(pictures);
+    const RecordedSpeech speech = recordedSpeech();
+    const CompanionProcess companion;
+    DesktopSession desktop;
+    desktop.writeServiceFile(companion.baseURL());
+    desktop.startTextWindow();
+    desktop.startNulo();
+
+    std::printf("Spoken:      %s\n", speech.words.c_str());
+    desktop.pressChord();
+    desktop.waitForPrinted("Recording started");
+    const auto voice = desktop.soundServer().play(speech.file);
+    std::this_thread::sleep_for(std::chrono::seconds(3));
+    desktop.screenshot(pictures / "recording.png");
+    voice->wait(std::chrono::seconds(60));
+    desktop.releaseChord();
+
+    desktop.waitForPrinted("dataTask resumed");
+    std::this_thread::sleep_for(std::chrono::milliseconds(250));
+    desktop.screenshot(pictures / "waiting.png");
+    desktop.waitForPrinted("First token received");
+    desktop.screenshot(pictures / "streaming.png");
+
+    const std::string mark = "text copied: ";
+    const auto line = desktop.waitForPrinted(mark);
+    const std::string recognised = line ? line->substr(line->find(mark) + mark.size()) : "";
+    std::printf("Recognised:  %s\n", recognised.c_str());
+    const bool arrived =
+        !recognised.empty() && waitUntil([&] { return desktop.text() == recognised; });
+    std::printf("Text window: %s\n", desktop.text().c_str());
+    const int words = wordsInOrder(recognised, speech.words);
+    std::printf("Pictures:    %s/{recording,waiting,streaming}.png\n", pictures.c_str());
+    const bool stopped = desktop.stopNulo() == 0 && desktop.noKeyIsDown();
+
+    if (!arrived || !stopped || words < 5) {
+        std::fprintf(stderr, "%s\n",
+                     !arrived   ? "The text did not arrive in the window."
+                     : !stopped ? "Nulo did not end cleanly."
+                                : "What was recognised is not what was spoken.");
+        for (const std::string& printed : desktop.printed())
+            std::fprintf(stderr, "  nulo: %s\n", printed.c_str());
+        return 1;
+    }
+    std::printf("The words are in the text window (%d of them as spoken).\n", words);
+    return 0;
+}
+
+}  // namespace
+}  // namespace nulo
+
+int main(int argc, char** argv) {
+    if (argc != 2) {
+        std::fprintf(stderr, "usage: nulo-demo FOLDER\n");
+        return 2;
+    }
+    try {
+        return nulo::demonstrate(argv[1]);
+    } catch (const std::exception& failure) {
+        std::fprintf(stderr, "nulo-demo: %s\n", failure.what());
+        return 1;
+    }
+}
