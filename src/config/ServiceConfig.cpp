@@ -6,6 +6,7 @@
 #include <regex>
 
 #include "base/FileIO.h"
+#include "base/HttpUrl.h"
 
 namespace nulo {
 namespace {
@@ -70,7 +71,8 @@ bool othersCanRead(const std::filesystem::path& file) {
 std::string serviceUrlFault(std::string_view text) {
     const QUrl url(QString::fromUtf8(text.data(), static_cast<qsizetype>(text.size())),
                    QUrl::StrictMode);
-    if (!url.isValid() || url.host().isEmpty() || url.scheme().isEmpty())
+    // QUrl also takes what a request cannot be sent to, such as letters that are not ASCII.
+    if (!url.isValid() || url.host().isEmpty() || !isValidHttpUrl(std::string(text) + "/api/chat"))
         return "is not a URL such as https://speech.example.org";
     if (!url.userInfo().isEmpty() || url.hasQuery() || url.hasFragment())
         return "must be a plain origin, without user name, query or fragment";

@@ -11,8 +11,6 @@ namespace nulo {
 /// What can go wrong with a request apart from its transport.
 class TranscriptionError {
   public:
-    enum class Case { apiError, fileReadFailed, invalidResponse, noData, noApiKey };
-
     /// The service answered with a status other than success; `message` is the body of the answer.
     static TranscriptionError apiError(int statusCode, std::string message) {
         return {Case::apiError, statusCode, std::move(message)};
@@ -28,6 +26,8 @@ class TranscriptionError {
     bool operator==(const TranscriptionError&) const = default;
 
   private:
+    enum class Case { apiError, fileReadFailed, invalidResponse, noData, noApiKey };
+
     TranscriptionError(Case kind, int statusCode = 0, std::string message = {})
         : m_case(kind), m_statusCode(statusCode), m_message(std::move(message)) {}
 

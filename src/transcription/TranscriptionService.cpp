@@ -9,7 +9,7 @@
 #include <utility>
 
 #include "base/Text.h"
-#include "transcription/HttpUrl.h"
+#include "base/HttpUrl.h"
 #include "transcription/MultipartForm.h"
 
 namespace nulo {
@@ -36,18 +36,6 @@ void requireValidUrl(const std::string& url) {
     std::fprintf(stderr, "nulo: cannot go on: \"%s\" is not a valid http or https URL\n",
                  url.c_str());
     std::abort();
-}
-
-/// The form fields that come before the file, as far as both ways of transcribing share them.
-void addSpeechFields(MultipartForm& form, TranscriptionProvider provider,
-                     const std::optional<std::string>& vocabulary) {
-    form.addText("provider", rawValue(provider));
-    if (provider != TranscriptionProvider::openai)
-        return;
-    form.addText("model", "gpt-4o-mini-transcribe");
-    form.addText("response_format", "text");
-    if (vocabulary)
-        form.addText("prompt", *vocabulary);
 }
 
 TextResult plainResult(const std::optional<Error>& error,
@@ -83,21 +71,14 @@ void TranscriptionService::transcribe(const std::filesystem::path& file,
                                       TranscriptionProvider provider,
                                       const std::optional<std::string>& prompt,
                                       Completion completion) {
-    std::string url = m_baseURL + "/api/transcribe";
-    requireValidUrl(url);
-    MultipartForm form(m_dependencies.makeUuid());
-    addSpeechFields(form, provider, prompt);
-    const auto audio = readFile(file);
-    if (!audio) {
+    auto request = audioRequest(file, provider, prompt, {});
+    if (!request) {
         completion(TranscriptionFailure(TranscriptionError::fileReadFailed()));
         return;
     }
-    form.addAudioFile(file, *audio);
-    HttpRequest request = postRequest(std::move(url), form.contentType(), form.takeBody());
-
     const auto start = m_dependencies.clock.now();
     HttpSession& session = sharedSession();
-    const HttpTaskId task = session.createTask(std::move(request));
+    const HttpTaskId task = session.createTask(std::move(*request));
     m_sharedDelegate.add(
         task, [&clock = m_dependencies.clock, print = m_dependencies.print, start, provider,
                completion = std::move(completion)](const auto& error, const auto& answer) {
@@ -114,24 +95,18 @@ void TranscriptionService::transcribeAndClean(const std::filesystem::path& file,
                                               std::string_view cleanupModel,
                                               OnTranscriptionTime onTranscriptionTime,
                                               OnToken onToken, Completion completion) {
-    std::string url = m_baseURL + "/api/transcribe";
-    requireValidUrl(url);
-    MultipartForm form(m_dependencies.makeUuid());
-    addSpeechFields(form, provider, dictPrompt);
-    form.addText("cleanup_prompt", cleanupPrompt);
-    form.addText("cleanup_model", cleanupModel);
-    const auto audio = readFile(file);
-    if (!audio) {
+    auto request =
+        audioRequest(file, provider, dictPrompt,
+                     {{"cleanup_prompt", cleanupPrompt}, {"cleanup_model", cleanupModel}});
+    if (!request) {
         completion(TranscriptionFailure(TranscriptionError::fileReadFailed()));
         return;
     }
-    form.addAudioFile(file, *audio);
-    HttpRequest request = postRequest(std::move(url), form.contentType(), form.takeBody());
-    const std::size_t size = request.body.size();
+    const std::size_t size = request->body.size();
     m_dependencies.log("HTTP request ready: " + std::to_string(size) + " bytes (" +
                        std::to_string(size / 1024) + "KB), sending...");
-    startStreaming(std::move(request), makeHandler(std::move(onTranscriptionTime),
-                                                   std::move(onToken), std::move(completion)));
+    startStreaming(std::move(*request), makeHandler(std::move(onTranscriptionTime),
+                                                    std::move(onToken), std::move(completion)));
     m_dependencies.log("URLSession dataTask resumed (persistent session, request in flight)");
 }
 
@@ -163,6 +138,29 @@ void TranscriptionService::warmUpConnection() {
     HttpSession& session = streamingSession();
     session.resume(session.createTask(std::move(request)));
     m_dependencies.print("[nulo] Connection warm-up sent to " + m_baseURL);
+}
+
+std::optional<HttpRequest> TranscriptionService::audioRequest(
+    const std::filesystem::path& file, TranscriptionProvider provider,
+    const std::optional<std::string>& vocabulary,
+    std::initializer_list<std::pair<std::string_view, std::string_view>> cleanupFields) const {
+    std::string url = m_baseURL + "/api/transcribe";
+    requireValidUrl(url);
+    MultipartForm form(m_dependencies.makeUuid());
+    form.addText("provider", rawValue(provider));
+    if (provider == TranscriptionProvider::openai) {
+        form.addText("model", "gpt-4o-mini-transcribe");
+        form.addText("response_format", "text");
+        if (vocabulary)
+            form.addText("prompt", *vocabulary);
+    }
+    for (const auto& [name, value] : cleanupFields)
+        form.addText(name, value);
+    const auto audio = readFile(file);
+    if (!audio)
+        return std::nullopt;
+    form.addAudioFile(file, *audio);
+    return postRequest(std::move(url), form.contentType(), form.takeBody());
 }
 
 HttpRequest TranscriptionService::postRequest(std::string url, std::string contentType,

@@ -2,11 +2,13 @@
 
 #include <filesystem>
 #include <functional>
+#include <initializer_list>
 #include <memory>
 #include <mutex>
 #include <optional>
 #include <string>
 #include <string_view>
+#include <utility>
 
 #include "base/Clock.h"
 #include "base/MainQueue.h"
@@ -69,6 +71,11 @@ class TranscriptionService {
     void warmUpConnection();
 
   private:
+    /// The form with the audio; nothing when the file cannot be read.
+    std::optional<HttpRequest> audioRequest(
+        const std::filesystem::path& file, TranscriptionProvider provider,
+        const std::optional<std::string>& vocabulary,
+        std::initializer_list<std::pair<std::string_view, std::string_view>> cleanupFields) const;
     HttpRequest postRequest(std::string url, std::string contentType, std::string body) const;
     HttpSession& streamingSession();
     HttpSession& sharedSession();

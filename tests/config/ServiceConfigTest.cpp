@@ -64,7 +64,7 @@ TEST_F(ServiceConfigTest, plainHttpIsForThisMachineOnly) {
           "ftp://localhost", "http://10.0.0.1", "http://[::2]", "file:///etc/passwd", "example.org",
           "", "https://", "https://a b", "https://user@example.org", "https://example.org?x",
           "//example.org", "http://127.0.0.1@evil.org", "http://127.0.0.1.evil.org",
-          "https://example.org#x"})
+          "https://example.org#x", "https://ex\u00E4mple.org", "https://example.org:99999"})
         EXPECT_NE(serviceUrlFault(url), "") << url;
 }
 

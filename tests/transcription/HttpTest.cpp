@@ -1,7 +1,7 @@
 #include <gtest/gtest.h>
 
 #include "transcription/HttpSession.h"
-#include "transcription/HttpUrl.h"
+#include "base/HttpUrl.h"
 
 namespace nulo {
 namespace {

@@ -5,7 +5,6 @@
 
 #include <fstream>
 #include <nlohmann/json.hpp>
-#include <regex>
 #include <thread>
 
 #include "fakes/FakeHttpSession.h"
@@ -56,11 +55,13 @@ class TranscriptionServiceTest : public testing::Test {
     }
     /// The names of the last request's form fields, in order.
     std::vector<std::string> fields() const {
-        static const std::regex name("form-data; name=\"([a-z_]+)\"");
+        constexpr std::string_view opening = "form-data; name=\"";
         const std::string& body = m_http.exchanges.back().request.body;
         std::vector<std::string> names;
-        for (std::sregex_iterator at(body.begin(), body.end(), name), end; at != end; ++at)
-            names.push_back((*at)[1]);
+        for (auto at = body.find(opening); at != std::string::npos; at = body.find(opening, at)) {
+            at += opening.size();
+            names.push_back(body.substr(at, body.find('"', at) - at));
+        }
         return names;
     }
 
@@ -128,18 +129,22 @@ TEST_F(TranscriptionServiceTest, endsAPlainRequestInTextOrFailure) {
     for (const auto& [status, body] : answers) {
         m_service->transcribe(take, status == 200 ? mistral : openai, {}, completion());
         m_clock.advance(std::chrono::microseconds(1'234'999));
-        m_http.exchanges.back().answer(status, body);
+        const FakeHttp::Exchange& exchange = m_http.exchanges.back();
+        exchange.respond(status);
+        for (const char& byte : body)
+            exchange.data({&byte, 1});
+        exchange.complete();
     }
     m_service->transcribe(take, openai, {}, completion());
-    m_http.exchanges.back().complete(Error{"The network is unreachable"});
+    m_http.exchanges.back().respond(200);
+    m_http.exchanges.back().complete(Error{"The connection was lost"});
     m_service->transcribe(take, openai, {}, completion());
     m_http.exchanges.back().complete();
 
-    EXPECT_THAT(
-        m_calls,
-        ElementsAre("text hello", "text ", "failure API error 201:  created ",
-                    "failure API error 500: ", "failure API error 500: Unknown error",
-                    "failure The network is unreachable", "failure Invalid server response"));
+    EXPECT_THAT(m_calls,
+                ElementsAre("text hello", "text ", "failure API error 201:  created ",
+                            "failure API error 500: ", "failure API error 500: Unknown error",
+                            "failure The connection was lost", "failure Invalid server response"));
     EXPECT_THAT(m_printed.lines(), ElementsAre("Transcription (Voxtral (Mistral)): 1234ms, 5 chars",
                                                "Transcription (Voxtral (Mistral)): 1234ms, 0 chars",
                                                "Transcription API error (201):  created ",
@@ -245,6 +250,7 @@ TEST_F(TranscriptionServiceTest, servesManyThreadsAndOutlivesNothing) {
         exchange.answer(200, answerStream);
     };
     std::vector<std::thread> threads;
+    threads.reserve(4);
     for (int i = 0; i < 4; ++i)
         threads.emplace_back([this] {
             for (int j = 0; j < 25; ++j)

@@ -1,4 +1,4 @@
-#include "transcription/HttpUrl.h"
+#include "base/HttpUrl.h"
 
 #include <algorithm>
 #include <charconv>
