@@ -1,0 +1,62 @@
+#include "base/PrivateFolder.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <system_error>
+
+namespace nulo {
+namespace {
+
+constexpr mode_t kOwnerOnly = 0700;
+
+Error folderError(const std::filesystem::path& folder, const std::string& reason) {
+    return {"the folder " + folder.string() + " " + reason};
+}
+
+Error systemError(const std::filesystem::path& folder, int number) {
+    return folderError(folder, "cannot be used: " + std::generic_category().message(number));
+}
+
+Outcome checkOpenFolder(int descriptor, const std::filesystem::path& folder) {
+    struct stat status {};
+    if (fstat(descriptor, &status) != 0)
+        return systemError(folder, errno);
+    if (status.st_uid != geteuid())
+        return folderError(folder, "belongs to another user");
+    if ((status.st_mode & 07777) != kOwnerOnly && fchmod(descriptor, kOwnerOnly) != 0)
+        return folderError(folder, "is open to other users and cannot be closed to them");
+    return Success{};
+}
+
+}  // namespace
+
+Outcome makePrivateFolder(const std::filesystem::path& folder) {
+    std::error_code failure;
+    std::filesystem::create_directories(folder.parent_path(), failure);
+    if (mkdir(folder.c_str(), kOwnerOnly) != 0 && errno != EEXIST)
+        return systemError(folder, errno);
+
+    // Looked at and changed through one descriptor, so that nobody can swap it in between.
+    const int descriptor = open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
+    if (descriptor < 0) {
+        const int reason = errno;
+        struct stat status {};
+        if (lstat(folder.c_str(), &status) == 0) {
+            if (S_ISLNK(status.st_mode))
+                return folderError(folder, "is a symbolic link");
+            if (!S_ISDIR(status.st_mode))
+                return folderError(folder, "is not a folder");
+            if (status.st_uid != geteuid())
+                return folderError(folder, "belongs to another user");
+        }
+        return systemError(folder, reason);
+    }
+    Outcome outcome = checkOpenFolder(descriptor, folder);
+    close(descriptor);
+    return outcome;
+}
+
+}  // namespace nulo
