@@ -1,0 +1,180 @@
+#include "audio/AudioRecorder.h"
+
+#include <cmath>
+#include <cstdint>
+#include <cstdio>
+#include <string>
+#include <system_error>
+#include <utility>
+
+#include "audio/Level.h"
+#include "base/PrivateFolder.h"
+
+namespace nulo {
+namespace {
+
+constexpr std::chrono::milliseconds kShortestTake(1500);
+constexpr int kBitRate = 64000;
+
+std::string tooShortLine(std::chrono::duration<double> duration) {
+    char seconds[32];
+    std::snprintf(seconds, sizeof seconds, "%.1f", duration.count());
+    return std::string("Recording too short (") + seconds + "s) \u2014 discarded";
+}
+
+std::string savedLine(const std::filesystem::path& file) {
+    std::error_code failure;
+    const std::uintmax_t size = std::filesystem::file_size(file, failure);
+    const std::uintmax_t kilobytes = failure ? 0 : size / 1024;
+    return "Recording saved: " + file.filename().string() + " (" + std::to_string(kilobytes) +
+           " KB)";
+}
+
+}  // namespace
+
+AudioRecorder::AudioRecorder(Microphone& microphone, MakeAudioFileWriter makeWriter,
+                             MainQueue& mainQueue, const Clock& clock, Print print,
+                             const std::filesystem::path& temporaryDirectory)
+    : m_microphone(microphone),
+      m_makeWriter(std::move(makeWriter)),
+      m_mainQueue(mainQueue),
+      m_clock(clock),
+      m_print(std::move(print)),
+      m_recordingsDirectory(temporaryDirectory / "nulo") {
+    (void)makePrivateFolder(
+        m_recordingsDirectory);  // a failure is reported by the take that meets it
+}
+
+AudioRecorder::~AudioRecorder() {
+    if (m_audioEngine)
+        m_audioEngine->stop();
+}
+
+void AudioRecorder::startRecording() {
+    if (m_isRecording.get())
+        return;
+    switch (m_microphone.authorizationStatus()) {
+        case MicrophonePermission::authorized:
+            m_mainQueue.async(m_lifetime.guard([this] { begin(); }));
+            return;
+        case MicrophonePermission::notDetermined:
+            m_microphone.requestAccess(
+                [queue = &m_mainQueue, answered = m_lifetime.guard([this](bool granted) {
+                    if (granted)
+                        begin();
+                    else
+                        m_print("Microphone permission denied");
+                })](bool granted) {
+                    queue->async([answered, granted]() mutable { answered(granted); });
+                });
+            return;
+        case MicrophonePermission::restricted:
+        case MicrophonePermission::denied:
+            m_print("Microphone permission denied");
+            return;
+    }
+}
+
+void AudioRecorder::begin() {
+    if (m_isRecording.get())
+        return;  // pressed twice before the first begin ran
+    m_audioLevels.set({});
+    std::unique_ptr<CaptureEngine> engine = m_microphone.makeEngine();
+    const Result<double> sampleRate = engine->inputSampleRate();
+    if (!sampleRate)
+        return fail(sampleRate.error());
+    if (!std::isfinite(sampleRate.value()) || sampleRate.value() <= 0) {
+        m_print("Failed to create tap format");
+        return;
+    }
+    m_currentFileURL =
+        m_recordingsDirectory / ("recording_" + fileTimestamp(m_clock.wallTime()) + ".m4a");
+    if (const Outcome opened = openFile(sampleRate.value()); !opened)
+        return fail(opened.error());
+    if (const Outcome started = startEngine(std::move(engine)); !started)
+        return fail(started.error());
+    m_saveFailure.reset();
+    m_recordingStartTime = m_clock.now();
+    m_isRecording.set(true);
+    m_print("Recording started (AAC): " + m_currentFileURL->filename().string());
+}
+
+Outcome AudioRecorder::openFile(double sampleRate) {
+    if (Outcome folder = makePrivateFolder(m_recordingsDirectory); !folder)
+        return folder;
+    auto writer = m_makeWriter(*m_currentFileURL,
+                               {.sampleRate = sampleRate, .channels = 1, .bitRate = kBitRate});
+    if (!writer)
+        return writer.error();
+    m_audioFile = std::move(writer).value();
+    return Success{};
+}
+
+Outcome AudioRecorder::startEngine(std::unique_ptr<CaptureEngine> engine) {
+    Outcome started = engine->start(
+        [this](std::span<const float> frames) { handleBuffer(frames); },
+        m_lifetime.guard([this](const Error& reason) { captureInterrupted(reason); }));
+    if (started)
+        m_audioEngine = std::move(engine);
+    return started;
+}
+
+void AudioRecorder::handleBuffer(std::span<const float> frames) {
+    if (frames.empty())
+        return;
+    const float level = normalizedLevel(rootMeanSquare(frames));
+    m_mainQueue.async(m_lifetime.guard([this, level] { appendLevel(level); }));
+    // A failure is kept by the writer and reported when the file is closed.
+    (void)m_audioFile->write(frames);
+}
+
+void AudioRecorder::appendLevel(float level) {
+    m_audioLevels.change([level](std::vector<float>& levels) {
+        levels.push_back(level);
+        if (levels.size() > maxLevelSamples)
+            levels.erase(levels.begin());
+    });
+}
+
+void AudioRecorder::captureInterrupted(const Error& reason) {
+    if (!m_audioEngine)
+        return;
+    m_print("Recording interrupted: " + reason.description);
+    finishFile();
+}
+
+void AudioRecorder::finishFile() {
+    if (!m_audioEngine)
+        return;  // an interruption did it already
+    m_audioEngine->stop();
+    m_audioEngine.reset();
+    if (const Outcome closed = m_audioFile->close(); !closed)
+        m_saveFailure = closed.error();
+    m_audioFile.reset();
+}
+
+std::optional<std::filesystem::path> AudioRecorder::stopRecording() {
+    if (!m_isRecording.get())
+        return std::nullopt;
+    finishFile();
+    m_isRecording.set(false);
+    const auto duration = m_clock.now() - m_recordingStartTime.value_or(m_clock.now());
+    if (duration < kShortestTake) {
+        m_print(tooShortLine(duration));
+        std::error_code ignored;
+        std::filesystem::remove(*m_currentFileURL, ignored);
+        return std::nullopt;
+    }
+    if (m_saveFailure) {
+        m_print("Failed to save recording: " + m_saveFailure->description);
+        return std::nullopt;
+    }
+    m_print(savedLine(*m_currentFileURL));
+    return m_currentFileURL;
+}
+
+void AudioRecorder::fail(const Error& error) {
+    m_print("Failed to start recording: " + error.description);
+}
+
+}  // namespace nulo

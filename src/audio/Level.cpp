@@ -1,0 +1,36 @@
+#include "audio/Level.h"
+
+#include <algorithm>
+#include <array>
+#include <cmath>
+#include <cstddef>
+
+namespace nulo {
+
+float rootMeanSquare(std::span<const float> frames) {
+    if (frames.empty())
+        return 0;
+    // Eight sums of their own let the compiler use the vector unit without reordering additions.
+    constexpr std::size_t kLanes = 8;
+    std::array<float, kLanes> sums{};
+    const std::size_t whole = frames.size() / kLanes * kLanes;
+    for (std::size_t start = 0; start < whole; start += kLanes)
+        for (std::size_t lane = 0; lane < kLanes; ++lane)
+            sums[lane] += frames[start + lane] * frames[start + lane];
+    float sum = 0;
+    for (const float laneSum : sums)
+        sum += laneSum;
+    for (const float sample : frames.subspan(whole))
+        sum += sample * sample;
+    return std::sqrt(sum / static_cast<float>(frames.size()));
+}
+
+float normalizedLevel(float rms) {
+    constexpr float kFloorDecibels = 60;
+    constexpr float kRangeDecibels = 40;
+    const float decibels = rms > 0 ? 20 * std::log10(rms) + kFloorDecibels : 0;
+    const float level = std::min(decibels / kRangeDecibels, 1.0F);
+    return level > 0 ? level : 0;
+}
+
+}  // namespace nulo
