@@ -35,6 +35,7 @@ class FakeMainQueue final : public MainQueue {
         const Delay end = m_time + by;
         while (runFirstDueBy(end)) {
         }
+        const std::lock_guard lock(m_mutex);
         moveTo(end);
     }
 
