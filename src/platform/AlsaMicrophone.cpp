@@ -40,7 +40,7 @@ Error alsaError(int code) {
         case EBUSY:
             return {"another program uses the microphone"};
         default:
-            return {std::string("the microphone does not work: ") + snd_strerror(code)};
+            return {std::string("the microphone failed: ") + snd_strerror(code)};
     }
 }
 

@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cstdlib>
 #include <fstream>
@@ -9,6 +10,7 @@
 #include "fakes/PrintedLines.h"
 #include "platform/Backends.h"
 #include "support/TemporaryFolder.h"
+#include "support/TestSoundServer.h"
 #include "support/WaitUntil.h"
 
 namespace nulo {
@@ -80,6 +82,33 @@ TEST_F(AlsaMicrophoneTest, readsTheDeviceUntilItIsStopped) {
     heard.reset();  // a tap call after the stop would reach into it
     engine->stop();
     queue.runPending();
+}
+
+// A device with a clock of its own: nothing may be lost at its pace, and its end be noticed.
+TEST_F(AlsaMicrophoneTest, reportsADeviceThatGoesAway) {
+    TestSoundServer server;
+    server.playTone(440);
+    configure("pcm.default { type plug slave.pcm { type pulse server \"" + server.address() +
+              "\" } }");
+    const auto engine = microphone->makeEngine();
+    std::atomic<int> loudFrames = 0;
+    std::string reason;
+    const Outcome started = engine->start(
+        [&](std::span<const float> frames) {
+            loudFrames +=
+                static_cast<int>(std::ranges::count_if(frames, [](float s) { return s > 0.1F; }));
+        },
+        [&](const Error& error) { reason = error.description; });
+    ASSERT_TRUE(started) << started.error().description;
+    EXPECT_TRUE(waitUntil([&] { return loudFrames > 10000; }));
+    EXPECT_EQ(reason, "");
+    server.kill();
+    EXPECT_TRUE(waitUntil([&] {
+        queue.runPending();
+        return !reason.empty();
+    }));
+    EXPECT_EQ(reason, "the microphone failed: Input/output error");
+    engine->stop();
 }
 
 TEST_F(AlsaMicrophoneTest, asksForARateThatTheEncoderTakes) {
