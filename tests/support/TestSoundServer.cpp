@@ -36,17 +36,19 @@ void TestSoundServer::start() {
                                  "--daemonize=no", "--exit-idle-time=-1", "--use-pid-file=no",
                                  "--disable-shm=yes", "--realtime=no", "--high-priority=no"},
         options);
-    const bool answers = waitUntil([this] {
+    std::string refusal;
+    const bool answers = waitUntil([&] {
         try {
             return control({"get-default-sink"}) == "mic_in\n";
-        } catch (const std::runtime_error&) {
+        } catch (const std::runtime_error& error) {
+            refusal = error.what();
             return false;
         }
     });
     if (!answers) {
         std::ostringstream log;
         log << std::ifstream(options.log).rdbuf();
-        throw std::runtime_error("no sound server: " + log.str());
+        throw std::runtime_error("no sound server: " + refusal + log.str());
     }
     plugMicrophone();
 }
