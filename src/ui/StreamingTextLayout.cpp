@@ -96,6 +96,7 @@ void StreamingTextLayout::addPiece(qsizetype start, qsizetype length,
     QTextOption option;
     option.setWrapMode(QTextOption::WrapAtWordBoundaryOrAnywhere);
     option.setTextDirection(direction);
+    option.setAlignment(direction == Qt::RightToLeft ? Qt::AlignRight : Qt::AlignLeft);
     auto layout = std::make_unique<QTextLayout>(m_string.mid(start, length), streamingFont());
     layout->setTextOption(option);
     layout->setCacheEnabled(true);  // or every drawing shapes the text again

@@ -59,8 +59,9 @@ class Canvas {
         m_painter.fillRect(flipped(x, y, w, h), color);
     }
     void fillRounded(double x, double y, double w, double h, double radius, const QColor& color) {
+        const double fitting = std::min({radius, w / 2, h / 2});  // corners stay circular
         m_painter.setBrush(color);
-        m_painter.drawRoundedRect(flipped(x, y, w, h), radius, radius);
+        m_painter.drawRoundedRect(flipped(x, y, w, h), fitting, fitting);
     }
     void drawLabel(double x, double y, const Label& label, const QColor& color) {
         const QRectF box = flipped(x, y, label.width, label.height);

@@ -18,8 +18,8 @@ constexpr int overlayCornerRadius = 12;
 void paintWaveform(QPainter& painter, const WaveformContent& content, StreamingTextLayout& layout,
                    QSizeF size, double seconds);
 
-/// Height in points (60...200, less for a single line) that a panel `width` points wide needs for
-/// the content's streaming text.
+/// Height in points that a panel `width` points wide needs for the content's streaming text: 60 for
+/// none, 200 at most.
 double idealHeightForStreamingText(const WaveformContent& content, StreamingTextLayout& layout,
                                    double width);
 

@@ -1,0 +1,68 @@
+#include "ui/StreamingTextLayout.h"
+
+#include <gtest/gtest.h>
+
+#include <QImage>
+#include <random>
+
+namespace nulo {
+namespace {
+
+QImage picture(const StreamingTextLayout& layout) {
+    QImage image(300, 400, QImage::Format_RGB32);
+    image.fill(Qt::black);
+    QPainter painter(&image);
+    painter.setPen(Qt::white);
+    layout.draw(painter, {0, 400 - layout.height()}, image.rect());
+    return image;
+}
+
+// Lines kept from before that no longer hold: a word that moves to the next line, a paragraph that
+// turns out to run right to left, a carriage return whose line feed comes later, halves of letters.
+TEST(StreamingTextLayout, appendedPiecesGiveWhatTheWholeTextGives) {
+    std::string longParagraph;
+    for (int i = 0; i < 900; ++i)
+        longParagraph += "mot" + std::to_string(i * 7919) + (i % 9 ? " " : ", ");
+    const std::string texts[] = {
+        longParagraph + "\n\nfin " + longParagraph,
+        "a\r\nb\rc\n\n\r\n" + std::string(3000, 'W') + "\n",
+        "123 \u05E9\u05DC\u05D5\u05DD \u05E2\u05D5\u05DC\u05DD\nabc \U0001F469\u200D\U0001F4BB "
+        "e\u0301 \xFF\xC3",
+    };
+    std::minstd_rand random(1);
+    for (const std::string& text : texts) {
+        StreamingTextLayout grown;
+        for (std::size_t length = 0; length < text.size();) {
+            length = std::min(text.size(), length + 1 + random() % (text.size() / 40 + 3));
+            grown.update(text.substr(0, length), 300);
+        }
+        StreamingTextLayout whole;
+        whole.update(text, 300);
+        EXPECT_EQ(grown.height(), whole.height());
+        EXPECT_EQ(grown.lastGlyph(), whole.lastGlyph());
+        EXPECT_EQ(picture(grown), picture(whole));
+
+        grown.update(text, 200);  // another width, then a text that is no longer: start afresh
+        EXPECT_GE(grown.height(), whole.height());
+        grown.update("x", 200);
+        whole.update("x", 200);
+        EXPECT_EQ(picture(grown), picture(whole));
+    }
+}
+
+// A word without a break that leaves the box, text of a right-to-left script on the wrong side.
+TEST(StreamingTextLayout, staysInTheBoxAndOnItsSide) {
+    StreamingTextLayout layout;
+    layout.update(std::string(500, 'W'), 100);
+    EXPECT_GT(layout.height(), 400);
+    EXPECT_LT(layout.lastGlyph().x(), 100);
+    layout.update("\u05E9\u05DC\u05D5\u05DD", 300);
+    EXPECT_GT(layout.lastGlyph().x(), 200);
+    const QImage image = picture(layout);
+    for (int y = 0; y < image.height(); ++y)
+        for (int x = 0; x < 200; ++x)
+            ASSERT_EQ(image.pixel(x, y), QColor(Qt::black).rgb());
+}
+
+}  // namespace
+}  // namespace nulo
