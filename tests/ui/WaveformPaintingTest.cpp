@@ -229,14 +229,14 @@ TEST(WaveformPainting, longTextShowsItsNewestLines) {
 
 // A layout that depends on the screen's scale: other line breaks, half the size.
 TEST(WaveformPainting, looksTheSameAtTwiceTheScale) {
-    const std::string text = "Une phrase assez longue pour tenir sur plusieurs lignes du panneau";
+    const std::string text = "Une phrase pour plusieurs lignes du panneau";
     for (const WaveformContent& content :
          {withText(text), withLevels(std::vector<float>(80, 0.7f))}) {
-        const Drawing once(content, {300, 80});
-        const Drawing twice(content, {300, 80}, 0, 2);
+        const Drawing once(content, {200, 60});
+        const Drawing twice(content, {200, 60}, 0, 2);
         const auto isDrawn = [](const QColor& c) { return c.red() > 60; };
-        const QRect small = once.find(QRect(12, 4, 276, 72), isDrawn);
-        const QRect large = twice.find(QRect(24, 8, 552, 144), isDrawn);
+        const QRect small = once.find(QRect(12, 4, 176, 52), isDrawn);
+        const QRect large = twice.find(QRect(24, 8, 352, 104), isDrawn);
         EXPECT_NEAR(small.left() * 2, large.left(), 2);
         EXPECT_NEAR(small.top() * 2, large.top(), 2);
         EXPECT_NEAR(small.right() * 2 + 1, large.right(), 3);
