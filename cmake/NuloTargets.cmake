@@ -2,6 +2,8 @@
 
 find_package(PkgConfig REQUIRED)
 find_package(Threads REQUIRED)
+find_package(Qt6 6.4 REQUIRED COMPONENTS Core Gui Widgets DBus)
+find_package(nlohmann_json REQUIRED)
 
 add_compile_options(-Wall -Wextra -Wpedantic -Wshadow -Wnon-virtual-dtor -Woverloaded-virtual
                     -Wno-missing-field-initializers)  # designated initialisers leave out defaults
