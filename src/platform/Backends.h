@@ -22,6 +22,9 @@ std::unique_ptr<MainQueue> makeQtMainQueue();
 /// The session's own thread makes all delegate calls; `delegate` outlives the session.
 std::unique_ptr<HttpSession> makeCurlHttpSession(HttpSessionDelegate& delegate);
 
+/// The sound server's, ALSA's as long as no sound server runs: chosen anew for every take.
+std::unique_ptr<Microphone> makeMicrophone(MainQueue& mainQueue, Print print);
+
 /// Connects to the sound server in the background and reconnects when it comes back. Notices
 /// (one line each) go to `print`.
 std::unique_ptr<Microphone> makePulseMicrophone(MainQueue& mainQueue, Print print);

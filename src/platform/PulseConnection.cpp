@@ -17,12 +17,15 @@ PulseConnection* self(void* data) {
     return static_cast<PulseConnection*>(data);
 }
 
+bool meansNoServer(int code) {
+    return code == PA_ERR_CONNECTIONREFUSED || code == PA_ERR_INVALIDSERVER ||
+           code == PA_ERR_CONNECTIONTERMINATED;
+}
+
 Error connectionError(int code) {
+    if (meansNoServer(code))
+        return {"no sound server is running"};
     switch (code) {
-        case PA_ERR_CONNECTIONREFUSED:
-        case PA_ERR_INVALIDSERVER:
-        case PA_ERR_CONNECTIONTERMINATED:
-            return {"no sound server is running"};
         case PA_ERR_TIMEOUT:
             return {"the sound server does not answer"};
         case PA_ERR_ACCESS:
@@ -78,6 +81,11 @@ bool PulseConnection::isAccessDenied() {
     return m_facts.accessDenied;
 }
 
+bool PulseConnection::isServerMissing() {
+    const std::lock_guard lock(m_factsMutex);
+    return m_facts.serverMissing;
+}
+
 pa_context* PulseConnection::context() const {
     return m_context && pa_context_get_state(m_context) == PA_CONTEXT_READY ? m_context : nullptr;
 }
@@ -131,8 +139,10 @@ void PulseConnection::connectionLost(int code) {
     if (m_isWaitingToRetry)
         return;
     m_isWaitingToRetry = true;
-    publish(
-        {.known = true, .failure = connectionError(code), .accessDenied = code == PA_ERR_ACCESS});
+    publish({.known = true,
+             .failure = connectionError(code),
+             .accessDenied = code == PA_ERR_ACCESS,
+             .serverMissing = meansNoServer(code)});
     armTimer(m_retryDelay);
     m_retryDelay = std::min(2 * m_retryDelay, m_timings.longestRetry);
 }

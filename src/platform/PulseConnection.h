@@ -51,6 +51,8 @@ class PulseConnection {
     /// being made, less than 10 ms.
     Result<unsigned> sampleRate();
     bool isAccessDenied();
+    /// Whether there is none to connect to, as opposed to one that refuses or hangs.
+    bool isServerMissing();
 
     pa_threaded_mainloop* loop() const { return m_loop; }
     /// Null when there is no connection. Under the lock.
@@ -61,6 +63,7 @@ class PulseConnection {
         bool known = false;  // as long as the first connection is being made, nothing is
         std::optional<Error> failure;
         bool accessDenied = false;
+        bool serverMissing = false;
         unsigned sampleRate = 0;
     };
 

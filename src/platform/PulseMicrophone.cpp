@@ -232,27 +232,37 @@ class PulseCapture final : public CaptureEngine {
 /// An unsandboxed program has no permission to ask for: the server lets it in or does not.
 class PulseMicrophone final : public Microphone {
   public:
-    PulseMicrophone(MainQueue& mainQueue, Print print, const PulseTimings& timings)
+    /// `withoutServer` stands in while there is no server; it may be null.
+    PulseMicrophone(MainQueue& mainQueue, Print print, const PulseTimings& timings,
+                    std::unique_ptr<Microphone> withoutServer)
         : m_mainQueue(mainQueue),
           m_print(std::move(print)),
           m_silenceBound(timings.silenceBound),
+          m_withoutServer(std::move(withoutServer)),
           m_connection(std::make_shared<PulseConnection>(timings)) {}
 
     MicrophonePermission authorizationStatus() override {
+        if (isStoodInFor())
+            return m_withoutServer->authorizationStatus();
         return m_connection->isAccessDenied() ? MicrophonePermission::denied
                                               : MicrophonePermission::authorized;
     }
     void requestAccess(std::function<void(bool)> answer) override {
-        answer(!m_connection->isAccessDenied());
+        answer(authorizationStatus() == MicrophonePermission::authorized);
     }
     std::unique_ptr<CaptureEngine> makeEngine() override {
+        if (isStoodInFor())
+            return m_withoutServer->makeEngine();
         return std::make_unique<PulseCapture>(m_connection, m_mainQueue, m_print, m_silenceBound);
     }
 
   private:
+    bool isStoodInFor() const { return m_withoutServer && m_connection->isServerMissing(); }
+
     MainQueue& m_mainQueue;
     const Print m_print;
     const std::chrono::milliseconds m_silenceBound;
+    const std::unique_ptr<Microphone> m_withoutServer;
     const std::shared_ptr<PulseConnection> m_connection;
 };
 
@@ -260,11 +270,17 @@ class PulseMicrophone final : public Microphone {
 
 std::unique_ptr<Microphone> makePulseMicrophone(MainQueue& mainQueue, Print print,
                                                 const PulseTimings& timings) {
-    return std::make_unique<PulseMicrophone>(mainQueue, std::move(print), timings);
+    return std::make_unique<PulseMicrophone>(mainQueue, std::move(print), timings, nullptr);
 }
 
 std::unique_ptr<Microphone> makePulseMicrophone(MainQueue& mainQueue, Print print) {
     return makePulseMicrophone(mainQueue, std::move(print), PulseTimings{});
+}
+
+std::unique_ptr<Microphone> makeMicrophone(MainQueue& mainQueue, Print print) {
+    auto alsa = makeAlsaMicrophone(mainQueue, print);
+    return std::make_unique<PulseMicrophone>(mainQueue, std::move(print), PulseTimings{},
+                                             std::move(alsa));
 }
 
 }  // namespace nulo

@@ -5,8 +5,6 @@
 #include <limits>
 #include <vector>
 
-#include "audio/AacSampleRate.h"
-
 namespace nulo {
 namespace {
 
@@ -27,13 +25,6 @@ TEST(Level, countsEverySampleOfABufferOfAnyLength) {
     std::vector<float> frames(25, 0.0F);
     frames.back() = 5;
     EXPECT_NEAR(rootMeanSquare(frames), 1, 1e-6F);
-}
-
-TEST(AacSampleRate, fallsBackWhereTheEncoderWouldRefuse) {
-    EXPECT_EQ(aacSampleRate(44100), 44100u);
-    EXPECT_EQ(aacSampleRate(96000), 96000u);
-    for (const unsigned refused : {0U, 37800U, 47999U, 192000U})
-        EXPECT_EQ(aacSampleRate(refused), 48000u);
 }
 
 }  // namespace

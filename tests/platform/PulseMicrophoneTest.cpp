@@ -2,6 +2,7 @@
 
 #include <atomic>
 #include <cstdlib>
+#include <fstream>
 
 #include "audio/AudioRecorder.h"
 #include "fakes/FakeClock.h"
@@ -27,6 +28,7 @@ class PulseMicrophoneTest : public testing::Test {
         recorder.reset();
         microphone.reset();
         unsetenv("PULSE_SERVER");
+        unsetenv("ALSA_CONFIG_PATH");
     }
 
     void makeMicrophone() { microphone = makePulseMicrophone(queue, printed.print(), timings); }
@@ -181,6 +183,18 @@ TEST_F(PulseMicrophoneTest, keepsTheTakeWhenTheServerDiesAndFindsTheNextOne) {
     recorder->startRecording();
     queue.runPending();
     EXPECT_EQ(printed.lines().back(), "Failed to start recording: no sound server is running");
+    server.start();
+    EXPECT_TRUE(waitForSampleRate(48000));
+}
+
+TEST_F(PulseMicrophoneTest, givesWayToAlsaWhileNoServerRuns) {
+    server.kill();
+    std::ofstream(folder / "alsa.conf")
+        << "pcm.default { type plug slave { pcm { type null } rate 44100 } }";
+    setenv("ALSA_CONFIG_PATH", (folder / "alsa.conf").c_str(), 1);
+    microphone = nulo::makeMicrophone(queue, printed.print());
+    EXPECT_TRUE(waitForSampleRate(44100));
+    EXPECT_EQ(microphone->authorizationStatus(), MicrophonePermission::authorized);
     server.start();
     EXPECT_TRUE(waitForSampleRate(48000));
 }
