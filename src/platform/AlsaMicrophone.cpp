@@ -188,9 +188,12 @@ class AlsaCapture final : public CaptureEngine {
             m_tap({m_frames.data(), static_cast<std::size_t>(frames)});
         if (frames >= 0 || frames == -EAGAIN)
             return static_cast<int>(std::max<snd_pcm_sframes_t>(frames, 0));
-        // An overrun or the machine's sleep costs a gap, not the take.
-        int code = snd_pcm_recover(m_pcm.get(), static_cast<int>(frames), 1);
-        if (code >= 0 && snd_pcm_state(m_pcm.get()) == SND_PCM_STATE_PREPARED)
+        if (frames != -EPIPE && frames != -ESTRPIPE)
+            return static_cast<int>(frames);
+        // An overrun or the machine's sleep costs a gap, not the take. (snd_pcm_recover() would
+        // wait for whole seconds, and stop() for it.)
+        int code = snd_pcm_prepare(m_pcm.get());
+        if (code >= 0)
             code = snd_pcm_start(m_pcm.get());
         return std::min(code, 0);
     }

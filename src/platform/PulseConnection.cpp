@@ -195,14 +195,18 @@ void PulseConnection::refreshSource() {
 
 void PulseConnection::serverAnswered(const pa_server_info* info) {
     m_answer = {.known = true, .failure = Error{"no microphone is connected"}};
-    if (!info || !info->default_source_name)
-        return refreshed(m_answer);
-    forget(pa_context_get_source_info_by_name(
-        m_context, info->default_source_name,
-        [](pa_context*, const pa_source_info* source, int end, void* data) {
-            self(data)->sourceAnswered(end ? nullptr : source);
-        },
-        this));
+    pa_operation* query = nullptr;
+    if (info && info->default_source_name)
+        query = pa_context_get_source_info_by_name(
+            m_context, info->default_source_name,
+            [](pa_context*, const pa_source_info* source, int end, void* data) {
+                self(data)->sourceAnswered(end ? nullptr : source);
+            },
+            this);
+    if (query)
+        pa_operation_unref(query);
+    else
+        refreshed(m_answer);
 }
 
 void PulseConnection::sourceAnswered(const pa_source_info* info) {
