@@ -423,6 +423,32 @@ TEST(CurlHttpSession, refusesWhatWouldBreakTheRequest) {
     EXPECT_EQ(server.acceptedConnections(), 0);
 }
 
+// Dictations sent by way of a proxy to this very machine, or a proxy that is needed left out.
+TEST(CurlHttpSession, usesTheProxyOfTheEnvironmentButNotForLoopback) {
+    ScriptedHttpServer proxy(
+        [](const ReceivedRequest&, Connection& to) { to.send(httpResponse(200, "by proxy")); });
+    ScriptedHttpServer server(
+        [](const ReceivedRequest&, Connection& to) { to.send(httpResponse(200, "direct")); });
+    setenv("http_proxy", proxy.url().c_str(), 1);
+    EXPECT_EQ(Client().ask(request("GET", server.url())).body(), "direct");
+    EXPECT_EQ(Client().ask(request("GET", "http://elsewhere.test/")).body(), "by proxy");
+    unsetenv("http_proxy");
+}
+
+// A wait without end for a resolver, or for a server that takes the connection and says nothing.
+TEST(CurlHttpSession, countsConnectingAsSilence) {
+    ScriptedHttpServer server([](const ReceivedRequest&, Connection&) {});
+    const std::string withoutTls = "127.0.0.1:" + std::to_string(server.port());
+    for (const std::string& host : {std::string("stalled.test"), withoutTls}) {
+        HttpRequest question = request("GET", "https://" + host + "/");
+        question.idleTimeout = milliseconds(150);
+        const Answer answer = Client().ask(std::move(question));
+        EXPECT_EQ(answer.error, "Could not connect to the speech service at " + host +
+                                    " within 150 milliseconds");
+        EXPECT_THAT(answer.metrics, SizeIs(1));
+    }
+}
+
 // A program that cannot be quit while a server or a resolver is silent, or is called back after.
 TEST(CurlHttpSession, isCancelledByItsEnd) {
     Listener listener;
@@ -435,9 +461,10 @@ TEST(CurlHttpSession, isCancelledByItsEnd) {
     });
     session->resume(session->createTask(request("GET", server.url())));
     EXPECT_TRUE(waitUntil([&] { return listener.calls() == 1; }));
-    session->resume(session->createTask(request("GET", "http://stalled.test/")));
     {
         std::unique_lock lock(resolverMutex);
+        lookupsStalled = 0;
+        session->resume(session->createTask(request("GET", "http://stalled.test/")));
         resolverChanged.wait(lock, [] { return lookupsStalled > 0; });
     }
     session.reset();
@@ -506,7 +533,8 @@ TEST(CurlHttpSession, outlivesAServerThatDiesDuringAnUpload) {
     upload.body.assign(25'000'000, 'x');
     const HttpTaskId task = client.session->createTask(std::move(upload));
     client.session->resume(task);
-    EXPECT_TRUE(waitUntil([&] { return server.log().find("write session ticket") != std::string::npos; }));
+    EXPECT_TRUE(
+        waitUntil([&] { return server.log().find("write session ticket") != std::string::npos; }));
     server.process().signal(SIGKILL);
     EXPECT_THAT(client.listener.answerTo(task).error, HasSubstr("was closed before"));
 }
