@@ -41,6 +41,8 @@ Result<CURL*> CurlTransfer::prepare() {
     m_head = {};
     m_redirectBody = 0;
     m_requestEnd.reset();
+    m_responseStart.reset();
+    m_detail.front() = '\0';
     m_socket = CURL_SOCKET_BAD;
     m_bytesMoved = 0;
 
@@ -156,8 +158,9 @@ HttpTransactionMetrics CurlTransfer::metrics() const {
             result.connectStart = result.domainLookupEnd;
     }
     if (m_head.isFinished()) {
-        result.responseStart = after(CURLINFO_STARTTRANSFER_TIME_T);
-        result.responseEnd = after(CURLINFO_TOTAL_TIME_T);
+        result.responseStart = m_responseStart;  // libcurl's starts with the first byte sent
+        // libcurl's zero lies a little after fetchStart
+        result.responseEnd = std::max(result.responseStart, after(CURLINFO_TOTAL_TIME_T));
     }
     result.requestEnd = m_requestEnd;
     if (result.requestEnd && result.responseStart)  // both seen in one turn of the loop
@@ -216,6 +219,8 @@ void CurlTransfer::complete(const std::optional<Error>& error) {
 bool CurlTransfer::takeHeadLine(std::string_view line) {
     if (m_head.isFinished())
         return true;  // a trailer
+    if (line.starts_with("HTTP/"))
+        m_responseStart = std::chrono::steady_clock::now();
     const auto status = static_cast<int>(infoOf<long>(m_easy.get(), CURLINFO_RESPONSE_CODE));
     const auto outcome = m_head.take(line, status);
     if (outcome == ResponseHeadParser::Outcome::finished) {

@@ -97,7 +97,7 @@ class CurlTransfer {
     curl_socket_t m_socket = CURL_SOCKET_BAD;
     std::uint64_t m_bytesMoved = 0;
     std::chrono::steady_clock::time_point m_fetchStart, m_lastActivity;
-    std::optional<std::chrono::steady_clock::time_point> m_requestEnd;
+    std::optional<std::chrono::steady_clock::time_point> m_requestEnd, m_responseStart;
 };
 
 }  // namespace nulo

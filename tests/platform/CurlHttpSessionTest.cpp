@@ -25,7 +25,7 @@ namespace {
 std::mutex resolverMutex;
 std::condition_variable resolverChanged;
 int lookupsStalled = 0;
-bool resolverReleased = false;
+int releases = 0;
 
 }  // namespace
 
@@ -35,7 +35,7 @@ extern "C" int getaddrinfo(const char* name, const char* service, const addrinfo
         std::unique_lock lock(resolverMutex);
         ++lookupsStalled;
         resolverChanged.notify_all();
-        resolverChanged.wait(lock, [] { return resolverReleased; });
+        resolverChanged.wait(lock, [before = releases] { return releases != before; });
         return EAI_FAIL;
     }
     if (name && std::string_view(name) == "unknown.test")
@@ -201,7 +201,9 @@ TEST(CurlHttpSession, passesOnWhateverAnswerComes) {
 
 // A warm-up that warms nothing; timings that are missing, out of order, or of another exchange.
 TEST(CurlHttpSession, usesTheWarmConnectionAndMeasures) {
+    constexpr milliseconds kThought{30};
     ScriptedHttpServer server([](const ReceivedRequest& received, Connection& to) {
+        to.pause(kThought);
         to.send(received.method == "HEAD" ? "HTTP/1.1 200 OK\r\nContent-Length: 9\r\n\r\n"
                                           : httpResponse(200, "text"));
     });
@@ -229,6 +231,7 @@ TEST(CurlHttpSession, usesTheWarmConnectionAndMeasures) {
     EXPECT_LE(second.requestStart, second.requestEnd);
     EXPECT_LE(second.requestEnd, second.responseStart);
     EXPECT_LE(second.responseStart, second.responseEnd);
+    EXPECT_GE(*second.responseStart - *second.requestStart, kThought);
 
     Client another;
     another.ask(request("GET", server.url()));
@@ -471,7 +474,7 @@ TEST(CurlHttpSession, isCancelledByItsEnd) {
     EXPECT_TRUE(waitUntil([&] { return clientLeft.load(); }));
     EXPECT_EQ(listener.calls(), 1u);
     const std::lock_guard lock(resolverMutex);
-    resolverReleased = true;
+    ++releases;
     resolverChanged.notify_all();
 }
 
