@@ -19,7 +19,8 @@ class InjectionGate;
 /// Work queue on Qt's event loop. After QCoreApplication was made, on its thread.
 std::unique_ptr<MainQueue> makeQtMainQueue();
 
-/// The session's own thread makes all delegate calls; `delegate` outlives the session.
+/// The session's own thread makes all delegate calls; `delegate` outlives the session. Proxies are
+/// those of the environment, never for loopback; $SSL_CERT_FILE replaces the system's authorities.
 std::unique_ptr<HttpSession> makeCurlHttpSession(HttpSessionDelegate& delegate);
 
 /// The sound server's, ALSA's as long as no sound server runs: chosen anew for every take.

@@ -290,7 +290,8 @@ TEST(CurlHttpSession, reportsWhatWentWrong) {
         {[](Connection& to) { to.send("SSH-2.0-x\r\n\r\n"), to.close(); }, "MC", "not speak HTTP"},
     };
     for (const Case& fault : cases) {
-        const Answer answer = answerOf(fault.script, milliseconds(150));
+        const Answer answer =
+            answerOf(fault.script, milliseconds(fault.text == silent ? 150 : 30'000));
         EXPECT_EQ(answer.order, fault.order) << fault.text;
         EXPECT_THAT(answer.error, HasSubstr(fault.text));
         EXPECT_THAT(answer.error, HasSubstr("127.0.0.1:"));
