@@ -21,21 +21,24 @@
 
 namespace {
 
-/// A resolver that does not answer for one name; the others go to the real one.
-std::mutex resolverMutex;
-std::condition_variable resolverChanged;
-int lookupsStalled = 0;
-int releases = 0;
+/// A resolver that never answers for one name; the others go to the real one. It is not destroyed:
+/// its lookups still wait when the program ends.
+struct StalledResolver {
+    std::mutex mutex;
+    std::condition_variable changed;
+    int lookups = 0;
+};
+StalledResolver& stalledResolver = *new StalledResolver;
 
 }  // namespace
 
 extern "C" int getaddrinfo(const char* name, const char* service, const addrinfo* hints,
                            addrinfo** result) {
     if (name && std::string_view(name) == "stalled.test") {
-        std::unique_lock lock(resolverMutex);
-        ++lookupsStalled;
-        resolverChanged.notify_all();
-        resolverChanged.wait(lock, [before = releases] { return releases != before; });
+        std::unique_lock lock(stalledResolver.mutex);
+        ++stalledResolver.lookups;
+        stalledResolver.changed.notify_all();
+        stalledResolver.changed.wait(lock, [] { return false; });
         return EAI_FAIL;
     }
     if (name && std::string_view(name) == "unknown.test")
@@ -466,17 +469,14 @@ TEST(CurlHttpSession, isCancelledByItsEnd) {
     session->resume(session->createTask(request("GET", server.url())));
     EXPECT_TRUE(waitUntil([&] { return listener.calls() == 1; }));
     {
-        std::unique_lock lock(resolverMutex);
-        lookupsStalled = 0;
+        std::unique_lock lock(stalledResolver.mutex);
+        const int before = stalledResolver.lookups;
         session->resume(session->createTask(request("GET", "http://stalled.test/")));
-        resolverChanged.wait(lock, [] { return lookupsStalled > 0; });
+        stalledResolver.changed.wait(lock, [&] { return stalledResolver.lookups > before; });
     }
     session.reset();
     EXPECT_TRUE(waitUntil([&] { return clientLeft.load(); }));
     EXPECT_EQ(listener.calls(), 1u);
-    const std::lock_guard lock(resolverMutex);
-    ++releases;
-    resolverChanged.notify_all();
 }
 
 /// `openssl s_server` with a certificate for "localhost" that it signed itself.
