@@ -49,8 +49,11 @@ class OverlayFocusTest : public testing::Test {
             ChildProcess::Options{{"DISPLAY=" + m_display, "HOME=" + m_folder.path().string()},
                                   {}});
         EXPECT_TRUE(waitUntil([&] { return countEvents(XCB_REPARENT_NOTIFY) == 1; }));
-        xcb_set_input_focus(m_connection, XCB_INPUT_FOCUS_POINTER_ROOT, m_client, XCB_CURRENT_TIME);
-        EXPECT_TRUE(waitUntil([&] { return countEvents(XCB_FOCUS_IN) > 0; }));
+        EXPECT_TRUE(waitUntil([&] {  // refused as long as the manager is not done with the window
+            xcb_set_input_focus(m_connection, XCB_INPUT_FOCUS_POINTER_ROOT, m_client,
+                                XCB_CURRENT_TIME);
+            return countEvents(XCB_FOCUS_IN) > 0 && clientHasFocus();
+        }));
     }
     ~OverlayFocusTest() override { xcb_disconnect(m_connection); }
 
