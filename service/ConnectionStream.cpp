@@ -1,0 +1,137 @@
+#include "service/ConnectionStream.h"
+
+#include <netinet/in.h>
+#include <netinet/tcp.h>
+#include <poll.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <charconv>
+#include <cstring>
+#include <string_view>
+
+#include "base/Clock.h"
+
+namespace nulo::service {
+namespace {
+
+using std::chrono::steady_clock;
+
+constexpr std::size_t bufferSize = 16384;
+
+/// poll() until `until`, through interruptions; what poll() returns.
+int pollUntil(pollfd* entries, nfds_t count, steady_clock::time_point until) {
+    for (;;) {
+        const auto left = std::max(0LL, wholeMilliseconds(until - steady_clock::now()) + 1);
+        const int ready = poll(entries, count, static_cast<int>(left));
+        if (ready >= 0 || errno != EINTR)
+            return ready;
+    }
+}
+
+}  // namespace
+
+ConnectionStream::ConnectionStream(int socket, int stopEvent, Limits limits)
+    : m_socket(socket), m_stopEvent(stopEvent), m_limits(limits) {
+    // Every word leaves by itself, at once.
+    const int on = 1;
+    setsockopt(m_socket, IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
+}
+
+ConnectionStream::~ConnectionStream() {
+    close(m_socket);
+}
+
+bool ConnectionStream::waitForRequest() {
+    m_bodyBytes = 0;
+    m_bytesOut = 0;
+    m_status = 0;
+    if (m_next == m_buffer.size()) {
+        pollfd entries[] = {{m_socket, POLLIN, 0}, {m_stopEvent, POLLIN, 0}};
+        const auto idleEnd = steady_clock::now() + m_limits.idle;
+        // A request that is already here is served, also when the service stops.
+        if (pollUntil(entries, 2, idleEnd) <= 0 || entries[0].revents == 0)
+            return false;
+    }
+    m_deadline = steady_clock::now() + m_limits.head;
+    return m_next < m_buffer.size() || fill();
+}
+
+void ConnectionStream::startBody() {
+    m_bodyBytes = 0;
+    m_deadline = steady_clock::now() + m_limits.body;
+}
+
+void ConnectionStream::closeGently() {
+    shutdown(m_socket, SHUT_WR);
+    const auto end = steady_clock::now() + std::chrono::seconds(2);
+    char dropped[bufferSize];
+    while (waitFor(POLLIN, end) && recv(m_socket, dropped, sizeof dropped, 0) > 0 &&
+           steady_clock::now() < end) {
+    }
+}
+
+bool ConnectionStream::waitFor(short events, Instant until) const {
+    pollfd entry{m_socket, events, 0};
+    return pollUntil(&entry, 1, until) > 0;
+}
+
+bool ConnectionStream::fill() {
+    const Instant now = steady_clock::now();
+    if (now >= m_deadline || !waitFor(POLLIN, std::min(m_deadline, now + m_limits.pause)))
+        return false;
+    m_buffer.resize(bufferSize);
+    m_next = 0;
+    const ssize_t count = recv(m_socket, m_buffer.data(), m_buffer.size(), 0);
+    m_buffer.resize(count > 0 ? static_cast<std::size_t>(count) : 0);
+    return count > 0;
+}
+
+bool ConnectionStream::is_readable() const {
+    return m_next < m_buffer.size() || waitFor(POLLIN, steady_clock::now());
+}
+
+bool ConnectionStream::is_writable() const {
+    return waitFor(POLLOUT, steady_clock::now() + m_limits.pause);
+}
+
+ssize_t ConnectionStream::read(char* target, size_t size) {
+    if (m_next == m_buffer.size() && !fill())
+        return -1;
+    const std::size_t count = std::min(size, m_buffer.size() - m_next);
+    std::memcpy(target, m_buffer.data() + m_next, count);
+    m_next += count;
+    m_bodyBytes += count;
+    return static_cast<ssize_t>(count);
+}
+
+ssize_t ConnectionStream::write(const char* data, size_t size) {
+    constexpr std::string_view statusLine = "HTTP/1.1 ";
+    if (m_status < 200 && std::string_view(data, size).substr(0, statusLine.size()) == statusLine)
+        std::from_chars(data + statusLine.size(), data + size, m_status);
+    for (std::size_t sent = 0; sent < size;) {
+        if (!waitFor(POLLOUT, steady_clock::now() + m_limits.pause))
+            return -1;
+        const ssize_t count = send(m_socket, data + sent, size - sent, MSG_NOSIGNAL | MSG_DONTWAIT);
+        if (count < 0 && errno != EINTR && errno != EAGAIN)
+            return -1;
+        sent += count > 0 ? static_cast<std::size_t>(count) : 0;
+    }
+    m_bytesOut += size;
+    return static_cast<ssize_t>(size);
+}
+
+// Nothing here asks who the client is.
+void ConnectionStream::get_remote_ip_and_port(std::string& ip, int& port) const {
+    ip.clear();
+    port = 0;
+}
+
+void ConnectionStream::get_local_ip_and_port(std::string& ip, int& port) const {
+    ip.clear();
+    port = 0;
+}
+
+}  // namespace nulo::service

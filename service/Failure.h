@@ -1,0 +1,15 @@
+#pragma once
+
+#include <optional>
+#include <string>
+
+namespace nulo::service {
+
+/// Why a request gets no answer: what the client is told.
+struct Failure {
+    int status = 500;  // HTTP, 400 to 599
+    std::string text;  // says what to do about it
+    std::optional<int> retryAfterSeconds = std::nullopt;
+};
+
+}  // namespace nulo::service

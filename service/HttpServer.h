@@ -1,0 +1,46 @@
+#pragma once
+
+#include <httplib.h>
+
+#include <string>
+#include <thread>
+
+#include "base/Clock.h"
+#include "base/Print.h"
+#include "base/Result.h"
+#include "service/ConnectionStream.h"
+
+namespace nulo::service {
+
+/// Listens, gives each connection a thread and bounded waits, and logs a line a request: method,
+/// path, status, time and sizes, never what was said. Handlers are set on the base class.
+class HttpServer final : public httplib::Server {
+  public:
+    struct Limits {
+        ConnectionStream::Limits connection;
+        std::size_t connections = 64;  // beyond them: 503
+    };
+
+    HttpServer(const Clock& clock, Print print, Limits limits);
+    ~HttpServer() override;
+
+    /// The port that it listens on.
+    Result<int> listenOn(const std::string& address, int port);
+    /// Serves until finish(), then until the last request in flight is answered.
+    void run();
+    /// Once, after listenOn(); any thread, also before run(). Returns at once.
+    void finish();
+
+  private:
+    bool process_and_close_socket(socket_t socket) override;
+    bool serveRequest(ConnectionStream& stream);
+    bool isFinishing() const;
+
+    const Clock& m_clock;
+    const Print m_print;
+    const Limits m_limits;
+    const int m_stopEvent;
+    std::thread::id m_acceptingThread;  // set before there is any other
+};
+
+}  // namespace nulo::service

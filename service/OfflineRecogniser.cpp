@@ -1,0 +1,52 @@
+#include "service/OfflineRecogniser.h"
+
+#include "service/AudioDecoder.h"
+
+namespace nulo::service {
+
+OfflineRecogniser::OfflineRecogniser(MakeEngine makeEngine, WorkGate::Limits limits)
+    : m_makeEngine(std::move(makeEngine)), m_gate(limits) {}
+
+Outcome OfflineRecogniser::prepare() {
+    auto engine = m_makeEngine();
+    if (!engine)
+        return engine.error();
+    putBack(std::move(engine).value());
+    return Success{};
+}
+
+Result<std::string, Failure> OfflineRecogniser::recognise(const Take& take) {
+    const auto pass = m_gate.enter();
+    if (!pass)
+        return Failure{
+            503, "The service is busy with other recordings. Try again in a few seconds.\n", 3};
+    const auto samples = decodedSpeech(take.audio, std::chrono::minutes(15));
+    if (!samples)
+        return samples.error();
+    auto engine = idleEngine();
+    if (!engine)
+        return Failure{500,
+                       "The recogniser cannot be started: " + engine.error().description + ".\n"};
+    std::string text = engine.value()->hear(samples.value());
+    putBack(std::move(engine).value());
+    return text;
+}
+
+Result<std::unique_ptr<SpeechEngine>> OfflineRecogniser::idleEngine() {
+    {
+        const std::scoped_lock lock(m_mutex);
+        if (!m_idle.empty()) {
+            auto engine = std::move(m_idle.back());
+            m_idle.pop_back();
+            return engine;
+        }
+    }
+    return m_makeEngine();
+}
+
+void OfflineRecogniser::putBack(std::unique_ptr<SpeechEngine> engine) {
+    const std::scoped_lock lock(m_mutex);
+    m_idle.push_back(std::move(engine));
+}
+
+}  // namespace nulo::service

@@ -1,0 +1,34 @@
+#pragma once
+
+#include <memory>
+#include <mutex>
+#include <vector>
+
+#include "service/Recogniser.h"
+#include "service/SpeechEngine.h"
+#include "service/WorkGate.h"
+
+namespace nulo::service {
+
+/// Decodes a take and has an engine hear it. Engines are loaded when they are first needed and
+/// kept; there are never more than work at once. Takes last 15 minutes at most.
+class OfflineRecogniser final : public Recogniser {
+  public:
+    OfflineRecogniser(MakeEngine makeEngine, WorkGate::Limits limits);
+
+    /// Loads the first engine, so that a missing model shows at start-up.
+    Outcome prepare();
+    /// 413, 415: see decodedSpeech(). 503 when too many are being recognised already.
+    Result<std::string, Failure> recognise(const Take& take) override;
+
+  private:
+    Result<std::unique_ptr<SpeechEngine>> idleEngine();
+    void putBack(std::unique_ptr<SpeechEngine> engine);
+
+    const MakeEngine m_makeEngine;
+    WorkGate m_gate;
+    std::mutex m_mutex;
+    std::vector<std::unique_ptr<SpeechEngine>> m_idle;  // under m_mutex
+};
+
+}  // namespace nulo::service

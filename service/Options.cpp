@@ -1,0 +1,67 @@
+#include "service/Options.h"
+
+#include <charconv>
+
+#include "service/RequestGuard.h"
+
+namespace nulo::service {
+namespace {
+
+template <typename Number>
+bool readNumber(const std::string& text, Number least, Number most, Number& number) {
+    const char* end = text.data() + text.size();
+    const auto [stop, error] = std::from_chars(text.data(), end, number);
+    return error == std::errc() && stop == end && number >= least && number <= most;
+}
+
+}  // namespace
+
+Result<Options> parsedOptions(const std::vector<std::string>& arguments) {
+    Options options;
+    for (std::size_t i = 0; i < arguments.size(); ++i) {
+        std::string name = arguments[i];
+        if (name == "--help" || name == "--version") {
+            options.action = name == "--help" ? Options::Action::help : Options::Action::version;
+            return options;
+        }
+        if (name != "--port" && name != "--address" && name != "--token-file" &&
+            name != "--model-dir" && name != "--jobs")
+            return Error{"unknown option " + name};
+        if (i + 1 == arguments.size() || arguments[i + 1].empty())
+            return Error{name + " needs a value"};
+        const std::string& value = arguments[++i];
+        if (name == "--port" && !readNumber(value, 0, 65535, options.port))
+            return Error{"--port takes a number from 0 to 65535"};
+        if (name == "--jobs" && !readNumber<std::size_t>(value, 1, 64, options.jobs))
+            return Error{"--jobs takes a number from 1 to 64"};
+        if (name == "--address")
+            options.address = value;
+        if (name == "--token-file")
+            options.tokenFile = value;
+        if (name == "--model-dir")
+            options.modelFolder = value;
+    }
+    if (!isLoopback(options.address) && options.tokenFile.empty())
+        return Error{"--address " + options.address +
+                     " can be reached from other machines: name a --token-file too"};
+    return options;
+}
+
+std::string_view helpText() {
+    return "usage: nulo-service [--port N] [--address A] [--token-file F] [--model-dir D] [--jobs "
+           "N]\n"
+           "\n"
+           "Serves speech recognition to Nulo. English only; nothing leaves this machine.\n"
+           "\n"
+           "  --port N        port, 8737 by default; 0 takes any free one and prints it\n"
+           "  --address A     address to listen on, 127.0.0.1 by default; any address that other\n"
+           "                  machines can reach needs --token-file\n"
+           "  --token-file F  file with the token that requests must carry\n"
+           "  --model-dir D   folder of the speech model, by default that of the Debian package\n"
+           "                  pocketsphinx-en-us\n"
+           "  --jobs N        recordings recognised at once, by default one a processor core\n"
+           "  --help          this text\n"
+           "  --version       the version\n";
+}
+
+}  // namespace nulo::service

@@ -1,0 +1,31 @@
+#pragma once
+
+#include <cstddef>
+#include <filesystem>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "base/Result.h"
+
+namespace nulo::service {
+
+/// What the command line asks for.
+struct Options {
+    enum class Action { serve, help, version };
+
+    Action action = Action::serve;
+    std::string address = "127.0.0.1";
+    int port = 8737;  // 0: any free one
+    std::filesystem::path tokenFile;
+    std::filesystem::path modelFolder;  // empty: the installed one
+    std::size_t jobs = 0;               // recognitions at once; 0: one a core
+};
+
+/// `arguments` without the program's name. The error is a line for the user.
+Result<Options> parsedOptions(const std::vector<std::string>& arguments);
+
+/// The first line is the usage line.
+std::string_view helpText();
+
+}  // namespace nulo::service

@@ -1,0 +1,30 @@
+#pragma once
+
+#include <httplib.h>
+
+#include <optional>
+#include <string>
+
+#include "base/Result.h"
+#include "service/Failure.h"
+#include "service/Recogniser.h"
+
+namespace nulo::service {
+
+/// Bytes of a request's body, form included.
+inline constexpr std::size_t largestBody = 25 * 1024 * 1024;
+
+Failure bodyTooLarge();
+
+/// The multipart form of "/api/transcribe".
+struct TranscribeForm {
+    Take take;
+    std::optional<std::string> cleanupPrompt;  // absent: the plain text is wanted
+    std::string cleanupModel;
+};
+
+/// Reads the request's body to its end, or as far as it can be understood. 400, 413.
+Result<TranscribeForm, Failure> readTranscribeForm(const httplib::Request& request,
+                                                   const httplib::ContentReader& content);
+
+}  // namespace nulo::service
