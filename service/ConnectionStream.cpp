@@ -20,6 +20,7 @@ namespace {
 using std::chrono::steady_clock;
 
 constexpr std::size_t bufferSize = 16384;
+constexpr std::uint64_t largestHead = 65536;
 
 /// poll() until `until`, through interruptions; what poll() returns.
 int pollUntil(pollfd* entries, nfds_t count, steady_clock::time_point until) {
@@ -45,9 +46,10 @@ ConnectionStream::~ConnectionStream() {
 }
 
 bool ConnectionStream::waitForRequest() {
-    m_bodyBytes = 0;
+    m_bytesRead = 0;
     m_bytesOut = 0;
     m_status = 0;
+    m_inHead = true;
     if (m_next == m_buffer.size()) {
         pollfd entries[] = {{m_socket, POLLIN, 0}, {m_stopEvent, POLLIN, 0}};
         const auto idleEnd = steady_clock::now() + m_limits.idle;
@@ -60,7 +62,8 @@ bool ConnectionStream::waitForRequest() {
 }
 
 void ConnectionStream::startBody() {
-    m_bodyBytes = 0;
+    m_inHead = false;
+    m_bytesRead = 0;
     m_deadline = steady_clock::now() + m_limits.body;
 }
 
@@ -98,12 +101,13 @@ bool ConnectionStream::is_writable() const {
 }
 
 ssize_t ConnectionStream::read(char* target, size_t size) {
-    if (m_next == m_buffer.size() && !fill())
+    const bool headTooLarge = m_inHead && m_bytesRead >= largestHead;
+    if (headTooLarge || (m_next == m_buffer.size() && !fill()))
         return -1;
     const std::size_t count = std::min(size, m_buffer.size() - m_next);
     std::memcpy(target, m_buffer.data() + m_next, count);
     m_next += count;
-    m_bodyBytes += count;
+    m_bytesRead += count;
     return static_cast<ssize_t>(count);
 }
 

@@ -8,7 +8,7 @@
 
 namespace nulo::service {
 
-/// One client's socket, with a bound on every wait. The thread that serves it.
+/// One client's socket, with a bound on every wait and on the size of a request's head. The thread that serves it.
 class ConnectionStream final : public httplib::Stream {
   public:
     struct Limits {
@@ -26,7 +26,7 @@ class ConnectionStream final : public httplib::Stream {
     bool waitForRequest();
     /// The head has been read: from here on bodyBytes() counts, and the body's time runs.
     void startBody();
-    std::uint64_t bodyBytes() const { return m_bodyBytes; }
+    std::uint64_t bodyBytes() const { return m_inHead ? 0 : m_bytesRead; }
     std::uint64_t bytesOut() const { return m_bytesOut; }
     /// Status of the answer to the present request, 0 before it; 1xx are passed over.
     int status() const { return m_status; }
@@ -54,7 +54,8 @@ class ConnectionStream final : public httplib::Stream {
     std::string m_buffer;
     std::size_t m_next = 0;  // of m_buffer
     Instant m_deadline;
-    std::uint64_t m_bodyBytes = 0;
+    bool m_inHead = true;
+    std::uint64_t m_bytesRead = 0;  // of the head, then of the body
     std::uint64_t m_bytesOut = 0;
     int m_status = 0;
 };

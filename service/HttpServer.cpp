@@ -111,9 +111,11 @@ bool HttpServer::process_and_close_socket(socket_t socket) {
     }
     ConnectionStream stream(socket, m_stopEvent, m_limits.connection);
     try {
-        while (stream.waitForRequest() && serveRequest(stream)) {
-        }
-        stream.closeGently();
+        bool canFollow = true;
+        while (canFollow && stream.waitForRequest())
+            canFollow = serveRequest(stream);
+        if (!canFollow)
+            stream.closeGently();
     } catch (const std::exception& error) {
         m_print(std::string("closed a connection: ") + error.what());
     }

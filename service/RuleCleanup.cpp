@@ -138,7 +138,6 @@ void capitalise(Token& token) {
 bool isEnglishI(const Token& token) {
     static const std::regex forms("i(['’](m|ll|ve|d))?");
     return isPlainWord(token) && token.core.charAt(0) == 'i' &&
-           (token.after.isEmpty() || token.after.charAt(0) != '.') &&
            std::regex_match(token.foldedUtf8(), forms);
 }
 

@@ -52,6 +52,7 @@ TEST(RuleCleanup, setsCapitalsAndStopsInBothLanguages) {
         {"l'œuvre et i'm here so i'll stay", "L'œuvre et I'm here so I'll stay."},
         {"e\u0301te\u0301", "E\u0301te\u0301."},
         {"Mr. dupont etc. le reste", "Mr. dupont etc. le reste."},
+        {"it was i. yes", "It was I. yes."},
         {"iPhone is here", "iPhone is here."},
         {"see https://a.example/b", "See https://a.example/b"},
         {"one\n\ntwo   three\tfour", "One\n\ntwo three four."},

@@ -1,0 +1,75 @@
+#include "service/RequestGuard.h"
+
+#include <gtest/gtest.h>
+
+#include <fstream>
+
+#include "service/Options.h"
+#include "support/TemporaryFolder.h"
+
+namespace nulo::service {
+namespace {
+
+TEST(RequestGuard, tellsWebPagesFromPrograms) {
+    const RequestGuard guard(std::nullopt);
+    for (const char* host :
+         {"", "localhost:8737", "LOCALHOST", "127.0.0.1:80", "127.9.9.9", "[::1]:8"})
+        EXPECT_FALSE(guard.refusedSender({host, "", ""})) << host;
+    // A page whose own name was made to point here, and names that only begin like this machine's.
+    for (const char* host :
+         {"evil.example:8737", "127.0.0.1.evil.example", "localhost.evil", "[::2]", "["})
+        EXPECT_TRUE(guard.refusedSender({host, "", ""})) << host;
+    EXPECT_FALSE(guard.refusedSender({"localhost", "http://localhost:3000", ""}));
+    for (const char* origin : {"https://evil.example", "null", "http://localhost.evil.example"})
+        EXPECT_TRUE(guard.refusedSender({"localhost", origin, ""})) << origin;
+    EXPECT_FALSE(guard.refusedToken({}));
+}
+
+TEST(RequestGuard, wantsTheWholeToken) {
+    const RequestGuard guard("0123456789abcdef");
+    EXPECT_FALSE(guard.refusedSender({"speech.example", "https://a.example", ""}));
+    EXPECT_FALSE(guard.refusedToken({"", "", "Bearer 0123456789abcdef"}));
+    EXPECT_FALSE(guard.refusedToken({"", "", "bearer 0123456789abcdef"}));
+    for (const char* wrong :
+         {"", "Bearer ", "Bearer", "0123456789abcdef", "Bearer 0123456789abcdeF",
+          "Bearer 0123456789abcdef0", "Bearer 0123456789abcde", "Basic 0123456789abcdef"})
+        EXPECT_EQ(guard.refusedToken({"", "", wrong}).value_or(Failure{0, ""}).status, 401)
+            << wrong;
+}
+
+// An empty or tiny token file must never stand for a protected service.
+TEST(RequestGuard, refusesWeakTokenFiles) {
+    const TemporaryFolder folder;
+    const auto tokenOf = [&](const std::string& bytes) {
+        std::ofstream(folder / "token") << bytes;
+        return readToken(folder / "token");
+    };
+    EXPECT_EQ(tokenOf("  0123456789abcdef\n").value(), "0123456789abcdef");
+    for (const std::string& bad : {std::string(), std::string("\n"), std::string("short"),
+                                   std::string("two words of twenty"), std::string(5000, 'a')})
+        EXPECT_FALSE(tokenOf(bad)) << bad.size();
+    EXPECT_FALSE(readToken(folder / "missing"));
+}
+
+TEST(Options, acceptsOnlyWhatItCanDo) {
+    const auto options = parsedOptions({"--port", "0", "--jobs", "3", "--address", "::1"});
+    ASSERT_TRUE(options);
+    EXPECT_EQ(options.value().port, 0);
+    EXPECT_EQ(options.value().jobs, 3u);
+    using Arguments = std::vector<std::string>;
+    for (const Arguments& bad : {Arguments{"--port", "65536"},
+                                 {"--port", "80x"},
+                                 {"--port", "-1"},
+                                 {"--port"},
+                                 {"--jobs", "0"},
+                                 {"--verbose"},
+                                 {"8737"},
+                                 {"--address", "0.0.0.0"},
+                                 {"--address", "::"},
+                                 {"--address", ""}})
+        EXPECT_FALSE(parsedOptions(bad)) << testing::PrintToString(bad);
+    EXPECT_TRUE(parsedOptions({"--address", "0.0.0.0", "--token-file", "t"}));
+}
+
+}  // namespace
+}  // namespace nulo::service

@@ -1,0 +1,28 @@
+#include "service/WorkGate.h"
+
+#include <gtest/gtest.h>
+
+#include <thread>
+
+#include "support/WaitUntil.h"
+
+namespace nulo::service {
+namespace {
+
+// One more than may work waits for its turn; one more than may wait is refused and not queued.
+TEST(WorkGate, letsWaitOneAndRefusesTheNext) {
+    WorkGate gate({.atOnce = 1, .waiting = 1});
+    auto first = gate.enter();
+    ASSERT_TRUE(first);
+    bool secondEntered = false;
+    std::thread second([&] { secondEntered = gate.enter() != nullptr; });
+    ASSERT_TRUE(waitUntil([&] { return gate.waiting() == 1; }));
+    EXPECT_FALSE(gate.enter());
+    first.reset();
+    second.join();
+    EXPECT_TRUE(secondEntered);
+    EXPECT_TRUE(gate.enter());  // every pass was given back
+}
+
+}  // namespace
+}  // namespace nulo::service
