@@ -8,7 +8,8 @@
 
 namespace nulo::service {
 
-/// One client's socket, with a bound on every wait and on the size of a request's head. The thread that serves it.
+/// One client's socket, with a bound on every wait and on the size of a request's head. The thread
+/// that serves it.
 class ConnectionStream final : public httplib::Stream {
   public:
     struct Limits {

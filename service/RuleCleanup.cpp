@@ -5,7 +5,6 @@
 
 #include <algorithm>
 #include <array>
-#include <regex>
 
 namespace nulo::service {
 namespace {
@@ -68,14 +67,16 @@ std::vector<Token> tokensOf(const UnicodeString& text) {
     return tokens;
 }
 
-/// "UM" and "HMM" in capitals are abbreviations. "er" and "hum" are words.
+/// "UM" and "HMM" in capitals are abbreviations; "mm" is a unit; "er", "eu" and "hum" are words.
 bool isHesitation(const Token& token) {
-    static const std::regex sounds("e+u+h+|h+e+u+|u+h+|u+m+|u+h+m+|erm+|h+mm+|mm+h+|mmm+");
-    if (token.core.length() < 2 || token.core.length() > 20)
+    static constexpr std::array sounds = {"euh", "heu", "uh", "um", "uhm", "erm", "hm", "mh"};
+    if (token.core.length() < 2 || token.core == UnicodeString(token.core).toUpper())
         return false;
-    if (token.core == UnicodeString(token.core).toUpper())
-        return false;
-    return std::regex_match(token.foldedUtf8(), sounds);
+    std::string once = token.foldedUtf8();  // drawn out as it may be
+    once.erase(std::unique(once.begin(), once.end()), once.end());
+    if (once == "m")
+        return token.core.length() > 2;
+    return std::find(sounds.begin(), sounds.end(), once) != sounds.end();
 }
 
 /// Whether the same word twice in a row may be meant.
@@ -136,9 +137,12 @@ void capitalise(Token& token) {
 }
 
 bool isEnglishI(const Token& token) {
-    static const std::regex forms("i(['’](m|ll|ve|d))?");
-    return isPlainWord(token) && token.core.charAt(0) == 'i' &&
-           std::regex_match(token.foldedUtf8(), forms);
+    static constexpr std::array forms = {"i", "i'm", "i'll", "i've", "i'd"};
+    if (token.core.charAt(0) != 'i' || !isPlainWord(token))
+        return false;
+    std::string word;
+    token.folded().findAndReplace("\u2019", "'").toUTF8String(word);
+    return std::find(forms.begin(), forms.end(), word) != forms.end();
 }
 
 std::vector<Token> withoutStammer(std::vector<Token> tokens) {

@@ -25,6 +25,7 @@ TEST(RuleCleanup, removesHesitationsOnly) {
         {" \n ", ""},
         // Words and abbreviations that only look like one.
         {"hum that tune", "Hum that tune."},
+        {"hmm trois mm", "Trois mm."},
         {"the HMM of UM", "The HMM of UM."},
         {"un œuf, une heure, eux", "Un œuf, une heure, eux."},
     });
@@ -52,7 +53,8 @@ TEST(RuleCleanup, setsCapitalsAndStopsInBothLanguages) {
         {"l'œuvre et i'm here so i'll stay", "L'œuvre et I'm here so I'll stay."},
         {"e\u0301te\u0301", "E\u0301te\u0301."},
         {"Mr. dupont etc. le reste", "Mr. dupont etc. le reste."},
-        {"it was i. yes", "It was I. yes."},
+        {"so do i.", "So do I."},
+        {"now i\u2019ll go", "Now I\u2019ll go."},
         {"iPhone is here", "iPhone is here."},
         {"see https://a.example/b", "See https://a.example/b"},
         {"one\n\ntwo   three\tfour", "One\n\ntwo three four."},

@@ -192,6 +192,11 @@ TEST(Service, refusesBadRequestsWithATextAndLivesOn) {
     EXPECT_EQ(service.post("/api/version", "", "text/plain"), 405);
     EXPECT_EQ(service.client().Get("/api/chat")->get_header_value("Allow"), "POST");
     EXPECT_EQ(service.client().Get("/etc/passwd")->status, 404);
+    httplib::Headers manyHeaders;
+    for (int i = 0; i < 20; ++i)
+        manyHeaders.emplace("X-" + std::to_string(i), std::string(7000, 'x'));
+    const auto largeHead = service.client().Get("/api/version", manyHeaders);
+    EXPECT_TRUE(!largeHead || largeHead->status == 400);
     EXPECT_EQ(service.client().Get("/api/version", {{"Origin", "https://a.example"}})->status, 403);
     EXPECT_EQ(service.client().Get("/api/version")->status, 200);
 }
