@@ -132,6 +132,7 @@ bool HttpServer::serveRequest(ConnectionStream& stream) {
     const bool served =
         process_request(stream, closing, clientCloses, [&](httplib::Request& request) {
             stream.startBody();
+            request.ranges.clear();  // answers are whole
             start = m_clock.now();
             what = printable(request.method) + " " + printable(request.path);
             if (request.has_header("Transfer-Encoding"))

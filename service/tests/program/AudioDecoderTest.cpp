@@ -90,21 +90,22 @@ TEST(AudioDecoder, refusesWhatIsNoWholeAudioFile) {
     const std::string tone = stereoTone(48000, 2);
     const TemporaryFolder folder;
     std::ofstream(folder / "real.m4a", std::ios::binary) << tone;
-    const std::string path = folder / "real.m4a";
+    const auto before = std::filesystem::current_path();
+    std::filesystem::current_path(folder.path());
     const std::string bad[] = {
         "",
         "not audio at all, just a long enough line of text to be looked at closely",
         tone.substr(0, tone.size() / 2),  // its index is missing
         std::string(4096, '\0'),
         // Lists that would make the library open other files of this machine.
-        "#EXTM3U\n#EXT-X-TARGETDURATION:2\n#EXTINF:2,\nfile://" + path + "\n#EXT-X-ENDLIST\n",
-        "ffconcat version 1.0\nfile '" + path + "'\n",
+        "#EXTM3U\n#EXT-X-TARGETDURATION:2\n#EXTINF:2,\nreal.m4a\n#EXT-X-ENDLIST\n",
+        "ffconcat version 1.0\nfile real.m4a\n",
     };
     for (const std::string& bytes : bad) {
         const auto samples = decodedSpeech(bytes, limit);
-        ASSERT_FALSE(samples) << bytes.substr(0, 20);
-        EXPECT_EQ(samples.error().status, 415);
+        EXPECT_EQ(samples ? 200 : samples.error().status, 415) << bytes.substr(0, 20);
     }
+    std::filesystem::current_path(before);
     // Small when compressed, too long when decoded.
     EXPECT_EQ(decodedSpeech(tone, std::chrono::seconds(1)).error().status, 413);
 }

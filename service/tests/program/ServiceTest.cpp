@@ -142,6 +142,7 @@ TEST(Service, streamsCleanedTextAndTellsItsVersion) {
     EXPECT_EQ(textOf(client.Post("/api/chat", chat.dump(), "application/json")->body), "");
 
     EXPECT_EQ(client.Head("/api/version")->status, 200);
+    EXPECT_EQ(client.Get("/api/version", {{"Range", "bytes=0-3"}})->status, 200);
     const auto info = nlohmann::json::parse(client.Get("/api/version")->body);
     EXPECT_TRUE(info.at("build").is_number_integer());
     for (const char* key : {"version", "downloadUrl", "releaseNotes", "minVersion"})
