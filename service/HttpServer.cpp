@@ -103,7 +103,7 @@ bool HttpServer::process_and_close_socket(socket_t socket) {
              MSG_NOSIGNAL | MSG_DONTWAIT);
         shutdown(socket, SHUT_WR);
         char dropped[16384];
-        while (recv(socket, dropped, sizeof dropped, MSG_DONTWAIT) > 0) {
+        for (int i = 0; i < 16 && recv(socket, dropped, sizeof dropped, MSG_DONTWAIT) > 0; ++i) {
         }
         close(socket);
         m_print("refused a connection: too many");

@@ -1,5 +1,6 @@
 #include "service/RuleCleanup.h"
 
+#include <unicode/locid.h>
 #include <unicode/uchar.h>
 #include <unicode/unistr.h>
 
@@ -54,7 +55,7 @@ std::vector<Token> tokensOf(const UnicodeString& text) {
         if (lineFeeds > 0)
             gap = UnicodeString(std::min(lineFeeds, 2), UChar32('\n'), std::min(lineFeeds, 2));
         else
-            gap = tokens.empty() ? "" : " ";
+            gap = tokens.empty() ? u"" : u" ";
         i = end;
         while (end < text.length() && !u_isUWhiteSpace(text.char32At(end)))
             end = text.moveIndex32(end, 1);
@@ -70,7 +71,8 @@ std::vector<Token> tokensOf(const UnicodeString& text) {
 /// "UM" and "HMM" in capitals are abbreviations; "mm" is a unit; "er", "eu" and "hum" are words.
 bool isHesitation(const Token& token) {
     static constexpr std::array sounds = {"euh", "heu", "uh", "um", "uhm", "erm", "hm", "mh"};
-    if (token.core.length() < 2 || token.core == UnicodeString(token.core).toUpper())
+    if (token.core.length() < 2 ||
+        token.core == UnicodeString(token.core).toUpper(icu::Locale::getRoot()))
         return false;
     std::string once = token.foldedUtf8();  // drawn out as it may be
     once.erase(std::unique(once.begin(), once.end()), once.end());
@@ -100,7 +102,7 @@ bool doublesOnPurpose(const Token& token) {
 
 bool endsSentence(const UnicodeString& punctuation) {
     for (int32_t i = 0; i < punctuation.length(); ++i)
-        if (UnicodeString(".!?\u2026").indexOf(punctuation.charAt(i)) >= 0)
+        if (UnicodeString(u".!?\u2026").indexOf(punctuation.charAt(i)) >= 0)
             return true;
     return false;
 }
@@ -121,7 +123,7 @@ bool isPlainWord(const Token& token) {
         return false;
     for (int32_t i = 0; i < token.core.length(); i = token.core.moveIndex32(i, 1)) {
         const UChar32 character = token.core.char32At(i);
-        if (!isWordCharacter(character) && UnicodeString("'\u2019-").indexOf(character) < 0)
+        if (!isWordCharacter(character) && UnicodeString(u"'\u2019-").indexOf(character) < 0)
             return false;
     }
     return true;
@@ -129,9 +131,10 @@ bool isPlainWord(const Token& token) {
 
 void capitalise(Token& token) {
     const UChar32 first = token.core.char32At(0);
-    const bool mixedCase = token.core.compareBetween(U16_LENGTH(first), token.core.length(),
-                                                     UnicodeString(token.core).toLower(),
-                                                     U16_LENGTH(first), token.core.length()) != 0;
+    const bool mixedCase =
+        token.core.compareBetween(U16_LENGTH(first), token.core.length(),
+                                  UnicodeString(token.core).toLower(icu::Locale::getRoot()),
+                                  U16_LENGTH(first), token.core.length()) != 0;
     if (!mixedCase && isPlainWord(token))
         token.core.replace(0, U16_LENGTH(first), UnicodeString(u_toupper(first)));
 }
@@ -141,7 +144,7 @@ bool isEnglishI(const Token& token) {
     if (token.core.charAt(0) != 'i' || !isPlainWord(token))
         return false;
     std::string word;
-    token.folded().findAndReplace("\u2019", "'").toUTF8String(word);
+    token.folded().findAndReplace(u"\u2019", u"'").toUTF8String(word);
     return std::find(forms.begin(), forms.end(), word) != forms.end();
 }
 
@@ -150,7 +153,9 @@ std::vector<Token> withoutStammer(std::vector<Token> tokens) {
     UnicodeString pendingGap;
     for (Token& token : tokens) {
         if (isHesitation(token)) {
-            if (!kept.empty() && kept.back().after.isEmpty() && endsSentence(token.after))
+            const bool bare =
+                !kept.empty() && !kept.back().core.isEmpty() && kept.back().after.isEmpty();
+            if (bare && endsSentence(token.after))
                 kept.back().after = token.after;
             if (token.gap.length() > pendingGap.length() || token.gap.indexOf('\n') >= 0)
                 pendingGap = token.gap;

@@ -44,6 +44,7 @@ int serve(const Options& options) {
     sigaddset(&signals, SIGINT);
     sigaddset(&signals, SIGTERM);
     pthread_sigmask(SIG_BLOCK, &signals, nullptr);
+    signal(SIGPIPE, SIG_IGN);  // a log that nobody reads any more is no reason to stop
 
     std::optional<std::string> token;
     if (!options.tokenFile.empty()) {

@@ -21,6 +21,7 @@ TEST(RuleCleanup, removesHesitationsOnly) {
         {"euh bonjour heu à tous euuuh les amis", "Bonjour à tous les amis."},
         {"Euh, je viens demain", "Je viens demain."},
         {"is it right um?", "Is it right?"},
+        {"vraiment ? euh.", "Vraiment ?"},
         {"Heu", ""},
         {" \n ", ""},
         // Words and abbreviations that only look like one.
