@@ -42,9 +42,11 @@ class EventTapSource {
     using Handler = std::function<EventFate(const KeyEvent&)>;
 
     virtual ~EventTapSource() = default;
-    /// Whether the session lets this process observe and hold back key events. Cheap; at most 10 ms.
+    /// Whether the session lets this process observe and hold back key events. Takes at most 10 ms.
     virtual bool isTrusted() = 0;
-    /// Nothing when the tap could not be made.
+    /// Nothing when the tap could not be made. The handler is not called before this returned. When
+    /// the chord is not wholly down as a tap begins or is enabled again, its first event says that
+    /// Option is up, so that no release is ever missed.
     virtual std::unique_ptr<EventTap> createTap(Handler handler) = 0;
 };
 
