@@ -1,0 +1,123 @@
+#include "support/KeyLoggingWindow.h"
+
+#include <cstdlib>
+#include <stdexcept>
+#include <utility>
+
+#define explicit explicit_  // a field's name in this C header
+#include <xcb/xkb.h>
+#undef explicit
+
+#include "support/WaitUntil.h"
+
+namespace nulo {
+namespace {
+
+template <typename T>
+using Memory = std::unique_ptr<T, decltype(&std::free)>;
+
+}  // namespace
+
+KeyLoggingWindow::KeyLoggingWindow() : m_connection(xcb_connect(nullptr, nullptr), xcb_disconnect) {
+    xcb_connection_t* connection = m_connection.get();
+    if (xcb_connection_has_error(connection))
+        throw std::runtime_error("no X server for the window");
+    std::free(
+        xcb_xkb_use_extension_reply(connection, xcb_xkb_use_extension(connection, 1, 0), nullptr));
+    xcb_xkb_per_client_flags(connection, XCB_XKB_ID_USE_CORE_KBD,
+                             XCB_XKB_PER_CLIENT_FLAG_DETECTABLE_AUTO_REPEAT,
+                             XCB_XKB_PER_CLIENT_FLAG_DETECTABLE_AUTO_REPEAT, 0, 0, 0);
+    const xcb_screen_t* screen = xcb_setup_roots_iterator(xcb_get_setup(connection)).data;
+    m_window = xcb_generate_id(connection);
+    const std::uint32_t events =
+        XCB_EVENT_MASK_KEY_PRESS | XCB_EVENT_MASK_KEY_RELEASE | XCB_EVENT_MASK_BUTTON_PRESS;
+    xcb_create_window(connection, XCB_COPY_FROM_PARENT, m_window, screen->root, 0, 0, 200, 100, 0,
+                      XCB_WINDOW_CLASS_INPUT_OUTPUT, XCB_COPY_FROM_PARENT, XCB_CW_EVENT_MASK,
+                      &events);
+    const xcb_atom_t deleteWindow = atom("WM_DELETE_WINDOW");
+    xcb_change_property(connection, XCB_PROP_MODE_REPLACE, m_window, atom("WM_PROTOCOLS"),
+                        XCB_ATOM_ATOM, 32, 1, &deleteWindow);
+    xcb_map_window(connection, m_window);
+    takeFocus();
+}
+
+void KeyLoggingWindow::takeFocus() {
+    const bool focused = waitUntil([this] {
+        xcb_set_input_focus(m_connection.get(), XCB_INPUT_FOCUS_PARENT, m_window, XCB_CURRENT_TIME);
+        return hasFocus();
+    });
+    if (!focused)
+        throw std::runtime_error("the window did not get the focus");
+}
+
+bool KeyLoggingWindow::hasFocus() {
+    const Memory<xcb_get_input_focus_reply_t> reply(
+        xcb_get_input_focus_reply(m_connection.get(), xcb_get_input_focus(m_connection.get()),
+                                  nullptr),
+        std::free);
+    return reply && reply->focus == m_window;
+}
+
+bool KeyLoggingWindow::isGrabbed(int keycode) {
+    const auto key = static_cast<xcb_keycode_t>(keycode);
+    const Memory<xcb_generic_error_t> error(
+        xcb_request_check(m_connection.get(),
+                          xcb_grab_key_checked(m_connection.get(), 0, m_window, XCB_MOD_MASK_ANY,
+                                               key, XCB_GRAB_MODE_ASYNC, XCB_GRAB_MODE_ASYNC)),
+        std::free);
+    if (error)
+        return error->error_code == XCB_ACCESS;
+    xcb_ungrab_key(m_connection.get(), key, m_window, XCB_MOD_MASK_ANY);
+    xcb_flush(m_connection.get());
+    return false;
+}
+
+std::string KeyLoggingWindow::keys() {
+    hasFocus();  // a round trip brings all that is on its way
+    read();
+    return m_keys;
+}
+
+std::string KeyLoggingWindow::keysUntil(int fence) {
+    const std::string press = "+" + std::to_string(fence) + " ";
+    const std::string release = "-" + std::to_string(fence) + " ";
+    if (!waitUntil([&] { return keys().find(release) != std::string::npos; }))
+        return std::exchange(m_keys, "") + "(no fence)";
+    const std::string keys = m_keys.substr(0, m_keys.find(press));
+    m_keys.erase(0, m_keys.find(release) + release.size());
+    return keys.substr(0, keys.find_last_not_of(' ') + 1);
+}
+
+bool KeyLoggingWindow::wasAskedToClose() {
+    keys();
+    return m_askedToClose;
+}
+
+void KeyLoggingWindow::read() {
+    while (Memory<xcb_generic_event_t> event{xcb_poll_for_event(m_connection.get()), std::free}) {
+        const int type = event->response_type & 0x7F;
+        if (type == XCB_KEY_PRESS || type == XCB_KEY_RELEASE)
+            note(reinterpret_cast<const xcb_key_press_event_t&>(*event), type == XCB_KEY_PRESS);
+        if (type == XCB_CLIENT_MESSAGE)
+            m_askedToClose = true;
+    }
+}
+
+void KeyLoggingWindow::note(const xcb_key_press_event_t& event, bool press) {
+    const bool repeats = press && m_down[event.detail];
+    m_down[event.detail] = press;
+    m_keys += (repeats ? "=" : press ? "+" : "-") + std::to_string(event.detail) + " ";
+}
+
+xcb_atom_t KeyLoggingWindow::atom(const std::string& name) {
+    const Memory<xcb_intern_atom_reply_t> reply(
+        xcb_intern_atom_reply(
+            m_connection.get(),
+            xcb_intern_atom(m_connection.get(), 0, static_cast<std::uint16_t>(name.size()),
+                            name.c_str()),
+            nullptr),
+        std::free);
+    return reply ? reply->atom : static_cast<xcb_atom_t>(XCB_NONE);
+}
+
+}  // namespace nulo

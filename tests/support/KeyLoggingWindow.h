@@ -1,0 +1,42 @@
+#pragma once
+
+#include <xcb/xcb.h>
+
+#include <memory>
+#include <string>
+
+namespace nulo {
+
+/// An ordinary program's window on a connection of its own, which notes the keys it gets. Without a
+/// thread: it reads what has arrived when it is asked.
+class KeyLoggingWindow {
+  public:
+    /// Returns when the window has the focus.
+    KeyLoggingWindow();
+
+    /// Everything so far: "+64" for a press, "-64" for a release, by keycode and separated by
+    /// spaces; "=64" is an auto-repeat.
+    std::string keys();
+    /// What came since the last call, up to a press and release of `fence`, which it waits for.
+    std::string keysUntil(int fence);
+    /// Whether a window manager asked it to close.
+    bool wasAskedToClose();
+    bool hasFocus();
+    void takeFocus();
+    /// Whether another program holds this key of this window.
+    bool isGrabbed(int keycode);
+    xcb_window_t window() const { return m_window; }
+
+  private:
+    void read();
+    void note(const xcb_key_press_event_t& event, bool press);
+    xcb_atom_t atom(const std::string& name);
+
+    std::unique_ptr<xcb_connection_t, void (*)(xcb_connection_t*)> m_connection;
+    xcb_window_t m_window;
+    std::string m_keys;
+    bool m_down[256] = {};
+    bool m_askedToClose = false;
+};
+
+}  // namespace nulo

@@ -1,0 +1,47 @@
+#include "support/XTestKeyboard.h"
+
+#include <xcb/xtest.h>
+
+#include <chrono>
+#include <cstdlib>
+#include <stdexcept>
+#include <thread>
+
+namespace nulo {
+
+XTestKeyboard::XTestKeyboard() : m_connection(xcb_connect(nullptr, nullptr), xcb_disconnect) {
+    if (xcb_connection_has_error(m_connection.get()))
+        throw std::runtime_error("no X server for the keyboard");
+}
+
+void XTestKeyboard::tap(Key key) {
+    press(key);
+    release(key);
+}
+
+void XTestKeyboard::button(bool down) {
+    inject(down ? XCB_BUTTON_PRESS : XCB_BUTTON_RELEASE, 1);
+}
+
+void XTestKeyboard::send(Key key, bool down) {
+    inject(down ? XCB_KEY_PRESS : XCB_KEY_RELEASE, key);
+}
+
+void XTestKeyboard::inject(std::uint8_t type, std::uint8_t detail) {
+    xcb_test_fake_input(m_connection.get(), type, detail, XCB_CURRENT_TIME, XCB_NONE, 0, 0, 0);
+    keysDown();
+    std::this_thread::sleep_for(std::chrono::milliseconds(2));
+}
+
+std::set<int> XTestKeyboard::keysDown() {
+    const std::unique_ptr<xcb_query_keymap_reply_t, decltype(&std::free)> reply(
+        xcb_query_keymap_reply(m_connection.get(), xcb_query_keymap(m_connection.get()), nullptr),
+        std::free);
+    std::set<int> keys;
+    for (int key = 0; reply && key < 256; ++key)
+        if (reply->keys[key / 8] >> (key % 8) & 1)
+            keys.insert(key);
+    return keys;
+}
+
+}  // namespace nulo
