@@ -21,10 +21,6 @@ bool isPresent(xcb_connection_t* connection, xcb_extension_t* extension) {
     return data && data->present;
 }
 
-int groupOf(std::uint16_t state) {
-    return (state >> 13) & 3;
-}
-
 const xcb_key_press_event_t& asKey(const xcb_generic_event_t& event) {
     return reinterpret_cast<const xcb_key_press_event_t&>(event);
 }
@@ -168,7 +164,7 @@ void X11EventTapSession::begin() {
 }
 
 bool X11EventTapSession::handleEvents() {
-    for (;;) {
+    while (!xcb_connection_has_error(m_connection.get())) {
         if (const Event event = nextEvent()) {
             handleEvent(*event);
             continue;
@@ -305,7 +301,6 @@ void X11EventTapSession::handleGrabbedKey(const xcb_key_press_event_t& event,
                                           std::uint32_t sequence) {
     if (m_held)
         return;  // a leftover from before the present grab
-    m_group = groupOf(event.state);
     const bool press = (event.response_type & 0x7F) == XCB_KEY_PRESS;
     const bool heralded =
         press && m_heraldedOption == std::pair(event.detail, std::uint32_t(event.time));

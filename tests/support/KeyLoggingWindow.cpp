@@ -37,17 +37,18 @@ KeyLoggingWindow::KeyLoggingWindow() : m_connection(xcb_connect(nullptr, nullptr
     const xcb_atom_t deleteWindow = atom("WM_DELETE_WINDOW");
     xcb_change_property(connection, XCB_PROP_MODE_REPLACE, m_window, atom("WM_PROTOCOLS"),
                         XCB_ATOM_ATOM, 32, 1, &deleteWindow);
-    xcb_map_window(connection, m_window);
     takeFocus();
 }
 
 void KeyLoggingWindow::takeFocus() {
-    const bool focused = waitUntil([this] {
+    for (int tries = 0; tries < 20; ++tries) {
+        // A window manager that has only just begun may miss a request to map.
+        xcb_map_window(m_connection.get(), m_window);
         xcb_set_input_focus(m_connection.get(), XCB_INPUT_FOCUS_PARENT, m_window, XCB_CURRENT_TIME);
-        return hasFocus();
-    });
-    if (!focused)
-        throw std::runtime_error("the window did not get the focus");
+        if (waitUntil([this] { return hasFocus(); }, std::chrono::milliseconds(500)))
+            return;
+    }
+    throw std::runtime_error("the window did not get the focus");
 }
 
 bool KeyLoggingWindow::hasFocus() {
@@ -59,17 +60,34 @@ bool KeyLoggingWindow::hasFocus() {
 }
 
 bool KeyLoggingWindow::isGrabbed(int keycode) {
+    xcb_connection_t* connection = m_connection.get();
     const auto key = static_cast<xcb_keycode_t>(keycode);
+    xcb_grab_server(connection);  // so that nobody finds the key grabbed by the question
     const Memory<xcb_generic_error_t> error(
-        xcb_request_check(m_connection.get(),
-                          xcb_grab_key_checked(m_connection.get(), 0, m_window, XCB_MOD_MASK_ANY,
-                                               key, XCB_GRAB_MODE_ASYNC, XCB_GRAB_MODE_ASYNC)),
+        xcb_request_check(connection,
+                          xcb_grab_key_checked(connection, 0, m_window, XCB_MOD_MASK_ANY, key,
+                                               XCB_GRAB_MODE_ASYNC, XCB_GRAB_MODE_ASYNC)),
         std::free);
-    if (error)
-        return error->error_code == XCB_ACCESS;
-    xcb_ungrab_key(m_connection.get(), key, m_window, XCB_MOD_MASK_ANY);
-    xcb_flush(m_connection.get());
-    return false;
+    if (!error)
+        xcb_ungrab_key(connection, key, m_window, XCB_MOD_MASK_ANY);
+    xcb_ungrab_server(connection);
+    xcb_flush(connection);
+    return error && error->error_code == XCB_ACCESS;
+}
+
+void KeyLoggingWindow::grabKey(int keycode) {
+    xcb_grab_key(m_connection.get(), 0, m_window, XCB_MOD_MASK_ANY,
+                 static_cast<xcb_keycode_t>(keycode), XCB_GRAB_MODE_ASYNC, XCB_GRAB_MODE_ASYNC);
+    hasFocus();
+}
+
+void KeyLoggingWindow::grabKeyboard(bool grab) {
+    if (grab)
+        xcb_grab_keyboard_unchecked(m_connection.get(), 0, m_window, XCB_CURRENT_TIME,
+                                    XCB_GRAB_MODE_ASYNC, XCB_GRAB_MODE_ASYNC);
+    else
+        xcb_ungrab_keyboard(m_connection.get(), XCB_CURRENT_TIME);
+    hasFocus();
 }
 
 std::string KeyLoggingWindow::keys() {

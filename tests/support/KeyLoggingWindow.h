@@ -25,6 +25,10 @@ class KeyLoggingWindow {
     void takeFocus();
     /// Whether another program holds this key of this window.
     bool isGrabbed(int keycode);
+    /// Takes the key of this window for itself, as a program of its own.
+    void grabKey(int keycode);
+    /// Takes the whole keyboard, as a screen lock does.
+    void grabKeyboard(bool grab);
     xcb_window_t window() const { return m_window; }
 
   private:

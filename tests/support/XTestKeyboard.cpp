@@ -1,8 +1,10 @@
 #include "support/XTestKeyboard.h"
 
+#define explicit explicit_  // a field's name in this C header
+#include <xcb/xkb.h>
+#undef explicit
 #include <xcb/xtest.h>
 
-#include <chrono>
 #include <cstdlib>
 #include <stdexcept>
 #include <thread>
@@ -12,6 +14,8 @@ namespace nulo {
 XTestKeyboard::XTestKeyboard() : m_connection(xcb_connect(nullptr, nullptr), xcb_disconnect) {
     if (xcb_connection_has_error(m_connection.get()))
         throw std::runtime_error("no X server for the keyboard");
+    std::free(xcb_xkb_use_extension_reply(
+        m_connection.get(), xcb_xkb_use_extension(m_connection.get(), 1, 0), nullptr));
 }
 
 void XTestKeyboard::tap(Key key) {
@@ -30,7 +34,13 @@ void XTestKeyboard::send(Key key, bool down) {
 void XTestKeyboard::inject(std::uint8_t type, std::uint8_t detail) {
     xcb_test_fake_input(m_connection.get(), type, detail, XCB_CURRENT_TIME, XCB_NONE, 0, 0, 0);
     keysDown();
-    std::this_thread::sleep_for(std::chrono::milliseconds(2));
+    std::this_thread::sleep_for(pace);
+}
+
+void XTestKeyboard::lockGroup(int group) {
+    xcb_xkb_latch_lock_state(m_connection.get(), XCB_XKB_ID_USE_CORE_KBD, 0, 0, 1,
+                             static_cast<std::uint8_t>(group), 0, 0, 0);
+    keysDown();
 }
 
 std::set<int> XTestKeyboard::keysDown() {

@@ -2,6 +2,7 @@
 
 #include <xcb/xcb.h>
 
+#include <chrono>
 #include <memory>
 #include <set>
 
@@ -24,12 +25,16 @@ class XTestKeyboard {
 
     XTestKeyboard();
 
-    /// Returns when the server has taken the event, and a moment has passed: a person's events
-    /// never come at the same time.
+    /// How long to wait after each event: a person's never come at the same time. Window managers
+    /// need a human pace.
+    std::chrono::milliseconds pace{2};
+
     void press(Key key) { send(key, true); }
     void release(Key key) { send(key, false); }
     void tap(Key key);
     void button(bool down);
+    /// Switches to a group of the layout, from 0.
+    void lockGroup(int group);
     /// The keycodes that the server believes to be down.
     std::set<int> keysDown();
 

@@ -1,0 +1,96 @@
+#pragma once
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <map>
+#include <memory>
+#include <optional>
+#include <string>
+#include <utility>
+
+#include "fakes/FakeMainQueue.h"
+#include "fakes/PrintedLines.h"
+#include "hotkey/GlobalKeyMonitor.h"
+#include "platform/Backends.h"
+#include "platform/InjectionGate.h"
+#include "support/KeyLoggingWindow.h"
+#include "support/TestXServer.h"
+#include "support/WaitUntil.h"
+#include "support/XTestKeyboard.h"
+
+namespace nulo {
+
+using Keyboard = XTestKeyboard;
+
+/// A user's monitor and keyboard on a private X server.
+class KeyDesktop {
+  public:
+    explicit KeyDesktop(TestXServer::WindowManager windowManager = TestXServer::WindowManager::none)
+        : server(windowManager), source(makeX11EventTapSource(gate, printed.print())) {
+        keyboard.emplace();
+        monitor.emplace(*source, queue, printed.print(), nullptr);
+        monitor->onRecordStart = [this] { calls += '+'; };
+        monitor->onRecordStop = [this] { calls += '-'; };
+        monitor->start();
+        EXPECT_TRUE(monitor->isEventTapAlive());
+    }
+
+    ~KeyDesktop() {
+        // Whatever a test did: no key is down, and a fresh program gets plain keys.
+        EXPECT_THAT(keyboard->keysDown(), testing::IsEmpty());
+        KeyLoggingWindow fresh;
+        keyboard->tap(Keyboard::a);
+        EXPECT_EQ(typed(fresh), "+38 -38");
+    }
+
+    /// What was called since the last time, '+' a start and '-' a stop, once it is as long as
+    /// expected.
+    std::string takeCalls(std::size_t expected) {
+        waitUntil([&] {
+            queue.runPending();
+            return calls.size() >= expected;
+        });
+        return std::exchange(calls, "");
+    }
+
+    /// Returns when the tap follows the focus to the window.
+    static bool isTapped(KeyLoggingWindow& window) {
+        return waitUntil([&] { return window.isGrabbed(Keyboard::altLeft); });
+    }
+
+    /// What the window got since the last call.
+    std::string typed(KeyLoggingWindow& window) {
+        keyboard->tap(Keyboard::f12);
+        return window.keysUntil(Keyboard::f12);
+    }
+
+    /// Capitals press, small letters release: O Option, S Space, A and X other keys, F Shift,
+    /// R the right Option key.
+    void play(const std::string& events) {
+        for (const char event : events) {
+            const auto key =
+                std::map<char, Keyboard::Key>{
+                    {'O', Keyboard::altLeft}, {'S', Keyboard::space}, {'A', Keyboard::a},
+                    {'X', Keyboard::s},       {'F', Keyboard::shift}, {'R', Keyboard::altRight},
+                    {'T', Keyboard::tab},     {'Q', Keyboard::f4},
+                }
+                    .at(static_cast<char>(std::toupper(event)));
+            if (std::isupper(event))
+                keyboard->press(key);
+            else
+                keyboard->release(key);
+        }
+    }
+
+    TestXServer server;
+    InjectionGate gate;
+    FakeMainQueue queue;
+    PrintedLines printed;
+    std::string calls;
+    std::unique_ptr<EventTapSource> source;
+    std::optional<XTestKeyboard> keyboard;
+    std::optional<GlobalKeyMonitor> monitor;
+};
+
+}  // namespace nulo
