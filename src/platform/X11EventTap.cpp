@@ -134,6 +134,11 @@ class X11EventTap final : public EventTap {
         const bool hidSpace = m_session ? m_session->isHidingSpace() : m_hidSpace;
         closeSession();
         auto opened = X11EventTapSession::open(m_gate, m_handler, hidSpace);
+        // The server may not have noticed yet that the connection before, with its grabs, is gone.
+        for (int tries = 1; !opened && tries < 5 && !hasQuit(); ++tries) {
+            std::this_thread::sleep_for(std::chrono::milliseconds(20));
+            opened = X11EventTapSession::open(m_gate, m_handler, hidSpace);
+        }
         adopt(opened ? std::move(opened.value()) : nullptr);
         const std::lock_guard lock(m_mutex);
         m_enableRequested = false;

@@ -105,10 +105,21 @@ void X11EventTapSession::forward(const xcb_key_press_event_t& event) {
                    reinterpret_cast<const char*>(&copy));
 }
 
-/// Lets the queue's events go their usual way, window manager included, and holds what follows.
+/// Lets the queue's events go their usual way, window manager included, and holds what follows. A
+/// repeat of Space that is among them is caught by a grab for the moment.
 void X11EventTapSession::letThrough() {
-    xcb_ungrab_keyboard(m_connection.get(), XCB_CURRENT_TIME);
+    xcb_connection_t* connection = m_connection.get();
+    std::vector<xcb_keycode_t> spaces;
+    for (int key = 0; key < 256; ++key)
+        if (m_down.test(key) && m_keys.isSpace(static_cast<xcb_keycode_t>(key), m_group))
+            spaces.push_back(static_cast<xcb_keycode_t>(key));
+    for (const auto space : spaces)
+        xcb_grab_key(connection, 0, m_grabWindow, XCB_MOD_MASK_ANY, space, XCB_GRAB_MODE_ASYNC,
+                     XCB_GRAB_MODE_SYNC);
+    xcb_ungrab_keyboard(connection, XCB_CURRENT_TIME);
     hold();
+    for (const auto space : spaces)
+        xcb_ungrab_key(connection, space, m_grabWindow, XCB_MOD_MASK_ANY);
 }
 
 void X11EventTapSession::hold() {

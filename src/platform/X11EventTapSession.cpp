@@ -36,6 +36,12 @@ X11EventTapSession::X11EventTapSession(InjectionGate& gate, const Handler& handl
     : m_gate(gate), m_handler(handler) {}
 
 X11EventTapSession::~X11EventTapSession() {
+    if (m_connection && !xcb_connection_has_error(m_connection.get())) {
+        // Another session may follow at once: the server must have seen the grabs go before.
+        dropGrabs();
+        xcb_ungrab_keyboard(m_connection.get(), XCB_CURRENT_TIME);
+        focusWindow();
+    }
     m_connection.reset();
     m_gate.setKeyboardHeld(false);
 }
