@@ -35,8 +35,7 @@ void require(bool condition, const std::string& failure) {
 
 }  // namespace
 
-DesktopSession::DesktopSession()
-    : m_xServer({.windowManager = true}), m_keyboard(m_xServer.display()) {}
+DesktopSession::DesktopSession() : m_xServer(TestXServer::WindowManager::openbox) {}
 
 fs::path DesktopSession::pipelineLog() const {
     return m_home / "Library/Logs/nulo/pipeline.log";
@@ -63,16 +62,11 @@ void DesktopSession::writeConfig(const std::string& provider, const std::string&
 }
 
 void DesktopSession::startTextWindow() {
-    const fs::path keys = m_home / "keys";
     m_textWindow = std::make_unique<ChildProcess>(
         std::vector<std::string>{binaries / "nulo-text-window", "--title", "Letter", "--file",
-                                 m_home / "text", "--keys", keys},
+                                 m_home / "text"},
         ChildProcess::Options{environment(), m_home / "text-window.log"});
-    // A key that changes nothing shows when the window has the focus.
-    require(waitUntil([&] {
-                m_keyboard.tap("Shift_L");
-                return fs::exists(keys) && fs::file_size(keys) > 0;
-            }),
+    require(waitUntil([&] { return fs::exists(m_home / "text"); }),
             "the text window did not get the focus: " + contentOf(m_home / "text-window.log"));
 }
 
@@ -98,13 +92,13 @@ void DesktopSession::dictate(const fs::path& soundFile) {
 }
 
 void DesktopSession::pressChord() {
-    m_keyboard.press("Alt_L");
-    m_keyboard.press("space");
+    m_keyboard.press(XTestKeyboard::altLeft);
+    m_keyboard.press(XTestKeyboard::space);
 }
 
 void DesktopSession::releaseChord() {
-    m_keyboard.release("space");
-    m_keyboard.release("Alt_L");
+    m_keyboard.release(XTestKeyboard::space);
+    m_keyboard.release(XTestKeyboard::altLeft);
 }
 
 std::string DesktopSession::text() const {
@@ -137,8 +131,8 @@ std::optional<std::string> DesktopSession::waitForPrinted(const std::string& par
     return found;
 }
 
-bool DesktopSession::noKeyIsDown() const {
-    return m_keyboard.nothingIsDown();
+bool DesktopSession::noKeyIsDown() {
+    return m_keyboard.keysDown().empty();
 }
 
 void DesktopSession::screenshot(const fs::path& file) const {

@@ -55,7 +55,7 @@ class DesktopSession {
         const std::string& part,
         std::chrono::milliseconds timeout = std::chrono::seconds(20)) const;
     /// No key is down as far as the X server knows.
-    bool noKeyIsDown() const;
+    bool noKeyIsDown();
 
     void screenshot(const std::filesystem::path& file) const;
     TestSoundServer& soundServer() { return m_soundServer; }
