@@ -1,5 +1,4 @@
 #include <sys/socket.h>
-#include <sys/stat.h>
 
 #include <condition_variable>
 #include <filesystem>
@@ -23,10 +22,9 @@ constexpr auto started = "Global key monitor started (Option+Space)";
 std::set<int> openSockets() {
     std::set<int> sockets;
     for (const auto& entry : std::filesystem::directory_iterator("/proc/self/fd")) {
-        struct stat status {};
-        const int descriptor = std::stoi(entry.path().filename());
-        if (fstat(descriptor, &status) == 0 && S_ISSOCK(status.st_mode))
-            sockets.insert(descriptor);
+        std::error_code ignored;  // the listing's own descriptor is gone again
+        if (std::filesystem::read_symlink(entry.path(), ignored).string().starts_with("socket:"))
+            sockets.insert(std::stoi(entry.path().filename()));
     }
     return sockets;
 }
