@@ -110,8 +110,10 @@ class X11EventTap final : public EventTap {
 
         bool begins = true;
         while (!hasQuit()) {
-            if (takeEnableRequest())
-                begins = reopen();
+            if (isEnableRequested()) {
+                reopen();
+                begins = true;
+            }
             if (m_session)
                 work(std::exchange(begins, false));
             answerProbe();
@@ -125,12 +127,12 @@ class X11EventTap final : public EventTap {
         return m_quit;
     }
 
-    bool takeEnableRequest() {
+    bool isEnableRequested() {
         const std::lock_guard lock(m_mutex);
         return m_enableRequested;
     }
 
-    bool reopen() {
+    void reopen() {
         const bool hidSpace = m_session ? m_session->isHidingSpace() : m_hidSpace;
         closeSession();
         auto opened = X11EventTapSession::open(m_gate, m_handler, hidSpace);
@@ -143,7 +145,6 @@ class X11EventTap final : public EventTap {
         const std::lock_guard lock(m_mutex);
         m_enableRequested = false;
         m_grabsAreAlive = true;
-        return true;
     }
 
     void work(bool begins) {

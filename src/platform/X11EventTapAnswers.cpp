@@ -45,11 +45,23 @@ bool X11EventTapSession::settle() {
             return true;
         m_queue.pop_front();
     }
-    if (!mustHold())
-        release();
-    else if (!m_queue.empty())
+    if (!m_queue.empty() && mustHold())
         letThrough();
+    else if (!m_queue.empty() && !m_queue.front().press)
+        replayRelease();
+    else if (!mustHold())
+        release();
     return true;
+}
+
+/// Space's release, mostly, without the repeats of Space that may be queued before it.
+void X11EventTapSession::replayRelease() {
+    QueuedKey key = m_queue.front();
+    key.fate = EventFate::swallow;  // taken out, not copied
+    if (!stepTo(key))
+        return;
+    xcb_allow_events(m_connection.get(), XCB_ALLOW_REPLAY_KEYBOARD, XCB_CURRENT_TIME);
+    setHeld(false);
 }
 
 void X11EventTapSession::handOn() {

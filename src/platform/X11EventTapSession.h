@@ -93,6 +93,7 @@ class X11EventTapSession {
     void enqueue(xcb_keycode_t key, bool press, EventFate fate);
     bool settle();
     void handOn();
+    void replayRelease();
     bool stepTo(const QueuedKey& key);
     Event awaitGrabbedKey(std::uint32_t since);
     void forward(const xcb_key_press_event_t& event);

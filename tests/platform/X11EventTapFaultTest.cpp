@@ -228,6 +228,21 @@ class MonitorProcess {
         });
     }
 
+    /// Returns when not one of its threads runs any more.
+    bool stop() {
+        process.signal(SIGSTOP);
+        return waitUntil([&] {
+            const auto threads = "/proc/" + std::to_string(process.pid()) + "/task";
+            for (const auto& thread : std::filesystem::directory_iterator(threads)) {
+                std::ostringstream text;
+                text << std::ifstream(thread.path() / "stat").rdbuf();
+                if (text.str().find(") T ") == std::string::npos)
+                    return false;
+            }
+            return true;
+        });
+    }
+
     TemporaryFolder folder;
     ChildProcess process;
 };
@@ -241,7 +256,7 @@ TEST(X11EventTapFault, givesTheKeyboardBackAfterBeingStopped) {
     keyboard.press(Keyboard::altLeft);
     keyboard.press(Keyboard::space);
     ASSERT_TRUE(monitor.prints("start"));
-    monitor.process.signal(SIGSTOP);
+    ASSERT_TRUE(monitor.stop());
     keyboard.release(Keyboard::space);
     keyboard.release(Keyboard::altLeft);
     keyboard.tap(Keyboard::a);
@@ -257,7 +272,7 @@ TEST(X11EventTapFault, givesTheKeyboardBackAfterBeingStopped) {
 
     ASSERT_TRUE(KeyDesktop::isTapped(window));
     keyboard.press(Keyboard::altLeft);
-    monitor.process.signal(SIGSTOP);
+    ASSERT_TRUE(monitor.stop());
     keyboard.tap(Keyboard::a);
     EXPECT_EQ(window.keys(), "");
     monitor.process.signal(SIGKILL);
