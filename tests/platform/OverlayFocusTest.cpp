@@ -5,14 +5,12 @@
 #include <QApplication>
 #include <QScreen>
 #include <cstdlib>
-#include <fstream>
 #include <map>
 #include <memory>
 
 #include "fakes/FakeClock.h"
 #include "fakes/FakeMainQueue.h"
-#include "support/ChildProcess.h"
-#include "support/TemporaryFolder.h"
+#include "support/TestXServer.h"
 #include "support/WaitUntil.h"
 #include "ui/WaveformWindow.h"
 
@@ -31,10 +29,7 @@ Reply<T> owned(T* reply) {
 class OverlayFocusTest : public testing::Test {
   protected:
     OverlayFocusTest() {
-        std::string number;
-        EXPECT_TRUE(waitUntil([&] { return bool(std::getline(std::ifstream(m_log), number)); }));
-        m_display = ":" + number;
-        m_connection = xcb_connect(m_display.c_str(), nullptr);
+        m_connection = xcb_connect(m_server.display().c_str(), nullptr);
         m_root = xcb_setup_roots_iterator(xcb_get_setup(m_connection)).data->root;
         m_client = xcb_generate_id(m_connection);
         const uint32_t events = XCB_EVENT_MASK_STRUCTURE_NOTIFY | XCB_EVENT_MASK_FOCUS_CHANGE |
@@ -43,12 +38,6 @@ class OverlayFocusTest : public testing::Test {
                           XCB_WINDOW_CLASS_INPUT_OUTPUT, XCB_COPY_FROM_PARENT, XCB_CW_EVENT_MASK,
                           &events);
         xcb_map_window(m_connection, m_client);
-        EXPECT_TRUE(waitUntil([&] { return countEvents(XCB_MAP_NOTIFY) == 1; }));
-        m_manager = std::make_unique<ChildProcess>(
-            std::vector<std::string>{"openbox", "--sm-disable"},
-            ChildProcess::Options{{"DISPLAY=" + m_display, "HOME=" + m_folder.path().string()},
-                                  {}});
-        EXPECT_TRUE(waitUntil([&] { return countEvents(XCB_REPARENT_NOTIFY) == 1; }));
         EXPECT_TRUE(waitUntil([&] {  // refused as long as the manager is not done with the window
             xcb_set_input_focus(m_connection, XCB_INPUT_FOCUS_POINTER_ROOT, m_client,
                                 XCB_CURRENT_TIME);
@@ -105,13 +94,7 @@ class OverlayFocusTest : public testing::Test {
         });
     }
 
-    TemporaryFolder m_folder;
-    std::filesystem::path m_log = m_folder / "xvfb.log";
-    ChildProcess m_server{
-        {"Xvfb", "-displayfd", "1", "-screen", "0", "1280x800x24", "-noreset", "-nolisten", "tcp"},
-        {{}, m_log}};
-    std::unique_ptr<ChildProcess> m_manager;
-    std::string m_display;
+    TestXServer m_server{TestXServer::WindowManager::openbox, "1280x800x24"};
     xcb_connection_t* m_connection = nullptr;
     xcb_window_t m_root = XCB_NONE;
     xcb_window_t m_client = XCB_NONE;
@@ -122,7 +105,6 @@ class OverlayFocusTest : public testing::Test {
 // changed, clicked or dragged; that is covered by that program or stands elsewhere.
 TEST_F(OverlayFocusTest, staysAboveWithoutEverTakingTheFocus) {
     qputenv("QT_QPA_PLATFORM", "xcb");
-    qputenv("DISPLAY", m_display.c_str());
     char name[] = "overlay";
     char* arguments[] = {name, nullptr};
     int argumentCount = 1;

@@ -26,29 +26,29 @@ std::string readLine(int descriptor) {
     return line;
 }
 
-bool hasWindowManager() {
+/// Whether a new window is framed at once. openbox announces itself before it really manages
+/// windows; one that is mapped in between is never seen again.
+bool managesWindows() {
     const std::unique_ptr<xcb_connection_t, decltype(&xcb_disconnect)> connection(
         xcb_connect(nullptr, nullptr), xcb_disconnect);
-    if (xcb_connection_has_error(connection.get()))
+    xcb_connection_t* const server = connection.get();
+    if (xcb_connection_has_error(server))
         return false;
-    const std::string name = "_NET_SUPPORTING_WM_CHECK";
-    const std::unique_ptr<xcb_intern_atom_reply_t, decltype(&std::free)> atom(
-        xcb_intern_atom_reply(
-            connection.get(),
-            xcb_intern_atom(connection.get(), 0, static_cast<std::uint16_t>(name.size()),
-                            name.c_str()),
-            nullptr),
-        std::free);
-    if (!atom)
-        return false;
-    const xcb_window_t root = xcb_setup_roots_iterator(xcb_get_setup(connection.get())).data->root;
-    const std::unique_ptr<xcb_get_property_reply_t, decltype(&std::free)> property(
-        xcb_get_property_reply(
-            connection.get(),
-            xcb_get_property(connection.get(), 0, root, atom->atom, XCB_ATOM_WINDOW, 0, 1),
-            nullptr),
-        std::free);
-    return property && property->value_len == 1;
+    const xcb_window_t root = xcb_setup_roots_iterator(xcb_get_setup(server)).data->root;
+    const xcb_window_t window = xcb_generate_id(server);
+    const std::uint32_t events = XCB_EVENT_MASK_STRUCTURE_NOTIFY;
+    xcb_create_window(server, XCB_COPY_FROM_PARENT, window, root, 0, 0, 50, 50, 0,
+                      XCB_WINDOW_CLASS_INPUT_OUTPUT, XCB_COPY_FROM_PARENT, XCB_CW_EVENT_MASK,
+                      &events);
+    xcb_map_window(server, window);
+    xcb_flush(server);
+    return waitUntil(
+        [server] {
+            const std::unique_ptr<xcb_generic_event_t, decltype(&std::free)> event(
+                xcb_poll_for_event(server), std::free);
+            return event && (event->response_type & 0x7f) == XCB_REPARENT_NOTIFY;
+        },
+        std::chrono::milliseconds(200));
 }
 
 }  // namespace
@@ -93,7 +93,7 @@ void TestXServer::startServer(const std::string& screen) {
 
 void TestXServer::startWindowManager() {
     m_windowManager.emplace(std::vector<std::string>{"openbox", "--sm-disable"});
-    if (!waitUntil(hasWindowManager, std::chrono::seconds(20)))
+    if (!waitUntil(managesWindows, std::chrono::seconds(20)))
         throw std::runtime_error("openbox did not start");
 }
 
