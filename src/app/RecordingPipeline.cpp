@@ -137,16 +137,11 @@ void RecordingPipeline::rawTranscriptArrived(const RunPointer& run, const TextRe
     if (!result) {
         const std::string description = describe(result.error());
         m_parts.log.log("ERROR: " + description);
-        m_parts.print("Raw transcription failed: " + description);
-        m_parts.overlay.hide();
-        return;
+        return abandon("Raw transcription failed: " + description);
     }
     const std::string& text = result.value();
-    if (text.empty()) {
-        m_parts.print("Transcription returned empty text.");
-        m_parts.overlay.hide();
-        return;
-    }
+    if (text.empty())
+        return abandon("Transcription returned empty text.");
     m_parts.pasteboard.setString(text);
     m_parts.log.log("Raw transcription copied: " + characters(text));
     m_parts.print("Raw transcription mode — text copied: " + text);
@@ -213,17 +208,13 @@ void RecordingPipeline::firstStageArrived(const RunPointer& run, const TextResul
     deleteAudioFile(run->file);
     if (!result) {
         const std::string description = describe(result.error());
-        m_parts.print("Transcription failed: " + description);
+        abandon("Transcription failed: " + description);
         debugPrint(*run, "Pipeline failed: " + description);
-        m_parts.overlay.hide();
         return;
     }
     const std::string& text = result.value();
-    if (text.empty()) {
-        m_parts.print("Transcription returned empty text.");
-        m_parts.overlay.hide();
-        return;
-    }
+    if (text.empty())
+        return abandon("Transcription returned empty text.");
     m_parts.print("Raw transcription: " + text);
     debugPrint(*run, "Transcription: " + milliseconds(ms) + ", " + characters(text));
     if (!run->config || !m_service) {
@@ -269,6 +260,11 @@ void RecordingPipeline::cleanupArrived(const RunPointer& run, const std::string&
         m_parts.print("Cleanup failed (" + describe(result.error()) + "), raw text copied.");
     }
     finish(run, streamedDelaySeconds);
+}
+
+void RecordingPipeline::abandon(const std::string& line) {
+    m_parts.print(line);
+    m_parts.overlay.hide();
 }
 
 void RecordingPipeline::finish(const RunPointer& run, double delaySeconds) {

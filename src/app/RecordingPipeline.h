@@ -70,6 +70,9 @@ class RecordingPipeline {
     /// Asks for the plain transcript and hands it to `next` on the main thread.
     void transcribe(const RunPointer& run,
                     void (RecordingPipeline::*next)(const RunPointer&, const TextResult&));
+    /// Ends a run without a text.
+    void abandon(const std::string& line);
+    /// Ends a run whose text is on the clipboard: hides the overlay, then pastes.
     void finish(const RunPointer& run, double delaySeconds);
     void debugStep(const Run& run, const std::string& text, DictationOverlay::DebugStep step);
     void debugPrint(const Run& run, const std::string& text);

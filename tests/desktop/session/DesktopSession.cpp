@@ -71,6 +71,7 @@ void DesktopSession::startTextWindow() {
 }
 
 void DesktopSession::startNulo() {
+    fs::remove(m_home / "output");
     m_nulo =
         std::make_unique<ChildProcess>(std::vector<std::string>{binaries / "nulo"},
                                        ChildProcess::Options{environment(), m_home / "output"});
