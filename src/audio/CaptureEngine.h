@@ -12,19 +12,19 @@ namespace nulo {
 /// take. Main thread, except for the tap.
 class CaptureEngine {
   public:
-    /// Called on the capture thread with each buffer, nominally 1,024 frames, in practice any number
-    /// from 1 up. The frames are valid during the call only.
+    /// Called on the capture thread with each buffer, nominally 1,024 frames, in practice any
+    /// number from 1 up. The frames are valid during the call only.
     using Tap = std::function<void(std::span<const float> frames)>;
-    /// Called once, on the main thread, when capture ended by itself: the microphone was unplugged or
-    /// the sound server died. The take so far is good; stop() is still to be called.
+    /// Called once, on the main thread, when capture ended by itself: the microphone was unplugged
+    /// or the sound server died. The take so far is good; stop() is still to be called.
     using Interrupted = std::function<void(const Error& reason)>;
 
     virtual ~CaptureEngine() = default;
     /// Frames per second of the input device, always one that the AAC encoder takes. Waits at most
     /// 10 ms. Fails when there is no microphone, no sound server or no access to it.
     virtual Result<double> inputSampleRate() = 0;
-    /// Opens the stream at inputSampleRate(). Returns at once; a failure that is only known later is
-    /// reported through `interrupted`.
+    /// Opens the stream at inputSampleRate(). Returns at once; a failure that is only known later
+    /// is reported through `interrupted`.
     virtual Outcome start(Tap tap, Interrupted interrupted) = 0;
     /// Hands on what was captured up to now, then ends the stream. No tap call begins after it
     /// returns. Waits a few milliseconds at most, also when the server hangs.

@@ -1,33 +1,22 @@
 #include "transcription/TranscriptionService.h"
 
-#include <array>
 #include <chrono>
+#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
-#include <fstream>
 #include <nlohmann/json.hpp>
 #include <utility>
 
-#include "base/Text.h"
+#include "base/FileIO.h"
 #include "base/HttpUrl.h"
+#include "base/Text.h"
 #include "transcription/MultipartForm.h"
 
 namespace nulo {
 namespace {
 
-std::optional<std::string> readFile(const std::filesystem::path& path) {
-    std::ifstream stream(path, std::ios::binary);
-    std::string content;
-    std::array<char, 65536> piece;
-    while (stream) {
-        stream.read(piece.data(), piece.size());
-        content.append(piece.data(), static_cast<std::size_t>(stream.gcount()));
-    }
-    // End of file is the one way out that is no failure; a folder opens but does not read.
-    if (!stream.eof() || stream.bad())
-        return std::nullopt;
-    return content;
-}
+// An hour of AAC at 64 kbit/s is 29 MB.
+constexpr std::uintmax_t longestAudioFile = 1024ull * 1024 * 1024;
 
 /// A base URL is checked before a service is built on it, so a bad one here is a bug.
 void requireValidUrl(const std::string& url) {
@@ -156,7 +145,7 @@ std::optional<HttpRequest> TranscriptionService::audioRequest(
     }
     for (const auto& [name, value] : cleanupFields)
         form.addText(name, value);
-    const auto audio = readFile(file);
+    const auto audio = readFile(file, longestAudioFile);
     if (!audio)
         return std::nullopt;
     form.addAudioFile(file, *audio);
