@@ -34,6 +34,11 @@ int run(int argc, char** argv) {
         printLine("Nulo needs a desktop: neither $DISPLAY nor $WAYLAND_DISPLAY is set.");
         return 1;
     }
+    if (facts.waylandDisplay.empty() && !x11DisplayAnswers(facts.display)) {
+        printLine("Nulo cannot reach the display " + facts.display +
+                  ": no X server answers there, or it does not let this user in.");
+        return 1;
+    }
     QApplication application(argc, argv);
     QApplication::setApplicationName("nulo");
     QApplication::setApplicationVersion(

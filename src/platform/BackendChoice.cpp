@@ -1,5 +1,7 @@
 #include "platform/BackendChoice.h"
 
+#include <xcb/xcb.h>
+
 #include <cstdlib>
 
 namespace nulo {
@@ -21,6 +23,13 @@ KeyTapChoice chooseKeyTap(const SessionFacts& facts) {
     if (facts.display.empty())
         return {Backend::unavailable, "no display ($DISPLAY is not set)"};
     return {Backend::x11, "X11 session on display " + facts.display};
+}
+
+bool x11DisplayAnswers(const std::string& display) {
+    xcb_connection_t* const connection = xcb_connect(display.c_str(), nullptr);
+    const bool answers = !xcb_connection_has_error(connection);
+    xcb_disconnect(connection);
+    return answers;
 }
 
 SessionFacts sessionFacts() {

@@ -21,6 +21,9 @@ struct KeyTapChoice {
 /// then does not fire in Wayland windows.
 KeyTapChoice chooseKeyTap(const SessionFacts& facts);
 
+/// Whether an X server answers there; Qt ends the process when none does. Waits for the server.
+bool x11DisplayAnswers(const std::string& display);
+
 /// This process's session.
 SessionFacts sessionFacts();
 
