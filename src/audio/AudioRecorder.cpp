@@ -13,8 +13,8 @@
 namespace nulo {
 namespace {
 
-constexpr std::chrono::milliseconds kShortestTake(1500);
-constexpr int kBitRate = 64000;
+constexpr std::chrono::milliseconds shortestTake(1500);
+constexpr int bitRate = 64000;
 
 std::string tooShortLine(std::chrono::duration<double> duration) {
     char seconds[32];
@@ -103,7 +103,7 @@ Outcome AudioRecorder::openFile(double sampleRate) {
     if (Outcome folder = makePrivateFolder(m_recordingsDirectory); !folder)
         return folder;
     auto writer = m_makeWriter(*m_currentFileURL,
-                               {.sampleRate = sampleRate, .channels = 1, .bitRate = kBitRate});
+                               {.sampleRate = sampleRate, .channels = 1, .bitRate = bitRate});
     if (!writer)
         return writer.error();
     m_audioFile = std::move(writer).value();
@@ -159,7 +159,7 @@ std::optional<std::filesystem::path> AudioRecorder::stopRecording() {
     finishFile();
     m_isRecording.set(false);
     const auto duration = m_clock.now() - m_recordingStartTime.value_or(m_clock.now());
-    if (duration < kShortestTake) {
+    if (duration < shortestTake) {
         m_print(tooShortLine(duration));
         std::error_code ignored;
         std::filesystem::remove(*m_currentFileURL, ignored);

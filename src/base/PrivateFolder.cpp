@@ -10,7 +10,7 @@
 namespace nulo {
 namespace {
 
-constexpr mode_t kOwnerOnly = 0700;
+constexpr mode_t ownerOnly = 0700;
 
 Error folderError(const std::filesystem::path& folder, const std::string& reason) {
     return {"the folder " + folder.string() + " " + reason};
@@ -26,7 +26,7 @@ Outcome checkOpenFolder(int descriptor, const std::filesystem::path& folder) {
         return systemError(folder, errno);
     if (status.st_uid != geteuid())
         return folderError(folder, "belongs to another user");
-    if ((status.st_mode & 07777) != kOwnerOnly && fchmod(descriptor, kOwnerOnly) != 0)
+    if ((status.st_mode & 07777) != ownerOnly && fchmod(descriptor, ownerOnly) != 0)
         return folderError(folder, "is open to other users and cannot be closed to them");
     return Success{};
 }
@@ -36,7 +36,7 @@ Outcome checkOpenFolder(int descriptor, const std::filesystem::path& folder) {
 Outcome makePrivateFolder(const std::filesystem::path& folder) {
     std::error_code failure;
     std::filesystem::create_directories(folder.parent_path(), failure);
-    if (mkdir(folder.c_str(), kOwnerOnly) != 0 && errno != EEXIST)
+    if (mkdir(folder.c_str(), ownerOnly) != 0 && errno != EEXIST)
         return systemError(folder, errno);
 
     // Looked at and changed through one descriptor, so that nobody can swap it in between.

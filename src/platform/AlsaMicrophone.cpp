@@ -19,9 +19,9 @@
 namespace nulo {
 namespace {
 
-constexpr const char* kDevice = "default";
-constexpr snd_pcm_uframes_t kPeriodFrames = 1024;
-constexpr snd_pcm_uframes_t kBufferFrames = 16 * kPeriodFrames;
+constexpr const char* device = "default";
+constexpr snd_pcm_uframes_t periodFrames = 1024;
+constexpr snd_pcm_uframes_t bufferFrames = 16 * periodFrames;
 
 struct ClosePcm {
     void operator()(snd_pcm_t* pcm) const { snd_pcm_close(pcm); }
@@ -50,7 +50,7 @@ Result<Pcm, int> openDevice() {
     // libasound complains on stderr about every missing card; the caller gets the reason instead.
     snd_lib_error_set_handler(ignoreMessage);
     snd_pcm_t* opened = nullptr;
-    const int code = snd_pcm_open(&opened, kDevice, SND_PCM_STREAM_CAPTURE, SND_PCM_NONBLOCK);
+    const int code = snd_pcm_open(&opened, device, SND_PCM_STREAM_CAPTURE, SND_PCM_NONBLOCK);
     if (code < 0)
         return code;
     return Pcm(opened);
@@ -120,8 +120,8 @@ class AlsaCapture final : public CaptureEngine {
     int configure(snd_pcm_t* pcm, bool resample) {
         snd_pcm_hw_params_t* parameters = nullptr;
         snd_pcm_hw_params_alloca(&parameters);
-        snd_pcm_uframes_t period = kPeriodFrames;
-        snd_pcm_uframes_t buffer = kBufferFrames;
+        snd_pcm_uframes_t period = periodFrames;
+        snd_pcm_uframes_t buffer = bufferFrames;
         m_rate = 48000;
         snd_pcm_hw_free(pcm);  // of an earlier try
         int code = snd_pcm_hw_params_any(pcm, parameters);
@@ -217,7 +217,7 @@ class AlsaCapture final : public CaptureEngine {
     // The capture thread's while it runs.
     Pcm m_pcm;
     Tap m_tap;
-    std::array<float, kPeriodFrames> m_frames{};
+    std::array<float, periodFrames> m_frames{};
 
     std::thread m_thread;
     Lifetime m_lifetime;

@@ -21,9 +21,9 @@ namespace {
 using SteadyClock = std::chrono::steady_clock;
 using std::chrono::milliseconds;
 
-constexpr long kMostIdleConnections = 8;
+constexpr long mostIdleConnections = 8;
 /// Looks at a connection within one idle time-out, for what the kernel sends without waking us.
-constexpr int kLooksPerTimeout = 8;
+constexpr int looksPerTimeout = 8;
 
 class CurlHttpSession final : public HttpSession {
   public:
@@ -32,7 +32,7 @@ class CurlHttpSession final : public HttpSession {
         m_multi = initialised == CURLE_OK ? curl_multi_init() : nullptr;
         if (!m_multi)
             throw std::bad_alloc();
-        curl_multi_setopt(m_multi, CURLMOPT_MAXCONNECTS, kMostIdleConnections);
+        curl_multi_setopt(m_multi, CURLMOPT_MAXCONNECTS, mostIdleConnections);
         if (const char* file = std::getenv("SSL_CERT_FILE"))
             m_state.authorities = file;
         m_thread = std::thread([this] { run(); });
@@ -145,7 +145,7 @@ class CurlHttpSession final : public HttpSession {
         const auto now = SteadyClock::now();
         for (const auto& [easy, transfer] : m_transfers) {
             const auto left = std::chrono::ceil<milliseconds>(transfer->deadline() - now);
-            const auto look = transfer->idleTimeout() / kLooksPerTimeout;
+            const auto look = transfer->idleTimeout() / looksPerTimeout;
             wait = std::min(wait, std::max(std::min(left, look), milliseconds(1)));
         }
         return static_cast<int>(wait.count());

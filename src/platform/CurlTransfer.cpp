@@ -12,11 +12,11 @@
 namespace nulo {
 namespace {
 
-constexpr int kMostRedirects = 8;
-constexpr std::size_t kLongestRedirectBody = 64 * 1024;
+constexpr int mostRedirects = 8;
+constexpr std::size_t longestRedirectBody = 64 * 1024;
 /// An idle connection is offered again for this long: longer than a dictation after its warm-up.
-constexpr long kSecondsConnectionsAreKept = 600;
-constexpr long kSecondsBetweenKeepAliveProbes = 30;
+constexpr long secondsConnectionsAreKept = 600;
+constexpr long secondsBetweenKeepAliveProbes = 30;
 
 template <typename T>
 T infoOf(CURL* easy, CURLINFO info) {
@@ -104,10 +104,10 @@ void CurlTransfer::setConnection() {
     set(CURLOPT_FOLLOWLOCATION, 0L);
     set(CURLOPT_NOSIGNAL, 1L);
     set(CURLOPT_QUICK_EXIT, 1L);  // a session that ends does not wait for the resolver's thread
-    set(CURLOPT_MAXAGE_CONN, kSecondsConnectionsAreKept);
+    set(CURLOPT_MAXAGE_CONN, secondsConnectionsAreKept);
     set(CURLOPT_TCP_KEEPALIVE, 1L);
-    set(CURLOPT_TCP_KEEPIDLE, kSecondsBetweenKeepAliveProbes);
-    set(CURLOPT_TCP_KEEPINTVL, kSecondsBetweenKeepAliveProbes);
+    set(CURLOPT_TCP_KEEPIDLE, secondsBetweenKeepAliveProbes);
+    set(CURLOPT_TCP_KEEPINTVL, secondsBetweenKeepAliveProbes);
     // Silence is ours to notice; this makes libcurl divide the time among a host's addresses.
     set(CURLOPT_CONNECTTIMEOUT_MS, static_cast<long>(idleTimeout().count()));
     set(CURLOPT_OPENSOCKETFUNCTION, &CurlTransfer::onOpen);
@@ -225,7 +225,7 @@ bool CurlTransfer::takeHeadLine(std::string_view line) {
     const auto outcome = m_head.take(line, status);
     if (outcome == ResponseHeadParser::Outcome::finished) {
         if (const auto target = redirectTarget(m_head.head());
-            target && m_redirects < kMostRedirects)
+            target && m_redirects < mostRedirects)
             m_next = resolveHttpUrl(m_url, *target);
         if (m_next && m_next->origin != m_url.origin)
             m_next.reset();  // what the request carries is meant for this origin alone
@@ -240,7 +240,7 @@ bool CurlTransfer::takeHeadLine(std::string_view line) {
 bool CurlTransfer::takeBody(std::string_view bytes) {
     if (m_next) {
         m_redirectBody += bytes.size();
-        return m_redirectBody <= kLongestRedirectBody;
+        return m_redirectBody <= longestRedirectBody;
     }
     if (m_heldBack.empty()) {
         handOver(bytes);

@@ -5,7 +5,7 @@
 namespace nulo {
 namespace {
 
-constexpr std::size_t kLongestHead = 256 * 1024;
+constexpr std::size_t longestHead = 256 * 1024;
 
 char lower(char c) {
     return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
@@ -60,7 +60,7 @@ ResponseHeadParser::Outcome ResponseHeadParser::take(std::string_view line, int 
     if (m_finished)
         return Outcome::finished;
     m_size += line.size();
-    if (m_size > kLongestHead)
+    if (m_size > longestHead)
         return Outcome::refused;
     const std::string_view text = withoutBlanks(line);
     if (line.starts_with("HTTP/")) {

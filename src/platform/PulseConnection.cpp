@@ -11,7 +11,7 @@
 namespace nulo {
 namespace {
 
-constexpr std::chrono::milliseconds kLongestWait(8);
+constexpr std::chrono::milliseconds longestWait(8);
 
 PulseConnection* self(void* data) {
     return static_cast<PulseConnection*>(data);
@@ -69,7 +69,7 @@ PulseConnection::~PulseConnection() {
 
 Result<unsigned> PulseConnection::sampleRate() {
     std::unique_lock lock(m_factsMutex);
-    if (!m_factsChanged.wait_for(lock, kLongestWait, [this] { return m_facts.known; }))
+    if (!m_factsChanged.wait_for(lock, longestWait, [this] { return m_facts.known; }))
         return connectionError(PA_ERR_TIMEOUT);
     if (m_facts.failure)
         return *m_facts.failure;

@@ -12,7 +12,7 @@
 namespace nulo {
 namespace {
 
-constexpr uint32_t kFragmentBytes = 1024 * sizeof(float);
+constexpr uint32_t fragmentBytes = 1024 * sizeof(float);
 
 class PulseCapture final : public CaptureEngine {
   public:
@@ -62,7 +62,7 @@ class PulseCapture final : public CaptureEngine {
                                      .tlength = UINT32_MAX,
                                      .prebuf = UINT32_MAX,
                                      .minreq = UINT32_MAX,
-                                     .fragsize = kFragmentBytes};
+                                     .fragsize = fragmentBytes};
         if (pa_stream_connect_record(m_stream, nullptr, &buffers, PA_STREAM_ADJUST_LATENCY) < 0) {
             Error error{pa_strerror(pa_context_errno(context))};
             release();

@@ -18,7 +18,7 @@ using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
 
-constexpr const char* kDenied = "Microphone permission denied";
+constexpr const char* denied = "Microphone permission denied";
 
 class AudioRecorderTest : public testing::Test {
   protected:
@@ -104,14 +104,14 @@ TEST_F(AudioRecorderTest, asksForPermissionOnlyWhenItIsOpen) {
     begin();
     microphone.permission = MicrophonePermission::restricted;
     begin();
-    EXPECT_THAT(printed.lines(), ElementsAre(kDenied, kDenied));
+    EXPECT_THAT(printed.lines(), ElementsAre(denied, denied));
 
     microphone.permission = MicrophonePermission::notDetermined;
     begin();
     microphone.answerAccess(false);
     queue.runPending();
     EXPECT_EQ(printed.lines().size(), 3u);
-    EXPECT_EQ(lastLine(), kDenied);
+    EXPECT_EQ(lastLine(), denied);
     begin();
     microphone.answerAccess(true);
     queue.runPending();

@@ -204,9 +204,9 @@ TEST(CurlHttpSession, passesOnWhateverAnswerComes) {
 
 // A warm-up that warms nothing; timings that are missing, out of order, or of another exchange.
 TEST(CurlHttpSession, usesTheWarmConnectionAndMeasures) {
-    constexpr milliseconds kThought{30};
+    constexpr milliseconds thought{30};
     ScriptedHttpServer server([](const ReceivedRequest& received, Connection& to) {
-        to.pause(kThought);
+        to.pause(thought);
         to.send(received.method == "HEAD" ? "HTTP/1.1 200 OK\r\nContent-Length: 9\r\n\r\n"
                                           : httpResponse(200, "text"));
     });
@@ -234,7 +234,7 @@ TEST(CurlHttpSession, usesTheWarmConnectionAndMeasures) {
     EXPECT_LE(second.requestStart, second.requestEnd);
     EXPECT_LE(second.requestEnd, second.responseStart);
     EXPECT_LE(second.responseStart, second.responseEnd);
-    EXPECT_GE(*second.responseStart - *second.requestStart, kThought);
+    EXPECT_GE(*second.responseStart - *second.requestStart, thought);
 
     Client another;
     another.ask(request("GET", server.url()));
@@ -330,10 +330,10 @@ TEST(CurlHttpSession, lastsAsLongAsAnythingMoves) {
     EXPECT_EQ(answer.error, "");
     EXPECT_EQ(answer.body(), "drop by drop");
 
-    constexpr std::size_t kSize = 24'000'000;
+    constexpr std::size_t size = 24'000'000;
     ScriptedHttpServer server(
         [](const ReceivedRequest&, Connection& to) {
-            for (std::size_t left = kSize; left > 0;) {
+            for (std::size_t left = size; left > 0;) {
                 const std::size_t step = std::min<std::size_t>(left, 600'000);
                 for (std::size_t taken = 0; taken < step;) {
                     const std::size_t count = to.receive(step - taken).size();
@@ -348,7 +348,7 @@ TEST(CurlHttpSession, lastsAsLongAsAnythingMoves) {
         },
         ScriptedHttpServer::Bodies::leftToTheHandler);
     HttpRequest upload = request("POST", server.url());
-    upload.body.assign(kSize, 'x');
+    upload.body.assign(size, 'x');
     upload.idleTimeout = milliseconds(500);
     EXPECT_EQ(Client().ask(std::move(upload)).body(), "taken");
 }
