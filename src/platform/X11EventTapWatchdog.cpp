@@ -87,9 +87,8 @@ void X11EventTapWatchdog::tick() {
         return;
     const Time now = std::chrono::steady_clock::now();
     const bool stoodStill = now - std::exchange(m_lastTick, now) > limit;
-    if (!m_working && !inputIsWaiting())
-        m_lastGood = now;
-    else if (std::exchange(m_progress, false) && !stoodStill)
+    const bool hasNothingToDo = !m_working && !inputIsWaiting();
+    if (hasNothingToDo || (std::exchange(m_progress, false) && !stoodStill))
         m_lastGood = now;
     else if (now - m_lastGood > limit)
         cutLocked(true);
