@@ -19,7 +19,7 @@ bool readNumber(const std::string& text, Number least, Number most, Number& numb
 Result<Options> parsedOptions(const std::vector<std::string>& arguments) {
     Options options;
     for (std::size_t i = 0; i < arguments.size(); ++i) {
-        std::string name = arguments[i];
+        const std::string& name = arguments[i];
         if (name == "--help" || name == "--version") {
             options.action = name == "--help" ? Options::Action::help : Options::Action::version;
             return options;

@@ -200,7 +200,7 @@ void X11EventTapSession::handleEvent(const xcb_generic_event_t& event) {
             return;
         case XCB_KEY_PRESS:
         case XCB_KEY_RELEASE:
-            handleGrabbedKey(asKey(event), event.full_sequence);
+            handleGrabbedKey(asKey(event));
             return;
         case XCB_FOCUS_IN:
         case XCB_FOCUS_OUT: {
@@ -256,21 +256,24 @@ void X11EventTapSession::handleRawKey(const xcb_input_raw_key_press_event_t& raw
     m_down.set(key, press);
     const bool queued = m_held && !isBefore(raw.full_sequence, m_heldSince);
     if (m_keys.isModifier(key))
-        reportModifier(key, press, raw.time, queued);
+        reportModifier(raw, press, queued);
     else
         reportKey(key, press, queued);
 }
 
-void X11EventTapSession::reportModifier(xcb_keycode_t key, bool press, std::uint32_t time,
+void X11EventTapSession::reportModifier(const xcb_input_raw_key_press_event_t& raw, bool press,
                                         bool queued) {
+    const auto key = static_cast<xcb_keycode_t>(raw.detail);
     const bool isOption = m_keys.isOption(key, m_group);
     if (!queued) {
         // What is not held back cannot be swallowed, so it must not begin a chord: keys typed into
         // a screen lock, for one, which has the keyboard for itself.
-        if (press && m_keys.optionKeys().test(key))
-            m_heraldedOption = {key, time};
-        else if (isOption && !optionIsDown())
+        if (press && m_keys.optionKeys().test(key)) {
+            m_heraldedOption = {key, raw.time, raw.full_sequence};
+            awaitHeraldedGrab();
+        } else if (isOption && !optionIsDown()) {
             reportOption(false);
+        }
         return;
     }
     const EventFate fate = reportOption(optionIsDown());
@@ -303,17 +306,38 @@ void X11EventTapSession::handleRawButton() {
     settle();
 }
 
-void X11EventTapSession::handleGrabbedKey(const xcb_key_press_event_t& event,
-                                          std::uint32_t sequence) {
+/// The grab's event comes right behind its herald, unless the queue of an earlier hold was in
+/// between: then what the user did next may have been reported already. It must be known to be held
+/// back before that is judged.
+void X11EventTapSession::awaitHeraldedGrab() {
+    // What the server sent before this answer is all there is.
+    const XcbMemory<xcb_get_input_focus_reply_t> roundTrip(xcb_get_input_focus_reply(
+        m_connection.get(), xcb_get_input_focus(m_connection.get()), nullptr));
+    while (Event event{xcb_poll_for_event(m_connection.get())})
+        m_deferred.push_back(std::move(event));
+    const auto grabbed = std::find_if(m_deferred.begin(), m_deferred.end(), [this](const Event& e) {
+        return (e->response_type & 0x7F) == XCB_KEY_PRESS &&
+               asKey(*e).detail == m_heraldedOption->key &&
+               asKey(*e).time == m_heraldedOption->time;
+    });
+    if (grabbed == m_deferred.end())
+        return;
+    const Event event = std::move(*grabbed);
+    m_deferred.erase(grabbed);
+    handleGrabbedKey(asKey(*event));
+}
+
+void X11EventTapSession::handleGrabbedKey(const xcb_key_press_event_t& event) {
     if (m_held)
         return;  // a leftover from before the present grab
     const bool press = (event.response_type & 0x7F) == XCB_KEY_PRESS;
-    const bool heralded =
-        press && m_heraldedOption == std::pair(event.detail, std::uint32_t(event.time));
-    if (heralded && m_keys.isOption(event.detail, m_group)) {
-        m_heraldedOption.reset();
+    const bool heralded = press && m_heraldedOption && event.detail == m_heraldedOption->key &&
+                          event.time == m_heraldedOption->time;
+    // One that is up again by now was let go behind our back: the application has the rest of it.
+    if (heralded && m_keys.isOption(event.detail, m_group) && m_down.test(event.detail)) {
         setHeld(true);
-        m_heldSince = sequence;
+        m_heldSince = m_heraldedOption->sequence;
+        m_heraldedOption.reset();
         m_optionIsCurrent = true;
         m_armed = reportOption(true) == EventFate::swallow;
         m_queue.push_back({event.detail, true, EventFate::swallow});

@@ -81,10 +81,11 @@ class X11EventTapSession {
     void handleGenericEvent(const xcb_generic_event_t& event);
     void handleKeyboardExtensionEvent(const xcb_generic_event_t& event);
     void handleRawKey(const xcb_input_raw_key_press_event_t& raw, bool press);
-    void reportModifier(xcb_keycode_t key, bool press, std::uint32_t time, bool queued);
+    void reportModifier(const xcb_input_raw_key_press_event_t& raw, bool press, bool queued);
     void reportKey(xcb_keycode_t key, bool press, bool queued);
     void handleRawButton();
-    void handleGrabbedKey(const xcb_key_press_event_t& event, std::uint32_t sequence);
+    void awaitHeraldedGrab();
+    void handleGrabbedKey(const xcb_key_press_event_t& event);
     EventFate reportOption(bool set);
     bool optionIsDown() const;
     bool spaceIsDown() const;
@@ -126,8 +127,14 @@ class X11EventTapSession {
     // What the user does.
     X11EventTapKeys::KeySet m_down;
     int m_group = 0;
-    // An Option press that counts once the passive grab is seen to have held it back: key and time.
-    std::optional<std::pair<xcb_keycode_t, std::uint32_t>> m_heraldedOption;
+    /// An Option press that counts once the passive grab is seen to have held it back.
+    struct HeraldedOption {
+        xcb_keycode_t key;
+        std::uint32_t time;
+        std::uint32_t
+            sequence;  // of its raw event: whatever is read after that is queued behind it
+    };
+    std::optional<HeraldedOption> m_heraldedOption;
     bool m_armed = false;
     bool m_hidingSpace = false;
     bool m_optionHandedOn = false;
