@@ -93,7 +93,9 @@ int serve(const Options& options) {
     const bool failed = !asked;
     if (failed) {
         printError("the system accepts no more connections");
-        pthread_kill(stopper.native_handle(), SIGTERM);  // it still waits
+        // Every thread blocks the signal: it only wakes the one that waits for it.
+        // NOLINTNEXTLINE(bugprone-bad-signal-to-kill-thread)
+        pthread_kill(stopper.native_handle(), SIGTERM);
     }
     stopper.join();
     return failed ? 1 : 0;
