@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "platform/X11EventTapSession.h"
+#include "platform/XcbEvents.h"
 
 namespace nulo {
 namespace {
@@ -24,6 +25,11 @@ bool X11EventTapSession::settle() {
     if (m_optionHandedOn) {
         handOn();
         return true;
+    }
+    if (m_held && mustHold() && !optionIsDown() && !spaceIsDown()) {
+        // A new layout may have given the keys that were held back another meaning.
+        m_hidingSpace = false;
+        reportOption(false);
     }
     if (!m_held || m_armed || (m_queue.empty() && mustHold()))
         return false;
@@ -71,6 +77,8 @@ void X11EventTapSession::handOn() {
         xcb_allow_events(m_connection.get(), XCB_ALLOW_REPLAY_KEYBOARD, XCB_CURRENT_TIME);
         setHeld(false);
     } else {
+        if (m_takenOption)
+            forward(asKey(*m_takenOption));
         release();
     }
 }
@@ -83,7 +91,7 @@ bool X11EventTapSession::stepTo(const QueuedKey& key) {
         const Event event = awaitGrabbedKey(request.sequence);
         if (!event)
             return false;
-        const auto& taken = reinterpret_cast<const xcb_key_press_event_t&>(*event);
+        const auto& taken = asKey(*event);
         const bool press = (taken.response_type & 0x7F) == XCB_KEY_PRESS;
         const bool found = taken.detail == key.key && press == key.press;
         const bool isRepeat = !found && press && m_keys.isSpace(taken.detail, m_group);
@@ -103,7 +111,7 @@ X11EventTapSession::Event X11EventTapSession::awaitGrabbedKey(std::uint32_t sinc
         const int type = event->response_type & 0x7F;
         if (type != XCB_KEY_PRESS && type != XCB_KEY_RELEASE)
             m_deferred.push_back(std::move(event));
-        else if (static_cast<std::int32_t>(event->full_sequence - since) >= 0)
+        else if (!isBefore(event->full_sequence, since))
             return event;
     }
 }
@@ -128,10 +136,27 @@ void X11EventTapSession::letThrough() {
     for (const auto space : spaces)
         xcb_grab_key(connection, 0, m_grabWindow, XCB_MOD_MASK_ANY, space, XCB_GRAB_MODE_ASYNC,
                      XCB_GRAB_MODE_SYNC);
-    xcb_ungrab_keyboard(connection, XCB_CURRENT_TIME);
+    const auto ungrab = xcb_ungrab_keyboard(connection, XCB_CURRENT_TIME);
     hold();
     for (const auto space : spaces)
         xcb_ungrab_key(connection, space, m_grabWindow, XCB_MOD_MASK_ANY);
+    findOptionCaughtSince(ungrab.sequence);
+}
+
+/// The user may have pressed Option meanwhile: then the passive grab caught it, and the new hold
+/// took it out of the queue.
+void X11EventTapSession::findOptionCaughtSince(std::uint32_t sequence) {
+    while (Event event{xcb_poll_for_queued_event(m_connection.get())})
+        m_deferred.push_back(std::move(event));
+    const auto caught = std::find_if(m_deferred.begin(), m_deferred.end(), [&](const Event& event) {
+        return (event->response_type & 0x7F) == XCB_KEY_PRESS &&
+               !isBefore(event->full_sequence, sequence) &&
+               m_keys.optionKeys().test(asKey(*event).detail);
+    });
+    if (caught == m_deferred.end())
+        return;
+    m_takenOption = std::move(*caught);
+    m_deferred.erase(caught);
 }
 
 void X11EventTapSession::hold() {
@@ -160,6 +185,7 @@ void X11EventTapSession::release() {
 void X11EventTapSession::setHeld(bool held) {
     m_held = held;
     m_optionIsCurrent = false;
+    m_takenOption.reset();
     m_queue.clear();
     m_gate.setKeyboardHeld(held);
 }

@@ -5,6 +5,8 @@
 #include <algorithm>
 #include <string_view>
 
+#include "platform/XcbEvents.h"
+
 #define explicit explicit_  // a field's name in this C header
 #include <xcb/xkb.h>
 #undef explicit
@@ -19,15 +21,6 @@ const Error noAnswer{"the X server does not answer"};
 bool isPresent(xcb_connection_t* connection, xcb_extension_t* extension) {
     const auto* data = xcb_get_extension_data(connection, extension);
     return data && data->present;
-}
-
-const xcb_key_press_event_t& asKey(const xcb_generic_event_t& event) {
-    return reinterpret_cast<const xcb_key_press_event_t&>(event);
-}
-
-// Sequence numbers wrap.
-bool isBefore(std::uint32_t sequence, std::uint32_t other) {
-    return static_cast<std::int32_t>(sequence - other) < 0;
 }
 
 }  // namespace
@@ -268,7 +261,12 @@ void X11EventTapSession::reportModifier(const xcb_input_raw_key_press_event_t& r
     if (!queued) {
         // What is not held back cannot be swallowed, so it must not begin a chord: keys typed into
         // a screen lock, for one, which has the keyboard for itself.
-        if (press && m_keys.optionKeys().test(key)) {
+        if (press && m_takenOption && isPressOf(m_takenOption, key, raw.time)) {
+            m_heldSince = raw.full_sequence;
+            m_armed = reportOption(true) == EventFate::swallow;
+            if (!m_armed)
+                forward(asKey(*std::exchange(m_takenOption, nullptr)));
+        } else if (press && m_keys.optionKeys().test(key)) {
             m_heraldedOption = {key, raw.time, raw.full_sequence};
             awaitHeraldedGrab();
         } else if (isOption && !optionIsDown()) {
@@ -316,9 +314,7 @@ void X11EventTapSession::awaitHeraldedGrab() {
     while (Event event{xcb_poll_for_event(m_connection.get())})
         m_deferred.push_back(std::move(event));
     const auto grabbed = std::find_if(m_deferred.begin(), m_deferred.end(), [this](const Event& e) {
-        return (e->response_type & 0x7F) == XCB_KEY_PRESS &&
-               asKey(*e).detail == m_heraldedOption->key &&
-               asKey(*e).time == m_heraldedOption->time;
+        return isPressOf(e, m_heraldedOption->key, m_heraldedOption->time);
     });
     if (grabbed == m_deferred.end())
         return;
@@ -349,9 +345,16 @@ void X11EventTapSession::handleGrabbedKey(const xcb_key_press_event_t& event) {
     setHeld(false);
 }
 
+bool X11EventTapSession::isPressOf(const Event& event, xcb_keycode_t key, std::uint32_t time) {
+    return (event->response_type & 0x7F) == XCB_KEY_PRESS && asKey(*event).detail == key &&
+           asKey(*event).time == time;
+}
+
 EventFate X11EventTapSession::reportOption(bool set) {
-    if (!set)
+    if (!set) {
         m_armed = false;
+        m_takenOption.reset();
+    }
     return m_handler({.type = KeyEvent::Type::flagsChanged, .optionSet = set});
 }
 

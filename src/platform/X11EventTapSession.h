@@ -99,11 +99,13 @@ class X11EventTapSession {
     Event awaitGrabbedKey(std::uint32_t since);
     void forward(const xcb_key_press_event_t& event);
     void letThrough();
+    void findOptionCaughtSince(std::uint32_t sequence);
     void hold();
     bool grabKeyboard();
     void release();
     void setHeld(bool held);
     bool mustHold() const { return m_armed || m_hidingSpace; }
+    static bool isPressOf(const Event& event, xcb_keycode_t key, std::uint32_t time);
 
     // Keeping the passive grabs where the focus is.
     bool refresh();
@@ -143,6 +145,8 @@ class X11EventTapSession {
     bool m_held = false;
     std::uint32_t m_heldSince = 0;   // the first sequence number whose events are in the queue
     bool m_optionIsCurrent = false;  // the queue's first was delivered and can be replayed
+    /// An Option press taken out of the queue before it was judged; the rest is queued behind it.
+    Event m_takenOption;
     std::deque<QueuedKey> m_queue;
 
     // The passive grabs.
