@@ -26,7 +26,7 @@ bool X11EventTapSession::settle() {
         handOn();
         return true;
     }
-    if (m_held && mustHold() && !optionIsDown() && !spaceIsDown()) {
+    if (m_held && mustHold() && !m_takenOption && !optionIsDown() && !spaceIsDown()) {
         // A new layout may have given the keys that were held back another meaning.
         m_hidingSpace = false;
         reportOption(false);

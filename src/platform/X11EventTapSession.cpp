@@ -287,6 +287,7 @@ void X11EventTapSession::reportKey(xcb_keycode_t key, bool press, bool queued) {
     if (isSpace && press && fate == EventFate::swallow) {
         m_hidingSpace = true;
         m_armed = false;
+        m_takenOption.reset();
     } else if (isSpace && !press) {
         m_hidingSpace = false;
     }

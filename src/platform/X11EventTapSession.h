@@ -104,7 +104,7 @@ class X11EventTapSession {
     bool grabKeyboard();
     void release();
     void setHeld(bool held);
-    bool mustHold() const { return m_armed || m_hidingSpace; }
+    bool mustHold() const { return m_armed || m_hidingSpace || m_takenOption; }
     static bool isPressOf(const Event& event, xcb_keycode_t key, std::uint32_t time);
 
     // Keeping the passive grabs where the focus is.
