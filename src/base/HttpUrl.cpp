@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <charconv>
 #include <cstdint>
+#include <regex>
+#include <string>
 
 namespace nulo {
 namespace {
@@ -28,6 +30,26 @@ bool removeScheme(std::string_view& url, std::string_view scheme) {
     return true;
 }
 
+/// Of a URL without its scheme.
+std::string_view hostAndPort(std::string_view url) {
+    std::string_view host = url.substr(0, url.find_first_of("/?#"));
+    if (const auto at = host.rfind('@'); at != std::string_view::npos)
+        host.remove_prefix(at + 1);
+    return host;
+}
+
+std::size_t portSeparator(std::string_view hostAndPort) {
+    // The colons of an IPv6 address stand inside its brackets.
+    const auto bracket = hostAndPort.rfind(']');
+    return hostAndPort.find(':', bracket == std::string_view::npos ? 0 : bracket);
+}
+
+bool isLoopback(const std::string& host) {
+    static const std::regex loopback(R"(localhost|127\.\d{1,3}\.\d{1,3}\.\d{1,3}|\[::1\])",
+                                     std::regex::icase);
+    return std::regex_match(host, loopback);
+}
+
 }  // namespace
 
 bool isValidHttpUrl(std::string_view url) {
@@ -35,18 +57,23 @@ bool isValidHttpUrl(std::string_view url) {
         return false;
     if (!removeScheme(url, "http") && !removeScheme(url, "https"))
         return false;
-    std::string_view host = url.substr(0, url.find_first_of("/?#"));
-    if (const auto at = host.rfind('@'); at != std::string_view::npos)
-        host.remove_prefix(at + 1);
-    // The colons of an IPv6 address stand inside its brackets.
-    const auto bracket = host.rfind(']');
-    const auto colon = host.find(':', bracket == std::string_view::npos ? 0 : bracket);
+    std::string_view host = hostAndPort(url);
+    const auto colon = portSeparator(host);
     if (colon != std::string_view::npos && !isPort(host.substr(colon + 1)))
         return false;
     host = host.substr(0, colon);
     if (host.starts_with('['))
         return host.ends_with(']') && host.size() > 2;
     return !host.empty() && host.find_first_of("[]") == std::string_view::npos;
+}
+
+bool isSecureHttpUrl(std::string_view url) {
+    if (!isValidHttpUrl(url))
+        return false;
+    if (!removeScheme(url, "http"))
+        return true;
+    const std::string_view host = hostAndPort(url);
+    return isLoopback(std::string(host.substr(0, portSeparator(host))));
 }
 
 }  // namespace nulo

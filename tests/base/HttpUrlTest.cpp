@@ -17,5 +17,17 @@ TEST(HttpUrl, isValidWithASchemeAndAHost) {
         EXPECT_FALSE(isValidHttpUrl(bad)) << bad;
 }
 
+// What could be read or changed on its way must not be installed.
+TEST(HttpUrl, isSecureOverTlsOrOnThisMachine) {
+    for (const char* good : {"https://h/a", "HTTPS://h", "http://localhost/a", "http://LocalHost:1",
+                             "http://127.0.0.1:8737", "http://127.9.9.9", "http://[::1]:8737/a"})
+        EXPECT_TRUE(isSecureHttpUrl(good)) << good;
+    for (const char* bad :
+         {"http://h", "http://127.0.0.1@h/", "http://127.0.0.1.h/", "http://localhost.h",
+          "http://127.0.0.1/../x y", "http://h#@localhost", "http://[::2]", "http://10.0.0.1",
+          "http://127.0.0.1%2eh/", "ftp://localhost", "", "localhost"})
+        EXPECT_FALSE(isSecureHttpUrl(bad)) << bad;
+}
+
 }  // namespace
 }  // namespace nulo
