@@ -1,0 +1,31 @@
+#pragma once
+
+#include <cstddef>
+#include <filesystem>
+#include <functional>
+#include <string>
+
+#include "base/Result.h"
+
+namespace nulo {
+
+/// The requests that updates need: plain GETs without headers of ours. Redirects are followed, but
+/// never to an address that is not secure (see isSecureHttpUrl). Main thread; completions too,
+/// never inside the call. Destroying it gives up what is under way, without completions.
+class UpdateHttp {
+  public:
+    using GetCompletion = std::function<void(Result<std::string> body)>;
+    using DownloadCompletion = std::function<void(Result<int> status)>;
+
+    virtual ~UpdateHttp() = default;
+
+    /// The answer's body whatever its status; what is longer than `limit` bytes is cut off there.
+    virtual void get(const std::string& url, std::size_t limit, GetCompletion completion) = 0;
+
+    /// Streams the answer's body, whatever its status, to a new file, which belongs to the caller
+    /// once the completion is given a status. Without one there is no file. `file` must not exist.
+    virtual void download(const std::string& url, const std::filesystem::path& file,
+                          DownloadCompletion completion) = 0;
+};
+
+}  // namespace nulo

@@ -1,0 +1,28 @@
+#pragma once
+
+#include <functional>
+#include <string>
+
+#include "update/VersionInfo.h"
+
+namespace nulo {
+
+/// What an update shows, one window at a time. Nothing here waits: each answer comes by a callback,
+/// once, on the main thread. Main thread.
+class UpdateWindows {
+  public:
+    enum class Answer { install, later };
+
+    virtual ~UpdateWindows() = default;
+    virtual void showUpdateDialog(const VersionInfo& info, const std::string& currentVersion,
+                                  std::function<void(Answer)> onAnswer) = 0;
+    virtual void showUpToDate(const std::string& currentVersion, std::function<void()> onClose) = 0;
+    virtual void showError(const std::string& message, std::function<void()> onClose) = 0;
+    /// A small window that stays until it is closed here.
+    virtual void showProgress(const std::string& version) = 0;
+    virtual void closeProgress() = 0;
+    /// The window that is open, if one is.
+    virtual void bringToFront() = 0;
+};
+
+}  // namespace nulo

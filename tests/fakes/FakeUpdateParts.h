@@ -1,0 +1,93 @@
+#pragma once
+
+#include <fstream>
+#include <stdexcept>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "update/ProcessLauncher.h"
+#include "update/UpdateHttp.h"
+#include "update/UpdateWindows.h"
+
+namespace nulo {
+
+/// Keeps what is asked until the test answers, oldest first.
+class FakeUpdateHttp final : public UpdateHttp {
+  public:
+    void get(const std::string& url, std::size_t, GetCompletion completion) override {
+        urls.push_back(url);
+        m_gets.push_back(std::move(completion));
+    }
+    void download(const std::string& url, const std::filesystem::path& file,
+                  DownloadCompletion completion) override {
+        urls.push_back(url);
+        m_downloads.emplace_back(file, std::move(completion));
+    }
+
+    void answerGet(Result<std::string> body) { takeFirst(m_gets)(std::move(body)); }
+    void finishDownload(const std::string& content, int status = 200) {
+        const auto [file, completion] = takeFirst(m_downloads);
+        std::ofstream(file) << content;
+        completion(status);
+    }
+    void failDownload(const std::string& why) { takeFirst(m_downloads).second(Error{why}); }
+    /// Ends well, but the file is no longer there.
+    void loseDownload() { takeFirst(m_downloads).second(200); }
+
+    std::vector<std::string> urls;
+
+  private:
+    template <typename T>
+    static T takeFirst(std::vector<T>& waiting) {
+        if (waiting.empty())
+            throw std::logic_error("nothing was asked");
+        T first = std::move(waiting.front());
+        waiting.erase(waiting.begin());
+        return first;
+    }
+
+    std::vector<GetCompletion> m_gets;
+    std::vector<std::pair<std::filesystem::path, DownloadCompletion>> m_downloads;
+};
+
+/// Notes what is shown as one line each; the test answers for the user.
+class FakeUpdateWindows final : public UpdateWindows {
+  public:
+    void showUpdateDialog(const VersionInfo& info, const std::string& currentVersion,
+                          std::function<void(Answer)> onAnswer) override {
+        shown.push_back("update to " + info.version + " from " + currentVersion + ": " +
+                        info.releaseNotes);
+        answer = std::move(onAnswer);
+    }
+    void showUpToDate(const std::string& currentVersion, std::function<void()> onClose) override {
+        shown.push_back("up to date: " + currentVersion);
+        close = std::move(onClose);
+    }
+    void showError(const std::string& message, std::function<void()> onClose) override {
+        shown.push_back("error: " + message);
+        close = std::move(onClose);
+    }
+    void showProgress(const std::string& version) override {
+        shown.push_back("progress: " + version);
+    }
+    void closeProgress() override { shown.emplace_back("progress closed"); }
+    void bringToFront() override { shown.emplace_back("brought to front"); }
+
+    std::vector<std::string> shown;
+    std::function<void(Answer)> answer;
+    std::function<void()> close;
+};
+
+class FakeProcessLauncher final : public ProcessLauncher {
+  public:
+    Outcome launch(const std::vector<std::string>& command) override {
+        commands.push_back(command);
+        return result;
+    }
+
+    std::vector<std::vector<std::string>> commands;
+    Outcome result = Success{};
+};
+
+}  // namespace nulo
