@@ -1,7 +1,9 @@
 #include "base/FileIO.h"
 
+#include <cerrno>
 #include <fstream>
 #include <random>
+#include <system_error>
 
 namespace nulo {
 namespace fs = std::filesystem;
@@ -20,7 +22,7 @@ std::optional<std::string> readFile(const fs::path& path, std::uintmax_t limit) 
     return bytes;
 }
 
-bool replaceFile(const fs::path& path, std::string_view bytes) {
+Outcome replaceFile(const fs::path& path, std::string_view bytes) {
     std::error_code error;
     fs::path target = fs::weakly_canonical(path, error);
     if (error)
@@ -29,25 +31,32 @@ bool replaceFile(const fs::path& path, std::string_view bytes) {
     std::random_device random;
     const fs::path fresh = target.parent_path() / ("." + target.filename().string() + "." +
                                                    std::to_string(random()) + ".tmp");
-    const auto giveUp = [&fresh] {
+    const auto giveUp = [&](std::error_code reason) {
         std::error_code ignored;
         fs::remove(fresh, ignored);
-        return false;
+        return Outcome(Error{target.string() + ": " + reason.message()});
+    };
+    const auto systemReason = [] {  // streams keep none of their own
+        return std::error_code(errno == 0 ? EIO : errno, std::generic_category());
     };
 
+    errno = 0;
     std::ofstream file(fresh, std::ios::binary | std::ios::trunc);
+    if (!file)
+        return giveUp(systemReason());
     const fs::file_status present = fs::status(target, error);
     if (fs::exists(present)) {
         fs::permissions(fresh, present.permissions(), error);
         if (error)
-            return giveUp();
+            return giveUp(error);
     }
+    errno = 0;
     file.write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
     file.close();
     if (!file)
-        return giveUp();
+        return giveUp(systemReason());
     fs::rename(fresh, target, error);
-    return error ? giveUp() : true;
+    return error ? giveUp(error) : Success{};
 }
 
 }  // namespace nulo

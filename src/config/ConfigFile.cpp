@@ -173,10 +173,14 @@ std::optional<AppConfig> ConfigFile::load() const {
     return config;
 }
 
-void ConfigFile::save(const AppConfig& config) const {
+Outcome ConfigFile::trySave(const AppConfig& config) const {
     std::error_code ignored;
     std::filesystem::create_directories(m_configDir, ignored);
-    replaceFile(m_configFile, encode(config));
+    return replaceFile(m_configFile, encode(config));
+}
+
+void ConfigFile::save(const AppConfig& config) const {
+    static_cast<void>(trySave(config));
 }
 
 }  // namespace nulo

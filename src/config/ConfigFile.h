@@ -4,6 +4,7 @@
 #include <optional>
 
 #include "base/Print.h"
+#include "base/Result.h"
 #include "config/AppConfig.h"
 
 namespace nulo {
@@ -26,7 +27,9 @@ class ConfigFile {
     std::optional<AppConfig> load() const;
 
     /// Replaces the whole file in one step, so that no reader ever sees half of it; a failure
-    /// leaves the old file and is not reported. A symbolic link stays one, the file's mode is kept.
+    /// leaves the old file. A symbolic link stays one, the file's mode is kept.
+    Outcome trySave(const AppConfig& config) const;
+    /// As trySave(), for those who could not tell anybody about a failure.
     void save(const AppConfig& config) const;
 
   private:

@@ -5,9 +5,11 @@
 #include <sys/resource.h>
 #include <sys/stat.h>
 
+#include <cerrno>
 #include <csignal>
 #include <fstream>
 #include <sstream>
+#include <system_error>
 
 #include "fakes/PrintedLines.h"
 #include "support/TemporaryFolder.h"
@@ -185,6 +187,9 @@ TEST_F(ConfigFileTest, survivesWhatIsNoReadableFile) {
     write("", m_home.path() / ".config");  // a file where the folder should be
     m_file.createDefaultIfNeeded();
     EXPECT_FALSE(m_file.load());
+    const Outcome outcome = m_file.trySave(defaultConfig());
+    ASSERT_FALSE(outcome);
+    EXPECT_THAT(outcome.error().description, HasSubstr(std::generic_category().message(ENOTDIR)));
 }
 
 TEST_F(ConfigFileTest, saveKeepsLinkAndModeAndLeavesNoLitter) {
@@ -195,7 +200,7 @@ TEST_F(ConfigFileTest, saveKeepsLinkAndModeAndLeavesNoLitter) {
     fs::create_symlink("../../dotfiles/nulo.json", m_file.configFile());
     AppConfig config = defaultConfig();
     config.debugMode = true;
-    m_file.save(config);
+    EXPECT_TRUE(m_file.trySave(config));
     EXPECT_TRUE(fs::is_symlink(m_file.configFile()));
     EXPECT_EQ(m_file.load(), config);
     EXPECT_EQ(fs::status(dotfiles).permissions(), fs::perms::owner_read | fs::perms::owner_write);
@@ -212,9 +217,12 @@ TEST_F(ConfigFileTest, aFullDiskKeepsTheOldFile) {
     const auto handler = std::signal(SIGXFSZ, SIG_IGN);
     const rlimit tiny{16 * 1024, old.rlim_max};
     setrlimit(RLIMIT_FSIZE, &tiny);
-    m_file.save(config);
+    const Outcome outcome = m_file.trySave(config);
     setrlimit(RLIMIT_FSIZE, &old);
     std::signal(SIGXFSZ, handler);
+    ASSERT_FALSE(outcome);
+    EXPECT_EQ(outcome.error().description,
+              m_file.configFile().string() + ": " + std::generic_category().message(EFBIG));
     EXPECT_EQ(written(), before);
     EXPECT_EQ(std::distance(fs::directory_iterator(m_file.configDir()), {}), 1);
 }
