@@ -19,7 +19,7 @@ struct MenuEntry {
     };
     Kind kind = Kind::separator;
     std::string title;
-    std::function<void()> action;  // may destroy the menu it is in
+    std::function<void()> action;  // may replace or destroy the menu it is in
     bool checked = false;
     std::string shortcut;  // a key sequence such as "Ctrl+Q", or empty
 };
@@ -38,9 +38,16 @@ struct StatusIcon {
     bool needsAttention = false;
 };
 
-/// The program's item in the desktop's tray. It comes and goes with the tray by itself. Main thread.
+/// The program's item in the desktop's tray. It comes and goes with the tray by itself. Main
+/// thread.
 class StatusItem {
   public:
+    /// The menu is about to be opened: the last moment for setMenu().
+    std::function<void()> onAboutToShow;
+    /// Whether a tray shows the item became known or has changed, as far as the tray tells: one of
+    /// the old X11 kind does not. Never inside a call of this class.
+    std::function<void()> onShownChanged;
+
     virtual ~StatusItem() = default;
     virtual void setIcon(StatusIcon icon) = 0;
     /// Replaces the whole menu.

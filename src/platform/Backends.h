@@ -7,6 +7,7 @@
 #include "base/MainQueue.h"
 #include "base/Pasting.h"
 #include "base/Print.h"
+#include "base/StatusItem.h"
 #include "hotkey/EventTap.h"
 #include "transcription/HttpSession.h"
 
@@ -46,5 +47,9 @@ std::unique_ptr<PasteKeystroke> makeX11PasteKeystroke(InjectionGate& gate, Print
 
 /// Main thread, with a QGuiApplication.
 std::unique_ptr<Pasteboard> makeQtPasteboard();
+
+/// The item in trays that ask over the session bus; shown nowhere without a bus. With a
+/// QCoreApplication.
+std::unique_ptr<StatusItem> makeStatusNotifierItem();
 
 }  // namespace nulo

@@ -1,0 +1,26 @@
+#pragma once
+
+#include <QMenu>
+#include <set>
+
+#include "base/StatusItem.h"
+
+namespace nulo {
+
+/// A menu of the toolkit's own that shows a Menu. Choosing an entry runs its action after the menu
+/// has closed, so that the action may fill the menu anew or destroy it. Main thread.
+class MenuWidget final : public QMenu {
+  public:
+    explicit MenuWidget(QWidget* parent = nullptr);
+
+    /// Replaces all entries. Long titles are cut, line feeds become spaces.
+    void fill(const Menu& entries);
+
+  protected:
+    void initStyleOption(QStyleOptionMenuItem* option, const QAction* action) const override;
+
+  private:
+    std::set<const QAction*> m_warnings;
+};
+
+}  // namespace nulo
