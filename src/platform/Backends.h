@@ -4,6 +4,7 @@
 
 #include "audio/AudioFileWriter.h"
 #include "audio/CaptureEngine.h"
+#include "base/LoginItem.h"
 #include "base/MainQueue.h"
 #include "base/Pasting.h"
 #include "base/Print.h"
@@ -51,5 +52,10 @@ std::unique_ptr<Pasteboard> makeQtPasteboard();
 /// The item in trays that ask over the session bus; shown nowhere without a bus. With a
 /// QCoreApplication.
 std::unique_ptr<StatusItem> makeStatusNotifierItem();
+
+/// The entry autostart/nulo.desktop in `configHome` (userFolders().config), which starts `program`,
+/// an absolute path, at login.
+std::unique_ptr<LoginItem> makeLoginItem(const std::filesystem::path& configHome,
+                                         const std::filesystem::path& program);
 
 }  // namespace nulo

@@ -26,10 +26,13 @@ std::string homeFromPasswordDatabase() {
 }  // namespace
 
 UserFolders userFolders() {
-    const std::string home = variable("HOME");
+    const std::string homeVariable = variable("HOME");
     const std::string temporary = variable("TMPDIR");
-    return {home.empty() ? homeFromPasswordDatabase() : home,
-            temporary.empty() ? "/tmp" : temporary};
+    const std::filesystem::path home =
+        homeVariable.empty() ? homeFromPasswordDatabase() : homeVariable;
+    const std::filesystem::path config = variable("XDG_CONFIG_HOME");
+    return {home, temporary.empty() ? "/tmp" : temporary,
+            config.is_absolute() ? config : home / ".config"};
 }
 
 }  // namespace nulo

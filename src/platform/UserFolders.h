@@ -7,6 +7,7 @@ namespace nulo {
 struct UserFolders {
     std::filesystem::path home;       // $HOME, else the password database's
     std::filesystem::path temporary;  // $TMPDIR, else /tmp
+    std::filesystem::path config;     // $XDG_CONFIG_HOME when absolute, else ~/.config
 };
 
 /// As the environment says now; an empty variable counts as missing. Any thread.

@@ -1,0 +1,114 @@
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/resource.h>
+
+#include <fstream>
+
+#include "base/FileIO.h"
+#include "platform/Backends.h"
+#include "platform/UserFolders.h"
+#include "support/ChildProcess.h"
+#include "support/TemporaryFolder.h"
+#include "support/WaitUntil.h"
+
+namespace nulo {
+namespace {
+namespace fs = std::filesystem;
+
+class AutostartEntryTest : public testing::Test {
+  protected:
+    std::string content() const { return readFile(entry, 1 << 20).value_or("(no file)"); }
+
+    TemporaryFolder folder;
+    const fs::path config = folder / "config";
+    const fs::path entry = config / "autostart" / "nulo.desktop";
+};
+
+TEST_F(AutostartEntryTest, startsExactlyThisProgramWhateverItsPath) {
+    for (const std::string name :
+         {"plain", "with space", "\"quoted\" 'too'", "back\\slash \\n", "$HOME `id` $(id)",
+          "100% %f %%", "a=b", "semi;colon&|<>#*?~", "accentué", "line\nbreak\ttab"}) {
+        SCOPED_TRACE(name);
+        const fs::path program = folder / name / "nulo";
+        const fs::path marker = folder / "started";
+        fs::create_directory(folder / name);
+        fs::remove(marker);
+        std::ofstream(program) << "#!/bin/sh\necho \"$#\" >'" << marker.native() << "'\n";
+        fs::permissions(program, fs::perms::owner_all);
+
+        ASSERT_TRUE(makeLoginItem(config, program)->registerItem());
+
+        EXPECT_NO_THROW(outputOf({"desktop-file-validate", entry})) << content();
+        outputOf({"gio", "launch", entry});
+        EXPECT_TRUE(waitUntil([&] { return readFile(marker, 10) == "0\n"; })) << content();
+    }
+}
+
+TEST_F(AutostartEntryTest, replacesAnEntryThatItsUserSwitchedOff) {
+    fs::create_directories(entry.parent_path());
+    std::ofstream(entry) << "[Desktop Entry]\nHidden=true\n";
+    const auto item = makeLoginItem(config, "/usr/bin/nulo");
+    EXPECT_NE(content().find("Hidden"), std::string::npos);
+    ASSERT_TRUE(item->registerItem());
+    ASSERT_TRUE(item->registerItem());
+    EXPECT_EQ(content().find("Hidden"), std::string::npos);
+    EXPECT_NE(content().find("Exec=\"/usr/bin/nulo\"\n"), std::string::npos);
+    EXPECT_EQ(std::distance(fs::directory_iterator(entry.parent_path()), {}), 1);
+}
+
+TEST_F(AutostartEntryTest, saysWhichFileCannotBeWrittenAndWhy) {
+    const auto failure = [&](const fs::path& program = "/usr/bin/nulo") {
+        const Outcome outcome = makeLoginItem(config, program)->registerItem();
+        return outcome ? "it succeeded" : outcome.error().description;
+    };
+    const std::string start = "cannot write " + entry.string() + ": ";
+
+    std::ofstream(config) << "a file where the folder should be";
+    EXPECT_EQ(failure(), start + "Not a directory");
+
+    fs::remove(config);
+    fs::create_directories(entry);
+    EXPECT_EQ(failure(), start + "Is a directory");
+    EXPECT_EQ(std::distance(fs::directory_iterator(entry.parent_path()), {}), 1);
+    fs::remove(entry);
+
+    EXPECT_NE(failure("nulo").find("cannot be written there"), std::string::npos);
+    EXPECT_NE(failure("/\xff/nulo").find("cannot be written there"), std::string::npos);
+    EXPECT_FALSE(fs::exists(entry));
+}
+
+TEST_F(AutostartEntryTest, keepsTheOldEntryWhenTheDiskIsFull) {
+    const auto item = makeLoginItem(config, "/usr/bin/nulo");
+    ASSERT_TRUE(item->registerItem());
+    const std::string before = content();
+
+    rlimit limit{};
+    getrlimit(RLIMIT_FSIZE, &limit);
+    const auto handler = signal(SIGXFSZ, SIG_IGN);
+    const rlimit none{0, limit.rlim_max};
+    setrlimit(RLIMIT_FSIZE, &none);
+    const Outcome outcome = makeLoginItem(config, "/opt/nulo")->registerItem();
+    setrlimit(RLIMIT_FSIZE, &limit);
+    signal(SIGXFSZ, handler);
+
+    ASSERT_FALSE(outcome);
+    EXPECT_NE(outcome.error().description.find("File too large"), std::string::npos);
+    EXPECT_EQ(content(), before);
+    EXPECT_EQ(std::distance(fs::directory_iterator(entry.parent_path()), {}), 1);
+}
+
+TEST(UserFolders, settingsFolderIsTheDesktopsOnlyWhenItIsAbsolute) {
+    const char* before = std::getenv("XDG_CONFIG_HOME");
+    const std::string kept = before ? before : "";
+    const fs::path byDefault = userFolders().home / ".config";
+    for (const auto& [value, expected] : {std::pair("/else/where", fs::path("/else/where")),
+                                          {"relative", byDefault},
+                                          {"", byDefault}}) {
+        setenv("XDG_CONFIG_HOME", value, 1);
+        EXPECT_EQ(userFolders().config, expected) << value;
+    }
+    before ? setenv("XDG_CONFIG_HOME", kept.c_str(), 1) : unsetenv("XDG_CONFIG_HOME");
+}
+
+}  // namespace
+}  // namespace nulo
