@@ -1,7 +1,5 @@
 #pragma once
 
-#include <httplib.h>
-
 #include <condition_variable>
 #include <deque>
 #include <functional>
@@ -12,15 +10,15 @@
 namespace nulo::service {
 
 /// A thread for each open connection, started when it is needed and kept.
-class ConnectionThreads final : public httplib::TaskQueue {
+class ConnectionThreads final {
   public:
     explicit ConnectionThreads(std::size_t most) : m_most(most) {}
-    ~ConnectionThreads() override { shutdown(); }
+    ~ConnectionThreads() { shutdown(); }
 
     /// When all threads are busy, `work` runs at once on the calling thread.
-    void enqueue(std::function<void()> work) override;
+    void enqueue(std::function<void()> work);
     /// Waits for all work.
-    void shutdown() override;
+    void shutdown();
 
   private:
     void run();

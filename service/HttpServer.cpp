@@ -1,5 +1,6 @@
 #include "service/HttpServer.h"
 
+#include <fcntl.h>
 #include <poll.h>
 #include <sys/eventfd.h>
 #include <sys/socket.h>
@@ -42,10 +43,6 @@ std::string printable(std::string text) {
 
 HttpServer::HttpServer(const Clock& clock, Print print, Limits limits)
     : m_clock(clock), m_print(std::move(print)), m_limits(limits), m_stopEvent(newEvent()) {
-    new_task_queue = [this]() -> httplib::TaskQueue* {
-        m_acceptingThread = std::this_thread::get_id();
-        return new ConnectionThreads(m_limits.connections);
-    };
     // What answers tell clients about the connection; the waits themselves are ConnectionStream's.
     set_keep_alive_timeout(
         std::chrono::duration_cast<std::chrono::seconds>(limits.connection.idle).count());
@@ -81,15 +78,38 @@ Result<int> HttpServer::listenOn(const std::string& address, int port) {
     return Error{"cannot listen on " + address + " port " + std::to_string(port) + ": " + why};
 }
 
+void HttpServer::listenOn(const InheritedSocket& socket) {
+    svr_sock_ = socket.descriptor;
+    m_inherited = true;
+}
+
+/// A loop of our own: the library's ends only when the socket is shut down, which would end a
+/// service manager's listening too.
 void HttpServer::run() {
-    listen_after_bind();
+    m_acceptingThread = std::this_thread::get_id();
+    ConnectionThreads connections(m_limits.connections);
+    // A client may be gone again between poll() and accept().
+    fcntl(svr_sock_, F_SETFL, fcntl(svr_sock_, F_GETFL) | O_NONBLOCK);
+    pollfd entries[] = {{svr_sock_, POLLIN, 0}, {m_stopEvent, POLLIN, 0}};
+    while (poll(entries, 2, -1) < 0 || entries[1].revents == 0) {
+        const int socket = accept4(svr_sock_, nullptr, nullptr, SOCK_CLOEXEC);
+        if (socket >= 0)
+            connections.enqueue([this, socket] { process_and_close_socket(socket); });
+        else if (errno == EBADF || errno == EINVAL || errno == ENOTSOCK)
+            break;
+        else if (errno == EMFILE || errno == ENFILE || errno == ENOBUFS || errno == ENOMEM)
+            poll(&entries[1], 1, 100);  // until a connection has ended
+    }
+    if (!m_inherited)
+        shutdown(svr_sock_, SHUT_RDWR);
+    connections.shutdown();
+    // Not before: the library takes it for the order to cut the answers in flight.
+    close(svr_sock_.exchange(INVALID_SOCKET));
 }
 
 void HttpServer::finish() {
     const eventfd_t one = 1;
     eventfd_write(m_stopEvent, one);
-    // Makes accept() fail for good. The library's own stop() would also cut the streams in flight.
-    shutdown(svr_sock_, SHUT_RDWR);
 }
 
 bool HttpServer::isFinishing() const {

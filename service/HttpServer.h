@@ -9,6 +9,7 @@
 #include "base/Print.h"
 #include "base/Result.h"
 #include "service/ConnectionStream.h"
+#include "service/InheritedSocket.h"
 
 namespace nulo::service {
 
@@ -26,6 +27,8 @@ class HttpServer final : public httplib::Server {
 
     /// The port that it listens on.
     Result<int> listenOn(const std::string& address, int port);
+    /// Stays open for its other holders in the end: they take what run() no longer accepts.
+    void listenOn(const InheritedSocket& socket);
     /// Serves until finish(), then until the last request in flight is answered.
     void run();
     /// Once, after listenOn(); any thread, also before run(). Returns at once.
@@ -40,6 +43,7 @@ class HttpServer final : public httplib::Server {
     const Print m_print;
     const Limits m_limits;
     const int m_stopEvent;
+    bool m_inherited = false;
     std::thread::id m_acceptingThread;  // set before there is any other
 };
 

@@ -41,10 +41,16 @@ Result<Options> parsedOptions(const std::vector<std::string>& arguments) {
         if (name == "--model-dir")
             options.modelFolder = value;
     }
-    if (!isLoopback(options.address) && options.tokenFile.empty())
-        return Error{"--address " + options.address +
-                     " can be reached from other machines: name a --token-file too"};
+    if (const Outcome allowed = checkReach(options); !allowed)
+        return allowed.error();
     return options;
+}
+
+Outcome checkReach(const Options& options) {
+    if (!isLoopback(options.address) && options.tokenFile.empty())
+        return Error{"the address " + options.address +
+                     " can be reached from other machines: name a --token-file too"};
+    return Success{};
 }
 
 std::string_view helpText() {

@@ -25,6 +25,9 @@ struct Options {
 /// `arguments` without the program's name. The error is a line for the user.
 Result<Options> parsedOptions(const std::vector<std::string>& arguments);
 
+/// Whether who can reach its address may: other machines need a token. Part of parsedOptions().
+Outcome checkReach(const Options& options);
+
 /// The first line is the usage line.
 std::string_view helpText();
 

@@ -11,6 +11,7 @@
 #include "base/Clock.h"
 #include "base/Print.h"
 #include "service/HttpServer.h"
+#include "service/InheritedSocket.h"
 #include "service/OfflineRecogniser.h"
 #include "service/Options.h"
 #include "service/PocketSphinxEngine.h"
@@ -37,7 +38,21 @@ void waitForStopSignal(const sigset_t& signals) {
     pthread_sigmask(SIG_UNBLOCK, &signals, nullptr);
 }
 
-int serve(const Options& options) {
+int serve(Options options) {
+    const auto inherited = inheritedSocket();
+    if (!inherited) {
+        printError(inherited.error().description);
+        return 1;
+    }
+    if (const auto& socket = inherited.value()) {
+        options.address = socket->address;
+        options.port = socket->port;
+        if (const auto allowed = checkReach(options); !allowed) {
+            printError(allowed.error().description);
+            return 1;
+        }
+    }
+
     // Blocked before any thread starts, so that they reach the thread that waits for them only.
     sigset_t signals;
     sigemptyset(&signals);
@@ -66,10 +81,15 @@ int serve(const Options& options) {
     SpeechApi api(recogniser, cleanup, RequestGuard(std::move(token)), systemClock(), NULO_VERSION);
     HttpServer server(systemClock(), printLine, {});
     api.attachTo(server);
-    const auto port = server.listenOn(options.address, options.port);
-    if (!port) {
-        printError(port.error().description);
-        return 1;
+    if (inherited.value()) {
+        server.listenOn(*inherited.value());
+    } else {
+        const auto port = server.listenOn(options.address, options.port);
+        if (!port) {
+            printError(port.error().description);
+            return 1;
+        }
+        options.port = port.value();
     }
     if (const auto ready = recogniser.prepare(); !ready) {
         printError(ready.error().description);
@@ -81,7 +101,7 @@ int serve(const Options& options) {
         "word in four wrong on read speech");
     const bool bracketed = options.address.find(':') != std::string::npos;
     printLine("Listening on http://" + (bracketed ? "[" + options.address + "]" : options.address) +
-              ":" + std::to_string(port.value()));
+              ":" + std::to_string(options.port));
     std::atomic<bool> asked = false;
     std::thread stopper([&] {
         waitForStopSignal(signals);
