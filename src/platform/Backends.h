@@ -1,5 +1,6 @@
 #pragma once
 
+#include <filesystem>
 #include <memory>
 
 #include "audio/AudioFileWriter.h"
@@ -9,8 +10,12 @@
 #include "base/Pasting.h"
 #include "base/Print.h"
 #include "base/StatusItem.h"
+
+#include "base/UserDefaults.h"
 #include "hotkey/EventTap.h"
 #include "transcription/HttpSession.h"
+#include "update/ProcessLauncher.h"
+#include "update/UpdateHttp.h"
 
 /// Every platform backend, reached by one function each; nothing else of platform/ is needed to use
 /// one. All are called on the main thread.
@@ -57,5 +62,17 @@ std::unique_ptr<StatusItem> makeStatusNotifierItem();
 /// an absolute path, at login.
 std::unique_ptr<LoginItem> makeLoginItem(const std::filesystem::path& configHome,
                                          const std::filesystem::path& program);
+
+/// Transfers as those of makeCurlHttpSession(), each with a thread of its own. `mainQueue` outlives
+/// it.
+std::unique_ptr<UpdateHttp> makeCurlUpdateHttp(MainQueue& mainQueue);
+
+/// Tells what it starts, in $NULO_PID and $NULO_EXECUTABLE, which process and which program this
+/// is.
+std::unique_ptr<ProcessLauncher> makeProcessLauncher();
+
+/// An INI file, readable by its owner only; its folder is made when something is first written. A
+/// file that is no INI file is replaced.
+std::unique_ptr<UserDefaults> makeUserDefaults(const std::filesystem::path& file);
 
 }  // namespace nulo

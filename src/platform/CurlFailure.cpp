@@ -14,6 +14,12 @@ std::string withSmallFirstLetter(std::string text) {
     return text;
 }
 
+std::string withCapital(std::string text) {
+    if (!text.empty() && text[0] >= 'a' && text[0] <= 'z')
+        text[0] = static_cast<char>(text[0] - 'a' + 'A');
+    return text;
+}
+
 std::string duration(std::chrono::milliseconds length) {
     const auto count = length.count();
     if (count % 1000 != 0)
@@ -46,7 +52,7 @@ std::string tlsReason(std::string detail) {
 }  // namespace
 
 Error describe(const CurlFailure& failure, const HttpUrl& url) {
-    const std::string service = "the speech service at " + url.authority;
+    const std::string service = failure.peer + " at " + url.authority;
     if (failure.proxyStatus >= 300)
         return {"The proxy refused the connection to " + url.authority + " (status " +
                 std::to_string(failure.proxyStatus) + ")"};
@@ -58,7 +64,7 @@ Error describe(const CurlFailure& failure, const HttpUrl& url) {
         case CURLE_COULDNT_CONNECT:
             return {"Could not connect to " + service + ": " + reasonOf(failure.systemError)};
         case CURLE_OPERATION_TIMEDOUT:  // only the time for connecting is left to libcurl
-            return describeSilence(failure.idleTimeout, false, url);
+            return describeSilence(failure.idleTimeout, false, failure.peer, url);
         case CURLE_PEER_FAILED_VERIFICATION:
             return {"The certificate of " + url.host +
                     " could not be verified: " + tlsReason(failure.detail)};
@@ -86,12 +92,12 @@ Error describe(const CurlFailure& failure, const HttpUrl& url) {
     }
 }
 
-Error describeSilence(std::chrono::milliseconds idleTimeout, bool connected, const HttpUrl& url) {
+Error describeSilence(std::chrono::milliseconds idleTimeout, bool connected, std::string peer,
+                      const HttpUrl& url) {
+    const std::string who = peer.append(" at ").append(url.authority);
     if (!connected)
-        return {"Could not connect to the speech service at " + url.authority + " within " +
-                duration(idleTimeout)};
-    return {"The speech service at " + url.authority + " did not answer for " +
-            duration(idleTimeout)};
+        return {"Could not connect to " + who + " within " + duration(idleTimeout)};
+    return {withCapital(who) + " did not answer for " + duration(idleTimeout)};
 }
 
 }  // namespace nulo

@@ -14,6 +14,7 @@ struct CurlFailure {
     int systemError = 0;  // errno of the failed connection, 0 when unknown
     int proxyStatus = 0;  // a proxy's answer to CONNECT, 0 without one
     std::string detail;   // libcurl's own words; used for certificates and TLS only
+    std::string peer;     // as HttpRequest::peer
     std::chrono::milliseconds idleTimeout{};
 };
 
@@ -21,6 +22,7 @@ struct CurlFailure {
 Error describe(const CurlFailure& failure, const HttpUrl& url);
 
 /// Nothing came or went for `idleTimeout`, before or after the connection was made.
-Error describeSilence(std::chrono::milliseconds idleTimeout, bool connected, const HttpUrl& url);
+Error describeSilence(std::chrono::milliseconds idleTimeout, bool connected, std::string peer,
+                      const HttpUrl& url);
 
 }  // namespace nulo

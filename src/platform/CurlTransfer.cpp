@@ -196,6 +196,7 @@ bool CurlTransfer::endExchange(CURLcode result) {
     failure.systemError = static_cast<int>(infoOf<long>(m_easy.get(), CURLINFO_OS_ERRNO));
     failure.proxyStatus = static_cast<int>(infoOf<long>(m_easy.get(), CURLINFO_HTTP_CONNECTCODE));
     failure.detail = m_detail.data();
+    failure.peer = m_request.peer;
     failure.idleTimeout = idleTimeout();
     complete(describe(failure, m_url));
     return false;
@@ -204,7 +205,7 @@ bool CurlTransfer::endExchange(CURLcode result) {
 void CurlTransfer::endInSilence() {
     m_metrics.push_back(metrics());
     const bool connected = m_metrics.back().requestStart.has_value();
-    complete(describeSilence(idleTimeout(), connected, m_url));
+    complete(describeSilence(idleTimeout(), connected, m_request.peer, m_url));
 }
 
 void CurlTransfer::complete(const std::optional<Error>& error) {

@@ -21,6 +21,7 @@ struct HttpRequest {
     std::string body;
     /// The longest allowed silence, connecting included; no limit on the whole exchange.
     std::chrono::milliseconds idleTimeout = std::chrono::seconds(60);
+    std::string peer = "the speech service";  // what error texts call the far end
 };
 
 struct HttpResponseHead {
