@@ -1,0 +1,39 @@
+#pragma once
+
+#include <QAbstractButton>
+#include <QButtonGroup>
+#include <QString>
+#include <QWidget>
+#include <functional>
+#include <string>
+#include <vector>
+
+namespace nulo {
+
+/// A choice of one of a few values, side by side in one control. The arrow keys go from one to the
+/// other; for a screen reader they are radio buttons. Main thread.
+class SegmentedPicker final : public QWidget {
+  public:
+    struct Segment {
+        QString title;
+        std::string value;
+    };
+    SegmentedPicker(std::vector<Segment> segments, QWidget* parent);
+
+    /// None is chosen for a value that no segment has. Does not call onValueChanged.
+    void setValue(const std::string& value);
+    /// The user chose another segment.
+    std::function<void(const std::string& value)> onValueChanged;
+
+    /// What a label gives the focus to.
+    QWidget& firstButton() { return *m_group.button(0); }
+
+  protected:
+    void paintEvent(QPaintEvent* event) override;
+
+  private:
+    std::vector<Segment> m_segments;
+    QButtonGroup m_group;  // ids are rows of m_segments
+};
+
+}  // namespace nulo

@@ -1,0 +1,50 @@
+#pragma once
+
+#include <QListView>
+#include <functional>
+#include <string>
+#include <vector>
+
+namespace nulo {
+
+class WordChipsModel;
+
+/// Words as chips that wrap, each with a remove button. Grows with its words up to a few rows, then
+/// scrolls. The arrow keys go through the chips, Delete or Backspace removes one. Chips are painted
+/// rather than widgets, so that thousands of them cost nothing. Main thread.
+class WordChips final : public QListView {
+  public:
+    /// Points of empty space around each chip.
+    static constexpr int chipMargin = 3;
+
+    WordChips(const std::vector<std::string>& words, QWidget* parent);
+
+    void appendWord(const std::string& word);
+    void removeRow(int row);
+
+    /// The user wants the chip away; the owner answers with removeRow().
+    std::function<void(int row)> onRemove;
+
+    /// Where the remove button of a row's chip is, in the viewport's coordinates.
+    QRect removeButtonRect(int row) const;
+
+    void doItemsLayout() override;
+
+  protected:
+    void keyPressEvent(QKeyEvent* event) override;
+    void mousePressEvent(QMouseEvent* event) override;
+    void mouseMoveEvent(QMouseEvent* event) override;
+    void mouseReleaseEvent(QMouseEvent* event) override;
+    void focusInEvent(QFocusEvent* event) override;
+    void resizeEvent(QResizeEvent* event) override;
+    void changeEvent(QEvent* event) override;
+
+  private:
+    int removeButtonRowAt(const QPoint& position) const;
+    void requestRemoval(int row);
+
+    WordChipsModel* m_model;
+    int m_pressedRow = -1;  // whose remove button the mouse went down on
+};
+
+}  // namespace nulo
