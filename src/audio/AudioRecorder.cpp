@@ -53,6 +53,7 @@ AudioRecorder::~AudioRecorder() {
 void AudioRecorder::startRecording() {
     if (m_isRecording.get())
         return;
+    m_startIsWanted = true;
     switch (m_microphone.authorizationStatus()) {
         case MicrophonePermission::authorized:
             m_mainQueue.async(m_lifetime.guard([this] { begin(); }));
@@ -76,8 +77,8 @@ void AudioRecorder::startRecording() {
 }
 
 void AudioRecorder::begin() {
-    if (m_isRecording.get())
-        return;  // pressed twice before the first begin ran
+    if (!m_startIsWanted || m_isRecording.get())
+        return;  // let go, or pressed twice, before the first begin ran
     m_audioLevels.set({});
     std::unique_ptr<CaptureEngine> engine = m_microphone.makeEngine();
     const Result<double> sampleRate = engine->inputSampleRate();
@@ -154,6 +155,7 @@ void AudioRecorder::finishFile() {
 }
 
 std::optional<std::filesystem::path> AudioRecorder::stopRecording() {
+    m_startIsWanted = false;
     if (!m_isRecording.get())
         return std::nullopt;
     finishFile();

@@ -31,7 +31,8 @@ class AudioRecorder {
     ~AudioRecorder();
 
     /// Asks for the microphone if need be and begins later, on the main queue; ignored while
-    /// recording. A stopRecording() that comes before the begin finds the recorder idle.
+    /// recording. A stopRecording() that comes before the begin calls it off: nobody would ever end
+    /// that take.
     void startRecording();
 
     /// Ends the take and completes its file. Returns the file, or nothing when there was no take,
@@ -60,6 +61,7 @@ class AudioRecorder {
     const Print m_print;
     const std::filesystem::path m_recordingsDirectory;
 
+    bool m_startIsWanted = false;
     Published<bool> m_isRecording{false};
     Published<std::vector<float>> m_audioLevels;
     std::optional<std::filesystem::path> m_currentFileURL;

@@ -91,11 +91,14 @@ TEST_F(AudioRecorderTest, ignoresCallsThatDoNotFitItsState) {
     EXPECT_EQ(printed.lines().size(), 1u);
 }
 
-TEST_F(AudioRecorderTest, aReleaseBeforeTheBeginLeavesTheTakeToTheNextRelease) {
+// A microphone that stays open after the chord was let go.
+TEST_F(AudioRecorderTest, aReleaseBeforeTheBeginCallsItOff) {
     recorder->startRecording();
     EXPECT_EQ(recorder->stopRecording(), std::nullopt);
     queue.runPending();
-    EXPECT_TRUE(recorder->isRecording().get());
+    EXPECT_FALSE(recorder->isRecording().get());
+    EXPECT_EQ(microphone.enginesMade, 0);
+    begin();
     EXPECT_TRUE(stopAfter(milliseconds(2000)));
 }
 
