@@ -4,9 +4,8 @@
 #include <optional>
 
 #include "base/Result.h"
+#include "base/StatusItem.h"
 #include "config/AppConfig.h"
-
-class QMenu;
 
 namespace nulo {
 
@@ -19,8 +18,8 @@ struct SettingsHost {
     std::function<Outcome(const AppConfig&)> onSave;
     /// The window was closed; what was not saved is dropped.
     std::function<void()> onClose;
-    /// Fills the program's menu each time it opens. Empty when a tray shows that menu already.
-    std::function<void(QMenu&)> fillProgramMenu;
+    /// The program's menu, asked for each time it opens. Empty when a tray shows it already.
+    std::function<Menu()> programMenu;
 };
 
 }  // namespace nulo

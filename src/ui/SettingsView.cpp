@@ -4,7 +4,6 @@
 #include <QCloseEvent>
 #include <QDialog>
 #include <QHBoxLayout>
-#include <QMenu>
 #include <QPointer>
 #include <QPushButton>
 #include <QScrollArea>
@@ -14,6 +13,7 @@
 #include <utility>
 
 #include "ui/DictionarySection.h"
+#include "ui/MenuWidget.h"
 #include "ui/ModesSection.h"
 #include "ui/SettingsLayout.h"
 #include "ui/SettingsStyle.h"
@@ -67,7 +67,7 @@ QWidget* SettingsView::makeBottomBar() {
     auto* layout = new QHBoxLayout(bar);
     layout->setContentsMargins(padding, 10, padding, 10);
     layout->setSpacing(12);
-    if (m_host.fillProgramMenu)
+    if (m_host.programMenu)
         layout->addWidget(makeMenuButton(bar));
     m_status = makeSecondaryLabel({}, bar);
     m_status->setTextFormat(Qt::PlainText);
@@ -89,11 +89,9 @@ QWidget* SettingsView::makeBottomBar() {
 
 QWidget* SettingsView::makeMenuButton(QWidget* parent) {
     auto* button = new SymbolButton(Symbol::menu, "Menu de Nulo", parent);
-    auto* menu = new QMenu(button);
+    auto* menu = new MenuWidget(button);
     connect(button, &QToolButton::clicked, this, [this, button, menu] {
-        menu->clear();
-        const auto fill = m_host.fillProgramMenu;
-        fill(*menu);
+        menu->fill(m_host.programMenu());
         menu->popup(button->mapToGlobal(QPoint(0, -menu->sizeHint().height())));
     });
     return button;

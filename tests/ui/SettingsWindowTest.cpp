@@ -368,7 +368,7 @@ TEST_F(SettingsWindowTest, everyControlIsNamedAndReached) {
     AppConfig config = defaultConfig();
     config.dictionary = {"Nulo"};
     config.modes.push_back(custom("1", "Mine"));
-    m_host.fillProgramMenu = [](QMenu& menu) { menu.addAction("Quitter"); };
+    m_host.programMenu = [] { return Menu{{MenuEntry::Kind::action, "Quitter"}}; };
     open(config);
     clickRow(5);
     QStringList names;
@@ -393,7 +393,7 @@ TEST_F(SettingsWindowTest, everyControlIsNamedAndReached) {
 
 TEST_F(SettingsWindowTest, theProgramMenuIsFilledAtEachOpening) {
     int filled = 0;
-    m_host.fillProgramMenu = [&](QMenu& menu) { menu.addAction(QString::number(++filled)); };
+    m_host.programMenu = [&] { return Menu{{MenuEntry::Kind::action, std::to_string(++filled)}}; };
     open(defaultConfig());
     auto& button = named<QToolButton>("Menu de Nulo");
     for (const char* title : {"1", "2"}) {
