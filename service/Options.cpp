@@ -25,7 +25,7 @@ Result<Options> parsedOptions(const std::vector<std::string>& arguments) {
             return options;
         }
         if (name != "--port" && name != "--address" && name != "--token-file" &&
-            name != "--model-dir" && name != "--jobs")
+            name != "--model-dir" && name != "--update-dir" && name != "--jobs")
             return Error{"unknown option " + name};
         if (i + 1 == arguments.size() || arguments[i + 1].empty())
             return Error{name + " needs a value"};
@@ -40,6 +40,8 @@ Result<Options> parsedOptions(const std::vector<std::string>& arguments) {
             options.tokenFile = value;
         if (name == "--model-dir")
             options.modelFolder = value;
+        if (name == "--update-dir")
+            options.updateFolder = value;
     }
     if (const Outcome allowed = checkReach(options); !allowed)
         return allowed.error();
@@ -54,8 +56,8 @@ Outcome checkReach(const Options& options) {
 }
 
 std::string_view helpText() {
-    return "usage: nulo-service [--port N] [--address A] [--token-file F] [--model-dir D] [--jobs "
-           "N]\n"
+    return "usage: nulo-service [--port N] [--address A] [--token-file F] [--model-dir D] "
+           "[--update-dir D] [--jobs N]\n"
            "\n"
            "Serves speech recognition to Nulo. English only; nothing leaves this machine.\n"
            "\n"
@@ -65,6 +67,7 @@ std::string_view helpText() {
            "  --token-file F  file with the token that requests must carry\n"
            "  --model-dir D   folder of the speech model, by default that of the Debian package\n"
            "                  pocketsphinx-en-us\n"
+           "  --update-dir D  folder with an update to offer: version.json, update.sh, updates/\n"
            "  --jobs N        recordings recognised at once, by default one a processor core\n"
            "  --help          this text\n"
            "  --version       the version\n";

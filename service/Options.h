@@ -18,8 +18,9 @@ struct Options {
     std::string address = "127.0.0.1";
     int port = 8737;  // 0: any free one
     std::filesystem::path tokenFile;
-    std::filesystem::path modelFolder;  // empty: the installed one
-    std::size_t jobs = 0;               // recognitions at once; 0: one a core
+    std::filesystem::path modelFolder;   // empty: the installed one
+    std::filesystem::path updateFolder;  // empty: no updates are offered
+    std::size_t jobs = 0;                // recognitions at once; 0: one a core
 };
 
 /// `arguments` without the program's name. The error is a line for the user.

@@ -25,12 +25,20 @@ struct Endpoint {
     Access access;
 };
 /// The version is open: clients ask for it to open a connection ahead of time, and to find updates,
-/// both without credentials.
+/// both without credentials. So are the updates themselves.
 constexpr std::array endpoints = {
     Endpoint{"/api/transcribe", "POST", Access::withToken},
     Endpoint{"/api/chat", "POST", Access::withToken},
     Endpoint{"/api/version", "GET, HEAD", Access::open},
 };
+constexpr Endpoint updateEndpoint{"", "GET, HEAD", Access::open};
+
+const Endpoint* endpointOf(const std::string& path) {
+    if (UpdateFolder::serves(path))
+        return &updateEndpoint;
+    const auto endpoint = std::ranges::find(endpoints, path, &Endpoint::path);
+    return endpoint == endpoints.end() ? nullptr : &*endpoint;
+}
 
 bool allows(const Endpoint& endpoint, const std::string& method) {
     return (", " + std::string(endpoint.methods) + ",").find(", " + method + ",") !=
@@ -122,12 +130,13 @@ Result<CleanupRequest, Failure> parsedChat(const std::string& body) {
 }  // namespace
 
 SpeechApi::SpeechApi(Recogniser& recogniser, Cleanup& cleanup, RequestGuard guard,
-                     const Clock& clock, std::string version)
+                     const Clock& clock, std::string version, UpdateFolder updates)
     : m_recogniser(recogniser),
       m_cleanup(cleanup),
       m_guard(std::move(guard)),
       m_clock(clock),
-      m_version(std::move(version)) {}
+      m_version(std::move(version)),
+      m_updates(std::move(updates)) {}
 
 void SpeechApi::attachTo(httplib::Server& server) {
     using httplib::ContentReader;
@@ -141,9 +150,8 @@ void SpeechApi::attachTo(httplib::Server& server) {
             return httplib::Server::HandlerResponse::Unhandled;
         response.set_header("Connection", "close");
         answer(response, *refused);
-        for (const Endpoint& endpoint : endpoints)
-            if (refused->status == 405 && endpoint.path == request.path)
-                response.set_header("Allow", std::string(endpoint.methods));
+        if (const Endpoint* endpoint = endpointOf(request.path); endpoint && refused->status == 405)
+            response.set_header("Allow", std::string(endpoint->methods));
         return httplib::Server::HandlerResponse::Handled;
     });
     // Spares a client that asks first the sending of a body that would be refused.
@@ -164,6 +172,10 @@ void SpeechApi::attachTo(httplib::Server& server) {
     });
     server.Get("/api/version",
                [this](const Request& request, Response& response) { version(request, response); });
+    for (const char* pattern : {"/update\\.sh", "/updates/.*"})
+        server.Get(pattern, [this](const Request& request, Response& response) {
+            update(request, response);
+        });
     server.Post("/api/transcribe",
                 [this](const Request& request, Response& response, const ContentReader& content) {
                     transcribe(request, response, content);
@@ -180,16 +192,11 @@ std::optional<Failure> SpeechApi::refusal(const httplib::Request& request) const
                                                 request.get_header_value("Authorization")};
     if (auto refused = m_guard.refusedSender(credentials))
         return refused;
-    const auto endpoint =
-        std::find_if(endpoints.begin(), endpoints.end(),
-                     [&](const Endpoint& candidate) { return candidate.path == request.path; });
-    if (endpoint == endpoints.end()) {
-        if (request.path == "/update.sh")
-            return Failure{404, "No update is configured on this service.\n"};
+    const Endpoint* endpoint = endpointOf(request.path);
+    if (!endpoint)
         return Failure{404,
-                       "There is nothing here. The endpoints are /api/transcribe, /api/chat and "
-                       "/api/version.\n"};
-    }
+                       "There is nothing here. The endpoints are /api/transcribe, /api/chat, "
+                       "/api/version, /update.sh and /updates/NAME.\n"};
     if (!allows(*endpoint, request.method))
         return Failure{405, "Use " + std::string(endpoint->methods) + " here.\n"};
     if (endpoint->access == Access::withToken)
@@ -198,14 +205,21 @@ std::optional<Failure> SpeechApi::refusal(const httplib::Request& request) const
     return request.method == "POST" ? refusedLength(request) : std::nullopt;
 }
 
-/// Its own version, so that nobody finds a newer one here.
+/// Its own version unless an update is offered, so that nobody finds a newer one here.
 void SpeechApi::version(const httplib::Request&, httplib::Response& response) const {
+    if (auto offered = m_updates.versionInfo())
+        return response.set_content(std::move(*offered), "application/json");
     const json info = {{"version", m_version},
                        {"build", 0},
                        {"downloadUrl", ""},
                        {"releaseNotes", ""},
                        {"minVersion", "0.0"}};
     response.set_content(info.dump() + "\n", "application/json");
+}
+
+void SpeechApi::update(const httplib::Request& request, httplib::Response& response) const {
+    if (!m_updates.answer(request.path, response))
+        answer(response, {404, "No such update is configured on this service.\n"});
 }
 
 void SpeechApi::transcribe(const httplib::Request& request, httplib::Response& response,

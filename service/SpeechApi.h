@@ -9,6 +9,7 @@
 #include "service/Cleanup.h"
 #include "service/Recogniser.h"
 #include "service/RequestGuard.h"
+#include "service/UpdateFolder.h"
 
 namespace nulo::service {
 
@@ -17,13 +18,14 @@ namespace nulo::service {
 class SpeechApi {
   public:
     SpeechApi(Recogniser& recogniser, Cleanup& cleanup, RequestGuard guard, const Clock& clock,
-              std::string version);
+              std::string version, UpdateFolder updates);
 
     void attachTo(httplib::Server& server);
 
   private:
     std::optional<Failure> refusal(const httplib::Request& request) const;
     void version(const httplib::Request& request, httplib::Response& response) const;
+    void update(const httplib::Request& request, httplib::Response& response) const;
     void transcribe(const httplib::Request& request, httplib::Response& response,
                     const httplib::ContentReader& content);
     void chat(const httplib::Request& request, httplib::Response& response,
@@ -35,6 +37,7 @@ class SpeechApi {
     const RequestGuard m_guard;
     const Clock& m_clock;
     const std::string m_version;
+    const UpdateFolder m_updates;
 };
 
 }  // namespace nulo::service

@@ -6,6 +6,7 @@
 #include <atomic>
 #include <cstdio>
 #include <optional>
+#include <system_error>
 #include <thread>
 
 #include "base/Clock.h"
@@ -72,13 +73,21 @@ int serve(Options options) {
         token = std::move(read).value();
     }
 
+    std::error_code ignored;
+    if (!options.updateFolder.empty() &&
+        !std::filesystem::is_directory(options.updateFolder, ignored)) {
+        printError("--update-dir " + options.updateFolder.string() + " is no folder");
+        return 1;
+    }
+
     const auto model = options.modelFolder.empty() ? installedModelFolder() : options.modelFolder;
     const std::size_t cores = std::max(1U, std::thread::hardware_concurrency());
     const std::size_t jobs = options.jobs ? options.jobs : cores;
     OfflineRecogniser recogniser([model] { return makePocketSphinxEngine(model); },
                                  {.atOnce = jobs, .waiting = 2 * jobs});
     RuleCleanup cleanup;
-    SpeechApi api(recogniser, cleanup, RequestGuard(std::move(token)), systemClock(), NULO_VERSION);
+    SpeechApi api(recogniser, cleanup, RequestGuard(std::move(token)), systemClock(), NULO_VERSION,
+                  UpdateFolder(options.updateFolder));
     HttpServer server(systemClock(), printLine, {});
     api.attachTo(server);
     if (inherited.value()) {

@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 #include <httplib.h>
 #include <signal.h>
+#include <sys/stat.h>
 
 #include <fstream>
 #include <nlohmann/json.hpp>
@@ -150,6 +151,53 @@ TEST(Service, streamsCleanedTextAndTellsItsVersion) {
     EXPECT_EQ(client.Get("/update.sh")->status, 404);
 }
 
+TEST(Service, offersTheUpdateInItsFolderAndNothingElseOfTheDisk) {
+    const TemporaryFolder folder;
+    const auto write = [&](const char* name, const std::string& content) {
+        std::ofstream(folder / name) << content;
+    };
+    std::filesystem::create_directories(folder / "offer/updates/inner");
+    write("secret", "secret");
+    write("token", "a-token-of-some-length");
+    const Service service({"--update-dir", folder / "offer", "--token-file", folder / "token"});
+    auto client = service.client();
+    const auto status = [&](const char* path) {
+        const auto answer = client.Get(path);
+        EXPECT_TRUE(answer) << path;
+        return answer ? answer->status : 0;
+    };
+    EXPECT_EQ(client.Head("/api/version")->status, 200);
+    EXPECT_EQ(nlohmann::json::parse(client.Get("/api/version")->body).at("downloadUrl"), "");
+    EXPECT_EQ(status("/update.sh"), 404);
+
+    // What is put there later is served, without credentials.
+    std::string archive;
+    for (int i = 0; i < 3'000'000; ++i)
+        archive += static_cast<char>(i * 7 + i / 256);
+    write("offer/version.json", R"({"version":"9.9"})");
+    write("offer/update.sh", "#!/bin/bash\n");
+    write("offer/updates/nulo-9.9.zip", archive);
+    write("offer/updates/empty.zip", "");
+    write("offer/updates/.hidden", "hidden");
+    write("offer/updates/inner/a.zip", "inner");
+    EXPECT_EQ(client.Get("/api/version")->body, R"({"version":"9.9"})");
+    EXPECT_EQ(client.Head("/api/version")->status, 200);
+    EXPECT_EQ(client.Get("/update.sh")->body, "#!/bin/bash\n");
+    EXPECT_TRUE(client.Get("/updates/nulo-9.9.zip")->body == archive);
+    EXPECT_EQ(client.Head("/updates/nulo-9.9.zip")->get_header_value("Content-Length"),
+              std::to_string(archive.size()));
+    EXPECT_EQ(client.Get("/updates/empty.zip")->body, "");
+    EXPECT_EQ(service.post("/update.sh", "", "text/plain"), 405);
+
+    ASSERT_EQ(mkfifo((folder / "offer/updates/fifo").c_str(), 0600), 0);
+    for (const char* path :
+         {"/updates/", "/updates/..", "/updates/../../secret", "/updates/%2e%2e/%2e%2e/secret",
+          "/updates/..%2f..%2fsecret", "/updates/.hidden", "/updates/inner", "/updates/inner/a.zip",
+          "/updates/fifo", "/updates/none.zip", "/updates/a%00.zip", "/version.json", "/updates"})
+        EXPECT_EQ(status(path), 404) << path;
+    EXPECT_EQ(status("/api/version"), 200);
+}
+
 TEST(Service, refusesBadRequestsWithATextAndLivesOn) {
     const Service service;
     const std::string transcribe = "/api/transcribe";
@@ -275,6 +323,7 @@ TEST(Service, saysWhyItDoesNotStart) {
     expect(attempt({"--port", "0", "--address", "0.0.0.0"}), 2, "--token-file");
     expect(attempt({"--nonsense"}), 2, "usage: nulo-service");
     expect(attempt({"--port", "0", "--model-dir", folder.path()}), 1, "pocketsphinx-en-us");
+    expect(attempt({"--port", "0", "--update-dir", folder / "none"}), 1, "is no folder");
     expect(attempt({"--version"}), 0, "nulo-service ");
     std::ofstream(folder / "token") << "a-token-of-some-length";
     expect(attempt({"--address", "192.0.2.1", "--token-file", folder / "token"}), 1,

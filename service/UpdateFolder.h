@@ -1,0 +1,32 @@
+#pragma once
+
+#include <httplib.h>
+
+#include <filesystem>
+#include <optional>
+#include <string>
+#include <string_view>
+
+namespace nulo::service {
+
+/// What clients are offered as an update: version.json, update.sh and the archives in updates/ of
+/// one folder, read anew for each request. An empty path stands for no folder. Any thread.
+class UpdateFolder {
+  public:
+    explicit UpdateFolder(std::filesystem::path folder) : m_folder(std::move(folder)) {}
+
+    /// Nothing when there is none, or none of a sane size.
+    std::optional<std::string> versionInfo() const;
+
+    /// Whether the path of a request is one that this folder answers: "/update.sh", or "/updates/"
+    /// and a plain file name, which cannot lead out of the folder.
+    static bool serves(std::string_view path);
+
+    /// Streams the file of a path that it serves; false when there is no such file.
+    bool answer(std::string_view path, httplib::Response& response) const;
+
+  private:
+    std::filesystem::path m_folder;
+};
+
+}  // namespace nulo::service
