@@ -10,7 +10,7 @@ namespace nulo {
 namespace {
 
 constexpr int listWidth = 200;
-constexpr int minimumCardHeight = 288;
+constexpr int minimumCardHeight = 276;
 
 }  // namespace
 

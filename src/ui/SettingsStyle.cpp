@@ -51,7 +51,7 @@ SettingsColors::SettingsColors(const QPalette& palette)
       hover(mix(card, text, 0.05)),
       raised(luminance(text) > luminance(window) ? mix(window, text, 0.25) : card),
       accentText(palette.color(QPalette::Active, QPalette::HighlightedText)),
-      error(readableAgainst(QColor::fromHsv(355, 200, 205), window)) {
+      error(readableAgainst(QColor::fromHsv(355, 200, 205), fill)) {
     accent = readableAgainst(palette.color(QPalette::Active, QPalette::Highlight), accentText);
 }
 

@@ -14,8 +14,6 @@ class SettingsView final : public QWidget {
   public:
     SettingsView(const AppConfig& config, SettingsHost host);
 
-    const SettingsModel& model() const { return m_model; }
-
   protected:
     void changeEvent(QEvent* event) override;
     void closeEvent(QCloseEvent* event) override;

@@ -15,7 +15,7 @@
 namespace nulo {
 namespace {
 
-constexpr double maxRows = 2.8;  // the beginning of one more row tells that there are more
+constexpr double maxRows = 2.5;  // the beginning of one more row tells that there are more
 constexpr int chipPadding = 5;   // above and below its text
 constexpr int longWord = 50;     // characters; may be too wide to be shown whole
 constexpr int textMargin = 10;

@@ -151,6 +151,7 @@ TEST_F(SettingsWindowTest, editsByKeyboardAndSaves) {
     EXPECT_TRUE(titled<QRadioButton>("OpenAI GPT-5.4 mini").isChecked());
     EXPECT_EQ(m_file.load(), config);
 
+    prompt().setFocus();  // where the keys might as well be a line break
     save();
     config.dictionary = {"Qt", "Xorg", "Ada Lovelace"};
     AppConfig saved = m_file.load().value();
