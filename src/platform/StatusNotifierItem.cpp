@@ -200,14 +200,23 @@ class StatusNotifierItem final : public StatusItem {
     bool isShown() const override { return m_shown.value_or(false); }
 
   private:
-    /// The watcher's signals only start a timer, as they can reach nothing but a slot.
+    /// The signals only start a timer, as they can reach nothing but a slot. The last one is the
+    /// connection's own: the bus is gone, which no service watcher tells.
     void followHosts() {
+        const QString local = QStringLiteral("org.freedesktop.DBus.Local");
         for (const char* signal :
              {"StatusNotifierHostRegistered", "StatusNotifierHostUnregistered"})
             m_connection.connect(watcherService, watcherPath, watcherService, signal, &m_lookAgain,
                                  SLOT(start()));
+        m_connection.connect({}, "/org/freedesktop/DBus/Local", local, "Disconnected", &m_lookAgain,
+                             SLOT(start()));
         m_lookAgain.setSingleShot(true);
-        QObject::connect(&m_lookAgain, &QTimer::timeout, &m_lookAgain, [this] { findHost(); });
+        QObject::connect(&m_lookAgain, &QTimer::timeout, &m_lookAgain, [this] {
+            if (m_connection.isConnected())
+                findHost();
+            else
+                setShown(false);
+        });
     }
 
     void registerItem() {

@@ -1,0 +1,60 @@
+#pragma once
+
+#include <algorithm>
+#include <stdexcept>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "base/StatusItem.h"
+
+namespace nulo {
+
+/// Keeps what it is given to show.
+class FakeStatusItem final : public StatusItem {
+  public:
+    StatusIcon icon;
+    Menu menu;
+    int menusSet = 0;
+    bool shown = false;
+
+    void setIcon(StatusIcon newIcon) override { icon = std::move(newIcon); }
+    void setMenu(Menu newMenu) override {
+        menu = std::move(newMenu);
+        ++menusSet;
+    }
+    bool isShown() const override { return shown; }
+
+    void changeShown(bool now) {
+        shown = now;
+        onShownChanged();
+    }
+};
+
+/// Chooses the entry with that title as a user does; throws when there is none.
+inline void choose(const Menu& menu, const std::string& title) {
+    const auto found = std::find_if(menu.begin(), menu.end(),
+                                    [&](const MenuEntry& entry) { return entry.title == title; });
+    if (found == menu.end() || !found->action)
+        throw std::runtime_error("nothing to choose: " + title);
+    const auto action = found->action;  // the menu may be replaced meanwhile
+    action();
+}
+
+inline std::vector<std::string> titles(const Menu& menu) {
+    std::vector<std::string> all;
+    for (const MenuEntry& entry : menu)
+        all.push_back(entry.title);
+    return all;
+}
+
+/// What the rows that carry a mark are called.
+inline std::vector<std::string> checkedTitles(const Menu& menu) {
+    std::vector<std::string> all;
+    for (const MenuEntry& entry : menu)
+        if (entry.checked)
+            all.push_back(entry.title);
+    return all;
+}
+
+}  // namespace nulo

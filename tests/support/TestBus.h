@@ -1,0 +1,31 @@
+#pragma once
+
+#include <filesystem>
+#include <optional>
+
+#include "support/ChildProcess.h"
+#include "support/TemporaryFolder.h"
+
+namespace nulo {
+
+/// A session bus without services of its own. $DBUS_SESSION_BUS_ADDRESS of this process names it as
+/// long as this lives, whether the bus runs or not; since libdbus reads that once a process, there
+/// is one of these a process, made before anything looks for a bus.
+class TestBus {
+  public:
+    TestBus();
+    ~TestBus();
+    TestBus(const TestBus&) = delete;
+    TestBus& operator=(const TestBus&) = delete;
+
+    /// Returns when clients can connect; throws when they cannot.
+    void start();
+    /// As if it had crashed; the address stays.
+    void stop();
+
+  private:
+    TemporaryFolder m_folder;
+    std::optional<ChildProcess> m_daemon;
+};
+
+}  // namespace nulo
