@@ -29,9 +29,11 @@ void centreOnScreen(QWidget& window) {
     const QScreen* screen = QGuiApplication::primaryScreen();
     if (!screen)
         return;
+    const QRect space = screen->availableGeometry();
     QRect frame({0, 0}, window.size());
-    frame.moveCenter(screen->availableGeometry().center());
-    window.move(frame.topLeft());
+    frame.moveCenter(space.center());
+    // The upper left corner stays in reach on a screen that is too small.
+    window.move(qMax(frame.left(), space.left()), qMax(frame.top(), space.top()));
 }
 
 }  // namespace

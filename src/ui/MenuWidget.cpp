@@ -22,7 +22,19 @@ QString displayed(const std::string& title, const QFont& font) {
 
 }  // namespace
 
-MenuWidget::MenuWidget(QWidget* parent) : QMenu(parent) {}
+int MenuWidget::ScrollingStyle::styleHint(StyleHint hint, const QStyleOption* option,
+                                          const QWidget* widget, QStyleHintReturn* data) const {
+    return hint == SH_Menu_Scrollable ? 1 : QProxyStyle::styleHint(hint, option, widget, data);
+}
+
+MenuWidget::MenuWidget(QWidget* parent) : QMenu(parent) {
+    setStyle(&m_style);
+}
+
+/// The base class still asks for its style while it goes.
+MenuWidget::~MenuWidget() {
+    setStyle(nullptr);
+}
 
 void MenuWidget::fill(const Menu& entries) {
     using Kind = MenuEntry::Kind;

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <QMenu>
+#include <QProxyStyle>
 #include <set>
 
 #include "base/StatusItem.h"
@@ -12,6 +13,7 @@ namespace nulo {
 class MenuWidget final : public QMenu {
   public:
     explicit MenuWidget(QWidget* parent = nullptr);
+    ~MenuWidget() override;
 
     /// Replaces all entries. Long titles are cut, line feeds become spaces.
     void fill(const Menu& entries);
@@ -20,6 +22,13 @@ class MenuWidget final : public QMenu {
     void initStyleOption(QStyleOptionMenuItem* option, const QAction* action) const override;
 
   private:
+    /// More entries than the screen is high are scrolled, not put into columns beyond its edge.
+    struct ScrollingStyle final : QProxyStyle {
+        int styleHint(StyleHint hint, const QStyleOption* option, const QWidget* widget,
+                      QStyleHintReturn* data) const override;
+    };
+
+    ScrollingStyle m_style;
     std::set<const QAction*> m_warnings;
 };
 

@@ -4,6 +4,7 @@
 
 #include <QApplication>
 #include <QImage>
+#include <QScreen>
 
 #include "fakes/FakeStatusItem.h"
 #include "ui/MenuWidget.h"
@@ -58,6 +59,15 @@ TEST(TrayItem, showsTheFallbackExactlyWhileThePreferredIsNotShown) {
     preferred.changeShown(false);
     EXPECT_EQ(made, 2);
     EXPECT_EQ(titles(fallback->menu), std::vector<std::string>{"c"});
+}
+
+// Entries out of reach beyond the screen's edge.
+TEST(MenuWidget, scrollsWhenItIsHigherThanTheScreen) {
+    MenuWidget widget;
+    widget.fill(Menu(500, {MenuEntry::Kind::action, "Mode"}));
+    widget.popup({0, 0});
+    EXPECT_LE(widget.height(), widget.screen()->geometry().height());
+    EXPECT_LT(widget.width(), 300);
 }
 
 // Mnemonics and columns out of a user's words, a menu wider than the screen, two marks, an action
