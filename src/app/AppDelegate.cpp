@@ -2,12 +2,19 @@
 
 #include <string>
 
+#include "app/StartUpDialogs.h"
 #include "config/ServiceConfig.h"
+#include "ui/SettingsWindow.h"
 
 namespace nulo {
 namespace {
 
 constexpr MainQueue::Delay warmUpDelay(1.0);
+constexpr MainQueue::Delay loginItemOfferDelay(1.0);
+constexpr MainQueue::Delay accessibilityCheckDelay(2.0);
+constexpr MainQueue::Delay updateCheckDelay(3.0);
+
+constexpr std::string_view hasLaunched = "nuloHasLaunched";
 
 }  // namespace
 
@@ -26,21 +33,38 @@ AppDelegate::AppDelegate(Surroundings surroundings)
                   .overlay = m_overlay,
                   .pasteboard = m_around.pasteboard,
                   .pasteKeystroke = m_around.pasteKeystroke,
-                  .loadConfig = [this] { return m_around.configFile.load(); }}) {}
+                  .loadConfig = [this] { return m_around.configFile.load(); }}),
+      m_baseURL(m_around.defaultBaseURL) {}
+
+AppDelegate::~AppDelegate() {
+    delete m_accessibilityAlert;
+    delete m_loginItemOffer;
+}
 
 void AppDelegate::applicationDidFinishLaunching() {
     m_around.configFile.createDefaultIfNeeded();
     loadTranscriptionService();
+    createUpdateChecker();
+    createMenuBar();
     m_around.mainQueue.asyncAfter(warmUpDelay, m_lifetime.guard([this] {
         if (m_transcriptionService)
             m_transcriptionService->warmUpConnection();
     }));
-    m_keyMonitor.onAccessibilityChanged = [this](bool granted) {
-        m_around.print(granted ? "Accessibility granted — Nulo is ready."
-                               : "Nulo may no longer watch the keyboard: Option+Space is off.");
-    };
-    m_keyMonitor.onRecordStart = [this] { recordStart(); };
-    m_keyMonitor.onRecordStop = [this] { recordStop(); };
+    m_around.mainQueue.asyncAfter(updateCheckDelay, m_lifetime.guard([this] {
+        m_updateChecker->checkForUpdates(UpdateChecker::Check::silent);
+    }));
+    if (!m_around.userDefaults.boolean(hasLaunched).value_or(false)) {
+        m_around.userDefaults.set(hasLaunched, true);
+        m_around.mainQueue.asyncAfter(loginItemOfferDelay,
+                                      m_lifetime.guard([this] { proposeLoginItem(); }));
+    }
+    m_around.mainQueue.asyncAfter(accessibilityCheckDelay, m_lifetime.guard([this] {
+        if (!m_keyMonitor.isAccessibilityGranted())
+            showAccessibility(false);
+    }));
+    wireKeyMonitor();
+    wireRemoteControl();
+    observeRecording();
     m_keyMonitor.start();
     m_around.print("Nulo is running. Use Option+Space to record.");
 }
@@ -63,8 +87,9 @@ void AppDelegate::loadTranscriptionService() {
         m_around.print("WARNING: " + config.error().description);
         return;
     }
+    m_baseURL = config.value().baseURL;
     m_transcriptionService = std::make_unique<TranscriptionService>(
-        config.value().baseURL, config.value().authHeaders,
+        m_baseURL, config.value().authHeaders,
         TranscriptionService::Dependencies{
             .makeSession = m_around.makeHttpSession,
             .mainQueue = m_around.mainQueue,
@@ -72,6 +97,104 @@ void AppDelegate::loadTranscriptionService() {
             .print = m_around.print,
             .log = [this](std::string_view line) { m_around.log.log(line); }});
     m_pipeline.setTranscriptionService(m_transcriptionService.get());
+}
+
+void AppDelegate::createUpdateChecker() {
+    m_updateChecker = std::make_unique<UpdateChecker>(
+        m_baseURL, std::string(m_around.version),
+        UpdateChecker::Dependencies{.http = m_around.updateHttp,
+                                    .windows = m_around.updateWindows,
+                                    .launcher = m_around.processLauncher,
+                                    .defaults = m_around.userDefaults,
+                                    .clock = m_around.clock,
+                                    .mainQueue = m_around.mainQueue,
+                                    .print = m_around.print,
+                                    .terminate = m_around.terminate,
+                                    .temporaryFolder = m_around.temporaryFolder});
+}
+
+void AppDelegate::createMenuBar() {
+    m_menuBarController = std::make_unique<MenuBarController>(
+        m_around.statusItem, m_recorder, m_keyMonitor, m_around.configFile, m_around.print,
+        [this](const AppConfig& config, auto onSave, auto onClose) {
+            return settingsWindow(config, std::move(onSave), std::move(onClose));
+        });
+    m_menuBarController->onCheckForUpdates = [this] {
+        m_updateChecker->checkForUpdates(UpdateChecker::Check::byUser);
+    };
+    m_menuBarController->onQuit = m_around.terminate;
+    m_menuBarController->updateIcon();
+    m_menuBarController->rebuildMenu();
+}
+
+std::unique_ptr<QWidget> AppDelegate::settingsWindow(
+    const AppConfig& config, std::function<Outcome(const AppConfig&)> onSave,
+    std::function<void()> onClose) {
+    SettingsHost host{.load = [this] { return m_around.configFile.load(); },
+                      .onSave = std::move(onSave),
+                      .onClose = std::move(onClose)};
+    // Without a tray the window is the only way to the rest of the menu.
+    if (!m_around.statusItem.isShown())
+        host.programMenu = [this] { return m_menuBarController->menu(); };
+    return makeSettingsWindow(config, std::move(host));
+}
+
+void AppDelegate::wireKeyMonitor() {
+    m_keyMonitor.onAccessibilityChanged = [this](bool granted) {
+        showAccessibility(granted);
+        if (granted)
+            m_around.print("Accessibility granted — Nulo is ready.");
+    };
+    m_keyMonitor.onRecordStart = [this] { recordStart(); };
+    m_keyMonitor.onRecordStop = [this] { recordStop(); };
+}
+
+void AppDelegate::wireRemoteControl() {
+    m_around.remoteControl.setActions(
+        {.startRecording = m_lifetime.guard([this] { recordStart(); }),
+         .stopRecording = m_lifetime.guard([this] { recordStop(); }),
+         .toggle = m_lifetime.guard(
+             [this] { m_recorder.isRecording().get() ? recordStop() : recordStart(); }),
+         .showSettings = m_lifetime.guard([this] { m_menuBarController->openSettings(); })});
+}
+
+void AppDelegate::observeRecording() {
+    m_recordingObserver = m_recorder.isRecording().subscribe([this](bool isRecording) {
+        m_menuBarController->updateIcon();
+        m_around.remoteControl.setRecording(isRecording);
+    });
+}
+
+void AppDelegate::showAccessibility(bool granted) {
+    m_menuBarController->accessibilityGranted = granted;
+    m_menuBarController->updateIcon();
+    m_menuBarController->rebuildMenu();
+    if (granted)
+        return;
+    if (m_around.permissionIsTheUsersToGive)
+        showAccessibilityAlert();
+    else
+        m_around.print("Nulo may not watch the keyboard at the moment: Option+Space is off.");
+}
+
+void AppDelegate::showAccessibilityAlert() {
+    if (m_accessibilityAlert)
+        return showInFront(*m_accessibilityAlert);
+    m_accessibilityAlert = showAlert(accessibilityAlert(), [this](std::size_t button) {
+        if (button == 0)
+            m_keyMonitor.openAccessibilitySettings();
+    });
+}
+
+void AppDelegate::proposeLoginItem() {
+    m_loginItemOffer = showAlert(loginItemOffer(), [this](std::size_t button) {
+        if (button != 0)
+            return;
+        const Outcome registered = m_around.loginItem.registerItem();
+        m_around.print(registered
+                           ? "Login item registered."
+                           : "Failed to register login item: " + registered.error().description);
+    });
 }
 
 void AppDelegate::recordStart() {

@@ -1,6 +1,7 @@
 #include <QApplication>
 #include <QDesktopServices>
 #include <QFileInfo>
+#include <QIcon>
 #include <QUrl>
 #include <string>
 
@@ -9,17 +10,19 @@
 #include "platform/BackendChoice.h"
 #include "platform/Backends.h"
 #include "platform/InjectionGate.h"
+#include "platform/RemoteControl.h"
 #include "platform/TerminationSignals.h"
 #include "platform/UserFolders.h"
+#include "ui/TrayItem.h"
+#include "ui/UpdateDialogs.h"
+#include "ui/XEmbedTrayIcon.h"
 
 namespace nulo {
 namespace {
 
-std::unique_ptr<EventTapSource> makeKeyTap(const SessionFacts& facts, InjectionGate& gate) {
-    const KeyTapChoice choice = chooseKeyTap(facts);
-    printLine("[nulo] Key tap: " + choice.reason);
-    return choice.backend == KeyTapChoice::Backend::x11 ? makeX11EventTapSource(gate, printLine)
-                                                        : makeUnavailableEventTapSource();
+std::unique_ptr<EventTapSource> makeKeyTap(KeyTapChoice::Backend backend, InjectionGate& gate) {
+    return backend == KeyTapChoice::Backend::x11 ? makeX11EventTapSource(gate, printLine)
+                                                 : makeUnavailableEventTapSource();
 }
 
 /// The page that says how the shortcut works and what it needs, beside the installed program.
@@ -43,31 +46,67 @@ int run(int argc, char** argv) {
     QApplication::setApplicationName("nulo");
     QApplication::setApplicationVersion(
         QString::fromUtf8(build::version().data(), build::version().size()));
+    QApplication::setDesktopFileName("org.nulo.Nulo");
+    QApplication::setWindowIcon(QIcon::fromTheme("org.nulo.Nulo"));
     QApplication::setQuitOnLastWindowClosed(false);
+
+    const ClaimedInstance claimed = claimInstance(printLine);
+    switch (claimed.instance) {
+        case Instance::only:
+            break;
+        case Instance::alreadyRuns:
+            printLine("Nulo is already running: its settings window was opened.");
+            return 0;
+        case Instance::alreadyRunsButHangs:
+            printLine("Nulo is already running but does not answer: end it, then start it again.");
+            return 1;
+    }
 
     const UserFolders folders = userFolders();
     const ConfigFile configFile(folders.home, printLine);
     const std::unique_ptr<MainQueue> mainQueue = makeQtMainQueue();
     const std::unique_ptr<Microphone> microphone = makeMicrophone(*mainQueue, printLine);
     InjectionGate gate;
-    const std::unique_ptr<EventTapSource> eventTapSource = makeKeyTap(facts, gate);
+    const KeyTapChoice keyTap = chooseKeyTap(facts);
+    printLine("[nulo] Key tap: " + keyTap.reason);
+    const std::unique_ptr<EventTapSource> eventTapSource = makeKeyTap(keyTap.backend, gate);
     const std::unique_ptr<PasteKeystroke> pasteKeystroke = makeX11PasteKeystroke(gate, printLine);
     const std::unique_ptr<Pasteboard> pasteboard = makeQtPasteboard();
+    TrayItem statusItem(makeStatusNotifierItem(),
+                        [] { return std::make_unique<XEmbedTrayIcon>(); });
+    const std::unique_ptr<UserDefaults> userDefaults =
+        makeUserDefaults(configFile.configDir() / "defaults.ini");
+    const std::unique_ptr<LoginItem> loginItem =
+        makeLoginItem(folders.config, QCoreApplication::applicationFilePath().toStdString());
+    const std::unique_ptr<UpdateHttp> updateHttp = makeCurlUpdateHttp(*mainQueue);
+    UpdateDialogs updateWindows;
+    const std::unique_ptr<ProcessLauncher> processLauncher = makeProcessLauncher();
 
-    AppDelegate delegate({.mainQueue = *mainQueue,
-                          .clock = systemClock(),
-                          .print = printLine,
-                          .log = PipelineLog::shared(),
-                          .configFile = configFile,
-                          .temporaryFolder = folders.temporary,
-                          .defaultBaseURL = build::baseURL(),
-                          .microphone = *microphone,
-                          .makeAudioFileWriter = makeLibavAacWriter,
-                          .eventTapSource = *eventTapSource,
-                          .pasteboard = *pasteboard,
-                          .pasteKeystroke = *pasteKeystroke,
-                          .makeHttpSession = makeCurlHttpSession,
-                          .openShortcutHelp = openShortcutHelp});
+    AppDelegate delegate(
+        {.mainQueue = *mainQueue,
+         .clock = systemClock(),
+         .print = printLine,
+         .log = PipelineLog::shared(),
+         .configFile = configFile,
+         .temporaryFolder = folders.temporary,
+         .defaultBaseURL = build::baseURL(),
+         .version = build::version(),
+         .microphone = *microphone,
+         .makeAudioFileWriter = makeLibavAacWriter,
+         .eventTapSource = *eventTapSource,
+         .permissionIsTheUsersToGive = keyTap.backend == KeyTapChoice::Backend::unavailable,
+         .pasteboard = *pasteboard,
+         .pasteKeystroke = *pasteKeystroke,
+         .makeHttpSession = makeCurlHttpSession,
+         .openShortcutHelp = openShortcutHelp,
+         .statusItem = statusItem,
+         .remoteControl = *claimed.remoteControl,
+         .userDefaults = *userDefaults,
+         .loginItem = *loginItem,
+         .updateHttp = *updateHttp,
+         .updateWindows = updateWindows,
+         .processLauncher = *processLauncher,
+         .terminate = [] { QCoreApplication::quit(); }});
     QObject::connect(&application, &QCoreApplication::aboutToQuit,
                      [&delegate] { delegate.applicationWillTerminate(); });
     const auto terminationSignals = onTerminationSignal([] { QCoreApplication::quit(); });

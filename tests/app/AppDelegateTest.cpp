@@ -3,7 +3,9 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <QAbstractButton>
 #include <QApplication>
+#include <QMenu>
 #include <fstream>
 
 #include "fakes/FakeAudioFileWriter.h"
@@ -12,6 +14,9 @@
 #include "fakes/FakeHttpSession.h"
 #include "fakes/FakeMainQueue.h"
 #include "fakes/FakeMicrophone.h"
+#include "fakes/FakeStatusItem.h"
+#include "fakes/FakeUpdateParts.h"
+#include "fakes/FakeUserDefaults.h"
 #include "fakes/PrintedLines.h"
 #include "support/TemporaryFolder.h"
 
@@ -33,25 +38,57 @@ class AppDelegateTest : public testing::Test {
         void post() override {}
     };
 
+    struct FakeLoginItem final : LoginItem {
+        int registrations = 0;
+        Outcome result = Success{};
+        Outcome registerItem() override {
+            ++registrations;
+            return result;
+        }
+    };
+    struct FakeRemoteControl final : RemoteControl {
+        RemoteActions actions;
+        std::vector<bool> states;
+        void setActions(RemoteActions newActions) override { actions = std::move(newActions); }
+        void setRecording(bool recording) override { states.push_back(recording); }
+    };
+
+    AppDelegateTest() {
+        m_defaults.booleans["nuloHasLaunched"] = true;
+        m_defaults.numbers["nuloLastUpdateCheck"] =
+            std::chrono::duration<double>(m_clock.wallTime().time_since_epoch()).count();
+    }
+
     void writeServiceFile(const std::string& text) {
         fs::create_directories(m_configFile.configDir());
         std::ofstream(m_configFile.configDir() / "service.json") << text;
     }
     void launch() {
-        m_delegate.emplace(AppDelegate::Surroundings{.mainQueue = m_queue,
-                                                     .clock = m_clock,
-                                                     .print = m_printed.print(),
-                                                     .log = m_log,
-                                                     .configFile = m_configFile,
-                                                     .temporaryFolder = m_folder / "tmp",
-                                                     .defaultBaseURL = "http://127.0.0.1:8737",
-                                                     .microphone = m_microphone,
-                                                     .makeAudioFileWriter = m_files.maker(),
-                                                     .eventTapSource = m_tapSource,
-                                                     .pasteboard = m_ignored,
-                                                     .pasteKeystroke = m_ignored,
-                                                     .makeHttpSession = m_http.factory(),
-                                                     .openShortcutHelp = [] {}});
+        m_delegate.emplace(
+            AppDelegate::Surroundings{.mainQueue = m_queue,
+                                      .clock = m_clock,
+                                      .print = m_printed.print(),
+                                      .log = m_log,
+                                      .configFile = m_configFile,
+                                      .temporaryFolder = m_folder / "tmp",
+                                      .defaultBaseURL = "http://127.0.0.1:8737",
+                                      .version = "1.2",
+                                      .microphone = m_microphone,
+                                      .makeAudioFileWriter = m_files.maker(),
+                                      .eventTapSource = m_tapSource,
+                                      .permissionIsTheUsersToGive = m_permissionIsTheUsersToGive,
+                                      .pasteboard = m_ignored,
+                                      .pasteKeystroke = m_ignored,
+                                      .makeHttpSession = m_http.factory(),
+                                      .openShortcutHelp = [this] { ++m_helpOpened; },
+                                      .statusItem = m_statusItem,
+                                      .remoteControl = m_remoteControl,
+                                      .userDefaults = m_defaults,
+                                      .loginItem = m_loginItem,
+                                      .updateHttp = m_updateHttp,
+                                      .updateWindows = m_updateWindows,
+                                      .processLauncher = m_launcher,
+                                      .terminate = [this] { ++m_terminations; }});
         m_delegate->applicationDidFinishLaunching();
     }
     void pressChord() {
@@ -62,6 +99,20 @@ class AppDelegateTest : public testing::Test {
     void releaseChord() {
         m_tapSource.space(false);
         m_queue.runPending();
+    }
+    /// Clicks the button of the one alert that is shown.
+    static void click(const QString& button) {
+        for (QWidget* window : QApplication::topLevelWidgets())
+            for (auto* candidate : window->findChildren<QAbstractButton*>())
+                if (candidate->isVisible() && candidate->text() == button)
+                    return candidate->click();
+        FAIL() << "no button " << button.toStdString();
+    }
+    static int alertsShown() {
+        const auto windows = QApplication::topLevelWidgets();
+        return static_cast<int>(std::count_if(windows.begin(), windows.end(), [](QWidget* window) {
+            return window->isVisible() && window->findChild<QAbstractButton*>();
+        }));
     }
     std::vector<std::string> requests() {
         std::vector<std::string> all;
@@ -81,6 +132,16 @@ class AppDelegateTest : public testing::Test {
     FakeEventTapSource m_tapSource;
     FakeHttp m_http;
     Ignored m_ignored;
+    FakeStatusItem m_statusItem;
+    FakeRemoteControl m_remoteControl;
+    FakeUserDefaults m_defaults;
+    FakeLoginItem m_loginItem;
+    FakeUpdateHttp m_updateHttp;
+    FakeUpdateWindows m_updateWindows;
+    FakeProcessLauncher m_launcher;
+    bool m_permissionIsTheUsersToGive = false;
+    int m_helpOpened = 0;
+    int m_terminations = 0;
     std::optional<AppDelegate> m_delegate;
 };
 
@@ -141,15 +202,128 @@ TEST_F(AppDelegateTest, quittingWhileRecordingSendsNothingAndLetsTheKeyboardGo) 
     m_queue.advance(10s);
 }
 
-TEST_F(AppDelegateTest, saysWhenThePermissionComesAndGoes) {
+// A dialog at every start, one for what the user cannot change, or two on top of each other.
+TEST_F(AppDelegateTest, asksForThePermissionThatTheUserCanGive) {
+    m_permissionIsTheUsersToGive = true;
     m_tapSource.trusted = false;
     launch();
+    EXPECT_EQ(m_statusItem.icon.description, "Nulo - Accessibilite requise");
+    m_queue.advance(1.9s);
+    EXPECT_EQ(alertsShown(), 0);
+    m_queue.advance(0.2s);
+    EXPECT_EQ(alertsShown(), 1);
+    click("Ouvrir les Reglages");
+    EXPECT_EQ(m_helpOpened, 1);
+    EXPECT_EQ(alertsShown(), 0);
+
     m_tapSource.trusted = true;
     m_queue.advance(2.1s);
     EXPECT_THAT(m_printed.lines(), Contains("Accessibility granted — Nulo is ready."));
+    EXPECT_EQ(m_statusItem.icon.description, "Nulo");
+    EXPECT_THAT(titles(m_statusItem.menu), Contains("Mode"));
     m_tapSource.trusted = false;
     m_queue.advance(5.1s);
+    EXPECT_EQ(alertsShown(), 1);
+    EXPECT_THAT(titles(m_statusItem.menu), Contains("⚠️ Accessibilite requise"));
+    m_delegate.reset();
+    EXPECT_EQ(alertsShown(), 0);
+}
+
+TEST_F(AppDelegateTest, showsNoDialogWhereThereIsNoPermissionToGive) {
+    m_tapSource.trusted = false;
+    launch();
+    m_queue.advance(10s);
+    EXPECT_EQ(alertsShown(), 0);
     EXPECT_THAT(m_printed.lines(), Contains(HasSubstr("Option+Space is off")));
+    EXPECT_EQ(m_statusItem.icon.description, "Nulo - Accessibilite requise");
+}
+
+TEST_F(AppDelegateTest, offersToStartAtLoginOnceWhateverTheAnswer) {
+    m_defaults.booleans.clear();
+    launch();
+    EXPECT_EQ(m_defaults.boolean("nuloHasLaunched"), true);
+    m_queue.advance(0.9s);
+    EXPECT_EQ(alertsShown(), 0);
+    m_queue.advance(0.2s);
+    click("Non merci");
+    EXPECT_EQ(m_loginItem.registrations, 0);
+    launch();
+    m_queue.advance(10s);
+    EXPECT_EQ(alertsShown(), 0);
+
+    m_defaults.booleans.clear();
+    launch();
+    m_queue.advance(1.1s);
+    click("Oui, activer");
+    EXPECT_THAT(m_printed.lines(), Contains("Login item registered."));
+
+    m_defaults.booleans.clear();
+    m_loginItem.result = Error{"cannot write it"};
+    launch();
+    m_queue.advance(1.1s);
+    click("Oui, activer");
+    EXPECT_THAT(m_printed.lines(), Contains("Failed to register login item: cannot write it"));
+    EXPECT_EQ(m_loginItem.registrations, 2);
+}
+
+TEST_F(AppDelegateTest, looksForUpdatesQuietlyAfterThreeSecondsAndWhenAsked) {
+    m_defaults.numbers.clear();
+    writeServiceFile(R"({"baseURL": "https://a.example"})");
+    launch();
+    m_queue.advance(2.9s);
+    EXPECT_THAT(m_updateHttp.urls, IsEmpty());
+    m_queue.advance(0.2s);
+    EXPECT_THAT(m_updateHttp.urls, testing::ElementsAre("https://a.example/api/version"));
+    m_updateHttp.answerGet(Error{"unreachable"});
+    EXPECT_THAT(m_updateWindows.shown, IsEmpty());
+
+    choose(m_statusItem.menu, "Rechercher une mise a jour...");
+    m_updateHttp.answerGet(Error{"unreachable"});
+    EXPECT_THAT(m_updateWindows.shown,
+                testing::ElementsAre("error: Impossible de verifier les mises a jour."));
+    choose(m_statusItem.menu, "Quitter");
+    EXPECT_EQ(m_terminations, 1);
+}
+
+// A desktop's own shortcut, pressed twice or while the chord is held.
+TEST_F(AppDelegateTest, isDrivenFromOutsideLikeByTheChord) {
+    writeServiceFile(R"({"baseURL": "https://a.example"})");
+    launch();
+    m_remoteControl.actions.stopRecording();
+    m_remoteControl.actions.toggle();
+    m_remoteControl.actions.startRecording();
+    m_queue.runPending();
+    EXPECT_TRUE(m_microphone.isRunning());
+    m_queue.advance(2s);
+    m_remoteControl.actions.toggle();
+    m_remoteControl.actions.stopRecording();
+    EXPECT_FALSE(m_microphone.isRunning());
+    EXPECT_THAT(requests(), Contains("POST https://a.example/api/transcribe"));
+    pressChord();
+    EXPECT_THAT(m_remoteControl.states, testing::ElementsAre(true, false, true));
+    releaseChord();
+
+    m_delegate.reset();
+    m_remoteControl.actions.toggle();
+    EXPECT_FALSE(m_microphone.isRunning());
+}
+
+TEST_F(AppDelegateTest, theSettingsWindowLeadsToTheMenuWhereThereIsNoTray) {
+    launch();
+    const auto hasMenuButton = [this] {
+        m_remoteControl.actions.showSettings();
+        for (QWidget* window : QApplication::topLevelWidgets())
+            if (window->isVisible() && window->windowTitle() == "Nulo - Reglages") {
+                const bool found = window->findChild<QMenu*>() != nullptr;
+                window->close();
+                return found;
+            }
+        ADD_FAILURE() << "no settings window";
+        return false;
+    };
+    EXPECT_TRUE(hasMenuButton());
+    m_statusItem.shown = true;
+    EXPECT_FALSE(hasMenuButton());
 }
 
 }  // namespace

@@ -1,0 +1,13 @@
+#pragma once
+
+#include "ui/Alert.h"
+
+namespace nulo {
+
+/// The first button leads to where the permission is given.
+AlertContent accessibilityAlert();
+
+/// The first button accepts.
+AlertContent loginItemOffer();
+
+}  // namespace nulo
