@@ -10,14 +10,13 @@
 
 namespace nulo {
 
-TestBus::TestBus() {
-    const std::string address = "unix:path=" + (m_folder / "bus").string();
+TestBus::TestBus() : m_address("unix:path=" + (m_folder / "bus").string()) {
     std::ofstream(m_folder / "bus.conf")
-        << "<busconfig><type>session</type><listen>" << address
+        << "<busconfig><type>session</type><listen>" << m_address
         << "</listen><auth>EXTERNAL</auth><policy context=\"default\">"
            "<allow send_destination=\"*\"/><allow receive_sender=\"*\"/><allow own=\"*\"/>"
            "</policy></busconfig>";
-    setenv("DBUS_SESSION_BUS_ADDRESS", address.c_str(), 1);
+    setenv("DBUS_SESSION_BUS_ADDRESS", m_address.c_str(), 1);
 }
 
 TestBus::~TestBus() {

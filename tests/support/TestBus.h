@@ -2,6 +2,7 @@
 
 #include <filesystem>
 #include <optional>
+#include <string>
 
 #include "support/ChildProcess.h"
 #include "support/TemporaryFolder.h"
@@ -20,11 +21,13 @@ class TestBus {
 
     /// Returns when clients can connect; throws when they cannot.
     void start();
+    const std::string& address() const { return m_address; }
     /// As if it had crashed; the address stays.
     void stop();
 
   private:
     TemporaryFolder m_folder;
+    const std::string m_address;
     std::optional<ChildProcess> m_daemon;
 };
 

@@ -35,7 +35,18 @@ void require(bool condition, const std::string& failure) {
 
 }  // namespace
 
-DesktopSession::DesktopSession() : m_xServer(TestXServer::WindowManager::openbox) {}
+DesktopSession::DesktopSession(Launch launch) : m_xServer(TestXServer::WindowManager::openbox) {
+    m_bus.start();
+    if (launch == Launch::first)
+        return;
+    const fs::path file = m_home / ".config/nulo/defaults.ini";
+    fs::create_directories(file.parent_path());
+    std::ofstream(file) << "[General]\nnuloHasLaunched=true\nnuloLastUpdateCheck="
+                        << std::chrono::duration_cast<std::chrono::seconds>(
+                               std::chrono::system_clock::now().time_since_epoch())
+                               .count()
+                        << "\n";
+}
 
 fs::path DesktopSession::pipelineLog() const {
     return m_home / "Library/Logs/nulo/pipeline.log";
@@ -78,6 +89,13 @@ void DesktopSession::startNulo() {
     require(waitForPrinted("Nulo is running.").has_value() &&
                 waitForPrinted("Global key monitor started").has_value(),
             "Nulo did not start: " + contentOf(m_home / "output"));
+}
+
+std::pair<std::optional<int>, std::string> DesktopSession::startNuloAgain() {
+    const fs::path output = m_home / "second-output";
+    ChildProcess second({binaries / "nulo"}, {environment(), output});
+    const auto status = second.wait(std::chrono::seconds(20));
+    return {status, contentOf(output)};
 }
 
 std::optional<int> DesktopSession::stopNulo() {
@@ -145,9 +163,9 @@ std::vector<std::string> DesktopSession::environment() const {
     for (const std::string& more :
          {"DISPLAY=" + m_xServer.display(), "HOME=" + m_home.path().string(),
           "TMPDIR=" + m_temporary.path().string(), std::string("WAYLAND_DISPLAY"),
-          std::string("XDG_SESSION_TYPE"), std::string("DBUS_SESSION_BUS_ADDRESS"),
-          std::string("QT_QPA_PLATFORM"), std::string("XDG_CONFIG_HOME"),
-          std::string("LC_ALL=C.UTF-8")})
+          std::string("XDG_SESSION_TYPE"), "DBUS_SESSION_BUS_ADDRESS=" + m_bus.address(),
+          std::string("QT_LINUX_ACCESSIBILITY_ALWAYS_ON=1"), std::string("QT_QPA_PLATFORM"),
+          std::string("XDG_CONFIG_HOME"), std::string("LC_ALL=C.UTF-8")})
         variables.push_back(more);
     return variables;
 }

@@ -5,21 +5,27 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "support/ChildProcess.h"
 #include "support/TemporaryFolder.h"
+#include "support/TestBus.h"
 #include "support/TestSoundServer.h"
 #include "support/TestXServer.h"
 #include "support/XTestKeyboard.h"
 
 namespace nulo {
 
-/// A whole private desktop: screen, window manager, microphone, home folder, a text window that has
-/// the focus, and Nulo, run as a person would run it.
+/// A whole private desktop: screen, window manager, session bus, microphone, home folder, a text
+/// window that has the focus, and Nulo, run as a person would run it.
 class DesktopSession {
   public:
-    DesktopSession();
+    enum class Launch {
+        later,  // the offers of the first launch were made, the last look for updates was just now
+        first,
+    };
+    explicit DesktopSession(Launch launch = Launch::later);
 
     const std::filesystem::path& home() const { return m_home.path(); }
     std::filesystem::path pipelineLog() const;
@@ -36,6 +42,8 @@ class DesktopSession {
     void startTextWindow();
     /// Starts the program and waits until it listens to the chord. Throws when it does not.
     void startNulo();
+    /// Starts the program once more and waits for its end: its exit status and what it printed.
+    std::pair<std::optional<int>, std::string> startNuloAgain();
     /// Exit status after a SIGTERM.
     std::optional<int> stopNulo();
 
@@ -60,13 +68,16 @@ class DesktopSession {
     void screenshot(const std::filesystem::path& file) const;
     TestSoundServer& soundServer() { return m_soundServer; }
     TestXServer& xServer() { return m_xServer; }
+    TestBus& bus() { return m_bus; }
+    XTestKeyboard& keyboard() { return m_keyboard; }
+    /// Over this process's, for programs that run on the desktop.
+    std::vector<std::string> environment() const;
     ChildProcess& nulo() { return *m_nulo; }
 
   private:
-    std::vector<std::string> environment() const;
-
     TemporaryFolder m_home;
     TemporaryFolder m_temporary;
+    TestBus m_bus;
     TestXServer m_xServer;
     TestSoundServer m_soundServer;
     XTestKeyboard m_keyboard;
