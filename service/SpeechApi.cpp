@@ -207,8 +207,8 @@ std::optional<Failure> SpeechApi::refusal(const httplib::Request& request) const
 
 /// Its own version unless an update is offered, so that nobody finds a newer one here.
 void SpeechApi::version(const httplib::Request&, httplib::Response& response) const {
-    if (auto offered = m_updates.versionInfo())
-        return response.set_content(std::move(*offered), "application/json");
+    if (const auto offered = m_updates.versionInfo())
+        return response.set_content(*offered, "application/json");
     const json info = {{"version", m_version},
                        {"build", 0},
                        {"downloadUrl", ""},

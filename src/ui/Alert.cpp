@@ -3,6 +3,7 @@
 #include <QApplication>
 #include <QCursor>
 #include <QDialog>
+#include <QFontInfo>
 #include <QHBoxLayout>
 #include <QLabel>
 #include <QPushButton>
@@ -82,7 +83,7 @@ class AlertWindow final : public QDialog {
     AlertWindow(const AlertContent& content, std::function<void(std::size_t)> onAnswer)
         : QDialog(nullptr, Qt::Dialog | Qt::CustomizeWindowHint | Qt::WindowTitleHint |
                                Qt::WindowSystemMenuHint | Qt::WindowCloseButtonHint |
-                               Qt::WindowStaysOnTopHint | Qt::MSWindowsFixedSizeDialogHint),
+                               Qt::WindowStaysOnTopHint),
           m_onAnswer(std::move(onAnswer)),
           m_last(content.buttons.size() - 1) {
         setWindowTitle(QStringLiteral("Nulo"));
@@ -108,7 +109,7 @@ class AlertWindow final : public QDialog {
         const auto height = screenOfPointer()->availableGeometry().height() * largestShareOfScreen;
         QFont bold = font();
         bold.setBold(true);
-        bold.setPointSizeF(bold.pointSizeF() * 1.15);
+        bold.setPointSizeF(QFontInfo(bold).pointSizeF() * 1.15);
         auto* icon = new QLabel;
         const auto picture = alertStyle == AlertContent::Style::warning
                                  ? QStyle::SP_MessageBoxWarning

@@ -22,8 +22,7 @@ QFont fittingFont(QFont font, int height) {
 }  // namespace
 
 UpdateProgressWindow::UpdateProgressWindow(const QString& version)
-    : QWidget(nullptr, Qt::Dialog | Qt::CustomizeWindowHint | Qt::WindowTitleHint |
-                           Qt::MSWindowsFixedSizeDialogHint) {
+    : QWidget(nullptr, Qt::Dialog | Qt::CustomizeWindowHint | Qt::WindowTitleHint) {
     setWindowTitle(QStringLiteral("Mise a jour Nulo"));
     setFixedSize(windowSize);
     const QString text = "Telechargement de Nulo " + version + "...";
