@@ -111,21 +111,22 @@ class ItemObject final : public BusObject {
     }
 
     void setIcon(const StatusIcon& icon) {
+        m_draw = icon.draw;
         m_pixmaps.clear();
-        for (const int width : pixmapWidths)
-            m_pixmaps.append(pixmapOf(icon.draw(width)));
         m_description = QString::fromStdString(icon.description);
         emitSignal("NewIcon");
         emitSignal("NewAttentionIcon");
         emitSignal("NewToolTip");
-        const QString status = icon.needsAttention ? "NeedsAttention" : "Active";
+        const QString status = icon.needsAttention ? needsAttentionStatus : "Active";
         if (std::exchange(m_status, status) != status)
             emitSignal("NewStatus", {status});
     }
 
   protected:
     QVariantMap properties() const override {
-        const QVariant pixmaps = QVariant::fromValue(m_pixmaps);
+        const QVariant pixmaps = QVariant::fromValue(drawn());
+        const QVariant none = QVariant::fromValue(QList<IconPixmap>());
+        const bool needsAttention = m_status == needsAttentionStatus;
         return {{"Id", "nulo"},
                 {"Category", "ApplicationStatus"},
                 {"Title", "Nulo"},
@@ -136,9 +137,9 @@ class ItemObject final : public BusObject {
                 {"IconPixmap", pixmaps},
                 {"IconAccessibleDesc", m_description},
                 {"OverlayIconName", ""},
-                {"OverlayIconPixmap", QVariant::fromValue(QList<IconPixmap>())},
+                {"OverlayIconPixmap", none},
                 {"AttentionIconName", ""},
-                {"AttentionIconPixmap", pixmaps},
+                {"AttentionIconPixmap", needsAttention ? pixmaps : none},
                 {"AttentionAccessibleDesc", m_description},
                 {"AttentionMovieName", ""},
                 {"ToolTip", QVariant::fromValue(ToolTip{{}, {}, m_description, {}})},
@@ -149,7 +150,18 @@ class ItemObject final : public BusObject {
     QString introspect(const QString&) const override { return introspection; }
 
   private:
-    QList<IconPixmap> m_pixmaps;
+    static constexpr const char* needsAttentionStatus = "NeedsAttention";
+
+    /// When a host asks, not when the icon is set: that is at the start of a dictation.
+    const QList<IconPixmap>& drawn() const {
+        if (m_pixmaps.isEmpty() && m_draw)
+            for (const int width : pixmapWidths)
+                m_pixmaps.append(pixmapOf(m_draw(width)));
+        return m_pixmaps;
+    }
+
+    std::function<IconPixels(int)> m_draw;
+    mutable QList<IconPixmap> m_pixmaps;
     QString m_description;
     QString m_status = "Active";
 };

@@ -1,7 +1,5 @@
 #include "ui/MenuBarController.h"
 
-#include <QGuiApplication>
-#include <QScreen>
 #include <utility>
 
 #include "ui/StatusIcons.h"
@@ -22,18 +20,6 @@ void bringToFront(QWidget& window) {
     window.show();
     window.raise();
     window.activateWindow();
-}
-
-/// By its own size: what the window manager's frame adds is not known before it is shown.
-void centreOnScreen(QWidget& window) {
-    const QScreen* screen = QGuiApplication::primaryScreen();
-    if (!screen)
-        return;
-    const QRect space = screen->availableGeometry();
-    QRect frame({0, 0}, window.size());
-    frame.moveCenter(space.center());
-    // The upper left corner stays in reach on a screen that is too small.
-    window.move(qMax(frame.left(), space.left()), qMax(frame.top(), space.top()));
 }
 
 }  // namespace
@@ -125,7 +111,6 @@ void MenuBarController::openSettings() {
         m_lifetime.guard([this] { closeSettings(); }));
     if (!m_settingsWindow)
         return;
-    centreOnScreen(*m_settingsWindow);
     bringToFront(*m_settingsWindow);
 }
 
@@ -143,9 +128,9 @@ AppConfig MenuBarController::configOrDefault() const {
 }
 
 Outcome MenuBarController::saveSettings(const AppConfig& config) {
-    m_configFile.save(config);
+    Outcome saved = m_configFile.trySave(config);
     rebuildMenu();
-    return Success{};
+    return saved;
 }
 
 /// Hidden, not destroyed: the call may come from inside the window.

@@ -15,8 +15,9 @@
 
 namespace nulo {
 
-/// Makes the settings window for a configuration, not shown yet. `onSave` stores what was edited;
-/// its error is for the user to read. `onClose` closes the window and may be called inside it.
+/// Makes the settings window for a configuration, in its place on the screen, not shown yet.
+/// `onSave` stores what was edited; its error is for the user to read. `onClose` closes the window
+/// and may be called inside it.
 using MakeSettingsWindow = std::function<std::unique_ptr<QWidget>(
     const AppConfig& config, std::function<Outcome(const AppConfig&)> onSave,
     std::function<void()> onClose)>;
