@@ -8,6 +8,7 @@
 #include <QDBusVariant>
 #include <QDBusVirtualObject>
 #include <QStringList>
+#include <chrono>
 
 #include "platform/DBusMenuTypes.h"
 #include "support/TestBus.h"
@@ -20,11 +21,14 @@ TestBus& testBus();
 
 /// Lets this process's own objects answer meanwhile.
 template <typename Condition>
-bool processUntil(Condition condition) {
-    return waitUntil([&] {
-        QCoreApplication::processEvents();
-        return condition();
-    });
+bool processUntil(Condition condition,
+                  std::chrono::milliseconds timeout = std::chrono::seconds(10)) {
+    return waitUntil(
+        [&] {
+            QCoreApplication::processEvents();
+            return condition();
+        },
+        timeout);
 }
 
 /// What a panel does: the watcher that items register with, and the host that reads and clicks
