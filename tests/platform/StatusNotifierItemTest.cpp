@@ -9,6 +9,7 @@
 #include "fakes/TrayProgram.h"
 #include "platform/Backends.h"
 #include "platform/TrayDesktop.h"
+#include "support/TrayPanel.h"
 #include "ui/StatusIcons.h"
 
 namespace nulo {
@@ -60,7 +61,7 @@ class StatusNotifierItemTest : public testing::Test {
   protected:
     StatusNotifierItemTest() {
         testBus().start();
-        panel.emplace();
+        panel.emplace(testBus().address());
         item = makeStatusNotifierItem();
         item->onShownChanged = [this] { shownChanges.push_back(item->isShown()); };
     }
@@ -334,7 +335,7 @@ TEST_F(StatusNotifierItemTest, comesBackWithThePanel) {
     for (int i = 0; i < 3; ++i) {
         panel.reset();
         EXPECT_TRUE(waitUntilAnnounced(false));
-        panel.emplace();
+        panel.emplace(testBus().address());
         ASSERT_TRUE(waitForPanel());
         EXPECT_EQ(panel->items(), QStringList(name));
         EXPECT_NE(panel->row("a").id, -1);
@@ -343,7 +344,7 @@ TEST_F(StatusNotifierItemTest, comesBackWithThePanel) {
 
     panel.reset();
     EXPECT_TRUE(waitUntilAnnounced(false));
-    panel.emplace(Panel::Host::none);
+    panel.emplace(testBus().address(), Panel::Host::none);
     EXPECT_TRUE(processUntil([&] { return panel->hostQuestions > 0; }));
     EXPECT_NE(panel->row("a").id, -1);  // by then the item has the answer
     EXPECT_FALSE(item->isShown());

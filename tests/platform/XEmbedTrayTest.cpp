@@ -11,6 +11,7 @@
 #include "platform/Backends.h"
 #include "platform/TrayDesktop.h"
 #include "support/TestXServer.h"
+#include "support/TrayPanel.h"
 #include "ui/StatusIcons.h"
 #include "ui/TrayItem.h"
 #include "ui/XEmbedTrayIcon.h"
@@ -136,7 +137,7 @@ TEST_F(XEmbedTrayTest, standsInForThePanelAsLongAsThereIsNone) {
 
     for (int i = 0; i < 2; ++i) {
         {
-            Panel panel;
+            Panel panel(testBus().address());
             ASSERT_TRUE(
                 processUntil([&] { return panel.isRegistered() && iconFrame().isEmpty(); }));
             EXPECT_TRUE(item.isShown());
