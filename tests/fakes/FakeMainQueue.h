@@ -39,7 +39,10 @@ class FakeMainQueue final : public MainQueue {
         moveTo(end);
     }
 
-    std::size_t pendingCount() const { return m_work.size(); }
+    std::size_t pendingCount() const {
+        const std::lock_guard lock(m_mutex);
+        return m_work.size();
+    }
 
   private:
     struct FakeTimer : Timer {
@@ -76,7 +79,7 @@ class FakeMainQueue final : public MainQueue {
     }
 
     FakeClock* m_clock;
-    std::mutex m_mutex;
+    mutable std::mutex m_mutex;
     std::map<std::pair<Delay, int>, Work> m_work;
     Delay m_time{0};
     int m_order = 0;
