@@ -4,7 +4,7 @@
 #include <QDBusVariant>
 #include <QGuiApplication>
 #include <QPointer>
-#include <QTimer>
+#include <algorithm>
 #include <limits>
 #include <utility>
 
@@ -262,7 +262,8 @@ void DBusMenu::handleEvent(int id, const QString& type) {
         return;
     const MenuEntry& entry = m_menu[static_cast<std::size_t>(id - m_firstId)];
     if (entry.action)
-        QTimer::singleShot(0, this, [action = entry.action] { action(); });
+        QMetaObject::invokeMethod(
+            this, [action = entry.action] { action(); }, Qt::QueuedConnection);
 }
 
 QString DBusMenu::introspect(const QString&) const {

@@ -93,9 +93,9 @@ const char introspection[] = R"xml(<interface name="org.kde.StatusNotifierItem">
 
 IconPixmap pixmapOf(const IconPixels& pixels) {
     IconPixmap pixmap{pixels.width, pixels.width, {}};
-    pixmap.bytes.resize(static_cast<qsizetype>(pixels.argb.size() * sizeof(std::uint32_t)));
-    qToBigEndian<std::uint32_t>(pixels.argb.data(), static_cast<qsizetype>(pixels.argb.size()),
-                                pixmap.bytes.data());
+    const auto count = static_cast<qsizetype>(pixels.argb.size());
+    pixmap.bytes.resize(count * qsizetype{sizeof(std::uint32_t)});
+    qToBigEndian<std::uint32_t>(pixels.argb.data(), count, pixmap.bytes.data());
     return pixmap;
 }
 
