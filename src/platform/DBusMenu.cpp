@@ -92,6 +92,8 @@ QDBusMessage unknownId(const QDBusMessage& message) {
 DBusMenu::DBusMenu(const QDBusConnection& connection, const QString& path)
     : BusObject(connection, path, "com.canonical.dbusmenu") {
     dbusmenu::registerTypes();
+    m_runChosen.setSingleShot(true);
+    QObject::connect(&m_runChosen, &QTimer::timeout, &m_runChosen, [this] { runChosen(); });
 }
 
 void DBusMenu::setMenu(Menu menu) {
@@ -261,9 +263,17 @@ void DBusMenu::handleEvent(int id, const QString& type) {
     if (id == rootId || type != u"clicked")
         return;
     const MenuEntry& entry = m_menu[static_cast<std::size_t>(id - m_firstId)];
-    if (entry.action)
-        QMetaObject::invokeMethod(
-            this, [action = entry.action] { action(); }, Qt::QueuedConnection);
+    if (!entry.action)
+        return;
+    m_chosen.push_back(entry.action);
+    m_runChosen.start(0);
+}
+
+/// Any of the actions may destroy this.
+void DBusMenu::runChosen() {
+    const auto chosen = std::exchange(m_chosen, {});
+    for (const auto& action : chosen)
+        action();
 }
 
 QString DBusMenu::introspect(const QString&) const {

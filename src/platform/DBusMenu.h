@@ -1,5 +1,6 @@
 #pragma once
 
+#include <QTimer>
 #include <functional>
 #include <vector>
 
@@ -41,11 +42,14 @@ class DBusMenu final : public BusObject {
     QDBusMessage answerEvents(const QDBusMessage& message);
     bool aboutToShow();
     void handleEvent(int id, const QString& type);
+    void runChosen();
 
     Menu m_menu;
     int m_firstId = 1;  // of the first entry; the others follow
     uint m_revision = 1;
     bool m_needsAttention = false;
+    std::vector<std::function<void()>> m_chosen;  // not run yet
+    QTimer m_runChosen;
 };
 
 }  // namespace nulo
