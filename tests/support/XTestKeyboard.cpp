@@ -27,6 +27,13 @@ void XTestKeyboard::button(bool down) {
     inject(down ? XCB_BUTTON_PRESS : XCB_BUTTON_RELEASE, 1);
 }
 
+void XTestKeyboard::movePointer(int x, int y) {
+    xcb_test_fake_input(m_connection.get(), XCB_MOTION_NOTIFY, 0, XCB_CURRENT_TIME, XCB_NONE,
+                        static_cast<std::int16_t>(x), static_cast<std::int16_t>(y), 0);
+    keysDown();
+    std::this_thread::sleep_for(pace);
+}
+
 void XTestKeyboard::send(Key key, bool down) {
     inject(down ? XCB_KEY_PRESS : XCB_KEY_RELEASE, key);
 }

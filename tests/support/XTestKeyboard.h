@@ -12,6 +12,7 @@ namespace nulo {
 class XTestKeyboard {
   public:
     enum Key : xcb_keycode_t {
+        escape = 9,
         tab = 23,
         altLeft = 64,
         space = 65,
@@ -33,6 +34,8 @@ class XTestKeyboard {
     void release(Key key) { send(key, false); }
     void tap(Key key);
     void button(bool down);
+    /// In pixels from the screen's upper left corner.
+    void movePointer(int x, int y);
     /// Switches to a group of the layout, from 0.
     void lockGroup(int group);
     /// The keycodes that the server believes to be down.

@@ -1,16 +1,20 @@
-// The whole road, on real parts, where nobody sits: a virtual desktop, a recorded voice heard by a
-// virtual microphone, the chord really pressed, the words read out of another program's window.
+// The whole road, on real parts, where nobody sits: a virtual desktop with a panel, a recorded
+// voice heard by a virtual microphone, the chord really pressed, the words read out of another
+// program's window, the menu opened by a click on the panel's icon.
 //
-//   nulo-demo FOLDER     leaves pictures of the overlay in FOLDER
+//   nulo-demo FOLDER     leaves pictures of the screen in FOLDER
 
+#include <QCoreApplication>
 #include <algorithm>
 #include <cstdio>
 #include <exception>
 #include <filesystem>
 #include <sstream>
+#include <stdexcept>
 #include <string>
 #include <thread>
 
+#include "desktop/session/DesktopPanel.h"
 #include "desktop/session/DesktopSession.h"
 #include "support/WaitUntil.h"
 
@@ -34,20 +38,30 @@ int wordsInOrder(std::string text, const std::string& spoken) {
     return count;
 }
 
+void require(bool condition, const char* failure) {
+    if (!condition)
+        throw std::runtime_error(failure);
+}
+
 int demonstrate(const std::filesystem::path& pictures) {
     std::filesystem::create_directories(pictures);
     const RecordedSpeech speech = recordedSpeech();
     const CompanionProcess companion;
     DesktopSession desktop;
     desktop.writeServiceFile(companion.baseURL());
+    DesktopPanel panel(desktop);
     desktop.startTextWindow();
     desktop.startNulo();
+    require(panel.waitForIcon(DesktopPanel::Icon::idle), "The panel did not show Nulo's icon.");
+    desktop.screenshot(pictures / "idle.png");
 
     std::printf("Spoken:      %s\n", speech.words.c_str());
     desktop.pressChord();
     desktop.waitForPrinted("Recording started");
     const auto voice = desktop.soundServer().play(speech.file);
     std::this_thread::sleep_for(std::chrono::seconds(3));
+    require(panel.waitForIcon(DesktopPanel::Icon::recording),
+            "The icon in the panel did not turn red while Nulo recorded.");
     desktop.screenshot(pictures / "recording.png");
     voice->wait(std::chrono::seconds(60));
     desktop.releaseChord();
@@ -66,7 +80,13 @@ int demonstrate(const std::filesystem::path& pictures) {
         !recognised.empty() && waitUntil([&] { return desktop.text() == recognised; });
     std::printf("Text window: %s\n", desktop.text().c_str());
     const int words = wordsInOrder(recognised, speech.words);
-    std::printf("Pictures:    %s/{recording,waiting,streaming}.png\n", pictures.c_str());
+
+    require(panel.waitForIcon(DesktopPanel::Icon::idle),
+            "The icon in the panel stayed red after the recording.");
+    require(!panel.openMenu().isEmpty(), "A click on the icon in the panel opened no menu.");
+    desktop.screenshot(pictures / "menu.png");
+    panel.closeMenu();
+    std::printf("Pictures:    %s/{idle,recording,waiting,streaming,menu}.png\n", pictures.c_str());
     const bool stopped = desktop.stopNulo() == 0 && desktop.noKeyIsDown();
 
     if (!arrived || !stopped || words < 5) {
@@ -90,6 +110,7 @@ int main(int argc, char** argv) {
         std::fprintf(stderr, "usage: nulo-demo FOLDER\n");
         return 2;
     }
+    QCoreApplication application(argc, argv);  // what speaks to the session bus needs one
     try {
         return nulo::demonstrate(argv[1]);
     } catch (const std::exception& failure) {

@@ -155,7 +155,7 @@ bool DesktopSession::noKeyIsDown() {
 }
 
 void DesktopSession::screenshot(const fs::path& file) const {
-    saveScreenshot(m_xServer.display(), file);
+    savePicture(takeScreenshot(m_xServer.display()), file);
 }
 
 std::vector<std::string> DesktopSession::environment() const {

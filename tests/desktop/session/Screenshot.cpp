@@ -2,14 +2,13 @@
 
 #include <xcb/xcb.h>
 
-#include <QImage>
 #include <cstdlib>
 #include <memory>
 #include <stdexcept>
 
 namespace nulo {
 
-void saveScreenshot(const std::string& display, const std::filesystem::path& file) {
+QImage takeScreenshot(const std::string& display) {
     const std::unique_ptr<xcb_connection_t, decltype(&xcb_disconnect)> connection(
         xcb_connect(display.c_str(), nullptr), xcb_disconnect);
     if (xcb_connection_has_error(connection.get()))
@@ -24,8 +23,12 @@ void saveScreenshot(const std::string& display, const std::filesystem::path& fil
         std::free);
     if (!image || screen->root_depth != 24)
         throw std::runtime_error("the screen cannot be read");
-    const QImage picture(xcb_get_image_data(image.get()), screen->width_in_pixels,
-                         screen->height_in_pixels, QImage::Format_RGB32);
+    return QImage(xcb_get_image_data(image.get()), screen->width_in_pixels,
+                  screen->height_in_pixels, QImage::Format_RGB32)
+        .copy();
+}
+
+void savePicture(const QImage& picture, const std::filesystem::path& file) {
     if (!picture.save(QString::fromStdString(file.string()), "PNG"))
         throw std::runtime_error("cannot write " + file.string());
 }

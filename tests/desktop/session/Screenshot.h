@@ -1,11 +1,15 @@
 #pragma once
 
+#include <QImage>
 #include <filesystem>
 #include <string>
 
 namespace nulo {
 
-/// Saves what the X display shows, the whole root window, as a PNG file. Throws when it cannot.
-void saveScreenshot(const std::string& display, const std::filesystem::path& file);
+/// What the X display shows, the whole root window. Throws when it cannot be read.
+QImage takeScreenshot(const std::string& display);
+
+/// As a PNG file. Throws when it cannot be written.
+void savePicture(const QImage& picture, const std::filesystem::path& file);
 
 }  // namespace nulo
