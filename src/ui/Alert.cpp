@@ -5,11 +5,9 @@
 #include <QDialog>
 #include <QFontInfo>
 #include <QHBoxLayout>
-#include <QLabel>
 #include <QPushButton>
 #include <QScreen>
 #include <QScrollBar>
-#include <QStyle>
 #include <QTextDocument>
 #include <QTextEdit>
 #include <QVBoxLayout>
@@ -17,11 +15,13 @@
 #include <memory>
 #include <utility>
 
+#include "ui/AlertSign.h"
+#include "ui/SettingsStyle.h"
+
 namespace nulo {
 namespace {
 
 constexpr int textWidth = 400;
-constexpr int iconWidth = 48;
 constexpr int margin = 20;
 /// Of the screen's height, for the two texts together; the rest is for what is around them.
 constexpr double largestShareOfScreen = 0.6;
@@ -98,23 +98,33 @@ class AlertWindow final : public QDialog {
         rows->addLayout(texts(content.style, message, informativeText));
         rows->addLayout(buttons(content));
         m_first->setDefault(true);
+        m_first->setProperty("prominent", true);
+        applyTheme();
         m_first->setFocus();
     }
 
     void reject() override { answer(m_last); }
 
+  protected:
+    void changeEvent(QEvent* event) override {
+        QDialog::changeEvent(event);
+        if (event->type() == QEvent::PaletteChange || event->type() == QEvent::ThemeChange)
+            applyTheme();
+    }
+
   private:
+    void applyTheme() {
+        const QString sheet = settingsStyleSheet(settingsColors());
+        if (sheet != styleSheet())  // setting one changes palettes, which leads here again
+            setStyleSheet(sheet);
+    }
+
     QLayout* texts(AlertContent::Style alertStyle, const QString& messageText,
                    const QString& informativeText) {
         const auto height = screenOfPointer()->availableGeometry().height() * largestShareOfScreen;
         QFont bold = font();
         bold.setBold(true);
         bold.setPointSizeF(QFontInfo(bold).pointSizeF() * 1.15);
-        auto* icon = new QLabel;
-        const auto picture = alertStyle == AlertContent::Style::warning
-                                 ? QStyle::SP_MessageBoxWarning
-                                 : QStyle::SP_MessageBoxInformation;
-        icon->setPixmap(style()->standardIcon(picture).pixmap(iconWidth));
         auto* column = new QVBoxLayout;
         column->setSpacing(margin / 2);
         auto* message = new TextBlock(messageText, bold, int(height / 3));
@@ -125,13 +135,14 @@ class AlertWindow final : public QDialog {
         column->addStretch();
         auto* row = new QHBoxLayout;
         row->setSpacing(margin);
-        row->addWidget(icon, 0, Qt::AlignTop);
+        row->addWidget(new AlertSign(alertStyle), 0, Qt::AlignTop);
         row->addLayout(column);
         return row;
     }
 
     QLayout* buttons(const AlertContent& content) {
         auto* row = new QHBoxLayout;
+        row->setSpacing(8);
         row->addStretch();
         for (std::size_t i = 0; i < content.buttons.size(); ++i) {
             // A '&' would be a mnemonic.
@@ -139,7 +150,6 @@ class AlertWindow final : public QDialog {
                 QString::fromStdString(content.buttons[i]).replace('&', QLatin1String("&&")));
             button->setAccessibleName(QString::fromStdString(content.buttons[i]));
             connect(button, &QPushButton::clicked, this, [this, i] { answer(i); });
-            button->setMinimumWidth(button->sizeHint().width() + margin);
             row->addWidget(button);
             if (i == 0)
                 m_first = button;

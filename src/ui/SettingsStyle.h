@@ -6,7 +6,7 @@
 
 namespace nulo {
 
-/// The settings window's colours, all derived from the theme's palette so that light, dark and
+/// The colours of the windows, all derived from the theme's palette so that light, dark and
 /// coloured themes keep their character.
 struct SettingsColors {
     explicit SettingsColors(const QPalette& palette);
@@ -27,7 +27,7 @@ struct SettingsColors {
 /// The colours of the application's present theme.
 SettingsColors settingsColors();
 
-/// How the window's standard widgets look. Frames with the property "card" are rounded groups,
+/// How the windows' standard widgets look. Frames with the property "card" are rounded groups,
 /// those with "line" hairlines; labels with "secondary" step back; a button with "prominent" or
 /// "destructive" stands out.
 QString settingsStyleSheet(const SettingsColors& colors);
