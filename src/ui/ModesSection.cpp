@@ -9,7 +9,10 @@
 namespace nulo {
 namespace {
 
-constexpr int listWidth = 200;
+// The names of the built-in modes are whole at the usual font sizes; a narrow window takes from
+// them rather than from the editor.
+constexpr int minimumListWidth = 200;
+constexpr int maximumListWidth = 232;
 constexpr int minimumCardHeight = 276;
 
 }  // namespace
@@ -42,7 +45,8 @@ ModesSection::ModesSection(SettingsModel& model, QWidget* parent)
 
 QWidget* ModesSection::makeListColumn(QWidget* parent) {
     auto* column = new QWidget(parent);
-    column->setFixedWidth(listWidth);
+    column->setMinimumWidth(minimumListWidth);
+    column->setMaximumWidth(maximumListWidth);
     m_list = new ModeList(m_model, column);
     auto* addButton = new SymbolButton(Symbol::plus, "Ajouter un mode", column);
     m_deleteButton = new SymbolButton(Symbol::minus, "Supprimer le mode", column);

@@ -51,8 +51,8 @@ QWidget* SettingsView::makeContent() {
     auto* dictionary = new DictionarySection(m_model, content);
     auto* modes = new ModesSection(m_model, content);
     auto* layout = new QVBoxLayout(content);
-    layout->setContentsMargins(padding, padding, padding, padding);
-    layout->setSpacing(padding - 4);
+    layout->setContentsMargins(padding, padding - 4, padding, padding - 4);
+    layout->setSpacing(14);
     layout->addWidget(dictionary);
     layout->addWidget(makeLine(Qt::Horizontal, content));
     layout->addWidget(modes, 1);
@@ -65,7 +65,7 @@ QWidget* SettingsView::makeContent() {
 QWidget* SettingsView::makeBottomBar() {
     auto* bar = new QWidget(this);
     auto* layout = new QHBoxLayout(bar);
-    layout->setContentsMargins(padding, 10, padding, 10);
+    layout->setContentsMargins(padding, 8, padding, 8);
     layout->setSpacing(12);
     if (m_host.programMenu)
         layout->addWidget(makeMenuButton(bar));
