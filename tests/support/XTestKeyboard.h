@@ -20,7 +20,9 @@ class XTestKeyboard {
         a = 38,
         s = 39,
         f4 = 70,
+        enter = 36,
         f12 = 96,
+        up = 111,
         altRight = 108
     };
 

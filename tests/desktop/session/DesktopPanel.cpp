@@ -63,6 +63,7 @@ void writePanelSettings(const fs::path& home, bool isDark) {
       <property name="plugin-ids" type="array">
         <value type="int" value="1"/>
         <value type="int" value="2"/>
+        <value type="int" value="3"/>
       </property>
     </property>
   </property>
@@ -72,6 +73,9 @@ void writePanelSettings(const fs::path& home, bool isDark) {
       <property name="style" type="uint" value="0"/>
     </property>
     <property name="plugin-2" type="string" value="systray"/>
+    <property name="plugin-3" type="string" value="separator">
+      <property name="style" type="uint" value="0"/>
+    </property>
   </property>
 </channel>
 )";
