@@ -1,0 +1,184 @@
+#include <QApplication>
+#include <QListView>
+#include <QPainter>
+#include <QPalette>
+#include <QStyleFactory>
+#include <QToolButton>
+#include <QWidget>
+#include <chrono>
+#include <cmath>
+#include <memory>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include "Gallery.h"
+#include "app/StartUpDialogs.h"
+#include "base/Published.h"
+#include "desktop/session/Screenshot.h"
+#include "fakes/FakeClock.h"
+#include "platform/Backends.h"
+#include "ui/Alert.h"
+#include "ui/SettingsWindow.h"
+#include "ui/UpdateDialogs.h"
+#include "ui/WaveformWindow.h"
+
+namespace nulo::gallery {
+namespace {
+
+/// As a desktop's platform theme gives it.
+QPalette paletteOf(Theme theme) {
+    const bool isDark = theme == Theme::dark;
+    const QColor text = isDark ? QColor(0xfc, 0xfc, 0xfc) : QColor(0x23, 0x26, 0x29);
+    const QColor window = isDark ? QColor(0x2a, 0x2e, 0x32) : QColor(0xef, 0xf0, 0xf1);
+    const QColor base = isDark ? QColor(0x1b, 0x1e, 0x20) : QColor(0xff, 0xff, 0xff);
+    const QColor button = isDark ? QColor(0x31, 0x36, 0x3b) : QColor(0xfc, 0xfc, 0xfc);
+    const QColor pale(0x7f, 0x8c, 0x8d);
+    QPalette palette(button, window);
+    for (const auto role : {QPalette::WindowText, QPalette::Text, QPalette::ButtonText})
+        palette.setColor(role, text);
+    palette.setColor(QPalette::Base, base);
+    palette.setColor(QPalette::Highlight, QColor(0x3d, 0xae, 0xe9));
+    palette.setColor(QPalette::HighlightedText, isDark ? text : QColor(Qt::white));
+    palette.setColor(QPalette::PlaceholderText, pale);
+    for (const auto role : {QPalette::WindowText, QPalette::Text, QPalette::ButtonText})
+        palette.setColor(QPalette::Disabled, role, pale);
+    return palette;
+}
+
+class Windows {
+  public:
+    Windows(const std::filesystem::path& folder, Theme theme)
+        : m_folder(folder), m_theme(theme), m_suffix(theme == Theme::dark ? "-dark" : "") {
+        QApplication::setStyle(QStyleFactory::create("Fusion"));
+        QApplication::setFont(QFont("Sans", 11));
+        QApplication::setPalette(paletteOf(theme));
+        if (qApp->devicePixelRatio() > 1)
+            m_suffix += "@" + std::to_string(int(qApp->devicePixelRatio())) + "x";
+    }
+
+    void drawAll() {
+        drawSettings();
+        showAlert(loginItemOffer(), [](std::size_t) {});
+        saveAndClose("login-item-offer");
+        showAlert(accessibilityAlert(), [](std::size_t) {});
+        saveAndClose("accessibility");
+        drawUpdate();
+        if (m_theme == Theme::light)  // it looks the same in both
+            drawOverlay();
+    }
+
+  private:
+    void drawSettings() {
+        const SettingsHost host{.load = [] { return std::nullopt; },
+                                .onSave = [](const AppConfig&) { return Outcome(Success()); }};
+        const std::unique_ptr<QWidget> window = makeSettingsWindow(someonesSettings(), host);
+        window->show();
+        save(*window, "settings");
+        window->resize(window->minimumSize());
+        save(*window, "settings-minimum");
+        window->resize(580, 620);
+        for (auto* list : window->findChildren<QListView*>())
+            if (list->accessibleName() == "Modes") {
+                list->setFocus();
+                list->setCurrentIndex(list->model()->index(5, 0));
+            }
+        save(*window, "settings-own-mode");
+        for (auto* button : window->findChildren<QToolButton*>())
+            if (button->accessibleName() == "Supprimer le mode")
+                button->click();
+        for (QWidget* dialog : QApplication::topLevelWidgets())
+            if (dialog != window.get() && dialog->isVisible())
+                save(*dialog, "delete-mode");
+        window->close();
+    }
+
+    void drawUpdate() {
+        UpdateDialogs dialogs;
+        const VersionInfo info{.version = "1.4.0",
+                               .releaseNotes =
+                                   "- Mode Espagnol plus naturel\n"
+                                   "- Demarrage plus rapide\n"
+                                   "- Corrections diverses"};
+        dialogs.showUpdateDialog(info, "1.3.2", [](UpdateWindows::Answer) {});
+        saveAndClose("update");
+        dialogs.showProgress(info.version);
+        saveAndClose("update-progress");
+        dialogs.closeProgress();
+        dialogs.showError("Le telechargement a echoue : Could not connect to server", [] {});
+        saveAndClose("update-error");
+    }
+
+    void drawOverlay() {
+        const std::unique_ptr<MainQueue> mainQueue = makeQtMainQueue();
+        FakeClock clock;                                // for the same picture every time
+        clock.advance(std::chrono::milliseconds(580));  // to where the cursor's blink is brightest
+        WaveformWindow overlay(*mainQueue, clock);
+        Published<std::vector<float>> levels;
+        overlay.show(levels);
+        std::vector<float> spoken;
+        for (int i = 0; i < 53; ++i)  // syllables and pauses
+            spoken.push_back(float(std::abs(std::sin(i * 0.55) * std::sin(i * 0.13)) * 0.95));
+        levels.set(spoken);
+        saveOverlay(*overlay.window(), "overlay-recording");
+        overlay.showTranscribing();
+        saveOverlay(*overlay.window(), "overlay-transcribing");
+        overlay.showStreaming("");
+        overlay.appendStreamingText(
+            "Bonjour Anaïs, la réunion de jeudi est déplacée à quatorze heures. Peux-tu prévenir "
+            "l'équipe de Saint-Malo ?");
+        saveOverlay(*overlay.window(), "overlay-streaming");
+        overlay.hide();
+    }
+
+    static QImage pictureOf(QWidget& window) {
+        for (int i = 0; i < 10; ++i)  // layouts settle in a few rounds
+            QApplication::processEvents();
+        return window.grab().toImage();
+    }
+    void write(const QImage& picture, const std::string& name) {
+        savePicture(picture, m_folder / (name + m_suffix + ".png"));
+    }
+    void save(QWidget& window, const std::string& name) {
+        window.activateWindow();
+        write(pictureOf(window), name);
+    }
+    /// The one window that is open.
+    void saveAndClose(const std::string& name) {
+        QWidget* open = nullptr;
+        for (QWidget* window : QApplication::topLevelWidgets())
+            if (window->isVisible())
+                open = window;
+        if (!open)
+            throw std::runtime_error("no window to draw for " + name);
+        save(*open, name);
+        open->close();
+        QApplication::processEvents();
+    }
+    /// On a piece of a desktop, which shines through.
+    void saveOverlay(QWidget& overlay, const std::string& name) {
+        const QImage panel = pictureOf(overlay);
+        const int margin = int(24 * panel.devicePixelRatio());
+        QImage picture(panel.width() + 2 * margin, panel.height() + 2 * margin,
+                       QImage::Format_RGB32);
+        picture.setDevicePixelRatio(panel.devicePixelRatio());
+        QPainter painter(&picture);
+        const QRectF whole(QPointF(), picture.deviceIndependentSize());
+        painter.fillRect(whole, QColor(0x7d, 0x9b, 0xab));
+        painter.drawImage(QPointF(24, 24), panel);
+        painter.end();
+        write(picture, name);
+    }
+
+    const std::filesystem::path m_folder;
+    const Theme m_theme;
+    std::string m_suffix;
+};
+
+}  // namespace
+
+void drawWindows(const std::filesystem::path& folder, Theme theme) {
+    Windows(folder, theme).drawAll();
+}
+
+}  // namespace nulo::gallery
