@@ -7,6 +7,7 @@
 #include <QDBusVariant>
 #include <QTimer>
 #include <QtEndian>
+#include <limits>
 #include <optional>
 #include <utility>
 
@@ -58,7 +59,9 @@ const QDBusArgument& operator>>(const QDBusArgument& from, ToolTip& to) {
 const QString watcherService = QStringLiteral("org.kde.StatusNotifierWatcher");
 const QString watcherPath = QStringLiteral("/StatusNotifierWatcher");
 const QString menuPath = QStringLiteral("/MenuBar");
-constexpr int replyTimeout = 3000;  // ms; a watcher that hangs counts as none
+/// A watcher that hangs may still answer, and its end counts as an answer. Taking it for none would
+/// have the fallback made, whose toolkit asks that watcher too and waits: 25 seconds without us.
+constexpr int noTimeout = std::numeric_limits<int>::max();
 
 // What panels of common sizes ask for, at one and at two device pixels a point.
 constexpr int pixmapWidths[] = {16, 18, 22, 24, 32, 36, 44, 48, 64, 96, 128};
@@ -258,8 +261,8 @@ class StatusNotifierItem final : public StatusItem {
     template <typename Handle>
     void ask(QDBusMessage question, Handle handle) {
         question.setAutoStartService(false);
-        m_pending = std::make_unique<QDBusPendingCallWatcher>(
-            m_connection.asyncCall(question, replyTimeout));
+        m_pending =
+            std::make_unique<QDBusPendingCallWatcher>(m_connection.asyncCall(question, noTimeout));
         QObject::connect(m_pending.get(), &QDBusPendingCallWatcher::finished, &m_announce,
                          [this, handle](QDBusPendingCallWatcher* finished) {
                              const QDBusMessage reply = finished->reply();
