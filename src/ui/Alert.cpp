@@ -137,6 +137,7 @@ class AlertWindow final : public QDialog {
         row->setSpacing(margin);
         row->addWidget(new AlertSign(alertStyle), 0, Qt::AlignTop);
         row->addLayout(column);
+        row->addStretch();  // where the buttons need more width than the texts
         return row;
     }
 

@@ -45,7 +45,7 @@ QWidget* ModeEditor::makeForm() {
     m_prompt = new QPlainTextEdit(form);
     m_prompt->setAccessibleName("Prompt");
     m_prompt->setTabChangesFocus(true);
-    m_prompt->setMinimumHeight(96);
+    m_prompt->setMinimumHeight(76);
     m_prompt->setSizePolicy(QSizePolicy::Expanding, QSizePolicy::Ignored);  // what is left over
     auto* note =
         makeSecondaryLabel("Ce mode retourne la transcription brute sans reformulation.", form);

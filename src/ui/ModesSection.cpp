@@ -13,7 +13,7 @@ namespace {
 // them rather than from the editor.
 constexpr int minimumListWidth = 200;
 constexpr int maximumListWidth = 232;
-constexpr int minimumCardHeight = 276;
+constexpr int minimumCardHeight = 256;
 
 }  // namespace
 
