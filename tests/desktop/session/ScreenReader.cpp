@@ -120,8 +120,10 @@ QList<ScreenReader::Node> ScreenReader::children(const Node& node) const {
 }
 
 bool ScreenReader::isShowing(const Node& node) const {
-    const auto states = qdbus_cast<QList<uint>>(
-        call(node, accessible, "GetState").arguments().value(0).value<QDBusArgument>());
+    const QVariant reply = call(node, accessible, "GetState").arguments().value(0);
+    if (!reply.canConvert<QDBusArgument>())  // gone meanwhile
+        return false;
+    const auto states = qdbus_cast<QList<uint>>(reply.value<QDBusArgument>());
     return !states.isEmpty() && (states[0] >> showing & 1);
 }
 
