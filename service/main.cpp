@@ -10,12 +10,14 @@
 
 #include "base/Clock.h"
 #include "base/Print.h"
+#include "service/GatewayConfig.h"
 #include "service/HttpServer.h"
 #include "service/InheritedSocket.h"
 #include "service/OfflineRecogniser.h"
 #include "service/Options.h"
 #include "service/PocketSphinxEngine.h"
 #include "service/RuleCleanup.h"
+#include "service/Sha256.h"
 #include "service/SpeechApi.h"
 
 namespace nulo::service {
@@ -38,20 +40,72 @@ void waitForStopSignal(const sigset_t& signals) {
     pthread_sigmask(SIG_UNBLOCK, &signals, nullptr);
 }
 
-int serve(Options options) {
+/// What the command line, the configuration and the service manager say together.
+struct Setup {
+    GatewayConfig config;
+    std::string address = "127.0.0.1";
+    int port = 8737;
+    std::optional<InheritedSocket> inherited;
+    std::vector<std::string> tokens;  // digests
+};
+
+Result<Setup> setUp(const Options& options) {
+    Setup setup;
+    auto file = options.configFile;
+    if (file.empty()) {
+        std::error_code error;
+        if (exists(symlink_status(defaultGatewayConfigFile(), error)))
+            file = defaultGatewayConfigFile();
+    }
+    if (!file.empty()) {
+        auto config =
+            readGatewayConfig(file, [](std::string_view line) { printError(std::string(line)); });
+        if (!config)
+            return config.error();
+        setup.config = std::move(config).value();
+        printLine("nulo-service: configured by " + file.string());
+    }
     const auto inherited = inheritedSocket();
-    if (!inherited) {
-        printError(inherited.error().description);
+    if (!inherited)
+        return inherited.error();
+    setup.inherited = inherited.value();
+    setup.address = options.address.value_or(setup.config.address.value_or(setup.address));
+    setup.port = options.port.value_or(setup.config.port.value_or(setup.port));
+    if (setup.inherited) {
+        setup.address = setup.inherited->address;
+        setup.port = setup.inherited->port;
+    }
+    setup.tokens = setup.config.tokens;
+    if (!options.tokenFile.empty()) {
+        const auto token = readToken(options.tokenFile);
+        if (!token)
+            return token.error();
+        warnOfReadableToken(options.tokenFile);
+        setup.tokens.push_back(sha256(token.value()));
+    }
+    if (const auto allowed = checkReach(setup.address, !setup.tokens.empty()); !allowed)
+        return allowed.error();
+    return setup;
+}
+
+int check(const Options& options) {
+    const auto setup = setUp(options);
+    if (!setup) {
+        printError(setup.error().description);
         return 1;
     }
-    if (const auto& socket = inherited.value()) {
-        options.address = socket->address;
-        options.port = socket->port;
-        if (const auto allowed = checkReach(options); !allowed) {
-            printError(allowed.error().description);
-            return 1;
-        }
+    for (const std::string& line : descriptionOf(setup.value().config))
+        printLine(line);
+    return 0;
+}
+
+int serve(const Options& options) {
+    auto prepared = setUp(options);
+    if (!prepared) {
+        printError(prepared.error().description);
+        return 1;
     }
+    Setup setup = std::move(prepared).value();
 
     // Blocked before any thread starts, so that they reach the thread that waits for them only.
     sigset_t signals;
@@ -61,35 +115,25 @@ int serve(Options options) {
     pthread_sigmask(SIG_BLOCK, &signals, nullptr);
     signal(SIGPIPE, SIG_IGN);  // a log that nobody reads any more is no reason to stop
 
-    std::optional<std::string> token;
-    if (!options.tokenFile.empty()) {
-        auto read = readToken(options.tokenFile);
-        if (!read) {
-            printError(read.error().description);
-            return 1;
-        }
-        warnOfReadableToken(options.tokenFile);
-        token = std::move(read).value();
-    }
-
     const auto model = options.modelFolder.empty() ? installedModelFolder() : options.modelFolder;
     const std::size_t cores = std::max(1U, std::thread::hardware_concurrency());
     const std::size_t jobs = options.jobs ? options.jobs : cores;
     OfflineRecogniser recogniser([model] { return makePocketSphinxEngine(model); },
                                  {.atOnce = jobs, .waiting = 2 * jobs});
     RuleCleanup cleanup;
-    SpeechApi api(recogniser, cleanup, RequestGuard(std::move(token)), systemClock(), NULO_VERSION);
+    SpeechApi api(recogniser, cleanup, RequestGuard(std::move(setup.tokens)), systemClock(),
+                  NULO_VERSION);
     HttpServer server(systemClock(), printLine, {});
     api.attachTo(server);
-    if (inherited.value()) {
-        server.listenOn(*inherited.value());
+    if (setup.inherited) {
+        server.listenOn(*setup.inherited);
     } else {
-        const auto port = server.listenOn(options.address, options.port);
+        const auto port = server.listenOn(setup.address, setup.port);
         if (!port) {
             printError(port.error().description);
             return 1;
         }
-        options.port = port.value();
+        setup.port = port.value();
     }
     if (const auto ready = recogniser.prepare(); !ready) {
         printError(ready.error().description);
@@ -99,9 +143,9 @@ int serve(Options options) {
         "nulo-service " NULO_VERSION
         ": offline engine PocketSphinx, US English only, lower case, no punctuation, about one "
         "word in four wrong on read speech");
-    const bool bracketed = options.address.find(':') != std::string::npos;
-    printLine("Listening on http://" + (bracketed ? "[" + options.address + "]" : options.address) +
-              ":" + std::to_string(options.port));
+    const bool bracketed = setup.address.find(':') != std::string::npos;
+    printLine("Listening on http://" + (bracketed ? "[" + setup.address + "]" : setup.address) +
+              ":" + std::to_string(setup.port));
     std::atomic<bool> asked = false;
     std::thread stopper([&] {
         waitForStopSignal(signals);
@@ -141,6 +185,8 @@ int main(int argumentCount, char** arguments) {
         case Options::Action::version:
             printLine("nulo-service " NULO_VERSION);
             return 0;
+        case Options::Action::check:
+            return check(options.value());
         case Options::Action::serve:
             return serve(options.value());
     }

@@ -83,7 +83,7 @@ class HttpServerTest : public testing::Test {
                                  },
                                  {.atOnce = 1, .waiting = 0}};
     RuleCleanup cleanup;
-    SpeechApi api{recogniser, cleanup, RequestGuard(std::nullopt), systemClock(), "1.2"};
+    SpeechApi api{recogniser, cleanup, RequestGuard({}), systemClock(), "1.2"};
     std::mutex logMutex;
     std::string log;
     bool released = false;

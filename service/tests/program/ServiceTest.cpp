@@ -21,7 +21,8 @@ const std::string program = NULO_BINARY_FOLDER "/nulo-service";
 class Service {
   public:
     explicit Service(std::vector<std::string> options = {})
-        : m_process(arguments(std::move(options)), {{}, m_folder / "log"}) {
+        : m_process(arguments(std::move(options)),
+                    {{"XDG_CONFIG_HOME=" + m_folder.path().string()}, m_folder / "log"}) {
         const std::string marker = "Listening on http://127.0.0.1:";
         waitUntil([&] { return log().find(marker) != std::string::npos || !m_process.isRunning(); },
                   std::chrono::seconds(60));
@@ -258,7 +259,7 @@ TEST(Service, saysWhyItDoesNotStart) {
         const auto log = folder / "log";
         std::filesystem::remove(log);
         options.insert(options.begin(), program);
-        ChildProcess process(options, {{}, log});
+        ChildProcess process(options, {{"XDG_CONFIG_HOME=" + folder.path().string()}, log});
         const auto status = process.wait(std::chrono::seconds(30));
         std::ostringstream text;
         text << std::ifstream(log).rdbuf();
@@ -272,10 +273,18 @@ TEST(Service, saysWhyItDoesNotStart) {
     expect(attempt({"--port", std::to_string(first.port)}), 1, "listens there already");
     expect(attempt({"--port", "0", "--address", "192.0.2.1", "--token-file", "/dev/null"}), 1,
            "token");
-    expect(attempt({"--port", "0", "--address", "0.0.0.0"}), 2, "--token-file");
+    expect(attempt({"--port", "0", "--address", "0.0.0.0"}), 1, "--token-file");
     expect(attempt({"--nonsense"}), 2, "usage: nulo-service");
     expect(attempt({"--port", "0", "--model-dir", folder.path()}), 1, "pocketsphinx-en-us");
     expect(attempt({"--version"}), 0, "nulo-service ");
+    std::filesystem::create_directory(folder / "nulo");
+    std::ofstream(folder / "nulo/nulo-service.json")
+        << R"({"address": "192.0.2.1", "providers": {"openai": {"apiKey": "sk-secret"}}})";
+    expect(attempt({"--check"}), 1, "list tokens");  // the user's own file, found by itself
+    expect(attempt({"--check", "--address", "::1"}), 0, "openai: https://api.openai.com/v1, with");
+    EXPECT_EQ(attempt({"--check", "--address", "::1"}).second.find("sk-secret"), std::string::npos);
+    expect(attempt({"--config", folder / "missing"}), 1, "missing cannot be read");
+    std::filesystem::remove_all(folder / "nulo");
     std::ofstream(folder / "token") << "a-token-of-some-length";
     expect(attempt({"--address", "192.0.2.1", "--token-file", folder / "token"}), 1,
            "no address of this machine");
