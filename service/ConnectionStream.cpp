@@ -22,6 +22,9 @@ using std::chrono::steady_clock;
 constexpr std::size_t bufferSize = 16384;
 constexpr std::uint64_t largestHead = 65536;
 
+/// A connection is served by one thread from its first request to its end.
+thread_local const ConnectionStream* servedHere = nullptr;
+
 /// poll() until `until`, through interruptions; what poll() returns.
 int pollUntil(pollfd* entries, nfds_t count, steady_clock::time_point until) {
     for (;;) {
@@ -36,12 +39,14 @@ int pollUntil(pollfd* entries, nfds_t count, steady_clock::time_point until) {
 
 ConnectionStream::ConnectionStream(int socket, int stopEvent, Limits limits)
     : m_socket(socket), m_stopEvent(stopEvent), m_limits(limits) {
+    servedHere = this;
     // Every word leaves by itself, at once.
     const int on = 1;
     setsockopt(m_socket, IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
 }
 
 ConnectionStream::~ConnectionStream() {
+    servedHere = nullptr;
     close(m_socket);
 }
 
@@ -92,6 +97,11 @@ bool ConnectionStream::fill() {
     return count > 0;
 }
 
+bool ConnectionStream::isAbandoned() const {
+    pollfd entry{m_socket, POLLRDHUP, 0};
+    return poll(&entry, 1, 0) > 0 && (entry.revents & (POLLRDHUP | POLLHUP | POLLERR)) != 0;
+}
+
 bool ConnectionStream::is_readable() const {
     return m_next < m_buffer.size() || waitFor(POLLIN, steady_clock::now());
 }
@@ -136,6 +146,10 @@ void ConnectionStream::get_remote_ip_and_port(std::string& ip, int& port) const 
 void ConnectionStream::get_local_ip_and_port(std::string& ip, int& port) const {
     ip.clear();
     port = 0;
+}
+
+StillWanted clientProbe() {
+    return [] { return !servedHere || !servedHere->isAbandoned(); };
 }
 
 }  // namespace nulo::service

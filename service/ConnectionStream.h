@@ -6,6 +6,8 @@
 #include <cstdint>
 #include <string>
 
+#include "service/StillWanted.h"
+
 namespace nulo::service {
 
 /// One client's socket, with a bound on every wait and on the size of a request's head. The thread
@@ -35,6 +37,9 @@ class ConnectionStream final : public httplib::Stream {
     /// would make the client's system throw the answer away.
     void closeGently();
 
+    /// Whether the client has hung up, at its latest when its system has said so.
+    bool isAbandoned() const;
+
     bool is_readable() const override;
     bool is_writable() const override;
     ssize_t read(char* target, size_t size) override;
@@ -60,5 +65,9 @@ class ConnectionStream final : public httplib::Stream {
     std::uint64_t m_bytesOut = 0;
     int m_status = 0;
 };
+
+/// Tells whether the client whose request this thread is serving still waits for its answer; while
+/// a ConnectionStream of this thread is alive. Always true on other threads.
+StillWanted clientProbe();
 
 }  // namespace nulo::service

@@ -19,11 +19,16 @@ class HttpServer final : public httplib::Server {
   public:
     struct Limits {
         ConnectionStream::Limits connection;
-        std::size_t connections = 64;  // beyond them: 503
+        std::size_t connections = 512;  // beyond them: 503
     };
 
     HttpServer(const Clock& clock, Print print, Limits limits);
     ~HttpServer() override;
+
+    /// Called behind each answered request, on its connection's thread. `path` is as it was asked.
+    std::function<void(const std::string& path, int status, std::chrono::nanoseconds duration,
+                       bool brokenOff)>
+        onServed = [](const std::string&, int, std::chrono::nanoseconds, bool) {};
 
     /// The port that it listens on.
     Result<int> listenOn(const std::string& address, int port);

@@ -1,8 +1,19 @@
 #include "service/OfflineRecogniser.h"
 
+#include <strings.h>
+
 #include "service/AudioDecoder.h"
 
 namespace nulo::service {
+namespace {
+
+/// "en", "en-GB", "EN_us".
+bool isEnglish(const std::string& language) {
+    return strncasecmp(language.c_str(), "en", 2) == 0 &&
+           (language.size() == 2 || language[2] == '-' || language[2] == '_');
+}
+
+}  // namespace
 
 OfflineRecogniser::OfflineRecogniser(MakeEngine makeEngine, WorkGate::Limits limits)
     : m_makeEngine(std::move(makeEngine)), m_gate(limits) {}
@@ -15,7 +26,12 @@ Outcome OfflineRecogniser::prepare() {
     return Success{};
 }
 
-Result<std::string, Failure> OfflineRecogniser::recognise(const Take& take) {
+Result<std::string, Failure> OfflineRecogniser::recognise(const Take& take, const StillWanted&) {
+    if (!take.language.empty() && !isEnglish(take.language))
+        return Failure{501,
+                       "The offline engine knows English only, and the language asked for is "
+                       "another. Name a provider with a key of yours in nulo-service.json, or ask "
+                       "for English.\n"};
     const auto pass = m_gate.enter();
     if (!pass)
         return Failure{

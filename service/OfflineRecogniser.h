@@ -18,8 +18,10 @@ class OfflineRecogniser final : public Recogniser {
 
     /// Loads the first engine, so that a missing model shows at start-up.
     Outcome prepare();
-    /// 413, 415: see decodedSpeech(). 503 when too many are being recognised already.
-    Result<std::string, Failure> recognise(const Take& take) override;
+    /// 413, 415: see decodedSpeech(). 501 for a language that the engine does not know, 503 when
+    /// too many are being recognised already.
+    Result<std::string, Failure> recognise(const Take& take,
+                                           const StillWanted& stillWanted) override;
 
   private:
     Result<std::unique_ptr<SpeechEngine>> idleEngine();

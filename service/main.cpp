@@ -1,5 +1,6 @@
 #include <pthread.h>
 #include <signal.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 
 #include <algorithm>
@@ -10,7 +11,9 @@
 
 #include "base/Clock.h"
 #include "base/Print.h"
+#include "service/GatewayCleanup.h"
 #include "service/GatewayConfig.h"
+#include "service/GatewayRecogniser.h"
 #include "service/HttpServer.h"
 #include "service/InheritedSocket.h"
 #include "service/OfflineRecogniser.h"
@@ -38,6 +41,31 @@ void waitForStopSignal(const sigset_t& signals) {
     int number = 0;
     sigwait(&signals, &number);
     pthread_sigmask(SIG_UNBLOCK, &signals, nullptr);
+}
+
+/// A request in flight holds up to five files: sockets, what wakes its transfer, its recording.
+void raiseFileLimit() {
+    rlimit limit{};
+    if (getrlimit(RLIMIT_NOFILE, &limit) != 0)
+        return;
+    limit.rlim_cur = std::min<rlim_t>(limit.rlim_max, std::max<rlim_t>(limit.rlim_cur, 8192));
+    setrlimit(RLIMIT_NOFILE, &limit);  // where it is forbidden, fewer are served at once
+}
+
+/// Requests by endpoint; what else clients ask for is one series, so that they cannot make more.
+void countRequest(Metrics& metrics, const std::string& path, int status,
+                  std::chrono::nanoseconds duration, bool brokenOff) {
+    std::string endpoint = "other";
+    for (const char* known :
+         {"/api/transcribe", "/api/chat", "/api/version", "/healthz", "/metrics"})
+        if (path == known)
+            endpoint = known;
+    const std::string label = "path=\"" + endpoint + "\"";
+    metrics.add("nulo_requests_total", label + ",status=\"" + std::to_string(status) + "\"");
+    metrics.add("nulo_request_seconds_total", label,
+                std::chrono::duration<double>(duration).count());
+    if (brokenOff)
+        metrics.add("nulo_requests_broken_off_total", label);
 }
 
 /// What the command line, the configuration and the service manager say together.
@@ -107,6 +135,7 @@ int serve(const Options& options) {
     }
     Setup setup = std::move(prepared).value();
 
+    raiseFileLimit();
     // Blocked before any thread starts, so that they reach the thread that waits for them only.
     sigset_t signals;
     sigemptyset(&signals);
@@ -120,11 +149,24 @@ int serve(const Options& options) {
     const std::size_t jobs = options.jobs ? options.jobs : cores;
     OfflineRecogniser recogniser([model] { return makePocketSphinxEngine(model); },
                                  {.atOnce = jobs, .waiting = 2 * jobs});
-    RuleCleanup cleanup;
-    SpeechApi api(recogniser, cleanup, RequestGuard(std::move(setup.tokens)), systemClock(),
-                  NULO_VERSION);
+    RuleCleanup rules;
+    Metrics metrics;
+    UpstreamClient client({});
+    ProviderCalls calls(
+        client, systemClock(),
+        [](std::chrono::milliseconds duration) { std::this_thread::sleep_for(duration); },
+        printLine, metrics, {});
+    GatewayRecogniser gatewayRecogniser(setup.config, calls, recogniser);
+    GatewayCleanup gatewayCleanup(setup.config, calls, rules);
+    SpeechApi api(gatewayRecogniser, gatewayCleanup, RequestGuard(std::move(setup.tokens)),
+                  systemClock(), NULO_VERSION);
     HttpServer server(systemClock(), printLine, {});
+    api.onMetrics = [&] { return metrics.text(); };
     api.attachTo(server);
+    server.onServed = [&](const std::string& path, int status, std::chrono::nanoseconds duration,
+                          bool brokenOff) {
+        countRequest(metrics, path, status, duration, brokenOff);
+    };
     if (setup.inherited) {
         server.listenOn(*setup.inherited);
     } else {
@@ -135,14 +177,20 @@ int serve(const Options& options) {
         }
         setup.port = port.value();
     }
-    if (const auto ready = recogniser.prepare(); !ready) {
-        printError(ready.error().description);
-        return 1;
+    const bool isOffline = !transcriptionRoute(setup.config, "", "").provider;
+    if (isOffline) {
+        if (const auto ready = recogniser.prepare(); !ready) {
+            printError(ready.error().description);
+            return 1;
+        }
+        printLine(
+            "nulo-service " NULO_VERSION
+            ": offline engine PocketSphinx, US English only, lower case, no punctuation, about one "
+            "word in four wrong on read speech");
     }
-    printLine(
-        "nulo-service " NULO_VERSION
-        ": offline engine PocketSphinx, US English only, lower case, no punctuation, about one "
-        "word in four wrong on read speech");
+    if (!setup.config.providers.empty())
+        for (const std::string& line : descriptionOf(setup.config))
+            printLine(line);
     const bool bracketed = setup.address.find(':') != std::string::npos;
     printLine("Listening on http://" + (bracketed ? "[" + setup.address + "]" : setup.address) +
               ":" + std::to_string(setup.port));

@@ -1,0 +1,123 @@
+#include <gtest/gtest.h>
+#include <signal.h>
+
+#include <atomic>
+#include <thread>
+
+#include "Form.h"
+#include "ServiceProgram.h"
+#include "service/Spool.h"
+#include "support/ScriptedHttpServer.h"
+
+namespace nulo::service {
+namespace {
+
+/// The program with a configuration of its own.
+class ConfiguredService {
+  public:
+    explicit ConfiguredService(const std::string& configuration)
+        : m_file(written(m_folder, configuration)), service({"--config", m_file}) {}
+
+  private:
+    static std::string written(const TemporaryFolder& folder, const std::string& text) {
+        std::ofstream(folder / "nulo-service.json") << text;
+        return folder / "nulo-service.json";
+    }
+    TemporaryFolder m_folder;
+    const std::string m_file;
+
+  public:
+    Service service;
+};
+
+std::string openAiAt(const ScriptedHttpServer& upstream) {
+    return R"({"providers": {"openai": {"apiKey": "sk-secret", "baseURL": ")" +
+           upstream.url("/v1") + R"("}}})";
+}
+
+// Threads, files or memory must not run out where a whole office dictates.
+TEST(GatewayProgram, servesTwoHundredUploadsAtOnce) {
+    const std::string voice = speech("0880");
+    std::string large = voice;
+    while (large.size() < Spool::mostInMemory + 4096)  // so that every one of them is on disk
+        large += voice.substr(44);
+    std::atomic<int> waiting = 0;
+    ScriptedHttpServer* self = nullptr;
+    ScriptedHttpServer upstream([&](const ReceivedRequest& request, auto& connection) {
+        const bool whole = request.body.size() > large.size();
+        if (++waiting == 200)
+            self->release();  // all are in flight
+        connection.stall();
+        connection.send(httpResponse(whole ? 200 : 400, "spoken"));
+    });
+    self = &upstream;
+    const ConfiguredService configured(openAiAt(upstream));
+    const Service& service = configured.service;
+    const std::string form = formOf({{"provider", "openai"}, {"file", large}});
+    std::vector<std::thread> people;
+    std::atomic<int> served = 0;
+    for (int i = 0; i < 200; ++i)
+        people.emplace_back([&] {
+            const auto answer = service.client().Post("/api/transcribe", form, formType);
+            served += answer && answer->status == 200 && answer->body == "spoken";
+        });
+    for (std::thread& person : people)
+        person.join();
+    EXPECT_EQ(served, 200);
+    const std::string metrics = service.client().Get("/metrics")->body;
+    for (const char* line :
+         {"# TYPE nulo_upstream_in_flight gauge\nnulo_upstream_in_flight 0\n",
+          "nulo_upstream_answers_total{provider=\"openai\",status=\"200\"} 200\n"})
+        EXPECT_NE(metrics.find(line), std::string::npos) << metrics;
+    EXPECT_EQ(service.client().Get("/healthz")->body, "ok\n");
+    EXPECT_EQ(service.log().find("sk-secret"), std::string::npos);
+}
+
+TEST(GatewayProgram, finishesTheStreamInFlightWhenItIsStopped) {
+    std::atomic<bool> asked = false;
+    ScriptedHttpServer upstream([&](const ReceivedRequest&, auto& connection) {
+        asked = true;
+        connection.stall();
+        const std::string stream =
+            "data: {\"choices\":[{\"delta\":{\"content\":\"spoken\"}}]}\n\ndata: [DONE]\n\n";
+        connection.send(httpResponse(200, stream, {"Content-Type: text/event-stream"}));
+    });
+    ConfiguredService configured(openAiAt(upstream));
+    Service& service = configured.service;
+    std::string body;
+    std::thread client([&] {
+        const auto answer = service.client().Post(
+            "/api/chat",
+            R"({"model":"gpt-5.4-mini","stream":true,"messages":[{"role":"user","content":"a"}]})",
+            "application/json");
+        body = answer ? answer->body : "none";
+    });
+    ASSERT_TRUE(waitUntil([&] { return asked.load(); }));
+    service.process().signal(SIGTERM);
+    ASSERT_TRUE(waitUntil([&] { return !service.client().Get("/healthz"); }));
+    upstream.release();
+    client.join();
+    EXPECT_NE(body.find("spoken"), std::string::npos) << body;
+    EXPECT_NE(body.find("data: [DONE]"), std::string::npos) << body;
+    EXPECT_EQ(service.process().wait(std::chrono::seconds(30)), 0) << service.log();
+}
+
+// A proxy of the environment would get the recordings of the user's own server.
+TEST(GatewayProgram, asksServersOfThisMachineWithoutAProxy) {
+    ScriptedHttpServer proxy([](const ReceivedRequest&, auto& connection) {
+        connection.send(httpResponse(200, "proxy"));
+    });
+    ScriptedHttpServer upstream([](const ReceivedRequest&, auto& connection) {
+        connection.send(httpResponse(200, "own"));
+    });
+    setenv("http_proxy", proxy.url().c_str(), 1);
+    const ConfiguredService configured(openAiAt(upstream));
+    unsetenv("http_proxy");
+    const auto answer = configured.service.client().Post(
+        "/api/transcribe", formOf({{"file", speech("0880")}}), formType);
+    EXPECT_EQ(answer->body, "own");
+    EXPECT_EQ(proxy.acceptedConnections(), 0);
+}
+
+}  // namespace
+}  // namespace nulo::service
