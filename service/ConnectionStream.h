@@ -7,6 +7,7 @@
 #include <string>
 
 #include "service/StillWanted.h"
+#include "service/Tls.h"
 
 namespace nulo::service {
 
@@ -22,7 +23,8 @@ class ConnectionStream final : public httplib::Stream {
     };
 
     /// Takes the socket over. `stopEvent` becomes readable when no further request is to be read.
-    ConnectionStream(int socket, int stopEvent, Limits limits);
+    /// With `tls` the client has to speak it; its handshake is a part of the first head's time.
+    ConnectionStream(int socket, int stopEvent, const TlsContext* tls, Limits limits);
     ~ConnectionStream() override;
 
     /// Waits for the first byte of a request; false when there will be none.
@@ -55,6 +57,7 @@ class ConnectionStream final : public httplib::Stream {
     bool fill();
 
     const int m_socket;
+    Wire m_wire;
     const int m_stopEvent;
     const Limits m_limits;
     std::string m_buffer;

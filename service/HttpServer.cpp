@@ -122,8 +122,9 @@ bool HttpServer::isFinishing() const {
 
 bool HttpServer::process_and_close_socket(socket_t socket) {
     if (std::this_thread::get_id() == m_acceptingThread) {
-        send(socket, tooManyConnections.data(), tooManyConnections.size(),
-             MSG_NOSIGNAL | MSG_DONTWAIT);
+        if (!m_tls)  // a handshake would hold the others up
+            send(socket, tooManyConnections.data(), tooManyConnections.size(),
+                 MSG_NOSIGNAL | MSG_DONTWAIT);
         shutdown(socket, SHUT_WR);
         char dropped[16384];
         for (int i = 0; i < 16 && recv(socket, dropped, sizeof dropped, MSG_DONTWAIT) > 0; ++i) {
@@ -132,7 +133,7 @@ bool HttpServer::process_and_close_socket(socket_t socket) {
         m_print("refused a connection: too many");
         return false;
     }
-    ConnectionStream stream(socket, m_stopEvent, m_limits.connection);
+    ConnectionStream stream(socket, m_stopEvent, m_tls, m_limits.connection);
     try {
         bool canFollow = true;
         while (canFollow && stream.waitForRequest())

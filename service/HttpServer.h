@@ -30,6 +30,8 @@ class HttpServer final : public httplib::Server {
                        bool brokenOff)>
         onServed = [](const std::string&, int, std::chrono::nanoseconds, bool) {};
 
+    /// Clients have to speak TLS. Before run(); the context must outlive it.
+    void useTls(const TlsContext& context) { m_tls = &context; }
     /// The port that it listens on.
     Result<int> listenOn(const std::string& address, int port);
     /// Stays open for its other holders in the end: they take what run() no longer accepts.
@@ -48,6 +50,7 @@ class HttpServer final : public httplib::Server {
     const Print m_print;
     const Limits m_limits;
     const int m_stopEvent;
+    const TlsContext* m_tls = nullptr;
     bool m_inherited = false;
     std::thread::id m_acceptingThread;  // set before there is any other
 };

@@ -75,6 +75,7 @@ struct Setup {
     int port = 8737;
     std::optional<InheritedSocket> inherited;
     std::vector<std::string> tokens;  // digests
+    std::unique_ptr<TlsContext> tls;  // null: plain HTTP
 };
 
 Result<Setup> setUp(const Options& options) {
@@ -113,6 +114,16 @@ Result<Setup> setUp(const Options& options) {
     }
     if (const auto allowed = checkReach(setup.address, !setup.tokens.empty()); !allowed)
         return allowed.error();
+    if (setup.config.tls) {
+        auto tls = TlsContext::load(*setup.config.tls);
+        if (!tls)
+            return Error{file.string() + ": " + tls.error().description};
+        setup.tls = std::move(tls).value();
+    } else if (!isLoopback(setup.address)) {
+        printError("warning: other machines reach " + setup.address +
+                   " without encryption; name a tls certificate and key in the configuration, or "
+                   "put a proxy in front that adds it");
+    }
     return setup;
 }
 
@@ -167,6 +178,8 @@ int serve(const Options& options) {
                           bool brokenOff) {
         countRequest(metrics, path, status, duration, brokenOff);
     };
+    if (setup.tls)
+        server.useTls(*setup.tls);
     if (setup.inherited) {
         server.listenOn(*setup.inherited);
     } else {
@@ -192,8 +205,9 @@ int serve(const Options& options) {
         for (const std::string& line : descriptionOf(setup.config))
             printLine(line);
     const bool bracketed = setup.address.find(':') != std::string::npos;
-    printLine("Listening on http://" + (bracketed ? "[" + setup.address + "]" : setup.address) +
-              ":" + std::to_string(setup.port));
+    printLine(std::string("Listening on ") + (setup.tls ? "https" : "http") + "://" +
+              (bracketed ? "[" + setup.address + "]" : setup.address) + ":" +
+              std::to_string(setup.port));
     std::atomic<bool> asked = false;
     std::thread stopper([&] {
         waitForStopSignal(signals);

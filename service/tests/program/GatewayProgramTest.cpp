@@ -6,6 +6,7 @@
 
 #include "Form.h"
 #include "ServiceProgram.h"
+#include "service/Sha256.h"
 #include "service/Spool.h"
 #include "support/ScriptedHttpServer.h"
 
@@ -100,6 +101,47 @@ TEST(GatewayProgram, finishesTheStreamInFlightWhenItIsStopped) {
     EXPECT_NE(body.find("spoken"), std::string::npos) << body;
     EXPECT_NE(body.find("data: [DONE]"), std::string::npos) << body;
     EXPECT_EQ(service.process().wait(std::chrono::seconds(30)), 0) << service.log();
+}
+
+/// A certificate for this machine's address and its key, in `folder`.
+void makeCertificate(const TemporaryFolder& folder) {
+    outputOf({"openssl", "req", "-x509", "-newkey", "rsa:2048", "-nodes", "-days", "2", "-subj",
+              "/CN=localhost", "-addext", "subjectAltName=IP:127.0.0.1", "-keyout",
+              folder / "key.pem", "-out", folder / "certificate.pem"});
+}
+
+TEST(GatewayProgram, speaksTlsToThoseWhoHaveAToken) {
+    const TemporaryFolder folder;
+    makeCertificate(folder);
+    const ConfiguredService configured(R"({"tls": {"certificate": ")" +
+                                       (folder / "certificate.pem").string() + R"(", "key": ")" +
+                                       (folder / "key.pem").string() + R"("}, "tokens": [")" +
+                                       sha256("a person's token") + R"("]})");
+    httplib::SSLClient client("127.0.0.1", configured.service.port);
+    client.set_ca_cert_path(folder / "certificate.pem");
+    client.set_keep_alive(true);
+    client.set_read_timeout(90);
+    EXPECT_EQ(client.Get("/healthz")->body, "ok\n");
+    EXPECT_EQ(client.Get("/metrics")->status, 401);
+    EXPECT_FALSE(configured.service.client().Get("/healthz"));  // no TLS, and it lives on
+    client.set_bearer_token_auth("a person's token");
+    const std::string form = formOf({{"cleanup_prompt", ""}, {"file", speech("0880")}});
+    for (int i = 0; i < 2; ++i) {
+        const auto answer = client.Post("/api/transcribe", form, formType);
+        ASSERT_TRUE(answer);
+        EXPECT_EQ(answer->status, 200);
+        EXPECT_NE(answer->body.find("young"), std::string::npos);
+        EXPECT_TRUE(answer->body.ends_with("data: [DONE]\n\n"));
+    }
+
+    std::ofstream(folder / "nulo-service.json")
+        << R"({"tls": {"certificate": "certificate.pem", "key": "certificate.pem"}})";
+    ChildProcess wrong({program, "--check", "--config", folder / "nulo-service.json"},
+                       {{}, folder / "log"});
+    EXPECT_EQ(wrong.wait(std::chrono::seconds(30)), 1);
+    std::ostringstream log;
+    log << std::ifstream(folder / "log").rdbuf();
+    EXPECT_NE(log.str().find("tls.key"), std::string::npos) << log.str();
 }
 
 // A proxy of the environment would get the recordings of the user's own server.

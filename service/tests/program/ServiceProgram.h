@@ -4,6 +4,7 @@
 #include <httplib.h>
 
 #include <fstream>
+#include <regex>
 #include <sstream>
 #include <stdexcept>
 
@@ -21,13 +22,17 @@ class Service {
     explicit Service(std::vector<std::string> options = {})
         : m_process(arguments(std::move(options)),
                     {{"XDG_CONFIG_HOME=" + m_folder.path().string()}, m_folder / "log"}) {
-        const std::string marker = "Listening on http://127.0.0.1:";
-        waitUntil([&] { return log().find(marker) != std::string::npos || !m_process.isRunning(); },
-                  std::chrono::seconds(60));
-        const std::size_t at = log().find(marker);
-        if (at == std::string::npos)
+        const std::regex marker("Listening on https?://127\\.0\\.0\\.1:(\\d+)\n");
+        std::smatch found;
+        std::string text;
+        const auto listens = [&] {
+            text = log();
+            return std::regex_search(text, found, marker);
+        };
+        waitUntil([&] { return listens() || !m_process.isRunning(); }, std::chrono::seconds(60));
+        if (!listens())
             throw std::runtime_error("no service: " + log());
-        port = std::stoi(log().substr(at + marker.size()));
+        port = std::stoi(found[1]);
     }
 
     httplib::Client client() const {
