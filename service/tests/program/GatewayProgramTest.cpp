@@ -4,37 +4,14 @@
 #include <atomic>
 #include <thread>
 
+#include "ConfiguredService.h"
 #include "Form.h"
-#include "ServiceProgram.h"
 #include "service/Sha256.h"
 #include "service/Spool.h"
 #include "support/ScriptedHttpServer.h"
 
 namespace nulo::service {
 namespace {
-
-/// The program with a configuration of its own.
-class ConfiguredService {
-  public:
-    explicit ConfiguredService(const std::string& configuration)
-        : m_file(written(m_folder, configuration)), service({"--config", m_file}) {}
-
-  private:
-    static std::string written(const TemporaryFolder& folder, const std::string& text) {
-        std::ofstream(folder / "nulo-service.json") << text;
-        return folder / "nulo-service.json";
-    }
-    TemporaryFolder m_folder;
-    const std::string m_file;
-
-  public:
-    Service service;
-};
-
-std::string openAiAt(const ScriptedHttpServer& upstream) {
-    return R"({"providers": {"openai": {"apiKey": "sk-secret", "baseURL": ")" +
-           upstream.url("/v1") + R"("}}})";
-}
 
 // Threads, files or memory must not run out where a whole office dictates.
 TEST(GatewayProgram, servesTwoHundredUploadsAtOnce) {
