@@ -2,7 +2,7 @@
 
 #include <nlohmann/json.hpp>
 
-#include "base/Text.h"
+#include "service/Utf8.h"
 
 namespace nulo::service {
 namespace {
@@ -12,11 +12,6 @@ using nlohmann::json;
 constexpr std::size_t longestLine = 1024 * 1024;
 /// A cleaned dictation is a few kilobytes; a model that never stops is cut off.
 constexpr std::size_t longestStream = 8 * 1024 * 1024;
-
-std::string withoutBadBytes(std::string_view bytes) {
-    const json text = std::string(bytes);
-    return json::parse(text.dump(-1, ' ', false, json::error_handler_t::replace));
-}
 
 /// The member, when `value` is an object that has it; null otherwise.
 const json& member(const json& value, const char* name) {
@@ -72,8 +67,7 @@ ChatEvents::State ChatEvents::takeLine(std::string_view line, std::vector<std::s
     line.remove_prefix(line.starts_with("data: ") ? 6 : 5);
     if (line == "[DONE]")
         return State::ended;
-    const json event =
-        json::parse(isValidUtf8(line) ? std::string(line) : withoutBadBytes(line), nullptr, false);
+    const json event = json::parse(repairedUtf8(line), nullptr, false);
     if (!event.is_object())
         return broken("its answer is no event stream");
     if (event.contains("error") && !event["error"].is_null())

@@ -171,7 +171,7 @@ std::vector<std::string> tokensFrom(const json& value) {
 GatewayConfig decoded(const json& document, const std::filesystem::path& folder,
                       const Print& print) {
     const Section top(document, "");
-    top.allow({"address", "port", "tokens", "tls", "providers"});
+    top.allow({"address", "port", "tokens", "tls", "offline", "providers"});
     GatewayConfig config;
     config.address = top.text("address");
     if (const json* port = top.find("port")) {
@@ -190,6 +190,18 @@ GatewayConfig decoded(const json& document, const std::filesystem::path& folder,
         config.tls = TlsFiles{resolved(*section.text("certificate"), folder),
                               resolved(*section.text("key"), folder)};
         warnIfReadable(config.tls->key, print);
+    }
+    if (const json* offline = top.find("offline")) {
+        const Section section(*offline, "offline");
+        section.allow({"model", "sha256"});
+        const auto model = section.text("model");
+        const auto digest = section.text("sha256");
+        if (!model)
+            throw Fault{"offline.model", "is missing; name the ggml file"};
+        if (!digest || !isSha256(*digest))
+            throw Fault{"offline.sha256",
+                        "must be the SHA-256 of the model, as sha256sum prints it"};
+        config.offline = OfflineModel{resolved(*model, folder), *digest};
     }
     if (const json* providers = top.find("providers")) {
         const Section section(*providers, "providers");
@@ -283,9 +295,11 @@ std::vector<std::string> descriptionOf(const GatewayConfig& config) {
                                                           : "the model that is asked for, or "
                                                             "gpt-5.4-mini"));
     }
-    lines.push_back(config.providers.empty()
-                        ? "offline engine: all recordings, US English only"
-                        : "offline engine: what no provider can take, US English only");
+    lines.push_back(
+        std::string("offline engine: ") +
+        (config.providers.empty() ? "all recordings, " : "what no provider can take, ") +
+        (config.offline ? "with " + config.offline->file.string()
+                        : std::string("US English only")));
     return lines;
 }
 

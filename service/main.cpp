@@ -22,6 +22,7 @@
 #include "service/RuleCleanup.h"
 #include "service/Sha256.h"
 #include "service/SpeechApi.h"
+#include "service/WhisperEngine.h"
 
 namespace nulo::service {
 namespace {
@@ -76,6 +77,7 @@ struct Setup {
     std::optional<InheritedSocket> inherited;
     std::vector<std::string> tokens;  // digests
     std::unique_ptr<TlsContext> tls;  // null: plain HTTP
+    MakeEngine whisper;               // empty: not configured
 };
 
 Result<Setup> setUp(const Options& options) {
@@ -114,6 +116,12 @@ Result<Setup> setUp(const Options& options) {
     }
     if (const auto allowed = checkReach(setup.address, !setup.tokens.empty()); !allowed)
         return allowed.error();
+    if (setup.config.offline) {
+        auto engines = loadWhisperModel(*setup.config.offline);
+        if (!engines)
+            return Error{file.string() + ": " + engines.error().description};
+        setup.whisper = std::move(engines).value();
+    }
     if (setup.config.tls) {
         auto tls = TlsContext::load(*setup.config.tls);
         if (!tls)
@@ -155,11 +163,17 @@ int serve(const Options& options) {
     pthread_sigmask(SIG_BLOCK, &signals, nullptr);
     signal(SIGPIPE, SIG_IGN);  // a log that nobody reads any more is no reason to stop
 
-    const auto model = options.modelFolder.empty() ? installedModelFolder() : options.modelFolder;
+    MakeEngine makeEngine = [model = options.modelFolder.empty() ? installedModelFolder()
+                                                                 : options.modelFolder] {
+        return makePocketSphinxEngine(model);
+    };
+    if (setup.whisper)
+        makeEngine = setup.whisper;
     const std::size_t cores = std::max(1U, std::thread::hardware_concurrency());
     const std::size_t jobs = options.jobs ? options.jobs : cores;
-    OfflineRecogniser recogniser([model] { return makePocketSphinxEngine(model); },
-                                 {.atOnce = jobs, .waiting = 2 * jobs});
+    OfflineRecogniser recogniser(
+        makeEngine, {.atOnce = jobs, .waiting = 2 * jobs},
+        setup.whisper ? OfflineRecogniser::Languages::any : OfflineRecogniser::Languages::english);
     RuleCleanup rules;
     Metrics metrics;
     UpstreamClient client({});
@@ -196,10 +210,10 @@ int serve(const Options& options) {
             printError(ready.error().description);
             return 1;
         }
-        printLine(
-            "nulo-service " NULO_VERSION
-            ": offline engine PocketSphinx, US English only, lower case, no punctuation, about one "
-            "word in four wrong on read speech");
+        printLine(setup.whisper ? "nulo-service " NULO_VERSION ": offline engine whisper.cpp"
+                                : "nulo-service " NULO_VERSION
+                                  ": offline engine PocketSphinx, US English only, lower case, no "
+                                  "punctuation, about one word in four wrong on read speech");
     }
     if (!setup.config.providers.empty())
         for (const std::string& line : descriptionOf(setup.config))

@@ -28,6 +28,8 @@ TEST_F(GatewayConfigTest, readsAWholeFileAndFillsInWhatIsNotSaid) {
     std::ofstream(folder / "key") << " sk-from-a-file\n";
     const std::string digest = sha256("a token");
     const auto config = read(R"({"address": "::1", "port": 0, "tokens": [")" + digest + R"("],
+        "offline": {"model": "m.bin", "sha256": ")" +
+                             digest + R"("},
         "tls": {"certificate": "c.pem", "key": "/k.pem"},
         "providers": {
           "local": {"baseURL": "http://127.0.0.1:9/v1/", "chatModel": "small"},
@@ -37,6 +39,7 @@ TEST_F(GatewayConfigTest, readsAWholeFileAndFillsInWhatIsNotSaid) {
     EXPECT_EQ(config.value().tokens, std::vector{digest});
     EXPECT_EQ(config.value().tls->certificate, folder / "c.pem");
     EXPECT_EQ(config.value().tls->key, "/k.pem");
+    EXPECT_EQ(config.value().offline->file, folder / "m.bin");
     const Provider* mistral = config.value().provider("mistral");
     EXPECT_EQ(mistral->apiKey, "sk-from-a-file");
     EXPECT_EQ(mistral->baseURL, "https://api.mistral.ai/v1");
@@ -47,7 +50,7 @@ TEST_F(GatewayConfigTest, readsAWholeFileAndFillsInWhatIsNotSaid) {
     for (const std::string& line : descriptionOf(config.value()))
         described += line + "\n";
     for (const char* part : {"https://eu.api.example/v1", "mistral-large-latest",
-                             "local: ", "transcribes with nothing", "US English only"})
+                             "local: ", "transcribes with nothing", "m.bin"})
         EXPECT_NE(described.find(part), std::string::npos) << part << " in " << described;
     EXPECT_EQ(described.find("sk-"), std::string::npos);
 }
@@ -64,6 +67,7 @@ TEST_F(GatewayConfigTest, refusesWhatItCannotUseAndNamesTheKey) {
         {R"({"address": ""})", "address must be"},
         {R"({"tokens": ["secret-token"]})", "tokens[0] is not the SHA-256"},
         {R"({"tokens": []})", "tokens must be a list"},
+        {R"({"offline": {"model": "m.bin"}})", "offline.sha256 must be"},
         {R"({"tls": {"certificate": "c"}})", "tls.key is missing"},
         {R"({"providers": {"vendor": {}}})", "providers.vendor is no key"},
         {R"({"providers": {"openai": {}}})", "providers.openai.apiKey is missing"},

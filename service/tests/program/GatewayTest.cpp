@@ -171,7 +171,8 @@ class GatewayTest : public testing::Test {
     ProviderCalls calls;
     OfflineRecogniser offline{
         [] { return Result<std::unique_ptr<SpeechEngine>>(Error{"none here"}); },
-        {.atOnce = 1, .waiting = 0}};
+        {.atOnce = 1, .waiting = 0},
+        OfflineRecogniser::Languages::english};
     RuleCleanup rules;
     GatewayRecogniser recogniser{config, calls, offline};
     GatewayCleanup cleanup{config, calls, rules};
