@@ -58,7 +58,7 @@ bool Spool::append(std::string_view bytes) {
         m_file = namelessFile();
         if (m_file < 0 || !write(m_memory))
             return false;
-        m_memory = {};
+        std::string().swap(m_memory);  // assigning would keep the megabyte
     }
     if (!write(bytes))
         return false;

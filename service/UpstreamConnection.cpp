@@ -149,10 +149,9 @@ bool UpstreamConnection::finish() {
     if (!m_active)
         return true;
     const auto end = steady_clock::now() + longestWaitForTheEnd;
-    while (m_endIsNear && !m_result && steady_clock::now() < end) {
+    for (move(); m_endIsNear && !m_result && steady_clock::now() < end; move()) {
         m_body.clear();
         curl_multi_poll(m_multi.get(), nullptr, 0, 10, nullptr);
-        move();
     }
     curl_multi_remove_handle(m_multi.get(), m_easy.get());
     m_active = false;

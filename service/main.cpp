@@ -1,3 +1,4 @@
+#include <malloc.h>
 #include <pthread.h>
 #include <signal.h>
 #include <sys/resource.h>
@@ -42,6 +43,12 @@ void waitForStopSignal(const sigset_t& signals) {
     int number = 0;
     sigwait(&signals, &number);
     pthread_sigmask(SIG_UNBLOCK, &signals, nullptr);
+}
+
+/// Otherwise the first large recording raises the size from which memory is given back to the
+/// system when it is freed.
+void giveMemoryBack() {
+    mallopt(M_MMAP_THRESHOLD, 128 * 1024);
 }
 
 /// A request in flight holds up to five files: sockets, what wakes its transfer, its recording.
@@ -155,6 +162,7 @@ int serve(const Options& options) {
     Setup setup = std::move(prepared).value();
 
     raiseFileLimit();
+    giveMemoryBack();
     // Blocked before any thread starts, so that they reach the thread that waits for them only.
     sigset_t signals;
     sigemptyset(&signals);
