@@ -8,7 +8,6 @@ extern "C" {
 }
 
 #include <algorithm>
-#include <cstring>
 #include <memory>
 #include <string>
 
@@ -36,23 +35,24 @@ struct Free {
 template <typename T>
 using Owned = std::unique_ptr<T, Free>;
 
-struct MemoryFile {
-    std::string_view bytes;
+struct OpenFile {
+    const Spool& bytes;
     std::int64_t position = 0;
 
     static int read(void* opaque, std::uint8_t* target, int size) {
-        auto& file = *static_cast<MemoryFile*>(opaque);
-        const auto left = static_cast<std::int64_t>(file.bytes.size()) - file.position;
-        const auto count = std::min<std::int64_t>(size, left);
-        if (count <= 0)
+        auto& file = *static_cast<OpenFile*>(opaque);
+        const auto count = file.bytes.read(static_cast<std::size_t>(file.position), target,
+                                           static_cast<std::size_t>(size));
+        if (count < 0)
+            return AVERROR(EIO);
+        if (count == 0)
             return AVERROR_EOF;
-        std::memcpy(target, file.bytes.data() + file.position, static_cast<std::size_t>(count));
         file.position += count;
         return static_cast<int>(count);
     }
 
     static std::int64_t seek(void* opaque, std::int64_t offset, int whence) {
-        auto& file = *static_cast<MemoryFile*>(opaque);
+        auto& file = *static_cast<OpenFile*>(opaque);
         const auto size = static_cast<std::int64_t>(file.bytes.size());
         if (whence == AVSEEK_SIZE)
             return size;
@@ -152,16 +152,16 @@ Owned<AVFormatContext> opened(AVIOContext* io, int& error) {
 
 }  // namespace
 
-Result<std::vector<std::int16_t>, Failure> decodedSpeech(std::string_view bytes,
-                                                         std::chrono::seconds longest) {
+std::optional<Failure> decodeSpeech(const Spool& bytes, std::chrono::seconds longest,
+                                    const TakeSamples& take) {
     av_log_set_level(AV_LOG_QUIET);
-    if (bytes.empty())
+    if (bytes.size() == 0)
         return undecodable("the file is empty");
-    MemoryFile file{bytes};
+    OpenFile file{bytes};
     constexpr int bufferSize = 32768;
     const Owned<AVIOContext> io(
         avio_alloc_context(static_cast<unsigned char*>(av_malloc(bufferSize)), bufferSize, 0, &file,
-                           &MemoryFile::read, nullptr, &MemoryFile::seek));
+                           &OpenFile::read, nullptr, &OpenFile::seek));
     int error = 0;
     const auto container = opened(io.get(), error);
     if (error < 0)
@@ -179,7 +179,14 @@ Result<std::vector<std::int16_t>, Failure> decodedSpeech(std::string_view bytes,
         return undecodable(reason(error));
 
     const auto most = static_cast<std::size_t>(longest.count()) * speechRate;
+    std::size_t count = 0;
     std::vector<std::int16_t> samples;
+    const auto handOver = [&] {
+        count += samples.size();
+        const bool wanted = samples.empty() || take(samples);
+        samples.clear();
+        return wanted;
+    };
     Resampler resampler;
     const Owned<AVPacket> packet(av_packet_alloc());
     const Owned<AVFrame> frame(av_frame_alloc());
@@ -198,16 +205,31 @@ Result<std::vector<std::int16_t>, Failure> decodedSpeech(std::string_view bytes,
             av_frame_unref(frame.get());
             if (error < 0)
                 return undecodable(reason(error));
-            if (samples.size() > most)
+            if (count + samples.size() > most)
                 return Failure{413, "The recording is longer than " +
                                         std::to_string(longest.count() / 60) +
                                         " minutes. Send it in shorter pieces.\n"};
+            if (!handOver())
+                return std::nullopt;
         }
     }
     resampler.finish(samples);
-    if (samples.empty())
+    handOver();
+    if (count == 0)
         return undecodable("it holds no sound");
-    return samples;
+    return std::nullopt;
+}
+
+Result<std::vector<std::int16_t>, Failure> decodedSpeech(const Spool& file,
+                                                         std::chrono::seconds longest) {
+    std::vector<std::int16_t> all;
+    const auto failure = decodeSpeech(file, longest, [&](std::span<const std::int16_t> samples) {
+        all.insert(all.end(), samples.begin(), samples.end());
+        return true;
+    });
+    if (failure)
+        return *failure;
+    return all;
 }
 
 }  // namespace nulo::service

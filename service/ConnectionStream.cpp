@@ -22,6 +22,9 @@ using std::chrono::steady_clock;
 constexpr std::size_t bufferSize = 16384;
 constexpr std::uint64_t largestHead = 65536;
 
+/// A connection is served by one thread from its first request to its end.
+thread_local const ConnectionStream* servedHere = nullptr;
+
 /// poll() until `until`, through interruptions; what poll() returns.
 int pollUntil(pollfd* entries, nfds_t count, steady_clock::time_point until) {
     for (;;) {
@@ -34,14 +37,17 @@ int pollUntil(pollfd* entries, nfds_t count, steady_clock::time_point until) {
 
 }  // namespace
 
-ConnectionStream::ConnectionStream(int socket, int stopEvent, Limits limits)
-    : m_socket(socket), m_stopEvent(stopEvent), m_limits(limits) {
+ConnectionStream::ConnectionStream(int socket, int stopEvent, const TlsContext* tls, Limits limits)
+    : m_socket(socket), m_wire(socket, tls), m_stopEvent(stopEvent), m_limits(limits) {
+    servedHere = this;
     // Every word leaves by itself, at once.
     const int on = 1;
     setsockopt(m_socket, IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
 }
 
 ConnectionStream::~ConnectionStream() {
+    servedHere = nullptr;
+    m_wire.end();
     close(m_socket);
 }
 
@@ -68,10 +74,10 @@ void ConnectionStream::startBody() {
 }
 
 void ConnectionStream::closeGently() {
-    shutdown(m_socket, SHUT_WR);
+    m_wire.end();
     const auto end = steady_clock::now() + std::chrono::seconds(2);
     char dropped[bufferSize];
-    while (waitFor(POLLIN, end) && recv(m_socket, dropped, sizeof dropped, 0) > 0 &&
+    while (waitFor(POLLIN, end) && recv(m_socket, dropped, sizeof dropped, MSG_DONTWAIT) > 0 &&
            steady_clock::now() < end) {
     }
 }
@@ -82,14 +88,25 @@ bool ConnectionStream::waitFor(short events, Instant until) const {
 }
 
 bool ConnectionStream::fill() {
-    const Instant now = steady_clock::now();
-    if (now >= m_deadline || !waitFor(POLLIN, std::min(m_deadline, now + m_limits.pause)))
-        return false;
-    m_buffer.resize(bufferSize);
+    m_buffer.resize(bufferSize);  // a whole TLS record: none of it is left where poll() cannot see
     m_next = 0;
-    const ssize_t count = recv(m_socket, m_buffer.data(), m_buffer.size(), 0);
-    m_buffer.resize(count > 0 ? static_cast<std::size_t>(count) : 0);
-    return count > 0;
+    Wire::Outcome outcome;
+    for (;;) {
+        const Instant now = steady_clock::now();
+        if (now >= m_deadline)
+            break;
+        outcome = m_wire.receive(m_buffer.data(), m_buffer.size());
+        if (outcome.count > 0 || outcome.wait == 0 ||
+            !waitFor(outcome.wait, std::min(m_deadline, now + m_limits.pause)))
+            break;
+    }
+    m_buffer.resize(static_cast<std::size_t>(outcome.count));
+    return outcome.count > 0;
+}
+
+bool ConnectionStream::isAbandoned() const {
+    pollfd entry{m_socket, POLLRDHUP, 0};
+    return poll(&entry, 1, 0) > 0 && (entry.revents & (POLLRDHUP | POLLHUP | POLLERR)) != 0;
 }
 
 bool ConnectionStream::is_readable() const {
@@ -116,12 +133,10 @@ ssize_t ConnectionStream::write(const char* data, size_t size) {
     if (m_status < 200 && std::string_view(data, size).substr(0, statusLine.size()) == statusLine)
         std::from_chars(data + statusLine.size(), data + size, m_status);
     for (std::size_t sent = 0; sent < size;) {
-        if (!waitFor(POLLOUT, steady_clock::now() + m_limits.pause))
+        const auto [count, wait] = m_wire.send(data + sent, size - sent);
+        sent += static_cast<std::size_t>(count);
+        if (count == 0 && (wait == 0 || !waitFor(wait, steady_clock::now() + m_limits.pause)))
             return -1;
-        const ssize_t count = send(m_socket, data + sent, size - sent, MSG_NOSIGNAL | MSG_DONTWAIT);
-        if (count < 0 && errno != EINTR && errno != EAGAIN)
-            return -1;
-        sent += count > 0 ? static_cast<std::size_t>(count) : 0;
     }
     m_bytesOut += size;
     return static_cast<ssize_t>(size);
@@ -136,6 +151,10 @@ void ConnectionStream::get_remote_ip_and_port(std::string& ip, int& port) const 
 void ConnectionStream::get_local_ip_and_port(std::string& ip, int& port) const {
     ip.clear();
     port = 0;
+}
+
+StillWanted clientProbe() {
+    return [] { return !servedHere || !servedHere->isAbandoned(); };
 }
 
 }  // namespace nulo::service

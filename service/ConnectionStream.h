@@ -6,6 +6,9 @@
 #include <cstdint>
 #include <string>
 
+#include "service/StillWanted.h"
+#include "service/Tls.h"
+
 namespace nulo::service {
 
 /// One client's socket, with a bound on every wait and on the size of a request's head. The thread
@@ -20,7 +23,8 @@ class ConnectionStream final : public httplib::Stream {
     };
 
     /// Takes the socket over. `stopEvent` becomes readable when no further request is to be read.
-    ConnectionStream(int socket, int stopEvent, Limits limits);
+    /// With `tls` the client has to speak it; its handshake is a part of the first head's time.
+    ConnectionStream(int socket, int stopEvent, const TlsContext* tls, Limits limits);
     ~ConnectionStream() override;
 
     /// Waits for the first byte of a request; false when there will be none.
@@ -34,6 +38,9 @@ class ConnectionStream final : public httplib::Stream {
     /// Sends the end, then drops what the client still sends for a short while: closing at once
     /// would make the client's system throw the answer away.
     void closeGently();
+
+    /// Whether the client has hung up, at its latest when its system has said so.
+    bool isAbandoned() const;
 
     bool is_readable() const override;
     bool is_writable() const override;
@@ -50,6 +57,7 @@ class ConnectionStream final : public httplib::Stream {
     bool fill();
 
     const int m_socket;
+    Wire m_wire;
     const int m_stopEvent;
     const Limits m_limits;
     std::string m_buffer;
@@ -60,5 +68,9 @@ class ConnectionStream final : public httplib::Stream {
     std::uint64_t m_bytesOut = 0;
     int m_status = 0;
 };
+
+/// Tells whether the client whose request this thread is serving still waits for its answer; while
+/// a ConnectionStream of this thread is alive. Always true on other threads.
+StillWanted clientProbe();
 
 }  // namespace nulo::service

@@ -63,8 +63,11 @@ Result<int> HttpServer::listenOn(const std::string& address, int port) {
     const int bound = port == 0                     ? bind_to_any_port(address)
                       : bind_to_port(address, port) ? port
                                                     : -1;
-    if (bound > 0)
+    if (bound > 0) {
+        // The library lets five wait; of a crowd the others would try again after a second or more.
+        ::listen(svr_sock_, static_cast<int>(m_limits.connections));
         return bound;
+    }
     const int error = errno;
     std::string why = "it is no address of this machine";
     if (error == EADDRINUSE)
@@ -119,8 +122,9 @@ bool HttpServer::isFinishing() const {
 
 bool HttpServer::process_and_close_socket(socket_t socket) {
     if (std::this_thread::get_id() == m_acceptingThread) {
-        send(socket, tooManyConnections.data(), tooManyConnections.size(),
-             MSG_NOSIGNAL | MSG_DONTWAIT);
+        if (!m_tls)  // a handshake would hold the others up
+            send(socket, tooManyConnections.data(), tooManyConnections.size(),
+                 MSG_NOSIGNAL | MSG_DONTWAIT);
         shutdown(socket, SHUT_WR);
         char dropped[16384];
         for (int i = 0; i < 16 && recv(socket, dropped, sizeof dropped, MSG_DONTWAIT) > 0; ++i) {
@@ -129,7 +133,7 @@ bool HttpServer::process_and_close_socket(socket_t socket) {
         m_print("refused a connection: too many");
         return false;
     }
-    ConnectionStream stream(socket, m_stopEvent, m_limits.connection);
+    ConnectionStream stream(socket, m_stopEvent, m_tls, m_limits.connection);
     try {
         bool canFollow = true;
         while (canFollow && stream.waitForRequest())
@@ -146,6 +150,7 @@ bool HttpServer::process_and_close_socket(socket_t socket) {
 bool HttpServer::serveRequest(ConnectionStream& stream) {
     auto start = m_clock.now();
     std::string what = "- -";
+    std::string path;
     std::uint64_t bodySize = 0;
     bool closing = isFinishing();
     bool clientCloses = false;
@@ -154,17 +159,20 @@ bool HttpServer::serveRequest(ConnectionStream& stream) {
             stream.startBody();
             request.ranges.clear();  // answers are whole
             start = m_clock.now();
+            path = request.path;
             what = printable(request.method) + " " + printable(request.path);
             if (request.has_header("Transfer-Encoding"))
                 closing = true;  // where such a body ends is for the library alone to know
             bodySize =
                 std::strtoull(request.get_header_value("Content-Length").c_str(), nullptr, 10);
         });
-    if (stream.status() != 0)
+    if (stream.status() != 0) {
+        onServed(path, stream.status(), m_clock.now() - start, !served);
         m_print(what + " " + std::to_string(stream.status()) + " " +
                 std::to_string(wholeMilliseconds(m_clock.now() - start)) + " ms, " +
                 std::to_string(stream.bodyBytes()) + " bytes in, " +
                 std::to_string(stream.bytesOut()) + " out" + (served ? "" : ", broken off"));
+    }
     // Left-over bytes of a body must not be read as a request.
     return served && !closing && !clientCloses && stream.bodyBytes() == bodySize;
 }

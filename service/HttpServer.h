@@ -19,12 +19,19 @@ class HttpServer final : public httplib::Server {
   public:
     struct Limits {
         ConnectionStream::Limits connection;
-        std::size_t connections = 64;  // beyond them: 503
+        std::size_t connections = 512;  // beyond them: 503
     };
 
     HttpServer(const Clock& clock, Print print, Limits limits);
     ~HttpServer() override;
 
+    /// Called behind each answered request, on its connection's thread. `path` is as it was asked.
+    std::function<void(const std::string& path, int status, std::chrono::nanoseconds duration,
+                       bool brokenOff)>
+        onServed = [](const std::string&, int, std::chrono::nanoseconds, bool) {};
+
+    /// Clients have to speak TLS. Before run(); the context must outlive it.
+    void useTls(const TlsContext& context) { m_tls = &context; }
     /// The port that it listens on.
     Result<int> listenOn(const std::string& address, int port);
     /// Stays open for its other holders in the end: they take what run() no longer accepts.
@@ -43,6 +50,7 @@ class HttpServer final : public httplib::Server {
     const Print m_print;
     const Limits m_limits;
     const int m_stopEvent;
+    const TlsContext* m_tls = nullptr;
     bool m_inherited = false;
     std::thread::id m_acceptingThread;  // set before there is any other
 };

@@ -1,11 +1,23 @@
 #include "service/OfflineRecogniser.h"
 
+#include <strings.h>
+
 #include "service/AudioDecoder.h"
 
 namespace nulo::service {
+namespace {
 
-OfflineRecogniser::OfflineRecogniser(MakeEngine makeEngine, WorkGate::Limits limits)
-    : m_makeEngine(std::move(makeEngine)), m_gate(limits) {}
+/// "en", "en-GB", "EN_us".
+bool isEnglish(const std::string& language) {
+    return strncasecmp(language.c_str(), "en", 2) == 0 &&
+           (language.size() == 2 || language[2] == '-' || language[2] == '_');
+}
+
+}  // namespace
+
+OfflineRecogniser::OfflineRecogniser(MakeEngine makeEngine, WorkGate::Limits limits,
+                                     Languages languages)
+    : m_makeEngine(std::move(makeEngine)), m_languages(languages), m_gate(limits) {}
 
 Outcome OfflineRecogniser::prepare() {
     auto engine = m_makeEngine();
@@ -15,7 +27,12 @@ Outcome OfflineRecogniser::prepare() {
     return Success{};
 }
 
-Result<std::string, Failure> OfflineRecogniser::recognise(const Take& take) {
+Result<std::string, Failure> OfflineRecogniser::recognise(const Take& take, const StillWanted&) {
+    if (m_languages == Languages::english && !take.language.empty() && !isEnglish(take.language))
+        return Failure{501,
+                       "The offline engine knows English only, and the language asked for is "
+                       "another. Name a provider or a whisper.cpp model in nulo-service.json, or "
+                       "ask for English.\n"};
     const auto pass = m_gate.enter();
     if (!pass)
         return Failure{
@@ -27,9 +44,14 @@ Result<std::string, Failure> OfflineRecogniser::recognise(const Take& take) {
     if (!engine)
         return Failure{500,
                        "The recogniser cannot be started: " + engine.error().description + ".\n"};
-    std::string text = engine.value()->hear(samples.value());
-    putBack(std::move(engine).value());
-    return text;
+    try {
+        std::string text = engine.value()->hear(samples.value(), take.language);
+        putBack(std::move(engine).value());
+        return text;
+    } catch (const std::exception& error) {
+        return Failure{500, "The offline engine failed (" + std::string(error.what()) +
+                                "). Try again; if it stays so, choose another model.\n"};
+    }
 }
 
 Result<std::unique_ptr<SpeechEngine>> OfflineRecogniser::idleEngine() {

@@ -24,16 +24,23 @@ Result<Options> parsedOptions(const std::vector<std::string>& arguments) {
             options.action = name == "--help" ? Options::Action::help : Options::Action::version;
             return options;
         }
-        if (name != "--port" && name != "--address" && name != "--token-file" &&
-            name != "--model-dir" && name != "--update-dir" && name != "--jobs")
+        if (name == "--check") {
+            options.action = Options::Action::check;
+            continue;
+        }
+        if (name != "--config" && name != "--port" && name != "--address" &&
+            name != "--token-file" && name != "--model-dir" && name != "--update-dir" &&
+            name != "--jobs")
             return Error{"unknown option " + name};
         if (i + 1 == arguments.size() || arguments[i + 1].empty())
             return Error{name + " needs a value"};
         const std::string& value = arguments[++i];
-        if (name == "--port" && !readNumber(value, 0, 65535, options.port))
+        if (name == "--port" && !readNumber(value, 0, 65535, options.port.emplace()))
             return Error{"--port takes a number from 0 to 65535"};
         if (name == "--jobs" && !readNumber<std::size_t>(value, 1, 64, options.jobs))
             return Error{"--jobs takes a number from 1 to 64"};
+        if (name == "--config")
+            options.configFile = value;
         if (name == "--address")
             options.address = value;
         if (name == "--token-file")
@@ -43,24 +50,29 @@ Result<Options> parsedOptions(const std::vector<std::string>& arguments) {
         if (name == "--update-dir")
             options.updateFolder = value;
     }
-    if (const Outcome allowed = checkReach(options); !allowed)
-        return allowed.error();
     return options;
 }
 
-Outcome checkReach(const Options& options) {
-    if (!isLoopback(options.address) && options.tokenFile.empty())
-        return Error{"the address " + options.address +
-                     " can be reached from other machines: name a --token-file too"};
+Outcome checkReach(const std::string& address, bool hasToken) {
+    if (!isLoopback(address) && !hasToken)
+        return Error{"the address " + address +
+                     " can be reached from other machines: name a --token-file, or list tokens in "
+                     "the configuration"};
     return Success{};
 }
 
 std::string_view helpText() {
-    return "usage: nulo-service [--port N] [--address A] [--token-file F] [--model-dir D] "
-           "[--update-dir D] [--jobs N]\n"
+    return "usage: nulo-service [--config F] [--check] [--port N] [--address A] [--token-file F] "
+           "[--model-dir D] [--update-dir D] [--jobs N]\n"
            "\n"
-           "Serves speech recognition to Nulo. English only; nothing leaves this machine.\n"
+           "Serves speech recognition to Nulo: through the providers that the configuration "
+           "names,\n"
+           "with your own keys; without any, offline and in English only.\n"
            "\n"
+           "  --config F      configuration, by default nulo/nulo-service.json in the user's\n"
+           "                  configuration folder, when there is one\n"
+           "  --check         says whether the configuration is right and what each provider will\n"
+           "                  be used for, and ends\n"
            "  --port N        port, 8737 by default; 0 takes any free one and prints it\n"
            "  --address A     address to listen on, 127.0.0.1 by default; any address that other\n"
            "                  machines can reach needs --token-file\n"

@@ -2,6 +2,7 @@
 
 #include <cstddef>
 #include <filesystem>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -12,11 +13,12 @@ namespace nulo::service {
 
 /// What the command line asks for.
 struct Options {
-    enum class Action { serve, help, version };
+    enum class Action { serve, check, help, version };
 
     Action action = Action::serve;
-    std::string address = "127.0.0.1";
-    int port = 8737;  // 0: any free one
+    std::optional<std::string> address;  // absent here: as the configuration says
+    std::optional<int> port;             // 0: any free one
+    std::filesystem::path configFile;    // empty: the user's, when there is one
     std::filesystem::path tokenFile;
     std::filesystem::path modelFolder;   // empty: the installed one
     std::filesystem::path updateFolder;  // empty: no updates are offered
@@ -26,8 +28,8 @@ struct Options {
 /// `arguments` without the program's name. The error is a line for the user.
 Result<Options> parsedOptions(const std::vector<std::string>& arguments);
 
-/// Whether who can reach its address may: other machines need a token. Part of parsedOptions().
-Outcome checkReach(const Options& options);
+/// Whether who can reach that address may: other machines need a token.
+Outcome checkReach(const std::string& address, bool hasToken);
 
 /// The first line is the usage line.
 std::string_view helpText();

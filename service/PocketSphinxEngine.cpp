@@ -17,7 +17,7 @@ class PocketSphinxEngine final : public SpeechEngine {
   public:
     explicit PocketSphinxEngine(ps_decoder_t* decoder) : m_decoder(decoder) {}
 
-    std::string hear(std::span<const std::int16_t> samples) override {
+    std::string hear(std::span<const std::int16_t> samples, const std::string&) override {
         ps_decoder_t* decoder = m_decoder.get();
         if (ps_start_stream(decoder) < 0 || ps_start_utt(decoder) < 0)
             return {};

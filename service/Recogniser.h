@@ -1,18 +1,23 @@
 #pragma once
 
+#include <optional>
 #include <string>
 
 #include "base/Result.h"
 #include "service/Failure.h"
+#include "service/Spool.h"
+#include "service/StillWanted.h"
 
 namespace nulo::service {
 
 /// A recording as it was uploaded, with what the client said about it.
 struct Take {
-    std::string audio;     // the file's bytes
-    std::string provider;  // empty when not given, as the next two
+    Spool audio;           // the file's bytes
+    std::string provider;  // empty when not given, as the next three
     std::string model;
-    std::string prompt;  // vocabulary hint
+    std::string responseFormat;
+    std::string language;
+    std::optional<std::string> prompt;  // vocabulary hint
 };
 
 /// Turns a take into text. Called on many threads at once; each call blocks until its text is
@@ -21,7 +26,8 @@ class Recogniser {
   public:
     virtual ~Recogniser() = default;
     /// UTF-8; empty when nothing was said.
-    virtual Result<std::string, Failure> recognise(const Take& take) = 0;
+    virtual Result<std::string, Failure> recognise(const Take& take,
+                                                   const StillWanted& stillWanted) = 0;
 };
 
 }  // namespace nulo::service

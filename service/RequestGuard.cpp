@@ -8,6 +8,7 @@
 #include <iterator>
 
 #include "base/Text.h"
+#include "service/Sha256.h"
 
 namespace nulo::service {
 namespace {
@@ -60,32 +61,37 @@ Result<std::string> readToken(const std::filesystem::path& file) {
 }
 
 std::optional<Failure> RequestGuard::refusedSender(const Credentials& credentials) const {
-    if (m_token)
+    if (!m_tokens.empty())
         return std::nullopt;
     if (!credentials.host.empty() && !isLoopback(hostName(credentials.host)))
         return Failure{403,
                        "This service answers to names of this machine only. Ask for localhost, "
-                       "or start it with --token-file.\n"};
+                       "or start it with a token.\n"};
     const std::string& origin = credentials.origin;
     const std::size_t scheme = origin.find("://");
     if (!origin.empty() && (scheme == std::string::npos ||
                             !isLoopback(hostName(std::string_view(origin).substr(scheme + 3)))))
         return Failure{403,
                        "Web pages may not use this service. Use a program of this machine, or "
-                       "start the service with --token-file.\n"};
+                       "start the service with a token.\n"};
     return std::nullopt;
 }
 
 std::optional<Failure> RequestGuard::refusedToken(const Credentials& credentials) const {
-    if (!m_token)
+    if (m_tokens.empty())
         return std::nullopt;
     constexpr std::string_view scheme = "Bearer ";
     const std::string_view given = credentials.authorization;
-    if (strncasecmp(credentials.authorization.c_str(), scheme.data(), scheme.size()) == 0 &&
-        equalInConstantTime(given.substr(scheme.size()), *m_token))
-        return std::nullopt;
+    if (strncasecmp(credentials.authorization.c_str(), scheme.data(), scheme.size()) == 0) {
+        const std::string digest = sha256(given.substr(scheme.size()));
+        bool known = false;
+        for (const std::string& token : m_tokens)
+            known |= equalInConstantTime(digest, token);
+        if (known)
+            return std::nullopt;
+    }
     return Failure{401,
-                   "The token is missing or wrong. Send the one in the service's token file as "
+                   "The token is missing or wrong. Send one that the service knows as "
                    "\"Authorization: Bearer TOKEN\".\n"};
 }
 

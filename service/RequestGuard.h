@@ -4,6 +4,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "base/Result.h"
 #include "service/Failure.h"
@@ -19,9 +20,9 @@ bool equalInConstantTime(std::string_view one, std::string_view other);
 /// The token in the file: 16 to 512 visible ASCII characters, white space around them ignored.
 Result<std::string> readToken(const std::filesystem::path& file);
 
-/// Who may ask. With a token, whoever sends it. Without one, programs of this machine: a web page
-/// that is open in a browser here is told apart by the Origin it comes from and, when it has its
-/// own name point to this machine, by the Host it asks for.
+/// Who may ask. With tokens, whoever sends one of them. Without any, programs of this machine: a
+/// web page that is open in a browser here is told apart by the Origin it comes from and, when it
+/// has its own name point to this machine, by the Host it asks for.
 class RequestGuard {
   public:
     struct Credentials {  // header values, empty when absent
@@ -30,7 +31,9 @@ class RequestGuard {
         std::string authorization;
     };
 
-    explicit RequestGuard(std::optional<std::string> token) : m_token(std::move(token)) {}
+    /// `tokens` are digests as sha256() makes them; which of them fits takes no part in the time
+    /// that a comparison takes.
+    explicit RequestGuard(std::vector<std::string> tokens) : m_tokens(std::move(tokens)) {}
 
     /// 403 for a web page. Asked of every request.
     std::optional<Failure> refusedSender(const Credentials& credentials) const;
@@ -38,7 +41,7 @@ class RequestGuard {
     std::optional<Failure> refusedToken(const Credentials& credentials) const;
 
   private:
-    const std::optional<std::string> m_token;
+    const std::vector<std::string> m_tokens;
 };
 
 }  // namespace nulo::service

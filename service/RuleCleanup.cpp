@@ -224,12 +224,13 @@ std::vector<std::string_view> wordFragments(std::string_view utf8) {
     return fragments;
 }
 
-bool RuleCleanup::stream(const CleanupRequest& request, const Fragment& onFragment) {
-    const std::string cleaned = cleanedUp(request.text);
-    for (const std::string_view fragment : wordFragments(cleaned))
-        if (!onFragment(fragment))
-            return false;
-    return true;
+Result<Cleanup::Stream, Failure> RuleCleanup::start(CleanupRequest request, const StillWanted&) {
+    return Stream([cleaned = cleanedUp(request.text)](const Fragment& onFragment) {
+        for (const std::string_view fragment : wordFragments(cleaned))
+            if (!onFragment(fragment))
+                return false;
+        return true;
+    });
 }
 
 }  // namespace nulo::service

@@ -19,7 +19,7 @@ std::vector<std::string_view> wordFragments(std::string_view utf8);
 /// cleanedUp(), word by word, whatever the prompt asks for.
 class RuleCleanup final : public Cleanup {
   public:
-    bool stream(const CleanupRequest& request, const Fragment& onFragment) override;
+    Result<Stream, Failure> start(CleanupRequest request, const StillWanted& stillWanted) override;
 };
 
 }  // namespace nulo::service

@@ -6,7 +6,9 @@
 #include <cstdint>
 #include <nlohmann/json.hpp>
 
+#include "service/ConnectionStream.h"
 #include "service/EventStream.h"
+#include "service/Routing.h"
 #include "service/TranscribeForm.h"
 
 namespace nulo::service {
@@ -30,6 +32,8 @@ constexpr std::array endpoints = {
     Endpoint{"/api/transcribe", "POST", Access::withToken},
     Endpoint{"/api/chat", "POST", Access::withToken},
     Endpoint{"/api/version", "GET, HEAD", Access::open},
+    Endpoint{"/healthz", "GET, HEAD", Access::open},
+    Endpoint{"/metrics", "GET, HEAD", Access::withToken},
 };
 constexpr Endpoint updateEndpoint{"", "GET, HEAD", Access::open};
 
@@ -115,8 +119,7 @@ Result<CleanupRequest, Failure> parsedChat(const std::string& body) {
                               message["content"].is_string();
         if (!complete)
             return badChat("A message has no role or no content.");
-        if (message["role"] == "system")
-            request.prompt = message["content"];
+        request.messages.push_back({message["role"], message["content"]});
         if (message["role"] == "user") {
             request.text = message["content"];
             hasText = true;
@@ -176,6 +179,11 @@ void SpeechApi::attachTo(httplib::Server& server) {
         server.Get(pattern, [this](const Request& request, Response& response) {
             update(request, response);
         });
+    server.Get("/healthz",
+               [](const Request&, Response& response) { response.set_content("ok\n", plainText); });
+    server.Get("/metrics", [this](const Request&, Response& response) {
+        response.set_content(onMetrics(), "text/plain; version=0.0.4");
+    });
     server.Post("/api/transcribe",
                 [this](const Request& request, Response& response, const ContentReader& content) {
                     transcribe(request, response, content);
@@ -196,7 +204,7 @@ std::optional<Failure> SpeechApi::refusal(const httplib::Request& request) const
     if (!endpoint)
         return Failure{404,
                        "There is nothing here. The endpoints are /api/transcribe, /api/chat, "
-                       "/api/version, /update.sh and /updates/NAME.\n"};
+                       "/api/version, /update.sh, /updates/NAME, /healthz and /metrics.\n"};
     if (!allows(*endpoint, request.method))
         return Failure{405, "Use " + std::string(endpoint->methods) + " here.\n"};
     if (endpoint->access == Access::withToken)
@@ -229,20 +237,22 @@ void SpeechApi::transcribe(const httplib::Request& request, httplib::Response& r
     if (!form)
         return answer(response, form.error());
     const auto uploaded = m_clock.now();
-    auto text = m_recogniser.recognise(form.value().take);
+    auto text = m_recogniser.recognise(form.value().take, clientProbe());
     if (!text)
         return answer(response, text.error());
     const auto transcribed = m_clock.now();
-    response.status = 200;
     response.set_header("X-Upload-Ms", std::to_string(wholeMilliseconds(uploaded - start)));
     response.set_header("X-Transcription-Ms",
                         std::to_string(wholeMilliseconds(transcribed - uploaded)));
     auto& [take, cleanupPrompt, cleanupModel] = form.value();
-    if (cleanupPrompt)
-        streamCleanup({std::move(text).value(), std::move(*cleanupPrompt), std::move(cleanupModel)},
-                      response);
-    else
+    if (!cleanupPrompt) {
+        response.status = 200;
         response.set_content(std::move(text).value(), plainText);
+        return;
+    }
+    CleanupRequest cleanup{text.value(), {}, chatModelFor(cleanupModel)};
+    cleanup.messages = {{"system", std::move(*cleanupPrompt)}, {"user", std::move(text).value()}};
+    streamCleanup(std::move(cleanup), response);
 }
 
 void SpeechApi::chat(const httplib::Request& request, httplib::Response& response,
@@ -264,19 +274,22 @@ void SpeechApi::chat(const httplib::Request& request, httplib::Response& respons
     auto chat = parsedChat(body);
     if (!chat)
         return answer(response, chat.error());
-    response.status = 200;
     streamCleanup(std::move(chat).value(), response);
 }
 
 void SpeechApi::streamCleanup(CleanupRequest request, httplib::Response& response) {
+    auto text = m_cleanup.start(std::move(request), clientProbe());
+    if (!text)
+        return answer(response, text.error());
+    response.status = 200;
     response.set_chunked_content_provider(
         "text/event-stream",
-        [this, request = std::move(request)](std::size_t, httplib::DataSink& sink) {
+        [stream = std::move(text).value()](std::size_t, httplib::DataSink& sink) {
             const auto send = [&sink](std::string_view event) {
                 return sink.write(event.data(), event.size());
             };
-            const bool whole = m_cleanup.stream(
-                request, [&](std::string_view fragment) { return send(textEvent(fragment)); });
+            const bool whole =
+                stream([&](std::string_view fragment) { return send(textEvent(fragment)); });
             if (!whole || !send(endEvent))
                 return false;
             sink.done();

@@ -2,6 +2,7 @@
 
 #include <httplib.h>
 
+#include <functional>
 #include <optional>
 #include <string>
 
@@ -21,6 +22,8 @@ class SpeechApi {
               std::string version, UpdateFolder updates);
 
     void attachTo(httplib::Server& server);
+    /// What "/metrics" answers; any thread.
+    std::function<std::string()> onMetrics = [] { return std::string(); };
 
   private:
     std::optional<Failure> refusal(const httplib::Request& request) const;

@@ -17,9 +17,11 @@ inline constexpr int speechRate = 16000;
 class SpeechEngine {
   public:
     virtual ~SpeechEngine() = default;
-    /// Mono at speechRate, at least one sample. UTF-8; empty when nothing was said. What was heard
-    /// before has no influence.
-    virtual std::string hear(std::span<const std::int16_t> samples) = 0;
+    /// Mono at speechRate, at least one sample; `language` as a code such as "fr", empty when it is
+    /// not known. UTF-8; empty when nothing was said. What was heard before has no influence. May
+    /// throw; the engine is then not used again.
+    virtual std::string hear(std::span<const std::int16_t> samples,
+                             const std::string& language) = 0;
 };
 
 /// Loads another engine; any thread.

@@ -1,11 +1,13 @@
 #include "service/TranscribeForm.h"
 
 #include <map>
+#include <utility>
 
 namespace nulo::service {
 namespace {
 
 constexpr std::size_t mostFields = 32;
+constexpr std::size_t mostText = 1024 * 1024;  // of all fields but the recording
 
 Failure malformed(const std::string& why) {
     return {400, why + " Send a multipart/form-data body with the recording as \"file\".\n"};
@@ -28,24 +30,36 @@ Result<TranscribeForm, Failure> readTranscribeForm(const httplib::Request& reque
     if (!request.is_multipart_form_data())
         return malformed("The request is not a form.");
     std::map<std::string, std::string> fields;
-    std::string* current = nullptr;
+    std::string* current = nullptr;  // null: the recording is being read
+    Spool audio;
+    bool hasAudio = false;
     std::size_t size = 0;
+    std::size_t textSize = 0;
     std::optional<Failure> refusal;
     const auto startField = [&](const httplib::MultipartFormData& field) {
-        const auto [entry, isNew] = fields.try_emplace(field.name);
+        const bool isAudio = field.name == "file";
+        const bool isNew =
+            isAudio ? !std::exchange(hasAudio, true) : fields.try_emplace(field.name).second;
         if (!isNew)
             refusal = malformed("The form has two fields of one name.");
         else if (fields.size() > mostFields)
             refusal = malformed("The form has too many fields.");
-        current = &entry->second;
+        current = isAudio ? nullptr : &fields[field.name];
         return !refusal;
     };
     const auto addToField = [&](const char* data, std::size_t length) {
         size += length;  // the length in the head says nothing when the body is compressed
         if (size > largestBody)
             refusal = bodyTooLarge();
-        else
+        else if (current && (textSize += length) > mostText)
+            refusal = Failure{413, "The texts of the form are longer than 1 MB. Shorten them.\n"};
+        else if (current)
             current->append(data, length);
+        else if (!audio.append({data, length}))
+            refusal = Failure{503,
+                              "The service's disk is full. Make room where temporary files are "
+                              "kept, then try again.\n",
+                              10};
         return !refusal;
     };
     const bool whole = content(startField, addToField);
@@ -53,11 +67,16 @@ Result<TranscribeForm, Failure> readTranscribeForm(const httplib::Request& reque
         return *refusal;
     if (!whole)
         return malformed("The form is malformed or broke off.");
-    if (!fields.contains("file"))
+    if (!hasAudio)
         return malformed("The form has no recording.");
     TranscribeForm form;
-    form.take = {taken(fields, "file"), taken(fields, "provider"), taken(fields, "model"),
-                 taken(fields, "prompt")};
+    form.take.audio = std::move(audio);
+    form.take.provider = taken(fields, "provider");
+    form.take.model = taken(fields, "model");
+    form.take.responseFormat = taken(fields, "response_format");
+    form.take.language = taken(fields, "language");
+    if (fields.contains("prompt"))
+        form.take.prompt = taken(fields, "prompt");
     if (fields.contains("cleanup_prompt"))
         form.cleanupPrompt = taken(fields, "cleanup_prompt");
     form.cleanupModel = taken(fields, "cleanup_model");

@@ -1,5 +1,7 @@
+#include <malloc.h>
 #include <pthread.h>
 #include <signal.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 
 #include <algorithm>
@@ -11,13 +13,18 @@
 
 #include "base/Clock.h"
 #include "base/Print.h"
+#include "service/GatewayCleanup.h"
+#include "service/GatewayConfig.h"
+#include "service/GatewayRecogniser.h"
 #include "service/HttpServer.h"
 #include "service/InheritedSocket.h"
 #include "service/OfflineRecogniser.h"
 #include "service/Options.h"
 #include "service/PocketSphinxEngine.h"
 #include "service/RuleCleanup.h"
+#include "service/Sha256.h"
 #include "service/SpeechApi.h"
+#include "service/WhisperEngine.h"
 
 namespace nulo::service {
 namespace {
@@ -39,21 +46,124 @@ void waitForStopSignal(const sigset_t& signals) {
     pthread_sigmask(SIG_UNBLOCK, &signals, nullptr);
 }
 
-int serve(Options options) {
+/// Otherwise the first large recording raises the size from which memory is given back to the
+/// system when it is freed.
+void giveMemoryBack() {
+    mallopt(M_MMAP_THRESHOLD, 128 * 1024);
+}
+
+/// A request in flight holds up to five files: sockets, what wakes its transfer, its recording.
+void raiseFileLimit() {
+    rlimit limit{};
+    if (getrlimit(RLIMIT_NOFILE, &limit) != 0)
+        return;
+    limit.rlim_cur = std::min<rlim_t>(limit.rlim_max, std::max<rlim_t>(limit.rlim_cur, 8192));
+    setrlimit(RLIMIT_NOFILE, &limit);  // where it is forbidden, fewer are served at once
+}
+
+/// Requests by endpoint; what else clients ask for is one series, so that they cannot make more.
+void countRequest(Metrics& metrics, const std::string& path, int status,
+                  std::chrono::nanoseconds duration, bool brokenOff) {
+    std::string endpoint = "other";
+    for (const char* known :
+         {"/api/transcribe", "/api/chat", "/api/version", "/healthz", "/metrics"})
+        if (path == known)
+            endpoint = known;
+    const std::string label = "path=\"" + endpoint + "\"";
+    metrics.add("nulo_requests_total", label + ",status=\"" + std::to_string(status) + "\"");
+    metrics.add("nulo_request_seconds_total", label,
+                std::chrono::duration<double>(duration).count());
+    if (brokenOff)
+        metrics.add("nulo_requests_broken_off_total", label);
+}
+
+/// What the command line, the configuration and the service manager say together.
+struct Setup {
+    GatewayConfig config;
+    std::string address = "127.0.0.1";
+    int port = 8737;
+    std::optional<InheritedSocket> inherited;
+    std::vector<std::string> tokens;  // digests
+    std::unique_ptr<TlsContext> tls;  // null: plain HTTP
+    MakeEngine whisper;               // empty: not configured
+};
+
+Result<Setup> setUp(const Options& options) {
+    Setup setup;
+    auto file = options.configFile;
+    if (file.empty()) {
+        std::error_code error;
+        if (exists(symlink_status(defaultGatewayConfigFile(), error)))
+            file = defaultGatewayConfigFile();
+    }
+    if (!file.empty()) {
+        auto config =
+            readGatewayConfig(file, [](std::string_view line) { printError(std::string(line)); });
+        if (!config)
+            return config.error();
+        setup.config = std::move(config).value();
+        printLine("nulo-service: configured by " + file.string());
+    }
     const auto inherited = inheritedSocket();
-    if (!inherited) {
-        printError(inherited.error().description);
+    if (!inherited)
+        return inherited.error();
+    setup.inherited = inherited.value();
+    setup.address = options.address.value_or(setup.config.address.value_or(setup.address));
+    setup.port = options.port.value_or(setup.config.port.value_or(setup.port));
+    if (setup.inherited) {
+        setup.address = setup.inherited->address;
+        setup.port = setup.inherited->port;
+    }
+    setup.tokens = setup.config.tokens;
+    if (!options.tokenFile.empty()) {
+        const auto token = readToken(options.tokenFile);
+        if (!token)
+            return token.error();
+        warnOfReadableToken(options.tokenFile);
+        setup.tokens.push_back(sha256(token.value()));
+    }
+    if (const auto allowed = checkReach(setup.address, !setup.tokens.empty()); !allowed)
+        return allowed.error();
+    if (setup.config.offline) {
+        auto engines = loadWhisperModel(*setup.config.offline);
+        if (!engines)
+            return Error{file.string() + ": " + engines.error().description};
+        setup.whisper = std::move(engines).value();
+    }
+    if (setup.config.tls) {
+        auto tls = TlsContext::load(*setup.config.tls);
+        if (!tls)
+            return Error{file.string() + ": " + tls.error().description};
+        setup.tls = std::move(tls).value();
+    } else if (!isLoopback(setup.address)) {
+        printError("warning: other machines reach " + setup.address +
+                   " without encryption; name a tls certificate and key in the configuration, or "
+                   "put a proxy in front that adds it");
+    }
+    return setup;
+}
+
+int check(const Options& options) {
+    const auto setup = setUp(options);
+    if (!setup) {
+        printError(setup.error().description);
         return 1;
     }
-    if (const auto& socket = inherited.value()) {
-        options.address = socket->address;
-        options.port = socket->port;
-        if (const auto allowed = checkReach(options); !allowed) {
-            printError(allowed.error().description);
-            return 1;
-        }
-    }
+    for (const std::string& line : descriptionOf(setup.value().config))
+        printLine(line);
+    return 0;
+}
 
+int serve(const Options& options) {
+    auto prepared = setUp(options);
+    if (!prepared) {
+        printError(prepared.error().description);
+        return 1;
+    }
+    Setup setup = std::move(prepared).value();
+
+    raiseFileLimit();
+    giveMemoryBack();
     // Blocked before any thread starts, so that they reach the thread that waits for them only.
     sigset_t signals;
     sigemptyset(&signals);
@@ -62,17 +172,6 @@ int serve(Options options) {
     pthread_sigmask(SIG_BLOCK, &signals, nullptr);
     signal(SIGPIPE, SIG_IGN);  // a log that nobody reads any more is no reason to stop
 
-    std::optional<std::string> token;
-    if (!options.tokenFile.empty()) {
-        auto read = readToken(options.tokenFile);
-        if (!read) {
-            printError(read.error().description);
-            return 1;
-        }
-        warnOfReadableToken(options.tokenFile);
-        token = std::move(read).value();
-    }
-
     std::error_code ignored;
     if (!options.updateFolder.empty() &&
         !std::filesystem::is_directory(options.updateFolder, ignored)) {
@@ -80,37 +179,65 @@ int serve(Options options) {
         return 1;
     }
 
-    const auto model = options.modelFolder.empty() ? installedModelFolder() : options.modelFolder;
+    MakeEngine makeEngine = [model = options.modelFolder.empty() ? installedModelFolder()
+                                                                 : options.modelFolder] {
+        return makePocketSphinxEngine(model);
+    };
+    if (setup.whisper)
+        makeEngine = setup.whisper;
     const std::size_t cores = std::max(1U, std::thread::hardware_concurrency());
     const std::size_t jobs = options.jobs ? options.jobs : cores;
-    OfflineRecogniser recogniser([model] { return makePocketSphinxEngine(model); },
-                                 {.atOnce = jobs, .waiting = 2 * jobs});
-    RuleCleanup cleanup;
-    SpeechApi api(recogniser, cleanup, RequestGuard(std::move(token)), systemClock(), NULO_VERSION,
-                  UpdateFolder(options.updateFolder));
+    OfflineRecogniser recogniser(
+        makeEngine, {.atOnce = jobs, .waiting = 2 * jobs},
+        setup.whisper ? OfflineRecogniser::Languages::any : OfflineRecogniser::Languages::english);
+    RuleCleanup rules;
+    Metrics metrics;
+    UpstreamClient client({});
+    ProviderCalls calls(
+        client, systemClock(),
+        [](std::chrono::milliseconds duration) { std::this_thread::sleep_for(duration); },
+        printLine, metrics, {});
+    GatewayRecogniser gatewayRecogniser(setup.config, calls, recogniser);
+    GatewayCleanup gatewayCleanup(setup.config, calls, rules);
+    SpeechApi api(gatewayRecogniser, gatewayCleanup, RequestGuard(std::move(setup.tokens)),
+                  systemClock(), NULO_VERSION, UpdateFolder(options.updateFolder));
     HttpServer server(systemClock(), printLine, {});
+    api.onMetrics = [&] { return metrics.text(); };
     api.attachTo(server);
-    if (inherited.value()) {
-        server.listenOn(*inherited.value());
+    server.onServed = [&](const std::string& path, int status, std::chrono::nanoseconds duration,
+                          bool brokenOff) {
+        countRequest(metrics, path, status, duration, brokenOff);
+    };
+    if (setup.tls)
+        server.useTls(*setup.tls);
+    if (setup.inherited) {
+        server.listenOn(*setup.inherited);
     } else {
-        const auto port = server.listenOn(options.address, options.port);
+        const auto port = server.listenOn(setup.address, setup.port);
         if (!port) {
             printError(port.error().description);
             return 1;
         }
-        options.port = port.value();
+        setup.port = port.value();
     }
-    if (const auto ready = recogniser.prepare(); !ready) {
-        printError(ready.error().description);
-        return 1;
+    const bool isOffline = !transcriptionRoute(setup.config, "", "").provider;
+    if (isOffline) {
+        if (const auto ready = recogniser.prepare(); !ready) {
+            printError(ready.error().description);
+            return 1;
+        }
+        printLine(setup.whisper ? "nulo-service " NULO_VERSION ": offline engine whisper.cpp"
+                                : "nulo-service " NULO_VERSION
+                                  ": offline engine PocketSphinx, US English only, lower case, no "
+                                  "punctuation, about one word in four wrong on read speech");
     }
-    printLine(
-        "nulo-service " NULO_VERSION
-        ": offline engine PocketSphinx, US English only, lower case, no punctuation, about one "
-        "word in four wrong on read speech");
-    const bool bracketed = options.address.find(':') != std::string::npos;
-    printLine("Listening on http://" + (bracketed ? "[" + options.address + "]" : options.address) +
-              ":" + std::to_string(options.port));
+    if (!setup.config.providers.empty())
+        for (const std::string& line : descriptionOf(setup.config))
+            printLine(line);
+    const bool bracketed = setup.address.find(':') != std::string::npos;
+    printLine(std::string("Listening on ") + (setup.tls ? "https" : "http") + "://" +
+              (bracketed ? "[" + setup.address + "]" : setup.address) + ":" +
+              std::to_string(setup.port));
     std::atomic<bool> asked = false;
     std::thread stopper([&] {
         waitForStopSignal(signals);
@@ -150,6 +277,8 @@ int main(int argumentCount, char** arguments) {
         case Options::Action::version:
             printLine("nulo-service " NULO_VERSION);
             return 0;
+        case Options::Action::check:
+            return check(options.value());
         case Options::Action::serve:
             return serve(options.value());
     }

@@ -5,13 +5,14 @@
 #include <fstream>
 
 #include "service/Options.h"
+#include "service/Sha256.h"
 #include "support/TemporaryFolder.h"
 
 namespace nulo::service {
 namespace {
 
 TEST(RequestGuard, tellsWebPagesFromPrograms) {
-    const RequestGuard guard(std::nullopt);
+    const RequestGuard guard({});
     for (const char* host :
          {"", "localhost:8737", "LOCALHOST", "127.0.0.1:80", "127.9.9.9", "[::1]:8"})
         EXPECT_FALSE(guard.refusedSender({host, "", ""})) << host;
@@ -25,8 +26,10 @@ TEST(RequestGuard, tellsWebPagesFromPrograms) {
     EXPECT_FALSE(guard.refusedToken({}));
 }
 
-TEST(RequestGuard, wantsTheWholeToken) {
-    const RequestGuard guard("0123456789abcdef");
+TEST(RequestGuard, wantsTheWholeOfOneToken) {
+    const RequestGuard guard({sha256("0123456789abcdef"), sha256("another-token")});
+    EXPECT_FALSE(guard.refusedToken({"", "", "Bearer another-token"}));
+    EXPECT_TRUE(guard.refusedToken({"", "", "Bearer " + sha256("another-token")}));
     EXPECT_FALSE(guard.refusedSender({"speech.example", "https://a.example", ""}));
     EXPECT_FALSE(guard.refusedToken({"", "", "Bearer 0123456789abcdef"}));
     EXPECT_FALSE(guard.refusedToken({"", "", "bearer 0123456789abcdef"}));
@@ -52,10 +55,13 @@ TEST(RequestGuard, refusesWeakTokenFiles) {
 }
 
 TEST(Options, acceptsOnlyWhatItCanDo) {
-    const auto options = parsedOptions({"--port", "0", "--jobs", "3", "--address", "::1"});
+    const auto options =
+        parsedOptions({"--check", "--port", "0", "--jobs", "3", "--address", "::1"});
     ASSERT_TRUE(options);
     EXPECT_EQ(options.value().port, 0);
     EXPECT_EQ(options.value().jobs, 3u);
+    EXPECT_EQ(options.value().action, Options::Action::check);
+    EXPECT_FALSE(parsedOptions({"--config", "f"}).value().port);
     using Arguments = std::vector<std::string>;
     for (const Arguments& bad : {Arguments{"--port", "65536"},
                                  {"--port", "80x"},
@@ -64,11 +70,14 @@ TEST(Options, acceptsOnlyWhatItCanDo) {
                                  {"--jobs", "0"},
                                  {"--verbose"},
                                  {"8737"},
-                                 {"--address", "0.0.0.0"},
-                                 {"--address", "::"},
+                                 {"--config"},
                                  {"--address", ""}})
         EXPECT_FALSE(parsedOptions(bad)) << testing::PrintToString(bad);
-    EXPECT_TRUE(parsedOptions({"--address", "0.0.0.0", "--token-file", "t"}));
+    for (const char* open : {"0.0.0.0", "::", "192.0.2.1", "127.0.0.1.example"}) {
+        EXPECT_FALSE(checkReach(open, false)) << open;
+        EXPECT_TRUE(checkReach(open, true)) << open;
+    }
+    EXPECT_TRUE(checkReach("::1", false));
 }
 
 }  // namespace

@@ -72,11 +72,15 @@ TEST(RuleCleanup, streamsTheTextWordByWordWhateverThePrompt) {
         fragments.emplace_back(fragment);
         return true;
     };
-    EXPECT_TRUE(cleanup.stream({"déjà vu\n\net euh bu", "Answer with a poem", ""}, keep));
+    const auto stream = [&](const char* text, const Cleanup::Fragment& onFragment) {
+        const CleanupRequest request{text, {{"system", "Answer with a poem"}}, ""};
+        return cleanup.start(request, [] { return true; }).value()(onFragment);
+    };
+    EXPECT_TRUE(stream("déjà vu\n\net euh bu", keep));
     EXPECT_EQ(fragments, (std::vector<std::string>{"Déjà", " vu", "\n\net", " bu."}));
 
     int taken = 0;
-    EXPECT_FALSE(cleanup.stream({"a b c", "", ""}, [&](std::string_view) { return ++taken < 2; }));
+    EXPECT_FALSE(stream("a b c", [&](std::string_view) { return ++taken < 2; }));
     EXPECT_EQ(taken, 2);
 }
 

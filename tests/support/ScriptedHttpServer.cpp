@@ -151,8 +151,8 @@ ScriptedHttpServer::ScriptedHttpServer(Handler handler, Bodies bodies)
     address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
     socklen_t size = sizeof address;
     auto* generic = reinterpret_cast<sockaddr*>(&address);
-    if (m_listener < 0 || ::bind(m_listener, generic, size) != 0 || ::listen(m_listener, 16) != 0 ||
-        ::getsockname(m_listener, generic, &size) != 0)
+    if (m_listener < 0 || ::bind(m_listener, generic, size) != 0 ||
+        ::listen(m_listener, 512) != 0 || ::getsockname(m_listener, generic, &size) != 0)
         throw std::runtime_error("no port for the scripted server");
     m_port = ntohs(address.sin_port);
     m_acceptor = std::thread([this] { acceptConnections(); });

@@ -19,7 +19,7 @@ class HeldEngine final : public SpeechEngine {
   public:
     HeldEngine(std::atomic<int>& hearing, std::shared_future<void> release)
         : m_hearing(hearing), m_release(std::move(release)) {}
-    std::string hear(std::span<const std::int16_t>) override {
+    std::string hear(std::span<const std::int16_t>, const std::string&) override {
         ++m_hearing;
         m_release.wait();
         return "um the words";
@@ -81,10 +81,10 @@ class HttpServerTest : public testing::Test {
                                      return Result<std::unique_ptr<SpeechEngine>>(
                                          std::make_unique<HeldEngine>(hearing, future));
                                  },
-                                 {.atOnce = 1, .waiting = 0}};
+                                 {.atOnce = 1, .waiting = 0},
+                                 OfflineRecogniser::Languages::english};
     RuleCleanup cleanup;
-    SpeechApi api{recogniser,    cleanup, RequestGuard(std::nullopt),
-                  systemClock(), "1.2",   UpdateFolder({})};
+    SpeechApi api{recogniser, cleanup, RequestGuard({}), systemClock(), "1.2", UpdateFolder({})};
     std::mutex logMutex;
     std::string log;
     bool released = false;
@@ -126,9 +126,9 @@ TEST_F(HttpServerTest, finishesTheStreamInFlightAndDropsIdleClients) {
               "data: {\"choices\":[{\"delta\":{\"content\":\" words.\"}}]}\n\n"
               "data: [DONE]\n\n");
     ASSERT_TRUE(waitUntil([&] { return !server.is_running(); }));
-    EXPECT_TRUE(waitUntil(
-        [&] { return logged().find("POST /api/transcribe 200 ") != std::string::npos; }))
-        << logged();
+    EXPECT_TRUE(waitUntil([&] {
+        return logged().find("POST /api/transcribe 200 ") != std::string::npos;
+    })) << logged();
     EXPECT_EQ(logged().find("words"), std::string::npos);  // what was said is nobody's business
 }
 

@@ -34,7 +34,8 @@ class ManagedSocket {
         const std::string command = "LISTEN_PID=$$ LISTEN_FDS=" + sockets + " exec " +
                                     NULO_BINARY_FOLDER "/nulo-service --port 1 --jobs 1 3<&" +
                                     std::to_string(m_socket);
-        return ChildProcess({"sh", "-c", command}, {{}, m_folder / "log"});
+        return ChildProcess({"sh", "-c", command},
+                            {{"XDG_CONFIG_HOME=" + m_folder.path().string()}, m_folder / "log"});
     }
     /// Of a request; 0 without an answer.
     int status() const {

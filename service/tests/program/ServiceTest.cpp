@@ -1,69 +1,15 @@
 #include <arpa/inet.h>
 #include <gtest/gtest.h>
-#include <httplib.h>
 #include <signal.h>
 #include <sys/stat.h>
 
-#include <fstream>
 #include <nlohmann/json.hpp>
-#include <sstream>
 
 #include "Form.h"
-#include "support/ChildProcess.h"
-#include "support/TemporaryFolder.h"
-#include "support/WaitUntil.h"
+#include "ServiceProgram.h"
 
 namespace nulo::service {
 namespace {
-
-const std::string program = NULO_BINARY_FOLDER "/nulo-service";
-
-/// The program itself, on a free port.
-class Service {
-  public:
-    explicit Service(std::vector<std::string> options = {})
-        : m_process(arguments(std::move(options)), {{}, m_folder / "log"}) {
-        const std::string marker = "Listening on http://127.0.0.1:";
-        waitUntil([&] { return log().find(marker) != std::string::npos || !m_process.isRunning(); },
-                  std::chrono::seconds(60));
-        const std::size_t at = log().find(marker);
-        if (at == std::string::npos)
-            throw std::runtime_error("no service: " + log());
-        port = std::stoi(log().substr(at + marker.size()));
-    }
-
-    httplib::Client client() const {
-        httplib::Client client("127.0.0.1", port);
-        client.set_read_timeout(90);
-        return client;
-    }
-    /// Status of a POST.
-    int post(const std::string& path, const std::string& body, const std::string& type) const {
-        const auto answer = client().Post(path, body, type);
-        if (answer && answer->status >= 400) {
-            EXPECT_FALSE(answer->body.empty()) << path;
-            EXPECT_EQ(answer->get_header_value("Content-Type"), "text/plain; charset=utf-8");
-        }
-        return answer ? answer->status : 0;
-    }
-    ChildProcess& process() { return m_process; }
-    std::string log() const {
-        std::ostringstream text;
-        text << std::ifstream(m_folder / "log").rdbuf();
-        return text.str();
-    }
-
-    int port = 0;
-
-  private:
-    static std::vector<std::string> arguments(std::vector<std::string> options) {
-        options.insert(options.begin(), {program, "--port", "0", "--jobs", "1"});
-        return options;
-    }
-
-    TemporaryFolder m_folder;
-    ChildProcess m_process;
-};
 
 /// What a client makes of an event stream; fails the test when it is not as promised.
 std::string textOf(const std::string& stream) {
@@ -306,7 +252,7 @@ TEST(Service, saysWhyItDoesNotStart) {
         const auto log = folder / "log";
         std::filesystem::remove(log);
         options.insert(options.begin(), program);
-        ChildProcess process(options, {{}, log});
+        ChildProcess process(options, {{"XDG_CONFIG_HOME=" + folder.path().string()}, log});
         const auto status = process.wait(std::chrono::seconds(30));
         std::ostringstream text;
         text << std::ifstream(log).rdbuf();
@@ -320,11 +266,19 @@ TEST(Service, saysWhyItDoesNotStart) {
     expect(attempt({"--port", std::to_string(first.port)}), 1, "listens there already");
     expect(attempt({"--port", "0", "--address", "192.0.2.1", "--token-file", "/dev/null"}), 1,
            "token");
-    expect(attempt({"--port", "0", "--address", "0.0.0.0"}), 2, "--token-file");
+    expect(attempt({"--port", "0", "--address", "0.0.0.0"}), 1, "--token-file");
     expect(attempt({"--nonsense"}), 2, "usage: nulo-service");
     expect(attempt({"--port", "0", "--model-dir", folder.path()}), 1, "pocketsphinx-en-us");
     expect(attempt({"--port", "0", "--update-dir", folder / "none"}), 1, "is no folder");
     expect(attempt({"--version"}), 0, "nulo-service ");
+    std::filesystem::create_directory(folder / "nulo");
+    std::ofstream(folder / "nulo/nulo-service.json")
+        << R"({"address": "192.0.2.1", "providers": {"openai": {"apiKey": "sk-secret"}}})";
+    expect(attempt({"--check"}), 1, "list tokens");  // the user's own file, found by itself
+    expect(attempt({"--check", "--address", "::1"}), 0, "openai: https://api.openai.com/v1, with");
+    EXPECT_EQ(attempt({"--check", "--address", "::1"}).second.find("sk-secret"), std::string::npos);
+    expect(attempt({"--config", folder / "missing"}), 1, "missing cannot be read");
+    std::filesystem::remove_all(folder / "nulo");
     std::ofstream(folder / "token") << "a-token-of-some-length";
     expect(attempt({"--address", "192.0.2.1", "--token-file", folder / "token"}), 1,
            "no address of this machine");

@@ -1,0 +1,38 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+#include <string_view>
+
+namespace nulo::service {
+
+/// The bytes of an upload: in memory up to a megabyte, beyond it in a file that has no name, so
+/// that no other program finds it and nothing is left behind. One thread at a time.
+class Spool {
+  public:
+    static constexpr std::size_t mostInMemory = 1024 * 1024;
+
+    Spool() = default;
+    explicit Spool(std::string_view bytes) { append(bytes); }
+    ~Spool();
+    Spool(Spool&& other) noexcept;
+    Spool& operator=(Spool&& other) noexcept;
+
+    /// False when the disk takes no more.
+    bool append(std::string_view bytes);
+    std::size_t size() const { return m_size; }
+    bool isOnDisk() const { return m_file >= 0; }
+    /// Copies what is there from `offset` on, `room` bytes at most; 0 at the end, below 0 when it
+    /// cannot be read.
+    std::ptrdiff_t read(std::size_t offset, void* target, std::size_t room) const;
+
+  private:
+    bool write(std::string_view bytes) const;
+
+    std::string m_memory;
+    int m_file = -1;
+    std::size_t m_size = 0;
+};
+
+}  // namespace nulo::service

@@ -1,0 +1,54 @@
+#include "service/RetryPolicy.h"
+
+#include <gtest/gtest.h>
+
+namespace nulo::service {
+namespace {
+
+using std::chrono::milliseconds;
+using std::chrono::seconds;
+
+TEST(RetryPolicy, retriesTwiceAndOnlyWhatMayPass) {
+    for (const int status : {429, 500, 502, 503, 504, 599}) {
+        const auto first = retryDelay(0, status, std::nullopt);
+        const auto second = retryDelay(1, status, std::nullopt);
+        ASSERT_TRUE(first && second) << status;
+        EXPECT_LT(*first, *second);
+        EXPECT_LE(*second, seconds(3));
+        EXPECT_FALSE(retryDelay(2, status, std::nullopt)) << status;
+        EXPECT_FALSE(retryDelay(2, status, seconds(0))) << status;
+    }
+    for (const int status : {200, 301, 400, 401, 403, 404, 413, 428, 430, 600})
+        EXPECT_FALSE(retryDelay(0, status, seconds(1))) << status;
+}
+
+TEST(RetryPolicy, waitsAsLongAsItIsAskedToOrNotAtAll) {
+    EXPECT_EQ(retryDelay(0, 429, seconds(0)), milliseconds(0));
+    EXPECT_EQ(retryDelay(1, 503, seconds(3)), milliseconds(3000));
+    EXPECT_FALSE(retryDelay(0, 429, milliseconds(3001)));
+}
+
+TEST(RetryPolicy, readsSecondsAndDates) {
+    const auto now = Clock::WallTime(seconds(784111775));  // Sun, 06 Nov 1994 08:49:35 GMT
+    EXPECT_EQ(retryAfter("2", now), seconds(2));
+    EXPECT_EQ(retryAfter("99999999999999999999", now), seconds(999999));
+    EXPECT_EQ(retryAfter("Sun, 06 Nov 1994 08:49:37 GMT", now), seconds(2));
+    EXPECT_EQ(retryAfter("Sun, 06 Nov 1994 08:49:00 GMT", now), seconds(0));
+    for (const char* odd : {"", "soon", "-1", "1.5x"})
+        EXPECT_FALSE(retryAfter(odd, now)) << odd;
+}
+
+TEST(RetryPolicy, sleepsTheWholeTimeUnlessNobodyWaits) {
+    milliseconds slept(0);
+    const auto sleep = [&](milliseconds duration) { slept += duration; };
+    EXPECT_TRUE(sleepWhileWanted(
+        milliseconds(1250), [] { return true; }, sleep));
+    EXPECT_EQ(slept, milliseconds(1250));
+    slept = milliseconds(0);
+    const auto leavesSoon = [&] { return slept < milliseconds(300); };
+    EXPECT_FALSE(sleepWhileWanted(seconds(3), leavesSoon, sleep));
+    EXPECT_LE(slept, seconds(1));
+}
+
+}  // namespace
+}  // namespace nulo::service

@@ -1,0 +1,50 @@
+#include "service/Spool.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <filesystem>
+
+#include "support/TemporaryFolder.h"
+
+namespace nulo::service {
+namespace {
+
+std::string contentOf(const Spool& spool) {
+    std::string bytes;
+    char piece[5000];
+    while (const auto count = spool.read(bytes.size(), piece, sizeof piece)) {
+        if (count < 0)
+            return "unreadable";
+        bytes.append(piece, static_cast<std::size_t>(count));
+    }
+    return bytes;
+}
+
+TEST(Spool, movesLargeUploadsToANamelessFile) {
+    const TemporaryFolder folder;
+    const std::string before = std::getenv("TMPDIR") ? std::getenv("TMPDIR") : "/tmp";
+    setenv("TMPDIR", folder.path().c_str(), 1);
+    Spool spool("head");
+    std::string expected = "head";
+    for (int i = 0; i < 40; ++i) {
+        const std::string piece(65535, static_cast<char>('a' + i % 26));
+        ASSERT_TRUE(spool.append(piece));
+        expected += piece;
+        EXPECT_EQ(spool.isOnDisk(), expected.size() > Spool::mostInMemory);
+    }
+    Spool moved;
+    moved = std::move(spool);
+    EXPECT_EQ(moved.size(), expected.size());
+    EXPECT_TRUE(contentOf(moved) == expected);
+    EXPECT_EQ(contentOf(Spool("small")), "small");
+    EXPECT_TRUE(std::filesystem::is_empty(folder.path()));
+
+    setenv("TMPDIR", (folder / "missing").c_str(), 1);
+    Spool homeless("x");
+    EXPECT_FALSE(homeless.append(std::string(Spool::mostInMemory, 'x')));
+    setenv("TMPDIR", before.c_str(), 1);
+}
+
+}  // namespace
+}  // namespace nulo::service
