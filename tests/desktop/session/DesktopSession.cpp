@@ -37,15 +37,18 @@ void require(bool condition, const std::string& failure) {
 
 DesktopSession::DesktopSession(Launch launch) : m_xServer(TestXServer::WindowManager::openbox) {
     m_bus.start();
-    if (launch == Launch::first)
-        return;
+    if (launch == Launch::later)
+        setLastUpdateCheck(std::chrono::seconds(0));
+}
+
+void DesktopSession::setLastUpdateCheck(std::chrono::seconds ago) {
     const fs::path file = m_home / ".config/nulo/defaults.ini";
     fs::create_directories(file.parent_path());
-    std::ofstream(file) << "[General]\nnuloHasLaunched=true\nnuloLastUpdateCheck="
-                        << std::chrono::duration_cast<std::chrono::seconds>(
-                               std::chrono::system_clock::now().time_since_epoch())
-                               .count()
-                        << "\n";
+    const auto then = std::chrono::system_clock::now() - ago;
+    std::ofstream(file)
+        << "[General]\nnuloHasLaunched=true\nnuloLastUpdateCheck="
+        << std::chrono::duration_cast<std::chrono::seconds>(then.time_since_epoch()).count()
+        << "\n";
 }
 
 fs::path DesktopSession::pipelineLog() const {

@@ -32,6 +32,9 @@ class DesktopSession {
     /// Where the takes are.
     std::filesystem::path recordingsFolder() const { return m_temporary / "nulo"; }
 
+    /// When Nulo last looked for updates, the offers of the first launch having been made. Before
+    /// startNulo().
+    void setLastUpdateCheck(std::chrono::seconds ago);
     /// Before startNulo().
     void writeServiceFile(const std::string& baseURL, const std::string& token = {});
     /// Replaces config.json; also while Nulo runs.

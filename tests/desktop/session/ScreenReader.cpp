@@ -116,6 +116,7 @@ QList<ScreenReader::Node> ScreenReader::children(const Node& node) const {
         child.role = call(child, accessible, "GetRole").arguments().value(0).toUInt();
         found.append(child);
     }
+    list.endArray();  // frees what beginArray() made
     return found;
 }
 
