@@ -57,6 +57,12 @@ TEST_F(FirstLaunchTest, takesNoForAnAnswerForGood) {
     EXPECT_FALSE(fs::exists(autostartEntry()));
     EXPECT_THAT(contentOf(m_desktop.home() / ".config/nulo/defaults.ini"),
                 HasSubstr("nuloHasLaunched=true"));
+
+    m_desktop.startNulo();
+    // The offer would be due at the same second; the reader is answered after both.
+    EXPECT_TRUE(m_desktop.waitForPrinted("Connection warm-up sent"));
+    EXPECT_THAT(m_reader.windows(), testing::IsEmpty());
+    EXPECT_EQ(m_desktop.stopNulo(), 0);
 }
 
 }  // namespace
