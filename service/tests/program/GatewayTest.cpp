@@ -455,9 +455,9 @@ class ImpatientGatewayTest : public GatewayTest {
   protected:
     ImpatientGatewayTest()
         : GatewayTest({.atOnce = {.atOnce = 1, .waiting = 0},
-                       .transcriptionSilence = milliseconds(300),
-                       .chatSilence = milliseconds(300)},
-                      {.connection = {.pause = milliseconds(300)}}) {}
+                       .transcriptionSilence = milliseconds(1000),
+                       .chatSilence = milliseconds(1000)},
+                      {.connection = {.pause = milliseconds(2000)}}) {}
 };
 
 TEST_F(ImpatientGatewayTest, doesNotWaitForEverForAProviderOrAReader) {

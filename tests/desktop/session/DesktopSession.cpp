@@ -173,10 +173,12 @@ std::vector<std::string> DesktopSession::environment() const {
     return variables;
 }
 
-CompanionProcess::CompanionProcess() {
+CompanionProcess::CompanionProcess(const std::string& configuration) {
     const fs::path log = m_folder / "service.log";
+    const fs::path file = m_folder / "nulo-service.json";
+    std::ofstream(file) << configuration;
     m_process = std::make_unique<ChildProcess>(
-        std::vector<std::string>{binaries / "nulo-service", "--port", "0"},
+        std::vector<std::string>{binaries / "nulo-service", "--port", "0", "--config", file},
         ChildProcess::Options{{}, log});
     const std::string mark = "Listening on ";
     const bool listening = waitUntil([&] {

@@ -91,7 +91,8 @@ class DesktopSession {
 /// A companion service for a test, on a free port.
 class CompanionProcess {
   public:
-    CompanionProcess();
+    /// `configuration` is the text of its file; nobody's is used without one.
+    explicit CompanionProcess(const std::string& configuration = "{}");
     const std::string& baseURL() const { return m_baseURL; }
 
   private:
