@@ -140,6 +140,7 @@ class Resampler {
 Owned<AVFormatContext> opened(AVIOContext* io, int& error) {
     AVFormatContext* context = avformat_alloc_context();
     context->pb = io;
+    context->max_probe_packets = 8;  // of bare samples it would search thousands for other formats
     context->format_whitelist = av_strdup(containers);
     context->protocol_whitelist = av_strdup("none");
     error = avformat_open_input(&context, nullptr, nullptr, nullptr);  // frees it on failure
