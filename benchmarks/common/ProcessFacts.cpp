@@ -1,0 +1,46 @@
+#include "common/ProcessFacts.h"
+
+#include <filesystem>
+#include <fstream>
+#include <string>
+
+namespace nulo {
+namespace fs = std::filesystem;
+namespace {
+
+/// The number after `key` in one of /proc's files of lines; 0 when there is none.
+long valueOf(const fs::path& file, const std::string& key) {
+    std::ifstream lines(file);
+    for (std::string line; std::getline(lines, line);)
+        if (line.starts_with(key))
+            return std::strtol(line.c_str() + key.size(), nullptr, 10);
+    return 0;
+}
+
+template <typename Visit>
+int forEach(const fs::path& folder, Visit visit) {
+    std::error_code error;
+    int count = 0;
+    for (fs::directory_iterator entry(folder, error), end; !error && entry != end;
+         entry.increment(error), ++count)
+        visit(entry->path());
+    return count;
+}
+
+}  // namespace
+
+ProcessFacts processFacts(pid_t process) {
+    const fs::path folder = fs::path("/proc") / std::to_string(process);
+    ProcessFacts facts;
+    facts.threads = forEach(folder / "task", [&](const fs::path& thread) {
+        facts.wakeUps += valueOf(thread / "status", "voluntary_ctxt_switches:");
+        double nanoseconds = 0;
+        std::ifstream(thread / "schedstat") >> nanoseconds;
+        facts.processorSeconds += nanoseconds / 1e9;
+    });
+    facts.memory = valueOf(folder / "smaps_rollup", "Pss:");
+    facts.descriptors = forEach(folder / "fd", [](const fs::path&) {});
+    return facts;
+}
+
+}  // namespace nulo

@@ -1,0 +1,19 @@
+#pragma once
+
+#include <sys/types.h>
+
+namespace nulo {
+
+/// What a running process has used up to now, and what it holds, all its threads together.
+struct ProcessFacts {
+    long wakeUps = 0;  // times that a thread went to sleep by itself, and so woke
+    double processorSeconds = 0;
+    long memory = 0;  // KB, its share of what is shared counted in (PSS)
+    int descriptors = 0;
+    int threads = 0;
+};
+
+/// All 0 for a process that is gone.
+ProcessFacts processFacts(pid_t process);
+
+}  // namespace nulo

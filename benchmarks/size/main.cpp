@@ -1,0 +1,34 @@
+// What Nulo takes on a disk, and how many libraries it brings into memory.
+
+#include <algorithm>
+#include <filesystem>
+#include <string>
+
+#include "common/Report.h"
+#include "support/ChildProcess.h"
+#include "support/TemporaryFolder.h"
+
+namespace nulo {
+namespace {
+
+void run() {
+    const TemporaryFolder folder;
+    const std::string destination = (folder / "root").string();
+    outputOf({"cmake", "--install", NULO_BINARY_FOLDER "/..", "--strip", "--prefix", destination});
+    double bytes = 0;
+    for (const auto& entry : std::filesystem::recursive_directory_iterator(destination))
+        if (entry.is_regular_file())
+            bytes += static_cast<double>(entry.file_size());
+    report({.figure = "installed size", .unit = "MB", .ours = bytes / 1e6});
+    const std::string libraries = outputOf({"ldd", destination + "/bin/nulo"});
+    report({.figure = "libraries loaded",
+            .unit = "",
+            .ours = static_cast<double>(std::count(libraries.begin(), libraries.end(), '\n'))});
+}
+
+}  // namespace
+}  // namespace nulo
+
+int main() {
+    return nulo::runBench("bench-size", nulo::run);
+}

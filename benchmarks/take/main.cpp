@@ -1,0 +1,96 @@
+// Whether a long take costs more than a short one: ten minutes beside ten seconds, spoken as fast
+// as the recorder takes it.
+
+#include <QCoreApplication>
+#include <cmath>
+#include <fstream>
+#include <thread>
+
+#include "audio/AudioRecorder.h"
+#include "common/ProcessFacts.h"
+#include "common/Report.h"
+#include "fakes/FakeMicrophone.h"
+#include "platform/Backends.h"
+#include "support/TemporaryFolder.h"
+
+namespace nulo {
+namespace {
+
+constexpr int rate = 48000;
+constexpr std::size_t bufferLength = 1024;
+
+/// The kernel's mark of the greatest memory, which a write to clear_refs sets back.
+double peakMegabytes() {
+    std::ifstream status("/proc/self/status");
+    for (std::string line; std::getline(status, line);)
+        if (line.starts_with("VmHWM:"))
+            return std::strtod(line.c_str() + 6, nullptr) / 1024;
+    return 0;
+}
+
+struct Take {
+    double memory;        // MB, at its peak
+    double longestBlock;  // ms, of the main thread
+};
+
+Take record(int seconds) {
+    std::ofstream("/proc/self/clear_refs") << "5";
+    const TemporaryFolder folder;
+    const std::unique_ptr<MainQueue> queue = makeQtMainQueue();
+    FakeMicrophone microphone;
+    AudioRecorder recorder(
+        microphone, makeLibavAacWriter, *queue, systemClock(), [](std::string_view) {},
+        folder.path());
+    Take take{};
+    const auto timed = [&](auto work) {
+        const auto start = BenchClock::now();
+        work();
+        take.longestBlock = std::max(take.longestBlock, milliseconds(BenchClock::now() - start));
+    };
+    const auto runMain = [&] { timed([] { QCoreApplication::processEvents(); }); };
+    recorder.startRecording();
+    while (!microphone.isRunning())
+        runMain();
+
+    std::vector<float> frames(bufferLength);
+    for (int buffer = 0; buffer < seconds * rate / static_cast<int>(bufferLength); ++buffer) {
+        for (std::size_t i = 0; i < frames.size(); ++i)
+            frames[i] =
+                static_cast<float>(0.3 * std::sin(static_cast<double>(buffer * bufferLength + i) *
+                                                  0.05 * (1 + 0.1 * (buffer % 50))));
+        std::thread([&] { microphone.capture(frames); }).join();
+        runMain();
+    }
+    timed([&] { recorder.stopRecording(); });
+    take.memory = peakMegabytes();
+    return take;
+}
+
+void run() {
+    record(10);  // what the encoder loads once is nobody's growth
+    const Take brief = record(10);
+    const Take longest = record(600);
+    report({.figure = "a 10-minute take: peak memory",
+            .unit = "MB",
+            .ours = longest.memory,
+            .reference = brief.memory,
+            .referenceName = "a 10-second take",
+            // The file's index grows, by some bytes a packet.
+            .bound = 1.1});
+    report({.figure = "a 10-minute take: longest block of the main thread",
+            .unit = "ms",
+            .ours = longest.longestBlock,
+            .bound = 5});
+    report({.figure = "a 10-second take: longest block of the main thread",
+            .unit = "ms",
+            .ours = brief.longestBlock,
+            .bound = 5});
+}
+
+}  // namespace
+}  // namespace nulo
+
+int main(int argc, char** argv) {
+    const QCoreApplication application(argc, argv);
+    return nulo::runBench("bench-take", nulo::run);
+}
