@@ -135,7 +135,7 @@ std::string outcomeIn(const std::string& line) {
     if (line.find("copied:") != std::string::npos || line.find("raw text copied") != line.npos)
         return "text pasted";
     const std::size_t failed = line.find("failed");
-    if (failed != std::string::npos && line.find("[DEBUG]") == std::string::npos)
+    if (failed != std::string::npos && !line.starts_with("["))
         return line.substr(0, 72);
     if (line.find("empty text") != std::string::npos)
         return "nothing pasted: empty text";

@@ -1,4 +1,5 @@
 #include <algorithm>
+#include <atomic>
 #include <random>
 #include <set>
 #include <sstream>
@@ -166,6 +167,40 @@ TEST(X11EventTap, agreesWithAModelOnRandomKeys) {
         ASSERT_EQ(desktop.takeCalls(model.calls.size()), model.calls)
             << events << ", seed " << seed;
     }
+}
+
+// Keys that wait for a busy main thread, come in another order, or stay down: fast typing with
+// chords in it, while main is blocked again and again for half a second.
+TEST(X11EventTap, keepsUpWithFastKeysWhileMainIsBlocked) {
+    std::mt19937 random(20261122);
+    KeyDesktop desktop;
+    desktop.keyboard->pace = std::chrono::milliseconds(10);
+    KeyLoggingWindow window;
+    ASSERT_TRUE(desktop.isTapped(window));
+    std::string calls;
+    std::atomic<bool> isTyping = true;
+    std::thread user([&] {
+        for (int i = 0; i < 20; ++i) {
+            const std::string events = randomEvents(random);
+            Model model;
+            for (const char event : events)
+                model.play(event);
+            desktop.play(events);
+            const std::string seen = desktop.typed(window);
+            EXPECT_TRUE(isAsExpected(seen, model.seen)) << seen << "\n"
+                                                        << model.seen << "\n"
+                                                        << events;
+            calls += model.calls;
+        }
+        isTyping = false;
+    });
+    std::mt19937 pauses(1);
+    while (isTyping) {
+        desktop.queue.runPending();
+        std::this_thread::sleep_for(std::chrono::milliseconds(pauses() % 3 == 0 ? 500 : 50));
+    }
+    user.join();
+    EXPECT_EQ(desktop.takeCalls(calls.size()), calls);
 }
 
 // Spaces typed into the document by the chord that is held, or still half held.
