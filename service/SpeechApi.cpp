@@ -175,15 +175,15 @@ void SpeechApi::attachTo(httplib::Server& server) {
     });
     server.Get("/api/version",
                [this](const Request& request, Response& response) { version(request, response); });
-    for (const char* pattern : {"/update\\.sh", "/updates/.*"})
-        server.Get(pattern, [this](const Request& request, Response& response) {
-            update(request, response);
-        });
     server.Get("/healthz",
                [](const Request&, Response& response) { response.set_content("ok\n", plainText); });
     server.Get("/metrics", [this](const Request&, Response& response) {
         response.set_content(onMetrics(), "text/plain; version=0.0.4");
     });
+    for (const char* pattern : {"/update\\.sh", "/updates/.*"})
+        server.Get(pattern, [this](const Request& request, Response& response) {
+            update(request, response);
+        });
     server.Post("/api/transcribe",
                 [this](const Request& request, Response& response, const ContentReader& content) {
                     transcribe(request, response, content);
@@ -204,7 +204,7 @@ std::optional<Failure> SpeechApi::refusal(const httplib::Request& request) const
     if (!endpoint)
         return Failure{404,
                        "There is nothing here. The endpoints are /api/transcribe, /api/chat, "
-                       "/api/version, /update.sh, /updates/NAME, /healthz and /metrics.\n"};
+                       "/api/version, /healthz, /metrics, /update.sh and /updates/NAME.\n"};
     if (!allows(*endpoint, request.method))
         return Failure{405, "Use " + std::string(endpoint->methods) + " here.\n"};
     if (endpoint->access == Access::withToken)
@@ -282,6 +282,7 @@ void SpeechApi::streamCleanup(CleanupRequest request, httplib::Response& respons
     if (!text)
         return answer(response, text.error());
     response.status = 200;
+    response.set_header("X-Accel-Buffering", "no");  // proxies that collect answers leave it alone
     response.set_chunked_content_provider(
         "text/event-stream",
         [stream = std::move(text).value()](std::size_t, httplib::DataSink& sink) {
