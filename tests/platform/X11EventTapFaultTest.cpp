@@ -111,6 +111,10 @@ TEST(X11EventTapFault, comesBackAfterItsConnectionIsKilled) {
     ASSERT_TRUE(KeyDesktop::isTapped(window));
     keyboard.press(Keyboard::altLeft);
     keyboard.press(Keyboard::space);
+    ASSERT_TRUE(waitUntil([&] {
+        queue.runPending();
+        return calls == "+";
+    }));
     for (const int socket : openSockets())
         if (!others.contains(socket))
             shutdown(socket, SHUT_RDWR);
