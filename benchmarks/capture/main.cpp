@@ -7,7 +7,7 @@
 #include <QCoreApplication>
 #include <atomic>
 #include <functional>
-#include <mutex>
+#include <random>
 #include <thread>
 #include <vector>
 
@@ -185,7 +185,11 @@ void dictate(Series& series, WatchedMicrophone& microphone, Moment& started, Mom
     BareClient bare;
     if (!waitUntil([&] { return target.isGrabbed(Key::altLeft); }))
         throw std::runtime_error("the key tap does not follow the window");
+    std::minstd_rand random(1);
+    // The server works in periods; both meet it anywhere in one, and long after the last stream.
+    const auto rest = [&] { std::this_thread::sleep_for(100ms + random() % 50 * 1ms); };
     for (int i = 0; i < takes; ++i) {
+        rest();
         microphone.firstSamples.clear();
         started.clear();
         closed.clear();
@@ -199,6 +203,7 @@ void dictate(Series& series, WatchedMicrophone& microphone, Moment& started, Mom
         series.closed.add(milliseconds(closed.wait() - released));
         target.release(Key::altLeft);
         target.waitForRelease(Key::altLeft);
+        rest();
         series.bareFirst.add(milliseconds(bare.firstSamples()));
         series.closeAlone.add(milliseconds(closeAlone(microphone.samples, folder / "take.m4a")));
     }

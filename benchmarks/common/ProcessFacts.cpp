@@ -1,5 +1,6 @@
 #include "common/ProcessFacts.h"
 
+#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <string>
@@ -39,6 +40,7 @@ ProcessFacts processFacts(pid_t process) {
         facts.processorSeconds += nanoseconds / 1e9;
     });
     facts.memory = valueOf(folder / "smaps_rollup", "Pss:");
+    facts.residentMemory = valueOf(folder / "smaps_rollup", "Rss:");
     facts.descriptors = forEach(folder / "fd", [](const fs::path&) {});
     return facts;
 }

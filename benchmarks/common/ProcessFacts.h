@@ -8,7 +8,8 @@ namespace nulo {
 struct ProcessFacts {
     long wakeUps = 0;  // times that a thread went to sleep by itself, and so woke
     double processorSeconds = 0;
-    long memory = 0;  // KB, its share of what is shared counted in (PSS)
+    long memory = 0;          // KB, its share of what is shared counted in (PSS)
+    long residentMemory = 0;  // KB, what is shared counted whole (RSS)
     int descriptors = 0;
     int threads = 0;
 };

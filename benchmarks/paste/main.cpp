@@ -66,7 +66,7 @@ void run() {
         for (int j = 0; j < 20; ++j)
             roundTrips.add(milliseconds(target.roundTrip()));
     }
-    report({.figure = "last token → Ctrl+V in the window, less 0.5 s by design",
+    report({.figure = "last token → Ctrl+V seen, less the designed 0.5 s",
             .unit = "ms",
             .referenceName = "a question to the X server and its answer",
             .compare = Row::Compare::difference},

@@ -71,13 +71,13 @@ void printTable(const std::vector<ordered_json>& rows) {
     const auto line = [](const std::string& figure, const std::string& ours,
                          const std::string& reference, const std::string& ratio,
                          const std::string& bound) {
-        std::printf("| %s| %s| %s| %s| %s|\n", padded(figure, 54).c_str(), padded(ours, 19).c_str(),
-                    padded(reference, 19).c_str(), padded(ratio, 12).c_str(),
-                    padded(bound, 21).c_str());
+        std::printf("| %s| %s| %s| %s| %s|\n", padded(figure, 55).c_str(), padded(ours, 20).c_str(),
+                    padded(reference, 20).c_str(), padded(ratio, 12).c_str(),
+                    padded(bound, 22).c_str());
     };
     line("figure", "ours", "reference", "compared", "to reach");
-    line(std::string(53, '-'), std::string(18, '-'), std::string(18, '-'), std::string(11, '-'),
-         std::string(20, '-'));
+    line(std::string(54, '-'), std::string(19, '-'), std::string(19, '-'), std::string(11, '-'),
+         std::string(21, '-'));
     for (const ordered_json& row : rows) {
         const std::string unit = " " + row["unit"].get<std::string>();
         std::string ratio = "";
