@@ -32,6 +32,9 @@ function(nulo_library name)
   set_target_properties(${name} PROPERTIES LINKER_LANGUAGE CXX)
 endfunction()
 
+# What the sanitizers build: the tests of parts, without those of the whole program.
+add_custom_target(nulo_part_tests)
+
 # nulo_test(<name> <label> <link library>...): a GoogleTest program of the .cpp files in this folder,
 # registered with CTest as one case a test.
 function(nulo_test name label)
@@ -41,6 +44,9 @@ function(nulo_test name label)
   endif()
   add_executable(${name} ${sources})
   target_link_libraries(${name} PRIVATE ${ARGN} nulo_test_support GTest::gmock GTest::gtest_main)
+  if(NOT label STREQUAL "desktop")
+    add_dependencies(nulo_part_tests ${name})
+  endif()
   gtest_discover_tests(${name} DISCOVERY_MODE PRE_TEST
     PROPERTIES LABELS ${label} TIMEOUT 120)
 endfunction()
