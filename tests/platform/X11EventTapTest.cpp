@@ -105,12 +105,16 @@ class Model {
     std::string m_heldBack;
 };
 
-/// Whether a program saw what it should have. Hidden keys let go at the very moment when others are
-/// let through may show as releases without a press, which no program minds.
-bool isAsExpected(const std::string& seen, const std::string& expected) {
+enum class Match { exact, strayRelease, none };
+
+/// What a program saw beside what it should have seen. A hidden key let go at the very moment when
+/// others are let through may show as a release without a press, which no program minds; it must
+/// stay as rare as that moment, so it is told from an exact match.
+Match compare(const std::string& seen, const std::string& expected) {
     std::istringstream keys(seen);
     std::istringstream expectedKeys(expected);
     std::set<std::string> down;
+    Match match = Match::exact;
     std::string next;
     expectedKeys >> next;
     for (std::string key; keys >> key;) {
@@ -118,13 +122,19 @@ bool isAsExpected(const std::string& seen, const std::string& expected) {
         if (key == next) {
             next.clear();
             expectedKeys >> next;
-        } else if (!isStray) {
-            return false;
+        } else if (isStray) {
+            match = Match::strayRelease;
+        } else {
+            return Match::none;
         }
         key[0] == '+' ? void(down.insert(key.substr(1))) : void(down.erase(key.substr(1)));
     }
-    return next.empty();
+    return next.empty() ? match : Match::none;
 }
+
+/// Of the sequences of one test. On a machine with twice as much to do as it can, it was fewer than
+/// one in 5,000.
+constexpr int mostStrayReleases = 1;
 
 std::string randomEvents(std::mt19937& random) {
     std::string down;
@@ -153,6 +163,7 @@ TEST(X11EventTap, agreesWithAModelOnRandomKeys) {
     KeyDesktop desktop;
     KeyLoggingWindow window;
     ASSERT_TRUE(desktop.isTapped(window));
+    int strayReleases = 0;
     for (int i = 0; i < 200; ++i) {
         const std::string events = randomEvents(random);
         Model model;
@@ -160,13 +171,15 @@ TEST(X11EventTap, agreesWithAModelOnRandomKeys) {
             model.play(event);
         desktop.play(events);
         const std::string seen = desktop.typed(window);
-        ASSERT_TRUE(isAsExpected(seen, model.seen))
-            << seen << "\n"
-            << model.seen << "\n"
-            << events << ", the " << i << "th of seed " << seed;
+        const Match match = compare(seen, model.seen);
+        ASSERT_NE(match, Match::none) << seen << "\n"
+                                      << model.seen << "\n"
+                                      << events << ", the " << i << "th of seed " << seed;
         ASSERT_EQ(desktop.takeCalls(model.calls.size()), model.calls)
             << events << ", seed " << seed;
+        strayReleases += match == Match::strayRelease;
     }
+    EXPECT_LE(strayReleases, mostStrayReleases);
 }
 
 // Keys that wait for a busy main thread, come in another order, or stay down: fast typing with
@@ -187,9 +200,9 @@ TEST(X11EventTap, keepsUpWithFastKeysWhileMainIsBlocked) {
                 model.play(event);
             desktop.play(events);
             const std::string seen = desktop.typed(window);
-            EXPECT_TRUE(isAsExpected(seen, model.seen)) << seen << "\n"
-                                                        << model.seen << "\n"
-                                                        << events;
+            EXPECT_EQ(compare(seen, model.seen), Match::exact) << seen << "\n"
+                                                               << model.seen << "\n"
+                                                               << events;
             calls += model.calls;
         }
         isTyping = false;
