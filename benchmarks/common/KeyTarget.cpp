@@ -8,20 +8,9 @@
 #include <string>
 
 #include "support/WaitUntil.h"
+#include "support/XcbReply.h"
 
 namespace nulo {
-namespace {
-
-template <typename T>
-using Memory = std::unique_ptr<T, decltype(&std::free)>;
-
-template <typename T>
-Memory<T> owned(T* memory) {
-    return {memory, std::free};
-}
-
-}  // namespace
-
 KeyTarget::KeyTarget()
     : m_fingers(xcb_connect(nullptr, nullptr), xcb_disconnect),
       m_connection(xcb_connect(nullptr, nullptr), xcb_disconnect) {

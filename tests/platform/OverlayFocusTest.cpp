@@ -12,18 +12,11 @@
 #include "fakes/FakeMainQueue.h"
 #include "support/TestXServer.h"
 #include "support/WaitUntil.h"
+#include "support/XcbReply.h"
 #include "ui/WaveformWindow.h"
 
 namespace nulo {
 namespace {
-
-template <typename T>
-using Reply = std::unique_ptr<T, decltype(&std::free)>;
-
-template <typename T>
-Reply<T> owned(T* reply) {
-    return {reply, &std::free};
-}
 
 /// A private X server with a window manager, and another program's window that has the focus.
 class OverlayFocusTest : public testing::Test {

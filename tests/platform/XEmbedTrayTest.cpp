@@ -12,20 +12,13 @@
 #include "platform/TrayDesktop.h"
 #include "support/TestXServer.h"
 #include "support/TrayPanel.h"
+#include "support/XcbReply.h"
 #include "ui/StatusIcons.h"
 #include "ui/TrayItem.h"
 #include "ui/XEmbedTrayIcon.h"
 
 namespace nulo {
 namespace {
-
-template <typename T>
-using Reply = std::unique_ptr<T, decltype(&std::free)>;
-
-template <typename T>
-Reply<T> owned(T* reply) {
-    return {reply, &std::free};
-}
 
 /// A desktop whose tray knows XEmbed only, and a bus on which a panel may appear.
 class XEmbedTrayTest : public testing::Test {

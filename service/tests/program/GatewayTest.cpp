@@ -4,6 +4,7 @@
 #include <future>
 #include <mutex>
 #include <nlohmann/json.hpp>
+#include <optional>
 
 #include "Form.h"
 #include "service/GatewayCleanup.h"
@@ -125,6 +126,28 @@ class GatewayTest : public testing::Test {
     }
     httplib::Result chat(const std::string& body = question()) const {
         return checked(nulo().Post("/api/chat", body, "application/json"));
+    }
+    /// A socket on which a chat was asked, for clients that do not behave; -1 when that failed.
+    int askChatOnSocket(std::optional<int> receiveBuffer = std::nullopt) const {
+        const int socket = ::socket(AF_INET, SOCK_STREAM, 0);
+        if (receiveBuffer)
+            setsockopt(socket, SOL_SOCKET, SO_RCVBUF, &*receiveBuffer, sizeof *receiveBuffer);
+        sockaddr_in address{};
+        address.sin_family = AF_INET;
+        address.sin_port = htons(static_cast<std::uint16_t>(port));
+        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        const std::string body = question();
+        const std::string request =
+            "POST /api/chat HTTP/1.1\r\nHost: localhost\r\nContent-Type: application/json\r\n"
+            "Content-Length: " +
+            std::to_string(body.size()) + "\r\n\r\n" + body;
+        const bool sent =
+            connect(socket, reinterpret_cast<sockaddr*>(&address), sizeof address) == 0 &&
+            send(socket, request.data(), request.size(), 0) == ssize_t(request.size());
+        if (sent)
+            return socket;
+        close(socket);
+        return -1;
     }
     /// What a client gets of a chat, also when it is cut short.
     std::pair<std::string, bool> chatSoFar() const {
@@ -432,18 +455,8 @@ TEST_F(GatewayTest, cancelsTheProviderWhenTheClientLeaves) {
             cancelled = true;
             connection.close();
         });
-        const int socket = ::socket(AF_INET, SOCK_STREAM, 0);
-        sockaddr_in address{};
-        address.sin_family = AF_INET;
-        address.sin_port = htons(static_cast<std::uint16_t>(port));
-        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-        ASSERT_EQ(connect(socket, reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
-        const std::string body = question();
-        const std::string request =
-            "POST /api/chat HTTP/1.1\r\nHost: localhost\r\nContent-Type: application/json\r\n"
-            "Content-Length: " +
-            std::to_string(body.size()) + "\r\n\r\n" + body;
-        ASSERT_EQ(send(socket, request.data(), request.size(), 0), ssize_t(request.size()));
+        const int socket = askChatOnSocket();
+        ASSERT_GE(socket, 0);
         ASSERT_TRUE(waitUntil([&] { return asked.load(); }));
         EXPECT_FALSE(cancelled);
         close(socket);
@@ -486,20 +499,9 @@ TEST_F(ImpatientGatewayTest, doesNotWaitForEverForAProviderOrAReader) {
         cancelled = true;
         connection.close();
     });
-    const int socket = ::socket(AF_INET, SOCK_STREAM, 0);
-    const int small = 4096;
-    setsockopt(socket, SOL_SOCKET, SO_RCVBUF, &small, sizeof small);
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_port = htons(static_cast<std::uint16_t>(port));
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    ASSERT_EQ(connect(socket, reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
-    const std::string body = question();
-    const std::string request =
-        "POST /api/chat HTTP/1.1\r\nHost: localhost\r\nContent-Type: application/json\r\n"
-        "Content-Length: " +
-        std::to_string(body.size()) + "\r\n\r\n" + body;
-    ASSERT_EQ(send(socket, request.data(), request.size(), 0), ssize_t(request.size()));
+    constexpr int smallBuffer = 4096;
+    const int socket = askChatOnSocket(smallBuffer);
+    ASSERT_GE(socket, 0);
     EXPECT_TRUE(waitUntil([&] { return cancelled.load(); }));
     close(socket);
 }
