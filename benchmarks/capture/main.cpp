@@ -14,6 +14,7 @@
 #include "audio/AudioRecorder.h"
 #include "common/KeyTarget.h"
 #include "common/Report.h"
+#include "encoder/LibavAacWriter.h"
 #include "hotkey/GlobalKeyMonitor.h"
 #include "platform/Backends.h"
 #include "platform/InjectionGate.h"
@@ -218,7 +219,7 @@ void run() {
     const std::unique_ptr<MainQueue> queue = makeQtMainQueue();
     const auto silent = [](std::string_view) {};
     WatchedMicrophone microphone(makePulseMicrophone(*queue, silent));
-    AudioRecorder recorder(microphone, makeLibavAacWriter, *queue, systemClock(), silent,
+    AudioRecorder recorder(microphone, makeAacFileWriter, *queue, systemClock(), silent,
                            folder.path());
     InjectionGate gate;
     const std::unique_ptr<EventTapSource> tap = makeX11EventTapSource(gate, silent);

@@ -20,10 +20,14 @@ void run() {
         if (entry.is_regular_file())
             bytes += static_cast<double>(entry.file_size());
     report({.figure = "installed size", .unit = "MB", .ours = bytes / 1e6});
-    const std::string libraries = outputOf({"ldd", destination + "/bin/nulo"});
-    report({.figure = "libraries loaded",
+    const auto librariesOf = [&](const std::string& program) {
+        const std::string libraries = outputOf({"ldd", destination + program});
+        return static_cast<double>(std::count(libraries.begin(), libraries.end(), '\n'));
+    };
+    report({.figure = "libraries loaded", .unit = "", .ours = librariesOf("/bin/nulo")});
+    report({.figure = "libraries loaded by the encoder, during a take",
             .unit = "",
-            .ours = static_cast<double>(std::count(libraries.begin(), libraries.end(), '\n'))});
+            .ours = librariesOf("/libexec/nulo-encoder")});
 }
 
 }  // namespace

@@ -1,7 +1,10 @@
 // Whether a long take costs more than a short one: ten minutes beside ten seconds, spoken as fast
 // as the recorder takes it.
 
+#include <sys/resource.h>
+
 #include <QCoreApplication>
+#include <chrono>
 #include <cmath>
 #include <fstream>
 #include <thread>
@@ -19,17 +22,22 @@ namespace {
 constexpr int rate = 48000;
 constexpr std::size_t bufferLength = 1024;
 
-/// The kernel's mark of the greatest memory, which a write to clear_refs sets back.
+/// The kernel's mark of this process's greatest memory, which a write to clear_refs sets back, and
+/// that of the largest encoder up to now.
 double peakMegabytes() {
+    double own = 0;
     std::ifstream status("/proc/self/status");
     for (std::string line; std::getline(status, line);)
         if (line.starts_with("VmHWM:"))
-            return std::strtod(line.c_str() + 6, nullptr) / 1024;
-    return 0;
+            own = std::strtod(line.c_str() + 6, nullptr);
+    std::this_thread::sleep_for(std::chrono::milliseconds(200));  // the encoder is collected
+    rusage encoders{};
+    getrusage(RUSAGE_CHILDREN, &encoders);
+    return (own + static_cast<double>(encoders.ru_maxrss)) / 1024;
 }
 
 struct Take {
-    double memory;        // MB, at its peak
+    double memory;        // MB, at its peak, with the encoder
     double longestBlock;  // ms, of the main thread
 };
 
@@ -39,7 +47,7 @@ Take record(int seconds) {
     const std::unique_ptr<MainQueue> queue = makeQtMainQueue();
     FakeMicrophone microphone;
     AudioRecorder recorder(
-        microphone, makeLibavAacWriter, *queue, systemClock(), [](std::string_view) {},
+        microphone, makeAacFileWriter, *queue, systemClock(), [](std::string_view) {},
         folder.path());
     Take take{};
     const auto timed = [&](auto work) {

@@ -92,7 +92,7 @@ int run(int argc, char** argv) {
          .defaultBaseURL = build::baseURL(),
          .version = build::version(),
          .microphone = *microphone,
-         .makeAudioFileWriter = makeLibavAacWriter,
+         .makeAudioFileWriter = makeAacFileWriter,
          .eventTapSource = *eventTapSource,
          .permissionIsTheUsersToGive = keyTap.backend == KeyTapChoice::Backend::unavailable,
          .pasteboard = *pasteboard,

@@ -40,8 +40,11 @@ std::unique_ptr<Microphone> makePulseMicrophone(MainQueue& mainQueue, Print prin
 /// For machines without a sound server.
 std::unique_ptr<Microphone> makeAlsaMicrophone(MainQueue& mainQueue, Print print);
 
-Result<std::unique_ptr<AudioFileWriter>> makeLibavAacWriter(const std::filesystem::path& path,
-                                                            const AudioFileSettings& settings);
+/// Each file is encoded by a process of its own, ../libexec/nulo-encoder beside this program, which
+/// starts with the first frames. A full disk and the like show in close(), which waits 10 s for the
+/// process at most; a writer that is dropped unclosed leaves what was written so far.
+Result<std::unique_ptr<AudioFileWriter>> makeAacFileWriter(const std::filesystem::path& path,
+                                                           const AudioFileSettings& settings);
 
 /// Frozen-grab tap on the X server named by $DISPLAY. `gate` outlives it.
 std::unique_ptr<EventTapSource> makeX11EventTapSource(InjectionGate& gate, Print print);

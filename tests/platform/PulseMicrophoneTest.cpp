@@ -48,7 +48,7 @@ class PulseMicrophoneTest : public testing::Test {
 
     /// Starts a take of a recorder on this microphone and waits for its first sound.
     void startTake() {
-        recorder.emplace(*microphone, makeLibavAacWriter, queue, clock, printed.print(),
+        recorder.emplace(*microphone, makeAacFileWriter, queue, clock, printed.print(),
                          folder.path());
         levelSubscription = recorder->audioLevels().subscribe([this](const auto& levels) {
             soundHeard = soundHeard || (!levels.empty() && levels.back() > 0);
@@ -208,7 +208,7 @@ TEST_F(PulseMicrophoneTest, doesNotWaitForAHungServer) {
     ASSERT_TRUE(waitForSampleRate(48000));
 
     server.freeze();
-    recorder.emplace(*microphone, makeLibavAacWriter, queue, clock, printed.print(), folder.path());
+    recorder.emplace(*microphone, makeAacFileWriter, queue, clock, printed.print(), folder.path());
     recorder->startRecording();
     queue.runPending();
     EXPECT_TRUE(waitForLine("The sound server does not answer"));

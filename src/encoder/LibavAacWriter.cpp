@@ -1,15 +1,11 @@
-#include <fcntl.h>
-#include <sys/stat.h>
-#include <unistd.h>
+#include "encoder/LibavAacWriter.h"
 
 #include <algorithm>
-#include <cerrno>
 #include <cmath>
+#include <cstdint>
 #include <optional>
 #include <string>
-#include <system_error>
-
-#include "platform/Backends.h"
+#include <utility>
 
 extern "C" {
 #include <libavcodec/avcodec.h>
@@ -24,20 +20,6 @@ Error libavError(const std::string& what, int code) {
     char reason[AV_ERROR_MAX_STRING_SIZE] = {};
     av_strerror(code, reason, sizeof reason);
     return {what + ": " + reason};
-}
-
-/// An empty file that is its owner's alone. One that is there is replaced rather than reopened: who
-/// still reads the old take keeps it, and its mode and links do not carry over.
-Outcome createPrivateFile(const std::filesystem::path& path) {
-    std::error_code ignored;
-    std::filesystem::remove(path, ignored);
-    const int descriptor =
-        open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600);
-    if (descriptor < 0)
-        return Error{"cannot create " + path.string() + ": " +
-                     std::generic_category().message(errno)};
-    close(descriptor);
-    return Success{};
 }
 
 class LibavAacWriter final : public AudioFileWriter {
@@ -55,7 +37,7 @@ class LibavAacWriter final : public AudioFileWriter {
         Outcome opened = openEncoder(rate, settings);
         if (opened)
             opened = openContainer(rate);
-        return opened ? opened : abandon(opened.error());
+        return opened;
     }
 
     Outcome write(std::span<const float> frames) override {
@@ -80,14 +62,12 @@ class LibavAacWriter final : public AudioFileWriter {
 
     Outcome close() override {
         if (m_failure)
-            return abandon(*m_failure);
+            return *m_failure;
         if (!m_container)
             return Error{"the file is closed already"};
         const int code = finish();
-        if (code < 0)
-            return abandon(libavError("the file cannot be completed", code));
         release();
-        return Success{};
+        return code < 0 ? Outcome(libavError("the file cannot be completed", code)) : Success{};
     }
 
   private:
@@ -121,8 +101,6 @@ class LibavAacWriter final : public AudioFileWriter {
     }
 
     Outcome openContainer(int rate) {
-        if (Outcome created = createPrivateFile(m_path); !created)
-            return created;
         // "file:" keeps a colon in the path from being read as a protocol's name.
         const std::string url = "file:" + m_path.string();
         int code = avformat_alloc_output_context2(&m_container, nullptr, "ipod", url.c_str());
@@ -202,15 +180,6 @@ class LibavAacWriter final : public AudioFileWriter {
     Error remember(const std::string& what, int code) {
         m_failure = libavError(what, code);
         return *m_failure;
-    }
-
-    Error abandon(Error error) {
-        const bool created = m_container != nullptr;
-        release();
-        std::error_code ignored;
-        if (created)
-            std::filesystem::remove(m_path, ignored);
-        return error;
     }
 
     void release() {

@@ -2,6 +2,7 @@
 #include <signal.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
 
 #include <cmath>
 #include <fstream>
@@ -11,6 +12,7 @@
 #include "platform/Backends.h"
 #include "platform/DecodedAudio.h"
 #include "support/TemporaryFolder.h"
+#include "support/WaitUntil.h"
 
 namespace nulo {
 namespace {
@@ -26,13 +28,13 @@ std::vector<float> tone(int frames, double rate) {
 
 std::unique_ptr<AudioFileWriter> makeWriter(const std::filesystem::path& path,
                                             double rate = 48000) {
-    auto writer = makeLibavAacWriter(path, {.sampleRate = rate, .channels = 1, .bitRate = 64000});
+    auto writer = makeAacFileWriter(path, {.sampleRate = rate, .channels = 1, .bitRate = 64000});
     EXPECT_TRUE(writer) << (writer ? "" : writer.error().description);
     return writer ? std::move(writer).value() : nullptr;
 }
 
 // Buffers that are no multiple of the encoder's frame, a lost tail, a rounded duration.
-TEST(LibavAacWriter, keepsEverySampleOfBuffersOfAnyLength) {
+TEST(AacFileWriter, keepsEverySampleOfBuffersOfAnyLength) {
     const TemporaryFolder folder;
     for (const double rate : {16000.0, 44100.0, 48000.0, 96000.0}) {
         const std::filesystem::path path =
@@ -60,7 +62,7 @@ TEST(LibavAacWriter, keepsEverySampleOfBuffersOfAnyLength) {
     }
 }
 
-TEST(LibavAacWriter, putsTheIndexFirstForReadersOfAPipe) {
+TEST(AacFileWriter, putsTheIndexFirstForReadersOfAPipe) {
     const TemporaryFolder folder;
     const auto writer = makeWriter(folder / "take.m4a");
     ASSERT_TRUE(writer->write(tone(48000, 48000)));
@@ -70,14 +72,14 @@ TEST(LibavAacWriter, putsTheIndexFirstForReadersOfAPipe) {
     EXPECT_LT(bytes.find("moov"), bytes.find("mdat"));
 }
 
-TEST(LibavAacWriter, makesAPlayableFileOfATakeWithoutSound) {
+TEST(AacFileWriter, makesAPlayableFileOfATakeWithoutSound) {
     const TemporaryFolder folder;
     ASSERT_TRUE(makeWriter(folder / "take.m4a")->close());
     EXPECT_EQ(decodeAudioFile(folder / "take.m4a").rootMeanSquare(), 0);
 }
 
 // One such sample makes the encoder refuse a frame and the next.
-TEST(LibavAacWriter, takesSamplesThatAreNotFiniteForSilence) {
+TEST(AacFileWriter, takesSamplesThatAreNotFiniteForSilence) {
     const TemporaryFolder folder;
     std::vector<float> samples = tone(48000, 48000);
     samples[100] = std::numeric_limits<float>::quiet_NaN();
@@ -91,7 +93,7 @@ TEST(LibavAacWriter, takesSamplesThatAreNotFiniteForSilence) {
     EXPECT_NEAR(audio.rootMeanSquare(), 0.354, 0.01);
 }
 
-TEST(LibavAacWriter, isReadableByItsOwnerOnlyAndFollowsNoLink) {
+TEST(AacFileWriter, isReadableByItsOwnerOnlyAndFollowsNoLink) {
     const TemporaryFolder folder;
     std::ofstream(folder / "precious") << "precious";
     std::filesystem::create_symlink(folder / "precious", folder / "take.m4a");
@@ -112,13 +114,13 @@ TEST(LibavAacWriter, isReadableByItsOwnerOnlyAndFollowsNoLink) {
     EXPECT_NEAR(decodeAudioFile(folder / "twice.m4a").duration, 0.5, 1e-4);
 }
 
-TEST(LibavAacWriter, refusesWhatItCannotWrite) {
+TEST(AacFileWriter, refusesWhatItCannotWrite) {
     const TemporaryFolder folder;
-    const auto missing = makeLibavAacWriter(folder / "none/take.m4a", {});
+    const auto missing = makeAacFileWriter(folder / "none/take.m4a", {});
     ASSERT_FALSE(missing);
     EXPECT_THAT(missing.error().description, HasSubstr("No such file"));
-    EXPECT_FALSE(makeLibavAacWriter(folder / "take.m4a", {.sampleRate = 47999}));
-    EXPECT_FALSE(makeLibavAacWriter(folder / "take.m4a", {.channels = 2}));
+    EXPECT_FALSE(makeAacFileWriter(folder / "take.m4a", {.sampleRate = 47999}));
+    EXPECT_FALSE(makeAacFileWriter(folder / "take.m4a", {.channels = 2}));
     EXPECT_TRUE(std::filesystem::is_empty(folder.path()));
 }
 
@@ -148,7 +150,7 @@ Outcome recordTenSeconds(const std::filesystem::path& path) {
     return writer->close();
 }
 
-TEST(LibavAacWriter, removesTheFileAndSaysSoWhenTheDiskIsFull) {
+TEST(AacFileWriter, removesTheFileAndSaysSoWhenTheDiskIsFull) {
     const TemporaryFolder folder;
     const std::filesystem::path path = folder / "take.m4a";
     ASSERT_TRUE(recordTenSeconds(path));
@@ -165,8 +167,45 @@ TEST(LibavAacWriter, removesTheFileAndSaysSoWhenTheDiskIsFull) {
         EXPECT_TRUE(std::filesystem::is_empty(folder.path()));
     }
     const FileSizeLimit full(1);
-    EXPECT_FALSE(makeLibavAacWriter(path, {}));
+    EXPECT_FALSE(recordTenSeconds(path));
     EXPECT_TRUE(std::filesystem::is_empty(folder.path()));
+}
+
+/// The encoder that this thread has started.
+pid_t encoder() {
+    std::ifstream children("/proc/thread-self/children");
+    pid_t process = 0;
+    children >> process;
+    return process;
+}
+
+TEST(AacFileWriter, saysSoWhenTheEncoderDiesAndRemovesTheFile) {
+    const TemporaryFolder folder;
+    const auto writer = makeWriter(folder / "take.m4a");
+    ASSERT_TRUE(writer->write(tone(48000, 48000)));
+    ASSERT_GT(encoder(), 0);
+    ASSERT_EQ(kill(encoder(), SIGKILL), 0);
+    const Outcome closed = writer->close();
+    ASSERT_FALSE(closed);
+    EXPECT_THAT(closed.error().description, HasSubstr("the encoder"));
+    EXPECT_TRUE(std::filesystem::is_empty(folder.path()));
+}
+
+TEST(AacFileWriter, completesTheFileWhenTheProgramIsKilled) {
+    const TemporaryFolder folder;
+    const pid_t program = fork();
+    if (program == 0) {
+        const auto writer = makeWriter(folder / "take.m4a");
+        (void)writer->write(tone(48000, 48000));
+        raise(SIGKILL);
+    }
+    waitpid(program, nullptr, 0);
+    EXPECT_TRUE(waitUntil([&] {
+        std::ifstream file(folder / "take.m4a", std::ios::binary);
+        return std::string((std::istreambuf_iterator<char>(file)), {}).find("moov") !=
+               std::string::npos;
+    }));
+    EXPECT_NEAR(decodeAudioFile(folder / "take.m4a").duration, 1, 1e-4);
 }
 
 }  // namespace

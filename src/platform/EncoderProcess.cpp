@@ -1,0 +1,236 @@
+#include <fcntl.h>
+#include <poll.h>
+#include <signal.h>
+#include <spawn.h>
+#include <sys/socket.h>
+#include <sys/time.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+#include <chrono>
+#include <cmath>
+#include <cstddef>
+#include <optional>
+#include <string>
+#include <system_error>
+#include <thread>
+#include <utility>
+
+#include "audio/AacSampleRate.h"
+#include "platform/Backends.h"
+
+namespace nulo {
+namespace {
+
+namespace fs = std::filesystem;
+
+/// For an encoder that has to be read from a slow disk first, or a disk that stands still: the
+/// sound server keeps twice as much meanwhile.
+constexpr auto longestWait = std::chrono::seconds(10);
+
+std::string reasonOf(int number) {
+    return std::generic_category().message(number);
+}
+
+/// An empty file that is its owner's alone. One that is there is replaced rather than reopened: who
+/// still reads the old take keeps it, and its mode and links do not carry over.
+Outcome createPrivateFile(const fs::path& path) {
+    std::error_code ignored;
+    fs::remove(path, ignored);
+    const int descriptor =
+        open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600);
+    if (descriptor < 0)
+        return Error{"cannot create " + path.string() + ": " + reasonOf(errno)};
+    close(descriptor);
+    return Success{};
+}
+
+/// The encoder of this version, beside this program.
+fs::path encoderProgram() {
+    std::error_code ignored;
+    return fs::read_symlink("/proc/self/exe", ignored).parent_path().parent_path() /
+           "libexec/nulo-encoder";
+}
+
+/// A running encoder and the socket to it.
+class EncoderProcess {
+  public:
+    /// The process is in a group of its own: an interrupt from the terminal is for Nulo, which
+    /// completes the take. When Nulo is killed, the encoder completes what it has.
+    static Result<EncoderProcess> start(const fs::path& program, const fs::path& file,
+                                        const AudioFileSettings& settings) {
+        std::array<int, 2> ends{};
+        if (socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends.data()) != 0)
+            return Error{"no socket for the encoder: " + reasonOf(errno)};
+        const timeval timeout{.tv_sec = longestWait.count(), .tv_usec = 0};
+        setsockopt(ends[0], SOL_SOCKET, SO_SNDTIMEO, &timeout, sizeof timeout);
+        const int asMuchAsAllowed = 1 << 20;
+        setsockopt(ends[0], SOL_SOCKET, SO_SNDBUF, &asMuchAsAllowed, sizeof asMuchAsAllowed);
+
+        std::string name = program.string();
+        std::string path = file.string();
+        std::string rate = std::to_string(std::lround(settings.sampleRate));
+        std::string bitRate = std::to_string(settings.bitRate);
+        char* const arguments[] = {name.data(), path.data(), rate.data(), bitRate.data(), nullptr};
+        posix_spawn_file_actions_t files;
+        posix_spawn_file_actions_init(&files);
+        posix_spawn_file_actions_adddup2(&files, ends[1], STDIN_FILENO);
+        posix_spawn_file_actions_addclosefrom_np(&files, STDERR_FILENO + 1);
+        posix_spawnattr_t attributes;
+        posix_spawnattr_init(&attributes);
+        posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETPGROUP | POSIX_SPAWN_SETSIGMASK);
+        sigset_t none;
+        sigemptyset(&none);
+        posix_spawnattr_setsigmask(&attributes, &none);
+        pid_t process = 0;
+        const int failure =
+            posix_spawn(&process, name.c_str(), &files, &attributes, arguments, environ);
+        posix_spawnattr_destroy(&attributes);
+        posix_spawn_file_actions_destroy(&files);
+        ::close(ends[1]);
+        if (failure != 0) {
+            ::close(ends[0]);
+            return Error{"the encoder does not start: " + reasonOf(failure)};
+        }
+        return EncoderProcess(process, ends[0]);
+    }
+
+    EncoderProcess(EncoderProcess&& other) noexcept
+        : m_process(std::exchange(other.m_process, 0)),
+          m_socket(std::exchange(other.m_socket, -1)) {}
+    EncoderProcess& operator=(EncoderProcess&&) = delete;
+    /// Ends it at once, unless it has answered.
+    ~EncoderProcess() {
+        if (m_process == 0)
+            return;
+        ::close(m_socket);
+        if (!m_hasAnswered)
+            kill(m_process, SIGKILL);
+        // Leaving its hundred libraries takes a process some milliseconds.
+        std::thread([process = m_process] {
+            while (waitpid(process, nullptr, 0) < 0 && errno == EINTR) {
+            }
+        }).detach();
+    }
+
+    Outcome send(std::span<const float> frames) {
+        for (auto rest = std::as_bytes(frames); !rest.empty();) {
+            const ssize_t count = ::send(m_socket, rest.data(), rest.size(), MSG_NOSIGNAL);
+            if (count > 0)
+                rest = rest.subspan(static_cast<std::size_t>(count));
+            else if (errno == EAGAIN)
+                return Error{"the encoder does not keep up"};
+            else if (errno != EINTR)
+                return Error{"the encoder has ended: " + reasonOf(errno)};
+        }
+        return Success{};
+    }
+
+    /// Waits until the file is complete.
+    Outcome finish() {
+        shutdown(m_socket, SHUT_WR);
+        const std::string answer = receiveAnswer();
+        m_hasAnswered = !answer.empty();
+        if (answer == "ok")
+            return Success{};
+        return Error{m_hasAnswered ? answer : "the encoder ended or hangs"};
+    }
+
+  private:
+    EncoderProcess(pid_t process, int socket) : m_process(process), m_socket(socket) {}
+
+    /// Empty when there is none.
+    std::string receiveAnswer() const {
+        const auto end = std::chrono::steady_clock::now() + longestWait;
+        std::array<char, 1024> text{};
+        for (;;) {
+            const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(
+                end - std::chrono::steady_clock::now());
+            pollfd source{m_socket, POLLIN, 0};
+            const int ready =
+                left.count() > 0 ? poll(&source, 1, static_cast<int>(left.count())) : 0;
+            if (ready < 0 && errno == EINTR)
+                continue;
+            const ssize_t count = ready > 0 ? recv(m_socket, text.data(), text.size(), 0) : 0;
+            return count > 0 ? std::string(text.data(), static_cast<std::size_t>(count)) : "";
+        }
+    }
+
+    pid_t m_process;
+    int m_socket;
+    bool m_hasAnswered = false;
+};
+
+class EncoderProcessWriter final : public AudioFileWriter {
+  public:
+    EncoderProcessWriter(fs::path program, fs::path file, const AudioFileSettings& settings)
+        : m_program(std::move(program)), m_file(std::move(file)), m_settings(settings) {}
+
+    Outcome write(std::span<const float> frames) override {
+        if (m_isClosed)
+            return Error{"the file is closed"};
+        Outcome written = ensureStarted();
+        if (written)
+            written = m_encoder->send(frames);
+        if (!written && !m_failure)
+            m_failure = written.error();
+        return written;
+    }
+
+    Outcome close() override {
+        if (std::exchange(m_isClosed, true))
+            return Error{"the file is closed already"};
+        Outcome closed = ensureStarted();
+        if (closed)
+            closed = m_encoder->finish();
+        m_encoder.reset();
+        if (!closed) {
+            std::error_code ignored;
+            fs::remove(m_file, ignored);
+        }
+        return closed;
+    }
+
+  private:
+    /// With the first frames, so that the microphone need not wait for it.
+    Outcome ensureStarted() {
+        if (m_failure)
+            return *m_failure;
+        if (m_encoder)
+            return Success{};
+        auto started = EncoderProcess::start(m_program, m_file, m_settings);
+        if (!started)
+            return started.error();
+        m_encoder.emplace(std::move(started).value());
+        return Success{};
+    }
+
+    const fs::path m_program;
+    const fs::path m_file;
+    const AudioFileSettings m_settings;
+    std::optional<EncoderProcess> m_encoder;
+    std::optional<Error> m_failure;
+    bool m_isClosed = false;
+};
+
+}  // namespace
+
+Result<std::unique_ptr<AudioFileWriter>> makeAacFileWriter(const fs::path& path,
+                                                           const AudioFileSettings& settings) {
+    if (settings.channels != 1)
+        return Error{"only mono can be encoded"};
+    if (aacSampleRate(static_cast<unsigned>(std::lround(settings.sampleRate))) !=
+        settings.sampleRate)
+        return Error{"AAC has no such sample rate: " + std::to_string(settings.sampleRate) + " Hz"};
+    const fs::path program = encoderProgram();
+    if (access(program.c_str(), X_OK) != 0)
+        return Error{"Nulo is not wholly installed: " + program.string() + ": " + reasonOf(errno)};
+    if (const Outcome created = createPrivateFile(path); !created)
+        return created.error();
+    return std::unique_ptr<AudioFileWriter>(
+        std::make_unique<EncoderProcessWriter>(program, path, settings));
+}
+
+}  // namespace nulo
