@@ -47,7 +47,6 @@ int run(int argc, char** argv) {
     QApplication::setApplicationVersion(
         QString::fromUtf8(build::version().data(), build::version().size()));
     QApplication::setDesktopFileName("org.nulo.Nulo");
-    QApplication::setWindowIcon(QIcon::fromTheme("org.nulo.Nulo"));
     QApplication::setQuitOnLastWindowClosed(false);
 
     const ClaimedInstance claimed = claimInstance(printLine);
@@ -111,6 +110,8 @@ int run(int argc, char** argv) {
                      [&delegate] { delegate.applicationWillTerminate(); });
     const auto terminationSignals = onTerminationSignal([] { QCoreApplication::quit(); });
     delegate.applicationDidFinishLaunching();
+    // Looking through the icon themes takes a fifth of the start, and no window is open yet.
+    mainQueue->async([] { QApplication::setWindowIcon(QIcon::fromTheme("org.nulo.Nulo")); });
     return QApplication::exec();
 }
 

@@ -4,7 +4,7 @@
 #include <unistd.h>
 
 #include <atomic>
-#include <condition_variable>
+#include <chrono>
 #include <mutex>
 #include <string>
 #include <thread>
@@ -18,7 +18,9 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-constexpr auto longestWaitForProbe = std::chrono::milliseconds(10);
+/// A lost connection is noticed at once; asking the server whether the grabs are there only shows
+/// what should never be, and wakes up the tap's thread and the server.
+constexpr auto probeInterval = std::chrono::minutes(1);
 constexpr auto longestProbe = std::chrono::seconds(2);
 
 /// What the source knows of its present tap.
@@ -68,22 +70,20 @@ class X11EventTap final : public EventTap {
         wake();
     }
 
+    /// Never waits: says what the tap's thread last knew, and has it ask the server now and then.
     bool isEnabled() override {
-        std::unique_lock lock(m_mutex);
+        const std::lock_guard lock(m_mutex);
         if (m_enableRequested)
             return true;
         if (!m_state->working)
             return false;
-        if (!m_probeSince) {
-            m_probeSince = Clock::now();
+        const auto now = Clock::now();
+        if (!m_probeIsWanted && now - m_probeSince > probeInterval) {
+            m_probeIsWanted = true;
+            m_probeSince = now;
             wake();
         }
-        m_probed.wait_for(lock, longestWaitForProbe, [this] { return !m_probeSince; });
-        // A busy machine may take longer than main can wait: then the last answer stands for a
-        // while.
-        if (m_probeSince && Clock::now() - *m_probeSince > longestProbe)
-            return false;
-        return m_grabsAreAlive;
+        return m_grabsAreAlive && !(m_probeIsWanted && now - m_probeSince > longestProbe);
     }
 
     void postOptionDown() override {
@@ -173,7 +173,7 @@ class X11EventTap final : public EventTap {
     void answerProbe() {
         {
             const std::lock_guard lock(m_mutex);
-            if (!m_probeSince)
+            if (!m_probeIsWanted)
                 return;
         }
         m_watchdog.beginWork();
@@ -181,8 +181,7 @@ class X11EventTap final : public EventTap {
         m_watchdog.endWork(m_session && m_session->isKeyboardHeld());
         const std::lock_guard lock(m_mutex);
         m_grabsAreAlive = alive;
-        m_probeSince.reset();
-        m_probed.notify_all();
+        m_probeIsWanted = false;
     }
 
     void waitForWork() {
@@ -210,8 +209,8 @@ class X11EventTap final : public EventTap {
     bool m_quit = false;
     bool m_enableRequested = false;
     bool m_grabsAreAlive = true;
-    std::optional<Clock::time_point> m_probeSince;  // a probe that was asked for
-    std::condition_variable m_probed;
+    bool m_probeIsWanted = false;
+    Clock::time_point m_probeSince = Clock::now();  // the last one that was asked for
 
     std::thread m_thread;
 };

@@ -46,6 +46,7 @@ XEmbedTrayIcon::XEmbedTrayIcon() {
     QObject::connect(&m_menu, &QMenu::aboutToShow, &m_menu, [this] {
         if (const auto aboutToShow = onAboutToShow)
             aboutToShow();
+        m_menu.fill(m_entries);
     });
     QObject::connect(&m_icon, &QSystemTrayIcon::activated, &m_menu,
                      [this](QSystemTrayIcon::ActivationReason reason) {
@@ -62,7 +63,9 @@ void XEmbedTrayIcon::setIcon(StatusIcon icon) {
 }
 
 void XEmbedTrayIcon::setMenu(Menu menu) {
-    m_menu.fill(menu);
+    m_entries = std::move(menu);
+    if (m_menu.isVisible())
+        m_menu.fill(m_entries);
 }
 
 bool XEmbedTrayIcon::isShown() const {

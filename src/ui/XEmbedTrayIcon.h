@@ -21,6 +21,8 @@ class XEmbedTrayIcon final : public StatusItem {
     bool isShown() const override;
 
   private:
+    /// The widget has them from its first opening on: measuring titles loads the fonts.
+    Menu m_entries;
     MenuWidget m_menu;
     QSystemTrayIcon m_icon;
 };
