@@ -38,6 +38,9 @@ ProcessFacts processFacts(pid_t process) {
         double nanoseconds = 0;
         std::ifstream(thread / "schedstat") >> nanoseconds;
         facts.processorSeconds += nanoseconds / 1e9;
+        std::ifstream children(thread / "children");
+        for (pid_t child = 0; children >> child;)
+            ++facts.children;
     });
     facts.memory = valueOf(folder / "smaps_rollup", "Pss:");
     facts.residentMemory = valueOf(folder / "smaps_rollup", "Rss:");

@@ -12,6 +12,7 @@ struct ProcessFacts {
     long residentMemory = 0;  // KB, what is shared counted whole (RSS)
     int descriptors = 0;
     int threads = 0;
+    int children = 0;  // processes that it has started and not collected
 };
 
 /// All 0 for a process that is gone.

@@ -269,6 +269,7 @@ class Soak {
         compare("memory, KB", first.memory, last.memory);
         compare("descriptors", first.descriptors, last.descriptors);
         compare("threads", first.threads, last.threads);
+        compare("processes", first.children, last.children);
     }
 
     std::atomic<int> m_fault = 0;
