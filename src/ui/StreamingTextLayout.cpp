@@ -12,6 +12,9 @@ constexpr int fontSize = 12;
 constexpr double lineSpacing = 2;
 /// A paragraph of more lines is split, so that appending to it lays only its last lines out again.
 constexpr int maxLinesOfLastPiece = 48;
+/// Laid out at once: the time that QTextLayout takes for a text without spaces grows with the
+/// square of its length, a minute and more for a million characters.
+constexpr qsizetype maxCharactersOfPiece = 4096;
 /// More than the one line that appended text can still break differently.
 constexpr int linesKeptOpen = 16;
 
@@ -82,13 +85,24 @@ void StreamingTextLayout::layOutFrom(qsizetype start, Qt::LayoutDirection direct
 
 void StreamingTextLayout::layOutParagraph(qsizetype start, qsizetype length,
                                           Qt::LayoutDirection direction) {
-    addPiece(start, length, direction);
-    Piece& piece = m_pieces.back();
-    if (piece.lineCount <= maxLinesOfLastPiece)
-        return;
-    piece.lineCount -= linesKeptOpen;
-    piece.length = piece.layout->lineAt(piece.lineCount).textStart();
-    addPiece(start + piece.length, length - piece.length, direction);
+    qsizetype atOnce = maxCharactersOfPiece;
+    while (true) {
+        addPiece(start, std::min(length, atOnce), direction);
+        Piece& piece = m_pieces.back();
+        const bool isWhole = length <= atOnce;
+        if (isWhole && piece.lineCount <= maxLinesOfLastPiece)
+            return;
+        if (piece.lineCount <= linesKeptOpen) {  // characters that are hardly seen
+            m_pieces.pop_back();
+            atOnce *= 2;
+            continue;
+        }
+        piece.lineCount -= linesKeptOpen;
+        piece.length = piece.layout->lineAt(piece.lineCount).textStart();
+        start += piece.length;
+        length -= piece.length;
+        atOnce = maxCharactersOfPiece;
+    }
 }
 
 void StreamingTextLayout::addPiece(qsizetype start, qsizetype length,

@@ -50,6 +50,15 @@ TEST(StreamingTextLayout, appendedPiecesGiveWhatTheWholeTextGives) {
     }
 }
 
+// A service gone wild; laid out as one, this takes minutes.
+TEST(StreamingTextLayout, laysAMillionLettersWithoutASpaceOut) {
+    StreamingTextLayout layout;
+    layout.update(std::string(1'000'000, 'W'), 300);
+    StreamingTextLayout part;
+    part.update(std::string(1000, 'W'), 300);
+    EXPECT_NEAR(layout.height(), 1000 * part.height(), 0.06 * layout.height());
+}
+
 // A word without a break that leaves the box, text of a right-to-left script on the wrong side.
 TEST(StreamingTextLayout, staysInTheBoxAndOnItsSide) {
     StreamingTextLayout layout;
