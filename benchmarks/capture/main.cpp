@@ -5,8 +5,10 @@
 #include <pulse/pulseaudio.h>
 
 #include <QCoreApplication>
+#include <algorithm>
 #include <atomic>
 #include <functional>
+#include <numeric>
 #include <random>
 #include <thread>
 #include <vector>
@@ -31,6 +33,7 @@ using namespace std::chrono_literals;
 using Key = XTestKeyboard::Key;
 
 constexpr auto speaking = 300ms;
+constexpr auto serverPeriod = 50ms;  // of the monitor of a null sink
 
 int takes = 100;
 
@@ -186,11 +189,16 @@ void dictate(Series& series, WatchedMicrophone& microphone, Moment& started, Mom
     BareClient bare;
     if (!waitUntil([&] { return target.isGrabbed(Key::altLeft); }))
         throw std::runtime_error("the key tap does not follow the window");
-    std::minstd_rand random(1);
-    // The server works in periods; both meet it anywhere in one, and long after the last stream.
-    const auto rest = [&] { std::this_thread::sleep_for(100ms + random() % 50 * 1ms); };
+    // The server works in periods, and the last first samples came at the start of one: both sides
+    // meet it at every point of a period equally often, and long after the last stream.
+    std::vector<int> points(static_cast<std::size_t>(takes));
+    std::iota(points.begin(), points.end(), 0);
+    std::shuffle(points.begin(), points.end(), std::minstd_rand(1));
+    const auto rest = [](int point) {
+        std::this_thread::sleep_for(100ms + point * std::chrono::nanoseconds(serverPeriod) / takes);
+    };
     for (int i = 0; i < takes; ++i) {
-        rest();
+        rest(points[static_cast<std::size_t>(i)]);
         microphone.firstSamples.clear();
         started.clear();
         closed.clear();
@@ -204,7 +212,7 @@ void dictate(Series& series, WatchedMicrophone& microphone, Moment& started, Mom
         series.closed.add(milliseconds(closed.wait() - released));
         target.release(Key::altLeft);
         target.waitForRelease(Key::altLeft);
-        rest();
+        rest(points[static_cast<std::size_t>(takes - 1 - i)]);
         series.bareFirst.add(milliseconds(bare.firstSamples()));
         series.closeAlone.add(milliseconds(closeAlone(microphone.samples, folder / "take.m4a")));
     }
