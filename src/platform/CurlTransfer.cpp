@@ -17,12 +17,22 @@ constexpr std::size_t longestRedirectBody = 64 * 1024;
 /// An idle connection is offered again for this long: longer than a dictation after its warm-up.
 constexpr long secondsConnectionsAreKept = 600;
 constexpr long secondsBetweenKeepAliveProbes = 30;
+/// Twenty seconds of speech and more. The kernel allows for less than that on a connection that has
+/// carried little yet, and the end of a recording would wait here for the far end's answers.
+constexpr int sendBufferBytes = 208 * 1024;
 
 template <typename T>
 T infoOf(CURL* easy, CURLINFO info) {
     T value{};
     curl_easy_getinfo(easy, info, &value);
     return value;
+}
+
+/// As a beginning: the kernel still lets it grow with the connection's pace.
+void widenSendBuffer(curl_socket_t socket) {
+    const int grows = 0;
+    setsockopt(socket, SOL_SOCKET, SO_SNDBUF, &sendBufferBytes, sizeof sendBufferBytes);
+    setsockopt(socket, SOL_SOCKET, SO_BUF_LOCK, &grows, sizeof grows);
 }
 
 }  // namespace
@@ -271,8 +281,10 @@ curl_socket_t CurlTransfer::onOpen(void* self, curlsocktype, curl_sockaddr* addr
     auto& transfer = *static_cast<CurlTransfer*>(self);
     transfer.m_socket =
         ::socket(address->family, address->socktype | SOCK_CLOEXEC, address->protocol);
-    if (transfer.m_socket != CURL_SOCKET_BAD)
+    if (transfer.m_socket != CURL_SOCKET_BAD) {
         transfer.m_session.sockets.insert(transfer.m_socket);
+        widenSendBuffer(transfer.m_socket);
+    }
     return transfer.m_socket;
 }
 

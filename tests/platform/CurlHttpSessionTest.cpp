@@ -1,6 +1,12 @@
 #include <dlfcn.h>
 #include <gmock/gmock.h>
+#include <linux/sockios.h>
 #include <netdb.h>
+#include <netinet/in.h>
+#include <netinet/tcp.h>
+#include <sys/ioctl.h>
+#include <sys/socket.h>
+#include <unistd.h>
 #include <condition_variable>
 #include <csignal>
 #include <cstdlib>
@@ -369,6 +375,44 @@ TEST(CurlHttpSession, carriesLargeBodies) {
 
 // Credentials handed to another origin, a redirect inside the origin not followed or followed with
 // the wrong method, a loop without end.
+/// What this process has written to that port and nobody has acknowledged.
+int bytesInTheKernel(int port) {
+    for (int socket = 0; socket < 1024; ++socket) {
+        sockaddr_in peer{};
+        socklen_t size = sizeof peer;
+        int bytes = 0;
+        if (getpeername(socket, reinterpret_cast<sockaddr*>(&peer), &size) == 0 &&
+            peer.sin_family == AF_INET && ntohs(peer.sin_port) == port &&
+            ioctl(socket, SIOCOUTQ, &bytes) == 0)
+            return bytes;
+    }
+    return 0;
+}
+
+// A recording whose end waits in the program for answers to its beginning.
+TEST(CurlHttpSession, leavesAWholeRecordingToTheKernel) {
+    const int server = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    const int asOnALongLine = 1400;
+    const int room = 4096;
+    setsockopt(server, IPPROTO_TCP, TCP_MAXSEG, &asOnALongLine, sizeof asOnALongLine);
+    setsockopt(server, SOL_SOCKET, SO_RCVBUF, &room, sizeof room);
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    socklen_t size = sizeof address;
+    auto* generic = reinterpret_cast<sockaddr*>(&address);
+    ASSERT_EQ(::bind(server, generic, size) | ::listen(server, 1), 0);
+    ASSERT_EQ(::getsockname(server, generic, &size), 0);
+    const int port = ntohs(address.sin_port);
+
+    Client client;
+    HttpRequest upload = request("POST", "http://127.0.0.1:" + std::to_string(port) + "/");
+    upload.body.assign(160'000, 'x');  // twenty seconds; nobody reads them
+    client.session->resume(client.session->createTask(std::move(upload)));
+    EXPECT_TRUE(waitUntil([&] { return bytesInTheKernel(port) > 150'000; }));
+    ::close(server);
+}
+
 TEST(CurlHttpSession, followsRedirectsWithinTheOriginOnly) {
     ScriptedHttpServer other(
         [](const ReceivedRequest&, Connection& to) { to.send(httpResponse(200, "stolen")); });
