@@ -31,14 +31,14 @@ constexpr auto recordingTime = 5s;
 
 void measurePainting(const char* figure, const WaveformContent& content, QSize size) {
     QImage image(size, QImage::Format_ARGB32_Premultiplied);
-    StreamingTextLayout layout;
+    WaveformMemory memory;
     Samples ours;
     Samples reference;
     for (int i = 0; i < 500; ++i) {
         const auto start = BenchClock::now();
         {
             QPainter painter(&image);
-            paintWaveform(painter, content, layout, size, i * 0.05);
+            paintWaveform(painter, content, memory, size, i * 0.05);
         }
         const auto middle = BenchClock::now();
         {

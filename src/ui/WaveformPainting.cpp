@@ -77,19 +77,14 @@ class Canvas {
         m_painter.setPen(Qt::NoPen);
     }
 
-    /// Calls `draw` for one strip of the width after the other, some rows of pixels high, with its
-    /// lower and its upper edge: together the strips show what is drawn in each. Qt hands a shape
-    /// of more than 95 pieces of pixel rows to a pool of threads; waking those costs far more than
-    /// filling anything of the overlay.
+    /// Shows what `draw` draws on a canvas of that place and size, or a picture kept of it.
     template <typename Draw>
-    void inStrips(Draw draw) {
-        const double strip = 20 / std::max(1.0, m_painter.device()->devicePixelRatioF());
-        m_painter.save();
-        for (double low = 0; low < height(); low += strip) {
-            m_painter.setClipRect(flipped(0, low, width(), std::min(strip, height() - low)));
-            draw(low, low + strip);
-        }
-        m_painter.restore();
+    void drawKept(WaveformPictures& pictures, WaveformPictures::Part part, float level,
+                  const QRectF& box, Draw draw) {
+        pictures.draw(m_painter, part, level, box, [&](QPainter& painter) {
+            Canvas canvas(painter, box.size());
+            draw(canvas);
+        });
     }
 
   private:
@@ -97,39 +92,45 @@ class Canvas {
     QSizeF m_size;
 };
 
-void drawBackground(Canvas& canvas, const QColor& color) {
+void drawBackground(Canvas& canvas, WaveformPictures& pictures, const QColor& color) {
     const double radius = overlayCornerRadius;
-    canvas.inStrips([&](double low, double high) {
-        if (low >= radius && high <= canvas.height() - radius)
-            canvas.fillRectangle(0, 0, canvas.width(), canvas.height(), color);
-        else
-            canvas.fillRounded(0, 0, canvas.width(), canvas.height(), radius, color);
-    });
+    const double width = canvas.width();
+    const double middle = canvas.height() - 2 * radius;
+    canvas.drawKept(pictures, WaveformPictures::Part::topEdge, 0,
+                    canvas.flipped(0, radius + middle, width, radius), [&](Canvas& edge) {
+                        edge.fillRounded(0, -radius, width, 2 * radius, radius, color);
+                    });
+    canvas.fillRectangle(0, radius, width, middle, color);
+    canvas.drawKept(
+        pictures, WaveformPictures::Part::bottomEdge, 0, canvas.flipped(0, 0, width, radius),
+        [&](Canvas& edge) { edge.fillRounded(0, 0, width, 2 * radius, radius, color); });
 }
 
-void drawBars(Canvas& canvas, const WaveformContent& content) {
+void drawBars(Canvas& canvas, WaveformPictures& pictures, const WaveformContent& content) {
     const int maxBars = static_cast<int>(canvas.width() - 32) / 5;
     if (maxBars < 0)
         qFatal("The overlay is too narrow for level bars.");
     const std::span<const float> levels = content.audioLevels;
     const auto shown = levels.last(std::min<std::size_t>(levels.size(), maxBars));
-    canvas.inStrips([&](double low, double high) {
-        double x = (canvas.width() - (shown.size() * 5.0 - 2)) / 2;
-        for (const double level : shown) {
-            const double barHeight = std::max((canvas.height() - 24) * level, 2.0);
-            const double y = (canvas.height() - barHeight) / 2;
-            if (y < high && y + barHeight > low)
-                canvas.fillRounded(x, y, 3, barHeight, 1.5,
-                                   withAlpha(content.barColor, level * 0.6 + 0.4));
-            x += 5;
-        }
-    });
+    double x = (canvas.width() - (shown.size() * 5.0 - 2)) / 2;
+    for (const float level : shown) {
+        const double height = std::max((canvas.height() - 24) * double{level}, 2.0);
+        const QRectF box = canvas.flipped(x, (canvas.height() - height) / 2, 3, height);
+        canvas.drawKept(pictures, WaveformPictures::Part::bar, level, box, [&](Canvas& bar) {
+            bar.fillRounded(0, 0, 3, height, 1.5,
+                            withAlpha(content.barColor, double{level} * 0.6 + 0.4));
+        });
+        x += 5;
+    }
 }
 
-void drawRecordingMark(Canvas& canvas) {
-    const double y = canvas.height() - 16;
-    canvas.fillOval(12, y, 6, QColor::fromRgbF(1.0f, 0.2f, 0.2f));
-    canvas.drawLabel(22, y, Label("REC", systemFont(9, QFont::Medium)), grey(0.5f));
+void drawRecordingMark(Canvas& canvas, WaveformPictures& pictures) {
+    // With room for the letters of any font.
+    const QRectF box = canvas.flipped(12, canvas.height() - 16, 60, 16);
+    canvas.drawKept(pictures, WaveformPictures::Part::recordingMark, 0, box, [&](Canvas& mark) {
+        mark.fillOval(0, 0, 6, QColor::fromRgbF(1.0f, 0.2f, 0.2f));
+        mark.drawLabel(10, 0, Label("REC", systemFont(9, QFont::Medium)), grey(0.5f));
+    });
 }
 
 void drawStatus(Canvas& canvas, const WaveformContent& content, double seconds) {
@@ -178,16 +179,19 @@ void drawDebugOverlay(Canvas& canvas, const WaveformContent& content) {
 
 }  // namespace
 
-void paintWaveform(QPainter& painter, const WaveformContent& content, StreamingTextLayout& layout,
+void paintWaveform(QPainter& painter, const WaveformContent& content, WaveformMemory& memory,
                    QSizeF size, double seconds) {
     painter.save();
     painter.setRenderHint(QPainter::Antialiasing);
     painter.setPen(Qt::NoPen);
     painter.setClipRect(QRectF({0, 0}, size));
     Canvas canvas(painter, size);
-    drawBackground(canvas, grey(0.08f));
+    const QColor background = grey(0.08f);
+    memory.pictures.usePanel(
+        {size, painter.device()->devicePixelRatioF(), background, content.barColor});
+    drawBackground(canvas, memory.pictures, background);
     if (content.streamingText) {
-        drawStreamingText(canvas, content, layout, seconds);
+        drawStreamingText(canvas, content, memory.layout, seconds);
         drawDebugOverlay(canvas, content);
     } else if (content.statusText) {
         drawStatus(canvas, content, seconds);
@@ -195,8 +199,8 @@ void paintWaveform(QPainter& painter, const WaveformContent& content, StreamingT
     } else if (content.audioLevels.empty()) {
         canvas.fillOval(size.width() / 2 - 3, size.height() / 2 - 3, 6, content.barColor);
     } else {
-        drawBars(canvas, content);
-        drawRecordingMark(canvas);
+        drawBars(canvas, memory.pictures, content);
+        drawRecordingMark(canvas, memory.pictures);
     }
     painter.restore();
 }

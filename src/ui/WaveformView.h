@@ -3,8 +3,8 @@
 #include <QWidget>
 
 #include "base/Clock.h"
-#include "ui/StreamingTextLayout.h"
 #include "ui/WaveformContent.h"
+#include "ui/WaveformPainting.h"
 
 namespace nulo {
 
@@ -23,7 +23,7 @@ class WaveformView final : public QWidget, public WaveformContent {
 
   private:
     const Clock& m_clock;
-    StreamingTextLayout m_layout;
+    WaveformMemory m_memory;
 };
 
 }  // namespace nulo

@@ -13,13 +13,15 @@ const QColor backdrop(0, 0, 90);
 
 /// An overlay drawn on blue, which no mark of it is.
 struct Drawing {
-    Drawing(const WaveformContent& content, QSize size, double seconds = 0, int scale = 1)
-        : image(size * scale, QImage::Format_RGB32) {
+    /// With what earlier drawings left in `memory`, if any is given.
+    Drawing(const WaveformContent& content, QSize size, double seconds = 0, double scale = 1,
+            WaveformMemory* memory = nullptr)
+        : image((size.toSizeF() * scale).toSize(), QImage::Format_RGB32) {
         image.setDevicePixelRatio(scale);
         image.fill(backdrop);
         QPainter painter(&image);
-        StreamingTextLayout layout;
-        paintWaveform(painter, content, layout, size, seconds);
+        WaveformMemory none;
+        paintWaveform(painter, content, memory ? *memory : none, size, seconds);
     }
 
     /// The bar colour's alpha over the background, in hundredths; 0 where the background shows.
@@ -241,6 +243,34 @@ TEST(WaveformPainting, looksTheSameAtTwiceTheScale) {
         EXPECT_NEAR(small.top() * 2, large.top(), 2);
         EXPECT_NEAR(small.right() * 2 + 1, large.right(), 3);
         EXPECT_NEAR(small.bottom() * 2 + 1, large.bottom(), 2);
+    }
+}
+
+// A picture kept for another level, place, size, scale or colour; one that is cut off, or copied
+// a pixel beside its place.
+TEST(WaveformPainting, keptPicturesLookLikeNewOnes) {
+    WaveformMemory memory;
+    for (const double scale : {1.0, 1.5, 2.0}) {
+        for (const QSize size : {QSize(300, 60), QSize(200, 62)}) {
+            WaveformContent content;
+            for (int i = 0; i < 60; ++i) {  // the row grows, then moves on
+                content.audioLevels.push_back(static_cast<float>(i % 17) / 16);
+                if (i == 59)
+                    content.barColor = Qt::green;
+                const Drawing kept(content, size, 0, scale, &memory);
+                EXPECT_EQ(kept.image, Drawing(content, size, 0, scale).image) << scale << ' ' << i;
+            }
+        }
+    }
+}
+
+// Stripes in the background where its parts meet between two rows of pixels.
+TEST(WaveformPainting, backgroundHasNoSeams) {
+    for (const double scale : {1.0, 1.25, 1.5, 1.75, 2.5}) {
+        const Drawing drawing(withText(""), {200, 61}, 0, scale);
+        const int bottom = static_cast<int>(61 * scale) - 1;
+        for (int y = 0; y <= bottom; ++y)
+            EXPECT_EQ(drawing.image.pixelColor(100, y), QColor(20, 20, 20)) << scale << ' ' << y;
     }
 }
 
