@@ -50,3 +50,14 @@ function(nulo_test name label)
   gtest_discover_tests(${name} DISCOVERY_MODE PRE_TEST
     PROPERTIES LABELS ${label} TIMEOUT 120)
 endfunction()
+
+# What the preset fuzz (clang) is for; tools/fuzz builds and runs it.
+add_custom_target(nulo_fuzzers)
+
+# nulo_fuzzer(<name> <source> <link library>...): a libFuzzer program.
+function(nulo_fuzzer name source)
+  add_executable(${name} ${source})
+  target_link_libraries(${name} PRIVATE ${ARGN})
+  target_link_options(${name} PRIVATE -fsanitize=fuzzer)
+  add_dependencies(nulo_fuzzers ${name})
+endfunction()

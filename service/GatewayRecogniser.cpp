@@ -47,22 +47,6 @@ Form formFor(const Take& take, const std::string& model) {
     return form;
 }
 
-/// The transcript in an answer: a bare text, or JSON with a "text". Nothing when it is neither.
-std::optional<std::string> transcriptIn(const std::string& body, const std::string& type) {
-    const bool isJson =
-        type == "application/json" || (type != "text/plain" && body.starts_with('{'));
-    if (isJson) {
-        const json answer = json::parse(body, nullptr, false);
-        if (!answer.is_object() || !answer.contains("text") || !answer["text"].is_string())
-            return std::nullopt;
-        return answer["text"].get<std::string>();
-    }
-    const bool isPage = type == "text/html" || trimmed(body).starts_with('<');
-    if (isPage || !isValidUtf8(body))
-        return std::nullopt;
-    return body;
-}
-
 }  // namespace
 
 std::string takeName(std::string_view head) {
@@ -76,6 +60,21 @@ std::string takeName(std::string_view head) {
         return "take.webm";
     const bool isMp3 = head.size() > 1 && head[0] == '\xFF' && (head[1] & 0xE6) == 0xE2;
     return head.starts_with("ID3") || isMp3 ? "take.mp3" : "take.m4a";
+}
+
+std::optional<std::string> transcriptIn(const std::string& body, const std::string& type) {
+    const bool isJson =
+        type == "application/json" || (type != "text/plain" && body.starts_with('{'));
+    if (isJson) {
+        const json answer = json::parse(body, nullptr, false);
+        if (!answer.is_object() || !answer.contains("text") || !answer["text"].is_string())
+            return std::nullopt;
+        return answer["text"].get<std::string>();
+    }
+    const bool isPage = type == "text/html" || trimmed(body).starts_with('<');
+    if (isPage || !isValidUtf8(body))
+        return std::nullopt;
+    return body;
 }
 
 Result<std::string, Failure> GatewayRecogniser::recognise(const Take& take,

@@ -28,4 +28,8 @@ class GatewayRecogniser final : public Recogniser {
 /// how the file begins.
 std::string takeName(std::string_view head);
 
+/// The transcript in a provider's answer of the media type `type`: a bare text, or JSON with a
+/// "text". UTF-8; nothing when it is neither.
+std::optional<std::string> transcriptIn(const std::string& body, const std::string& type);
+
 }  // namespace nulo::service
