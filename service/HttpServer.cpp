@@ -13,6 +13,7 @@
 #include <system_error>
 
 #include "service/ConnectionThreads.h"
+#include "service/TranscribeForm.h"
 
 namespace nulo::service {
 namespace {
@@ -158,6 +159,7 @@ bool HttpServer::serveRequest(ConnectionStream& stream) {
         process_request(stream, closing, clientCloses, [&](httplib::Request& request) {
             stream.startBody();
             request.ranges.clear();  // answers are whole
+            hideForm(request);
             start = m_clock.now();
             path = request.path;
             what = printable(request.method) + " " + printable(request.path);

@@ -257,7 +257,7 @@ void SpeechApi::transcribe(const httplib::Request& request, httplib::Response& r
 
 void SpeechApi::chat(const httplib::Request& request, httplib::Response& response,
                      const httplib::ContentReader& content) {
-    if (request.is_multipart_form_data())
+    if (!formType(request).empty())
         return answer(response, badChat("The body is a form, not JSON."));
     std::string body;
     bool fits = true;

@@ -3,10 +3,13 @@
 #include <map>
 #include <utility>
 
+#include "service/FormReader.h"
+
 namespace nulo::service {
 namespace {
 
 constexpr std::size_t mostFields = 32;
+constexpr const char* hiddenType = "X-Nulo-Form-Type";
 constexpr std::size_t mostText = 1024 * 1024;  // of all fields but the recording
 
 Failure malformed(const std::string& why) {
@@ -25,9 +28,22 @@ Failure bodyTooLarge() {
     return {413, "The request is larger than 25 MB. Send a shorter recording.\n"};
 }
 
+void hideForm(httplib::Request& request) {
+    request.headers.erase(hiddenType);
+    if (!request.is_multipart_form_data())
+        return;
+    request.headers.emplace(hiddenType, request.get_header_value("Content-Type"));
+    request.headers.erase("Content-Type");
+}
+
+std::string formType(const httplib::Request& request) {
+    return request.get_header_value(hiddenType);
+}
+
 Result<TranscribeForm, Failure> readTranscribeForm(const httplib::Request& request,
                                                    const httplib::ContentReader& content) {
-    if (!request.is_multipart_form_data())
+    const auto boundary = formBoundary(formType(request));
+    if (!boundary)
         return malformed("The request is not a form.");
     std::map<std::string, std::string> fields;
     std::string* current = nullptr;  // null: the recording is being read
@@ -36,36 +52,39 @@ Result<TranscribeForm, Failure> readTranscribeForm(const httplib::Request& reque
     std::size_t size = 0;
     std::size_t textSize = 0;
     std::optional<Failure> refusal;
-    const auto startField = [&](const httplib::MultipartFormData& field) {
-        const bool isAudio = field.name == "file";
+    const auto startField = [&](const std::string& name) {
+        const bool isAudio = name == "file";
         const bool isNew =
-            isAudio ? !std::exchange(hasAudio, true) : fields.try_emplace(field.name).second;
+            isAudio ? !std::exchange(hasAudio, true) : fields.try_emplace(name).second;
         if (!isNew)
             refusal = malformed("The form has two fields of one name.");
         else if (fields.size() > mostFields)
             refusal = malformed("The form has too many fields.");
-        current = isAudio ? nullptr : &fields[field.name];
+        current = isAudio ? nullptr : &fields[name];
         return !refusal;
     };
-    const auto addToField = [&](const char* data, std::size_t length) {
-        size += length;  // the length in the head says nothing when the body is compressed
-        if (size > largestBody)
-            refusal = bodyTooLarge();
-        else if (current && (textSize += length) > mostText)
+    const auto addToField = [&](std::string_view bytes) {
+        if (current && (textSize += bytes.size()) > mostText)
             refusal = Failure{413, "The texts of the form are longer than 1 MB. Shorten them.\n"};
         else if (current)
-            current->append(data, length);
-        else if (!audio.append({data, length}))
+            current->append(bytes);
+        else if (!audio.append(bytes))
             refusal = Failure{503,
                               "The service's disk is full. Make room where temporary files are "
                               "kept, then try again.\n",
                               10};
         return !refusal;
     };
-    const bool whole = content(startField, addToField);
+    FormReader reader(*boundary, startField, addToField);
+    const bool whole = content([&](const char* data, std::size_t length) {
+        size += length;  // the length in the head says nothing when the body is compressed
+        if (size > largestBody)
+            refusal = bodyTooLarge();
+        return !refusal && reader.add({data, length});
+    });
     if (refusal)
         return *refusal;
-    if (!whole)
+    if (!whole || !reader.isComplete())
         return malformed("The form is malformed or broke off.");
     if (!hasAudio)
         return malformed("The form has no recording.");

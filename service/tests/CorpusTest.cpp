@@ -5,6 +5,7 @@
 #include <iterator>
 
 #include "service/tests/fuzz/ProviderAnswerCheck.h"
+#include "service/tests/fuzz/RequestBodyCheck.h"
 
 namespace nulo::service {
 namespace {
@@ -21,6 +22,10 @@ void expectNoFault(const char* folder, std::string (*faultIn)(std::string_view, 
             EXPECT_EQ(faultIn(bytes, seed), "") << entry.path();
     }
     EXPECT_GE(files, 9);
+}
+
+TEST(Corpus, requestsAreTakenAlikeHoweverTheyAreCut) {
+    expectNoFault("request-body", faultInRequest);
 }
 
 TEST(Corpus, answersOfProvidersAreTakenAlikeHoweverTheyAreCut) {
