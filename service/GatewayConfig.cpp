@@ -269,6 +269,8 @@ Result<GatewayConfig> readGatewayConfig(const std::filesystem::path& file, const
         return config;
     } catch (const json::parse_error& error) {
         return Error{name + " is not valid JSON (" + lineOf(*bytes, error.byte) + ")"};
+    } catch (const json::out_of_range&) {
+        return Error{name + " holds a number that is too large"};
     } catch (const Fault& fault) {
         return Error{name + ": " + (fault.key.empty() ? "the file" : fault.key) + " " + fault.what};
     }

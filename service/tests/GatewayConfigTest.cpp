@@ -64,6 +64,7 @@ TEST_F(GatewayConfigTest, refusesWhatItCannotUseAndNamesTheKey) {
         {R"({"adress": "::1"})", "adress is no key"},
         {R"({"port": 65536})", "port must be"},
         {R"({"port": "80"})", "port must be"},
+        {R"({"port": 1e999})", "a number that is too large"},
         {R"({"address": ""})", "address must be"},
         {R"({"tokens": ["secret-token"]})", "tokens[0] is not the SHA-256"},
         {R"({"tokens": []})", "tokens must be a list"},
