@@ -44,11 +44,14 @@ function(nulo_test name label)
   endif()
   add_executable(${name} ${sources})
   target_link_libraries(${name} PRIVATE ${ARGN} nulo_test_support GTest::gmock GTest::gtest_main)
-  if(NOT label STREQUAL "desktop")
+  set(alone OFF)  # a whole desktop does not share the processor with other tests
+  if(label STREQUAL "desktop")
+    set(alone ON)
+  else()
     add_dependencies(nulo_part_tests ${name})
   endif()
   gtest_discover_tests(${name} DISCOVERY_MODE PRE_TEST
-    PROPERTIES LABELS ${label} TIMEOUT 120)
+    PROPERTIES LABELS ${label} TIMEOUT 120 RUN_SERIAL ${alone})
 endfunction()
 
 # What the preset fuzz (clang) is for; tools/fuzz builds and runs it.
