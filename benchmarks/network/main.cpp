@@ -198,7 +198,7 @@ class Dictation {
     const ConfigFile m_config{m_folder.path(), silent};
     const std::unique_ptr<MainQueue> m_queue = makeQtMainQueue();
     FakeMicrophone m_microphone;
-    AudioRecorder m_recorder{m_microphone, makeLibavAacWriter, *m_queue, systemClock(),
+    AudioRecorder m_recorder{m_microphone, makeAacFileWriter, *m_queue, systemClock(),
                              silent,       m_folder.path()};
     PipelineLog m_log{m_folder / "logs", systemClock(), silent};
     Delivery m_delivery;

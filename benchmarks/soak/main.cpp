@@ -226,7 +226,7 @@ class Soak {
         m_desktop.writeConfig(random() % 2 ? "openai" : "mistral", modes[random() % 3],
                               random() % 8 == 0);
         m_desktop.pressChord();
-        m_output->waitFor(
+        const std::string started = m_output->waitFor(
             [](const std::string& line) {
                 return line.starts_with("Recording started") ? line : std::string();
             },
@@ -236,8 +236,10 @@ class Soak {
         // An answer may come after this wait; the next dictation then goes on beside it.
         std::string outcome = m_output->waitFor(outcomeIn, 8s);
         if (outcome.empty()) {
-            outcome = "(nothing was said)";
+            outcome = started.empty() ? "(did not record)" : "(nothing was said for 8 s)";
             ++m_silent;
+            std::fprintf(stderr, "bench-soak: dictation %d, %s: %s\n", m_done + 1,
+                         faults()[m_fault].name.c_str(), outcome.c_str());
         }
         ++m_outcomes[faults()[m_fault].name][outcome];
         m_stuckKeys += !waitUntil([&] { return m_desktop.noKeyIsDown(); }, 2s);
