@@ -233,10 +233,10 @@ class Soak {
             5s);
         std::this_thread::sleep_for(take);
         m_desktop.releaseChord();
-        // An answer may come after this wait; the next dictation then goes on beside it.
-        std::string outcome = m_output->waitFor(outcomeIn, 8s);
+        // Two requests, the second after the first's answer, may each be answered late.
+        std::string outcome = m_output->waitFor(outcomeIn, 20s);
         if (outcome.empty()) {
-            outcome = started.empty() ? "(did not record)" : "(nothing was said for 8 s)";
+            outcome = started.empty() ? "(did not record)" : "(nothing was said for 20 s)";
             ++m_silent;
             std::fprintf(stderr, "bench-soak: dictation %d, %s: %s\n", m_done + 1,
                          faults()[m_fault].name.c_str(), outcome.c_str());

@@ -86,6 +86,8 @@ Error describe(const CurlFailure& failure, const HttpUrl& url) {
         case CURLE_WEIRD_SERVER_REPLY:
         case CURLE_WRITE_ERROR:
             return {"What answered at " + url.authority + " does not speak HTTP"};
+        case CURLE_OUT_OF_MEMORY:  // libcurl's word for a header field beyond its bound, 100 kB
+            return {withCapital(service) + " answered with an oversized header, or memory ran out"};
         default:
             return {"The request to " + service + " failed: " +
                     withSmallFirstLetter(curl_easy_strerror(static_cast<CURLcode>(failure.code)))};

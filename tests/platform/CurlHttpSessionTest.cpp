@@ -297,6 +297,10 @@ TEST(CurlHttpSession, reportsWhatWentWrong) {
         {[&](Connection& to) { to.send(begun), to.close(); }, "RDMC", closed},
         {[](Connection& to) { to.reset(); }, "MC", closed},
         {[](Connection& to) { to.send("SSH-2.0-x\r\n\r\n"), to.close(); }, "MC", "not speak HTTP"},
+        {[](Connection& to) {
+             to.send("HTTP/1.1 200 OK\r\nX-Long: " + std::string(400'000, 'h') + "\r\n\r\n");
+         },
+         "MC", "oversized header"},
     };
     for (const Case& fault : cases) {
         const Answer answer =
@@ -373,8 +377,6 @@ TEST(CurlHttpSession, carriesLargeBodies) {
     EXPECT_TRUE(server.requests().at(0).body == take);
 }
 
-// Credentials handed to another origin, a redirect inside the origin not followed or followed with
-// the wrong method, a loop without end.
 /// What this process has written to that port and nobody has acknowledged.
 int bytesInTheKernel(int port) {
     for (int socket = 0; socket < 1024; ++socket) {
@@ -413,6 +415,8 @@ TEST(CurlHttpSession, leavesAWholeRecordingToTheKernel) {
     ::close(server);
 }
 
+// Credentials handed to another origin, a redirect inside the origin not followed or followed with
+// the wrong method, a loop without end.
 TEST(CurlHttpSession, followsRedirectsWithinTheOriginOnly) {
     ScriptedHttpServer other(
         [](const ReceivedRequest&, Connection& to) { to.send(httpResponse(200, "stolen")); });
