@@ -44,10 +44,11 @@ function(nulo_test name label)
   endif()
   add_executable(${name} ${sources})
   target_link_libraries(${name} PRIVATE ${ARGN} nulo_test_support GTest::gmock GTest::gtest_main)
-  set(alone OFF)  # a whole desktop does not share the processor with other tests
-  if(label STREQUAL "desktop")
-    set(alone ON)
-  else()
+  set(alone ON)  # X servers, sound servers and whole desktops share the processor with no other test
+  if(label STREQUAL "unit")
+    set(alone OFF)
+  endif()
+  if(NOT label STREQUAL "desktop")
     add_dependencies(nulo_part_tests ${name})
   endif()
   gtest_discover_tests(${name} DISCOVERY_MODE PRE_TEST
