@@ -105,9 +105,10 @@ class EncoderProcess {
     ~EncoderProcess() {
         if (m_process == 0)
             return;
-        ::close(m_socket);
+        // Before the socket is closed: its end would have the encoder complete the file.
         if (!m_hasAnswered)
             kill(m_process, SIGKILL);
+        ::close(m_socket);
         // Leaving its hundred libraries takes a process some milliseconds.
         std::thread([process = m_process] {
             while (waitpid(process, nullptr, 0) < 0 && errno == EINTR) {

@@ -78,12 +78,12 @@ class X11EventTap final : public EventTap {
         if (!m_state->working)
             return false;
         const auto now = Clock::now();
-        if (!m_probeIsWanted && now - m_probeSince > probeInterval) {
+        if (!m_probeIsWanted && (!m_probeSince || now - *m_probeSince > probeInterval)) {
             m_probeIsWanted = true;
             m_probeSince = now;
             wake();
         }
-        return m_grabsAreAlive && !(m_probeIsWanted && now - m_probeSince > longestProbe);
+        return m_grabsAreAlive && !(m_probeIsWanted && now - *m_probeSince > longestProbe);
     }
 
     void postOptionDown() override {
@@ -210,7 +210,7 @@ class X11EventTap final : public EventTap {
     bool m_enableRequested = false;
     bool m_grabsAreAlive = true;
     bool m_probeIsWanted = false;
-    Clock::time_point m_probeSince = Clock::now();  // the last one that was asked for
+    std::optional<Clock::time_point> m_probeSince;  // the last one that was asked for
 
     std::thread m_thread;
 };
