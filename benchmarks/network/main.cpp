@@ -17,10 +17,10 @@
 #include <memory>
 #include <random>
 #include <regex>
-#include <sstream>
 
 #include "app/RecordingPipeline.h"
 #include "audio/AudioRecorder.h"
+#include "base/FileIO.h"
 #include "common/Report.h"
 #include "config/ConfigFile.h"
 #include "fakes/FakeMicrophone.h"
@@ -46,12 +46,6 @@ constexpr const char* token = "a-token-of-no-worth";
 int takes = 25;
 int seconds = 8;  // spoken in each
 
-std::string contentOf(const fs::path& file) {
-    std::ostringstream text;
-    text << std::ifstream(file).rdbuf();
-    return text.str();
-}
-
 /// The companion with TLS, and beside it a provider that answers at once. All of it runs at the end
 /// of the link where it is made.
 class FarService {
@@ -76,7 +70,10 @@ class FarService {
         std::smatch found;
         std::string log;
         if (!waitUntil(
-                [&] { return std::regex_search(log = contentOf(m_folder / "log"), found, marker); },
+                [&] {
+                    log = readFile(m_folder / "log", 1'000'000).value_or("");
+                    return std::regex_search(log, found, marker);
+                },
                 60s))
             throw std::runtime_error("the far service does not start: " + log);
         origin = found[1];
