@@ -15,11 +15,11 @@ if(NULO_SANITIZE)
   add_link_options(-fsanitize=${NULO_SANITIZE})
 endif()
 
-# nulo_library(<name> <link library>...): a static library of the .cpp files in this folder,
-# headers alone making an interface library.
+# nulo_library(<name> <link library>...): a static library of the .cpp files in this folder and in
+# its rooms, headers alone making an interface library.
 function(nulo_library name)
-  file(GLOB sources CONFIGURE_DEPENDS *.cpp *.h)
-  list(FILTER sources EXCLUDE REGEX "/main\\.cpp$")
+  file(GLOB sources CONFIGURE_DEPENDS *.cpp *.h */*.cpp */*.h)
+  list(FILTER sources EXCLUDE REGEX "/main\\.cpp$|^${CMAKE_CURRENT_SOURCE_DIR}/tests/")
   set(implementation ${sources})
   list(FILTER implementation INCLUDE REGEX "\\.cpp$")
   if(NOT implementation)
@@ -43,7 +43,7 @@ function(nulo_test name label)
     return()
   endif()
   add_executable(${name} ${sources})
-  target_link_libraries(${name} PRIVATE ${ARGN} nulo_test_support GTest::gmock GTest::gtest_main)
+  target_link_libraries(${name} PRIVATE ${ARGN} nulo_rig nulo_test_support GTest::gmock GTest::gtest_main)
   set(alone ON)  # X servers, sound servers and whole desktops share the processor with no other test
   if(label STREQUAL "unit")
     set(alone OFF)

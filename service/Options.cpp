@@ -2,7 +2,7 @@
 
 #include <charconv>
 
-#include "service/RequestGuard.h"
+#include "service/http/RequestGuard.h"
 
 namespace nulo::service {
 namespace {

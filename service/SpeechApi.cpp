@@ -6,10 +6,10 @@
 #include <cstdint>
 #include <nlohmann/json.hpp>
 
-#include "service/ConnectionStream.h"
-#include "service/EventStream.h"
-#include "service/Routing.h"
-#include "service/TranscribeForm.h"
+#include "service/gateway/EventStream.h"
+#include "service/gateway/Routing.h"
+#include "service/http/ConnectionStream.h"
+#include "service/http/TranscribeForm.h"
 
 namespace nulo::service {
 namespace {

@@ -9,8 +9,8 @@
 #include "base/Clock.h"
 #include "service/Cleanup.h"
 #include "service/Recogniser.h"
-#include "service/RequestGuard.h"
-#include "service/UpdateFolder.h"
+#include "service/http/RequestGuard.h"
+#include "service/http/UpdateFolder.h"
 
 namespace nulo::service {
 

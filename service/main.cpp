@@ -13,18 +13,18 @@
 
 #include "base/Clock.h"
 #include "base/Print.h"
-#include "service/GatewayCleanup.h"
-#include "service/GatewayConfig.h"
-#include "service/GatewayRecogniser.h"
-#include "service/HttpServer.h"
-#include "service/InheritedSocket.h"
-#include "service/OfflineRecogniser.h"
 #include "service/Options.h"
-#include "service/PocketSphinxEngine.h"
-#include "service/RuleCleanup.h"
-#include "service/Sha256.h"
 #include "service/SpeechApi.h"
-#include "service/WhisperEngine.h"
+#include "service/gateway/GatewayCleanup.h"
+#include "service/gateway/GatewayConfig.h"
+#include "service/gateway/GatewayRecogniser.h"
+#include "service/http/HttpServer.h"
+#include "service/http/InheritedSocket.h"
+#include "service/offline/OfflineRecogniser.h"
+#include "service/offline/PocketSphinxEngine.h"
+#include "service/offline/RuleCleanup.h"
+#include "service/offline/Sha256.h"
+#include "service/offline/WhisperEngine.h"
 
 namespace nulo::service {
 namespace {

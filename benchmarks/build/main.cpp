@@ -4,8 +4,8 @@
 #include <sstream>
 
 #include "common/Report.h"
-#include "support/ChildProcess.h"
-#include "support/TemporaryFolder.h"
+#include "rig/process/ChildProcess.h"
+#include "rig/process/TemporaryFolder.h"
 
 namespace nulo {
 namespace {

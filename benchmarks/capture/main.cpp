@@ -18,13 +18,13 @@
 #include "common/Report.h"
 #include "encoder/LibavAacWriter.h"
 #include "hotkey/GlobalKeyMonitor.h"
+#include "pasting/InjectionGate.h"
 #include "platform/Backends.h"
-#include "platform/InjectionGate.h"
-#include "support/TemporaryFolder.h"
-#include "support/TestSoundServer.h"
-#include "support/TestXServer.h"
-#include "support/WaitUntil.h"
-#include "support/XTestKeyboard.h"
+#include "rig/display/VirtualDisplay.h"
+#include "rig/display/XTestKeyboard.h"
+#include "rig/process/TemporaryFolder.h"
+#include "rig/process/WaitUntil.h"
+#include "rig/sound/VirtualMicrophone.h"
 
 namespace nulo {
 namespace {
@@ -219,8 +219,8 @@ void dictate(Series& series, WatchedMicrophone& microphone, Moment& started, Mom
 }
 
 void run() {
-    const TestXServer xServer;
-    const TestSoundServer soundServer;
+    const VirtualDisplay xServer;
+    const VirtualMicrophone soundServer;
     setenv("PULSE_SERVER", soundServer.address().c_str(), 1);
     soundServer.playTone(440);
     const TemporaryFolder folder;

@@ -7,7 +7,7 @@
 #include <stdexcept>
 #include <string>
 
-#include "support/WaitUntil.h"
+#include "rig/process/WaitUntil.h"
 #include "support/XcbReply.h"
 
 namespace nulo {

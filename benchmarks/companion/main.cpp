@@ -18,10 +18,10 @@
 #include <thread>
 #include <vector>
 
-#include "support/ChildProcess.h"
-#include "support/ScriptedHttpServer.h"
-#include "support/TemporaryFolder.h"
-#include "support/WaitUntil.h"
+#include "rig/http/ScriptedHttpServer.h"
+#include "rig/process/ChildProcess.h"
+#include "rig/process/TemporaryFolder.h"
+#include "rig/process/WaitUntil.h"
 
 namespace {
 

@@ -7,9 +7,9 @@
 
 #include "common/ProcessFacts.h"
 #include "common/Report.h"
-#include "desktop/session/DesktopSession.h"
-#include "support/ScriptedHttpServer.h"
-#include "support/WaitUntil.h"
+#include "rig/desktop/DesktopSession.h"
+#include "rig/http/ScriptedHttpServer.h"
+#include "rig/process/WaitUntil.h"
 
 namespace nulo {
 namespace {

@@ -6,8 +6,8 @@
 
 #include "common/KeyTarget.h"
 #include "common/Report.h"
-#include "desktop/session/DesktopSession.h"
-#include "support/WaitUntil.h"
+#include "rig/desktop/DesktopSession.h"
+#include "rig/process/WaitUntil.h"
 
 namespace nulo {
 namespace {

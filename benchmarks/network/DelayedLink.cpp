@@ -18,7 +18,7 @@
 #include <fstream>
 #include <stdexcept>
 
-#include "support/ChildProcess.h"
+#include "rig/process/ChildProcess.h"
 
 namespace nulo {
 namespace {

@@ -23,14 +23,14 @@
 #include "base/FileIO.h"
 #include "common/Report.h"
 #include "config/ConfigFile.h"
-#include "fakes/FakeMicrophone.h"
 #include "network/DelayedLink.h"
 #include "network/SocketWatch.h"
 #include "platform/Backends.h"
-#include "support/ChildProcess.h"
-#include "support/ScriptedHttpServer.h"
-#include "support/TemporaryFolder.h"
-#include "support/WaitUntil.h"
+#include "rig/http/ScriptedHttpServer.h"
+#include "rig/process/ChildProcess.h"
+#include "rig/process/TemporaryFolder.h"
+#include "rig/process/WaitUntil.h"
+#include "rig/sound/FakeMicrophone.h"
 
 namespace nulo {
 namespace {

@@ -15,11 +15,11 @@
 
 #include "common/Report.h"
 #include "platform/Backends.h"
-#include "support/TestXServer.h"
-#include "support/WaitUntil.h"
+#include "rig/display/VirtualDisplay.h"
+#include "rig/process/WaitUntil.h"
 #include "transcription/CombinedStreamHandler.h"
-#include "ui/WaveformPainting.h"
-#include "ui/WaveformWindow.h"
+#include "ui/overlay/WaveformPainting.h"
+#include "ui/overlay/WaveformWindow.h"
 
 namespace nulo {
 namespace {
@@ -173,7 +173,7 @@ void measureRecording(MainQueue& queue) {
 }
 
 void run() {
-    const TestXServer server;
+    const VirtualDisplay server;
     qputenv("QT_QPA_PLATFORM", "xcb");
     int argc = 1;
     char name[] = "bench-overlay";

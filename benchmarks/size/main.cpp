@@ -5,8 +5,8 @@
 #include <string>
 
 #include "common/Report.h"
-#include "support/ChildProcess.h"
-#include "support/TemporaryFolder.h"
+#include "rig/process/ChildProcess.h"
+#include "rig/process/TemporaryFolder.h"
 
 namespace nulo {
 namespace {

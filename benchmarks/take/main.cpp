@@ -12,9 +12,9 @@
 #include "audio/AudioRecorder.h"
 #include "common/ProcessFacts.h"
 #include "common/Report.h"
-#include "fakes/FakeMicrophone.h"
 #include "platform/Backends.h"
-#include "support/TemporaryFolder.h"
+#include "rig/process/TemporaryFolder.h"
+#include "rig/sound/FakeMicrophone.h"
 
 namespace nulo {
 namespace {

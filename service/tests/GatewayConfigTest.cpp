@@ -1,12 +1,12 @@
-#include "service/GatewayConfig.h"
+#include "service/gateway/GatewayConfig.h"
 
 #include <gtest/gtest.h>
 
 #include <filesystem>
 #include <fstream>
 
-#include "service/Sha256.h"
-#include "support/TemporaryFolder.h"
+#include "rig/process/TemporaryFolder.h"
+#include "service/offline/Sha256.h"
 
 namespace nulo::service {
 namespace {

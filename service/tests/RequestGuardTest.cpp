@@ -1,12 +1,12 @@
-#include "service/RequestGuard.h"
+#include "service/http/RequestGuard.h"
 
 #include <gtest/gtest.h>
 
 #include <fstream>
 
+#include "rig/process/TemporaryFolder.h"
 #include "service/Options.h"
-#include "service/Sha256.h"
-#include "support/TemporaryFolder.h"
+#include "service/offline/Sha256.h"
 
 namespace nulo::service {
 namespace {

@@ -1,4 +1,4 @@
-#include "service/RetryPolicy.h"
+#include "service/gateway/RetryPolicy.h"
 
 #include <gtest/gtest.h>
 

@@ -1,4 +1,4 @@
-#include "service/Routing.h"
+#include "service/gateway/Routing.h"
 
 #include <gtest/gtest.h>
 

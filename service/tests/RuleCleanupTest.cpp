@@ -1,4 +1,4 @@
-#include "service/RuleCleanup.h"
+#include "service/offline/RuleCleanup.h"
 
 #include <gtest/gtest.h>
 

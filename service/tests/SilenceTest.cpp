@@ -1,4 +1,4 @@
-#include "service/Silence.h"
+#include "service/offline/Silence.h"
 
 #include <gtest/gtest.h>
 

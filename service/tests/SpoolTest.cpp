@@ -1,11 +1,11 @@
-#include "service/Spool.h"
+#include "service/http/Spool.h"
 
 #include <gtest/gtest.h>
 
 #include <cstdlib>
 #include <filesystem>
 
-#include "support/TemporaryFolder.h"
+#include "rig/process/TemporaryFolder.h"
 
 namespace nulo::service {
 namespace {

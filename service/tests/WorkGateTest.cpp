@@ -4,7 +4,7 @@
 
 #include <thread>
 
-#include "support/WaitUntil.h"
+#include "rig/process/WaitUntil.h"
 
 namespace nulo::service {
 namespace {

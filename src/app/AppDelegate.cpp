@@ -4,7 +4,7 @@
 
 #include "app/StartUpDialogs.h"
 #include "config/ServiceConfig.h"
-#include "ui/SettingsWindow.h"
+#include "ui/settings/SettingsWindow.h"
 
 namespace nulo {
 namespace {

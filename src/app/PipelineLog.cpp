@@ -4,7 +4,7 @@
 #include <fstream>
 #include <string>
 
-#include "platform/UserFolders.h"
+#include "platform/system/UserFolders.h"
 
 namespace nulo {
 namespace fs = std::filesystem;

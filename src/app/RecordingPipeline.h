@@ -11,9 +11,9 @@
 #include "base/Clock.h"
 #include "base/Lifetime.h"
 #include "base/MainQueue.h"
-#include "base/Pasting.h"
 #include "base/Print.h"
 #include "config/AppConfig.h"
+#include "pasting/Pasting.h"
 #include "transcription/TranscriptionService.h"
 
 namespace nulo {

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "ui/Alert.h"
+#include "ui/alerts/Alert.h"
 
 namespace nulo {
 

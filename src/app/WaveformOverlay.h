@@ -1,7 +1,7 @@
 #pragma once
 
 #include "app/DictationOverlay.h"
-#include "ui/WaveformWindow.h"
+#include "ui/overlay/WaveformWindow.h"
 
 namespace nulo {
 

@@ -7,15 +7,15 @@
 
 #include "app/AppDelegate.h"
 #include "app/BuildInfo.h"
-#include "platform/BackendChoice.h"
+#include "pasting/InjectionGate.h"
 #include "platform/Backends.h"
-#include "platform/InjectionGate.h"
-#include "platform/RemoteControl.h"
-#include "platform/TerminationSignals.h"
-#include "platform/UserFolders.h"
-#include "ui/TrayItem.h"
-#include "ui/UpdateDialogs.h"
-#include "ui/XEmbedTrayIcon.h"
+#include "platform/dbus/RemoteControl.h"
+#include "platform/session/BackendChoice.h"
+#include "platform/system/TerminationSignals.h"
+#include "platform/system/UserFolders.h"
+#include "ui/alerts/UpdateDialogs.h"
+#include "ui/tray/TrayItem.h"
+#include "ui/tray/XEmbedTrayIcon.h"
 
 namespace nulo {
 namespace {

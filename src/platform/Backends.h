@@ -7,9 +7,9 @@
 #include "audio/CaptureEngine.h"
 #include "base/LoginItem.h"
 #include "base/MainQueue.h"
-#include "base/Pasting.h"
 #include "base/Print.h"
 #include "base/StatusItem.h"
+#include "pasting/Pasting.h"
 
 #include "base/UserDefaults.h"
 #include "hotkey/EventTap.h"

@@ -9,16 +9,16 @@
 #include <fstream>
 
 #include "fakes/FakeAudioFileWriter.h"
-#include "fakes/FakeClock.h"
 #include "fakes/FakeEventTap.h"
 #include "fakes/FakeHttpSession.h"
 #include "fakes/FakeMainQueue.h"
-#include "fakes/FakeMicrophone.h"
 #include "fakes/FakeStatusItem.h"
 #include "fakes/FakeUpdateParts.h"
 #include "fakes/FakeUserDefaults.h"
 #include "fakes/PrintedLines.h"
-#include "support/TemporaryFolder.h"
+#include "rig/process/FakeClock.h"
+#include "rig/process/TemporaryFolder.h"
+#include "rig/sound/FakeMicrophone.h"
 
 namespace nulo {
 namespace {

@@ -7,9 +7,9 @@
 #include <sstream>
 
 #include "app/DebugTimer.h"
-#include "fakes/FakeClock.h"
 #include "fakes/PrintedLines.h"
-#include "support/TemporaryFolder.h"
+#include "rig/process/FakeClock.h"
+#include "rig/process/TemporaryFolder.h"
 
 namespace nulo {
 namespace {

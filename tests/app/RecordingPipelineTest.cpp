@@ -5,11 +5,11 @@
 
 #include <fstream>
 
-#include "fakes/FakeClock.h"
 #include "fakes/FakeHttpSession.h"
 #include "fakes/FakeMainQueue.h"
 #include "fakes/PrintedLines.h"
-#include "support/TemporaryFolder.h"
+#include "rig/process/FakeClock.h"
+#include "rig/process/TemporaryFolder.h"
 
 namespace nulo {
 namespace {

@@ -4,11 +4,11 @@
 #include <sys/stat.h>
 
 #include "fakes/FakeAudioFileWriter.h"
-#include "fakes/FakeClock.h"
 #include "fakes/FakeMainQueue.h"
-#include "fakes/FakeMicrophone.h"
 #include "fakes/PrintedLines.h"
-#include "support/TemporaryFolder.h"
+#include "rig/process/FakeClock.h"
+#include "rig/process/TemporaryFolder.h"
+#include "rig/sound/FakeMicrophone.h"
 
 namespace nulo {
 namespace {

@@ -12,7 +12,7 @@
 #include <system_error>
 
 #include "fakes/PrintedLines.h"
-#include "support/TemporaryFolder.h"
+#include "rig/process/TemporaryFolder.h"
 
 namespace nulo {
 namespace {

@@ -6,7 +6,7 @@
 #include <fstream>
 
 #include "fakes/PrintedLines.h"
-#include "support/TemporaryFolder.h"
+#include "rig/process/TemporaryFolder.h"
 
 namespace nulo {
 namespace {

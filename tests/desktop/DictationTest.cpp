@@ -9,9 +9,9 @@
 #include <sstream>
 
 #include "config/PromptMode.h"
-#include "desktop/session/DesktopSession.h"
-#include "support/ScriptedHttpServer.h"
-#include "support/WaitUntil.h"
+#include "rig/desktop/DesktopSession.h"
+#include "rig/http/ScriptedHttpServer.h"
+#include "rig/process/WaitUntil.h"
 
 namespace nulo {
 namespace {

@@ -7,9 +7,9 @@
 #include <fstream>
 #include <sstream>
 
-#include "desktop/session/DesktopSession.h"
-#include "desktop/session/ScreenReader.h"
-#include "support/WaitUntil.h"
+#include "desktop/ScreenReader.h"
+#include "rig/desktop/DesktopSession.h"
+#include "rig/process/WaitUntil.h"
 
 namespace nulo {
 namespace {

@@ -5,9 +5,9 @@
 #include <nlohmann/json.hpp>
 
 #include "config/PromptMode.h"
-#include "desktop/session/DesktopSession.h"
-#include "support/ScriptedHttpServer.h"
-#include "support/WaitUntil.h"
+#include "rig/desktop/DesktopSession.h"
+#include "rig/http/ScriptedHttpServer.h"
+#include "rig/process/WaitUntil.h"
 
 namespace nulo {
 namespace {

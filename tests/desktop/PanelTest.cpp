@@ -4,8 +4,8 @@
 
 #include <memory>
 
-#include "desktop/session/DesktopPanel.h"
-#include "desktop/session/DesktopSession.h"
+#include "rig/desktop/DesktopPanel.h"
+#include "rig/desktop/DesktopSession.h"
 
 namespace nulo {
 namespace {

@@ -8,10 +8,10 @@
 #include <optional>
 
 #include "config/ConfigFile.h"
-#include "desktop/session/DesktopSession.h"
-#include "desktop/session/ScreenReader.h"
+#include "desktop/ScreenReader.h"
+#include "rig/desktop/DesktopSession.h"
+#include "rig/process/WaitUntil.h"
 #include "support/TrayPanel.h"
-#include "support/WaitUntil.h"
 
 namespace nulo {
 namespace {

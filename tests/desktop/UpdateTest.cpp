@@ -12,11 +12,11 @@
 #include <nlohmann/json.hpp>
 
 #include "base/FileIO.h"
-#include "desktop/session/DesktopSession.h"
-#include "desktop/session/ScreenReader.h"
-#include "support/ScriptedHttpServer.h"
+#include "desktop/ScreenReader.h"
+#include "rig/desktop/DesktopSession.h"
+#include "rig/http/ScriptedHttpServer.h"
+#include "rig/process/WaitUntil.h"
 #include "support/TrayPanel.h"
-#include "support/WaitUntil.h"
 
 namespace nulo {
 namespace {

@@ -5,7 +5,7 @@
 #include <utility>
 
 #include "base/MainQueue.h"
-#include "fakes/FakeClock.h"
+#include "rig/process/FakeClock.h"
 
 namespace nulo {
 

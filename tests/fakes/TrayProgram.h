@@ -7,13 +7,13 @@
 #include <utility>
 #include <vector>
 
-#include "fakes/FakeClock.h"
 #include "fakes/FakeEventTap.h"
 #include "fakes/FakeMainQueue.h"
-#include "fakes/FakeMicrophone.h"
 #include "fakes/PrintedLines.h"
-#include "support/TemporaryFolder.h"
-#include "ui/MenuBarController.h"
+#include "rig/process/FakeClock.h"
+#include "rig/process/TemporaryFolder.h"
+#include "rig/sound/FakeMicrophone.h"
+#include "ui/tray/MenuBarController.h"
 
 namespace nulo {
 

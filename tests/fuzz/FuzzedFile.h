@@ -6,7 +6,7 @@
 #include <fstream>
 #include <string_view>
 
-#include "support/TemporaryFolder.h"
+#include "rig/process/TemporaryFolder.h"
 
 namespace nulo {
 

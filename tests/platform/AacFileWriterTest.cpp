@@ -11,8 +11,8 @@
 
 #include "platform/Backends.h"
 #include "platform/DecodedAudio.h"
-#include "support/TemporaryFolder.h"
-#include "support/WaitUntil.h"
+#include "rig/process/TemporaryFolder.h"
+#include "rig/process/WaitUntil.h"
 
 namespace nulo {
 namespace {

@@ -9,9 +9,9 @@
 #include "fakes/FakeMainQueue.h"
 #include "fakes/PrintedLines.h"
 #include "platform/Backends.h"
-#include "support/TemporaryFolder.h"
-#include "support/TestSoundServer.h"
-#include "support/WaitUntil.h"
+#include "rig/process/TemporaryFolder.h"
+#include "rig/process/WaitUntil.h"
+#include "rig/sound/VirtualMicrophone.h"
 
 namespace nulo {
 namespace {
@@ -86,7 +86,7 @@ TEST_F(AlsaMicrophoneTest, readsTheDeviceUntilItIsStopped) {
 
 // A device with a clock of its own: nothing may be lost at its pace, and its end be noticed.
 TEST_F(AlsaMicrophoneTest, reportsADeviceThatGoesAway) {
-    TestSoundServer server;
+    VirtualMicrophone server;
     server.playTone(440);
     configure("pcm.default { type plug slave.pcm { type pulse server \"" + server.address() +
               "\" } }");

@@ -6,10 +6,10 @@
 
 #include "base/FileIO.h"
 #include "platform/Backends.h"
-#include "platform/UserFolders.h"
-#include "support/ChildProcess.h"
-#include "support/TemporaryFolder.h"
-#include "support/WaitUntil.h"
+#include "platform/system/UserFolders.h"
+#include "rig/process/ChildProcess.h"
+#include "rig/process/TemporaryFolder.h"
+#include "rig/process/WaitUntil.h"
 
 namespace nulo {
 namespace {

@@ -1,4 +1,4 @@
-#include "platform/BackendChoice.h"
+#include "platform/session/BackendChoice.h"
 
 #include <gtest/gtest.h>
 

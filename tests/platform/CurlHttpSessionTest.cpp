@@ -20,10 +20,10 @@
 
 #include "base/Text.h"
 #include "platform/Backends.h"
-#include "support/ChildProcess.h"
-#include "support/ScriptedHttpServer.h"
-#include "support/TemporaryFolder.h"
-#include "support/WaitUntil.h"
+#include "rig/http/ScriptedHttpServer.h"
+#include "rig/process/ChildProcess.h"
+#include "rig/process/TemporaryFolder.h"
+#include "rig/process/WaitUntil.h"
 
 namespace {
 

@@ -5,9 +5,9 @@
 #include "base/FileIO.h"
 #include "fakes/FakeMainQueue.h"
 #include "platform/Backends.h"
-#include "support/ScriptedHttpServer.h"
-#include "support/TemporaryFolder.h"
-#include "support/WaitUntil.h"
+#include "rig/http/ScriptedHttpServer.h"
+#include "rig/process/TemporaryFolder.h"
+#include "rig/process/WaitUntil.h"
 
 namespace nulo {
 namespace {

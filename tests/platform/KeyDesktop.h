@@ -12,12 +12,12 @@
 #include "fakes/FakeMainQueue.h"
 #include "fakes/PrintedLines.h"
 #include "hotkey/GlobalKeyMonitor.h"
+#include "pasting/InjectionGate.h"
 #include "platform/Backends.h"
-#include "platform/InjectionGate.h"
+#include "rig/display/VirtualDisplay.h"
+#include "rig/display/XTestKeyboard.h"
+#include "rig/process/WaitUntil.h"
 #include "support/KeyLoggingWindow.h"
-#include "support/TestXServer.h"
-#include "support/WaitUntil.h"
-#include "support/XTestKeyboard.h"
 
 namespace nulo {
 
@@ -26,7 +26,8 @@ using Keyboard = XTestKeyboard;
 /// A user's monitor and keyboard on a private X server.
 class KeyDesktop {
   public:
-    explicit KeyDesktop(TestXServer::WindowManager windowManager = TestXServer::WindowManager::none)
+    explicit KeyDesktop(
+        VirtualDisplay::WindowManager windowManager = VirtualDisplay::WindowManager::none)
         : server(windowManager), source(makeX11EventTapSource(gate, printed.print())) {
         keyboard.emplace();
         monitor.emplace(*source, queue, printed.print(), nullptr);
@@ -83,7 +84,7 @@ class KeyDesktop {
         }
     }
 
-    TestXServer server;
+    VirtualDisplay server;
     InjectionGate gate;
     FakeMainQueue queue;
     PrintedLines printed;

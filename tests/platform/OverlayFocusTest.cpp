@@ -8,12 +8,12 @@
 #include <map>
 #include <memory>
 
-#include "fakes/FakeClock.h"
 #include "fakes/FakeMainQueue.h"
-#include "support/TestXServer.h"
-#include "support/WaitUntil.h"
+#include "rig/display/VirtualDisplay.h"
+#include "rig/process/FakeClock.h"
+#include "rig/process/WaitUntil.h"
 #include "support/XcbReply.h"
-#include "ui/WaveformWindow.h"
+#include "ui/overlay/WaveformWindow.h"
 
 namespace nulo {
 namespace {
@@ -87,7 +87,7 @@ class OverlayFocusTest : public testing::Test {
         });
     }
 
-    TestXServer m_server{TestXServer::WindowManager::openbox, "1280x800x24"};
+    VirtualDisplay m_server{VirtualDisplay::WindowManager::openbox, "1280x800x24"};
     xcb_connection_t* m_connection = nullptr;
     xcb_window_t m_root = XCB_NONE;
     xcb_window_t m_client = XCB_NONE;

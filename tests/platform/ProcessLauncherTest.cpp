@@ -8,8 +8,8 @@
 
 #include "base/FileIO.h"
 #include "platform/Backends.h"
-#include "support/TemporaryFolder.h"
-#include "support/WaitUntil.h"
+#include "rig/process/TemporaryFolder.h"
+#include "rig/process/WaitUntil.h"
 
 namespace nulo {
 namespace {

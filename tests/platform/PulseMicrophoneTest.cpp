@@ -5,14 +5,14 @@
 #include <fstream>
 
 #include "audio/AudioRecorder.h"
-#include "fakes/FakeClock.h"
 #include "fakes/FakeMainQueue.h"
 #include "fakes/PrintedLines.h"
 #include "platform/Backends.h"
 #include "platform/DecodedAudio.h"
-#include "platform/PulseConnection.h"
-#include "support/TestSoundServer.h"
-#include "support/WaitUntil.h"
+#include "platform/sound/PulseConnection.h"
+#include "rig/process/FakeClock.h"
+#include "rig/process/WaitUntil.h"
+#include "rig/sound/VirtualMicrophone.h"
 
 namespace nulo {
 namespace {
@@ -80,7 +80,7 @@ class PulseMicrophoneTest : public testing::Test {
             [&] { return testing::Matches(Contains(HasSubstr(part)))(printed.lines()); });
     }
 
-    TestSoundServer server;
+    VirtualMicrophone server;
     TemporaryFolder folder;
     PulseTimings timings{milliseconds(200), milliseconds(20), milliseconds(50), milliseconds(300)};
     PrintedLines printed;

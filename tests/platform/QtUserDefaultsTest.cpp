@@ -5,7 +5,7 @@
 
 #include "base/FileIO.h"
 #include "platform/Backends.h"
-#include "support/TemporaryFolder.h"
+#include "rig/process/TemporaryFolder.h"
 
 namespace nulo {
 namespace {

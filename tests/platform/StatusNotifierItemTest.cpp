@@ -10,12 +10,12 @@
 #include "platform/Backends.h"
 #include "platform/TrayDesktop.h"
 #include "support/TrayPanel.h"
-#include "ui/StatusIcons.h"
+#include "ui/tray/StatusIcons.h"
 
 namespace nulo {
 
-TestBus& testBus() {
-    static TestBus bus;
+PrivateBus& testBus() {
+    static PrivateBus bus;
     return bus;
 }
 

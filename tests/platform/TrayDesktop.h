@@ -1,10 +1,10 @@
 #pragma once
 
-#include "support/TestBus.h"
+#include "rig/process/PrivateBus.h"
 
 namespace nulo {
 
 /// This process's bus; not running until it is started.
-TestBus& testBus();
+PrivateBus& testBus();
 
 }  // namespace nulo

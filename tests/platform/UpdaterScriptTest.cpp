@@ -5,9 +5,9 @@
 #include <map>
 
 #include "base/FileIO.h"
-#include "support/ChildProcess.h"
-#include "support/TemporaryFolder.h"
-#include "support/WaitUntil.h"
+#include "rig/process/ChildProcess.h"
+#include "rig/process/TemporaryFolder.h"
+#include "rig/process/WaitUntil.h"
 
 namespace nulo {
 namespace {

@@ -9,7 +9,7 @@
 #include <thread>
 
 #include "platform/KeyDesktop.h"
-#include "support/TemporaryFolder.h"
+#include "rig/process/TemporaryFolder.h"
 
 namespace nulo {
 namespace {
@@ -95,7 +95,7 @@ TEST(X11EventTapFault, keepsInjectionWaitingWhileItHoldsTheKeyboard) {
 
 // A tap that is never made again, and a take that goes on because its end was not seen.
 TEST(X11EventTapFault, comesBackAfterItsConnectionIsKilled) {
-    TestXServer server;
+    VirtualDisplay server;
     PrintedLines printed;
     InjectionGate gate;
     FakeMainQueue queue;
@@ -155,7 +155,7 @@ TEST(X11EventTapFault, comesBackAfterItsConnectionIsKilled) {
 TEST(X11EventTapFault, saysWhyItIsNotTrusted) {
     PrintedLines printed;
     InjectionGate gate;
-    TestXServer server;
+    VirtualDisplay server;
     const std::string display = server.display();
     setenv("DISPLAY", ":nowhere", 1);
     const auto source = makeX11EventTapSource(gate, printed.print());
@@ -188,7 +188,7 @@ TEST(X11EventTapFault, saysWhyItIsNotTrusted) {
 
 // A tap whose own thread hangs with the keyboard frozen: a dead keyboard for good.
 TEST(X11EventTapFault, letsGoOfTheKeyboardWhenItsThreadHangs) {
-    TestXServer server;
+    VirtualDisplay server;
     InjectionGate gate;
     XTestKeyboard keyboard;
     KeyLoggingWindow window;
@@ -254,7 +254,7 @@ class MonitorProcess {
 
 // The program stopped by a debugger, or killed, between Option's press and what follows.
 TEST(X11EventTapFault, givesTheKeyboardBackAfterBeingStopped) {
-    TestXServer server;
+    VirtualDisplay server;
     XTestKeyboard keyboard;
     KeyLoggingWindow window;
     MonitorProcess monitor(window);

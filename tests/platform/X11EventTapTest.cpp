@@ -240,7 +240,7 @@ TEST(X11EventTap, hidesTheRepeatsOfAHiddenSpace) {
 
 // Window managers' own shortcuts, which a replayed key would skip, and the one on the chord itself.
 TEST(X11EventTap, leavesTheWindowManagerItsShortcuts) {
-    KeyDesktop desktop(TestXServer::WindowManager::openbox);
+    KeyDesktop desktop(VirtualDisplay::WindowManager::openbox);
     desktop.keyboard->pace = std::chrono::milliseconds(60);
     KeyLoggingWindow first;
     KeyLoggingWindow second;

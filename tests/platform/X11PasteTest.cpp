@@ -12,12 +12,12 @@
 #include <string_view>
 
 #include "fakes/PrintedLines.h"
+#include "pasting/InjectionGate.h"
 #include "platform/Backends.h"
-#include "platform/InjectionGate.h"
-#include "support/ChildProcess.h"
+#include "rig/process/ChildProcess.h"
+#include "rig/process/TemporaryFolder.h"
+#include "rig/process/WaitUntil.h"
 #include "support/InputTestServer.h"
-#include "support/TemporaryFolder.h"
-#include "support/WaitUntil.h"
 
 namespace nulo {
 namespace {

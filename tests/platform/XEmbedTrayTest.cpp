@@ -10,12 +10,12 @@
 
 #include "platform/Backends.h"
 #include "platform/TrayDesktop.h"
-#include "support/TestXServer.h"
+#include "rig/display/VirtualDisplay.h"
 #include "support/TrayPanel.h"
 #include "support/XcbReply.h"
-#include "ui/StatusIcons.h"
-#include "ui/TrayItem.h"
-#include "ui/XEmbedTrayIcon.h"
+#include "ui/tray/StatusIcons.h"
+#include "ui/tray/TrayItem.h"
+#include "ui/tray/XEmbedTrayIcon.h"
 
 namespace nulo {
 namespace {
@@ -84,7 +84,7 @@ class XEmbedTrayTest : public testing::Test {
     }
     static QMenu* openMenu() { return qobject_cast<QMenu*>(QApplication::activePopupWidget()); }
 
-    TestXServer m_server;
+    VirtualDisplay m_server;
     int m_argumentCount = 1;
     char m_name[5] = "tray";
     char* m_arguments[2] = {m_name, nullptr};

@@ -8,7 +8,7 @@
 #include <xcb/xkb.h>
 #undef explicit
 
-#include "support/WaitUntil.h"
+#include "rig/process/WaitUntil.h"
 
 namespace nulo {
 namespace {

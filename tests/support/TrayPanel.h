@@ -11,8 +11,8 @@
 #include <chrono>
 #include <string>
 
-#include "platform/DBusMenuTypes.h"
-#include "support/WaitUntil.h"
+#include "platform/dbus/DBusMenuTypes.h"
+#include "rig/process/WaitUntil.h"
 
 namespace nulo {
 

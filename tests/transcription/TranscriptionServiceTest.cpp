@@ -10,7 +10,7 @@
 #include "fakes/FakeHttpSession.h"
 #include "fakes/FakeMainQueue.h"
 #include "fakes/PrintedLines.h"
-#include "support/TemporaryFolder.h"
+#include "rig/process/TemporaryFolder.h"
 
 namespace nulo {
 namespace {

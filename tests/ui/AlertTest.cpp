@@ -1,4 +1,4 @@
-#include "ui/Alert.h"
+#include "ui/alerts/Alert.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -10,8 +10,8 @@
 #include <QTest>
 #include <QTextEdit>
 
-#include "ui/UpdateDialogs.h"
-#include "ui/UpdateProgressWindow.h"
+#include "ui/alerts/UpdateDialogs.h"
+#include "ui/alerts/UpdateProgressWindow.h"
 
 namespace nulo {
 namespace {

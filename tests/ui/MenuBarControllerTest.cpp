@@ -1,11 +1,11 @@
-#include "ui/MenuBarController.h"
+#include "ui/tray/MenuBarController.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include "fakes/FakeStatusItem.h"
 #include "fakes/TrayProgram.h"
-#include "ui/StatusIcons.h"
+#include "ui/tray/StatusIcons.h"
 
 namespace nulo {
 namespace {

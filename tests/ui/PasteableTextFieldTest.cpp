@@ -1,4 +1,4 @@
-#include "ui/PasteableTextField.h"
+#include "ui/settings/PasteableTextField.h"
 
 #include <gtest/gtest.h>
 
@@ -6,7 +6,7 @@
 #include <QGuiApplication>
 #include <QTest>
 
-#include "ui/OneLine.h"
+#include "ui/tray/OneLine.h"
 
 namespace nulo {
 namespace {

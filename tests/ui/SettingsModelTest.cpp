@@ -1,4 +1,4 @@
-#include "ui/SettingsModel.h"
+#include "ui/settings/SettingsModel.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

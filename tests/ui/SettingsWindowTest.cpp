@@ -1,4 +1,4 @@
-#include "ui/SettingsWindow.h"
+#include "ui/settings/SettingsWindow.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -20,8 +20,8 @@
 
 #include "config/ConfigFile.h"
 #include "fakes/PrintedLines.h"
-#include "support/TemporaryFolder.h"
-#include "ui/WordChips.h"
+#include "rig/process/TemporaryFolder.h"
+#include "ui/settings/WordChips.h"
 
 namespace nulo {
 namespace {

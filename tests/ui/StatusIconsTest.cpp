@@ -1,4 +1,4 @@
-#include "ui/StatusIcons.h"
+#include "ui/tray/StatusIcons.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

@@ -1,4 +1,4 @@
-#include "ui/StreamingTextLayout.h"
+#include "ui/overlay/StreamingTextLayout.h"
 
 #include <gtest/gtest.h>
 

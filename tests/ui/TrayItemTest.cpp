@@ -1,4 +1,4 @@
-#include "ui/TrayItem.h"
+#include "ui/tray/TrayItem.h"
 
 #include <gtest/gtest.h>
 
@@ -7,8 +7,8 @@
 #include <QScreen>
 
 #include "fakes/FakeStatusItem.h"
-#include "ui/MenuWidget.h"
-#include "ui/StatusIcons.h"
+#include "ui/tray/MenuWidget.h"
+#include "ui/tray/StatusIcons.h"
 
 namespace nulo {
 namespace {

@@ -1,4 +1,4 @@
-#include "ui/WaveformPainting.h"
+#include "ui/overlay/WaveformPainting.h"
 
 #include <gtest/gtest.h>
 

@@ -1,4 +1,4 @@
-#include "ui/WaveformWindow.h"
+#include "ui/overlay/WaveformWindow.h"
 
 #include <gtest/gtest.h>
 
@@ -8,9 +8,9 @@
 #include <QScreen>
 #include <thread>
 
-#include "fakes/FakeClock.h"
 #include "fakes/FakeMainQueue.h"
-#include "ui/OverlayGeometry.h"
+#include "rig/process/FakeClock.h"
+#include "ui/overlay/OverlayGeometry.h"
 
 namespace nulo {
 namespace {

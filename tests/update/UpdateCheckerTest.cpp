@@ -6,12 +6,12 @@
 #include <nlohmann/json.hpp>
 
 #include "base/FileIO.h"
-#include "fakes/FakeClock.h"
 #include "fakes/FakeMainQueue.h"
 #include "fakes/FakeUpdateParts.h"
 #include "fakes/FakeUserDefaults.h"
 #include "fakes/PrintedLines.h"
-#include "support/TemporaryFolder.h"
+#include "rig/process/FakeClock.h"
+#include "rig/process/TemporaryFolder.h"
 
 namespace nulo {
 namespace {

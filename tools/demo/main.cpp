@@ -14,9 +14,9 @@
 #include <string>
 #include <thread>
 
-#include "desktop/session/DesktopPanel.h"
-#include "desktop/session/DesktopSession.h"
-#include "support/WaitUntil.h"
+#include "rig/desktop/DesktopPanel.h"
+#include "rig/desktop/DesktopSession.h"
+#include "rig/process/WaitUntil.h"
 
 namespace nulo {
 namespace {

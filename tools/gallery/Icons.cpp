@@ -3,8 +3,8 @@
 #include <cstddef>
 
 #include "Gallery.h"
-#include "desktop/session/Screenshot.h"
-#include "ui/StatusIcons.h"
+#include "rig/desktop/Screenshot.h"
+#include "ui/tray/StatusIcons.h"
 
 namespace nulo::gallery {
 namespace {

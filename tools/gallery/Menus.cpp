@@ -7,9 +7,9 @@
 
 #include "Gallery.h"
 #include "config/ConfigFile.h"
-#include "desktop/session/DesktopPanel.h"
-#include "desktop/session/DesktopSession.h"
-#include "desktop/session/Screenshot.h"
+#include "rig/desktop/DesktopPanel.h"
+#include "rig/desktop/DesktopSession.h"
+#include "rig/desktop/Screenshot.h"
 
 namespace nulo::gallery {
 namespace {

@@ -15,13 +15,13 @@
 #include "Gallery.h"
 #include "app/StartUpDialogs.h"
 #include "base/Published.h"
-#include "desktop/session/Screenshot.h"
-#include "fakes/FakeClock.h"
 #include "platform/Backends.h"
-#include "ui/Alert.h"
-#include "ui/SettingsWindow.h"
-#include "ui/UpdateDialogs.h"
-#include "ui/WaveformWindow.h"
+#include "rig/desktop/Screenshot.h"
+#include "rig/process/FakeClock.h"
+#include "ui/alerts/Alert.h"
+#include "ui/alerts/UpdateDialogs.h"
+#include "ui/overlay/WaveformWindow.h"
+#include "ui/settings/SettingsWindow.h"
 
 namespace nulo::gallery {
 namespace {

@@ -1,7 +1,7 @@
 #include "base/HttpUrl.h"
 #include "fuzz/FuzzedFile.h"
-#include "service/GatewayConfig.h"
-#include "service/Sha256.h"
+#include "service/gateway/GatewayConfig.h"
+#include "service/offline/Sha256.h"
 
 using namespace nulo;
 

@@ -5,8 +5,8 @@
 
 #include "base/Text.h"
 #include "service/ChatEvents.h"
-#include "service/GatewayRecogniser.h"
-#include "service/UpstreamFailure.h"
+#include "service/gateway/GatewayRecogniser.h"
+#include "service/gateway/UpstreamFailure.h"
 
 namespace nulo::service {
 namespace {

@@ -7,9 +7,9 @@
 #include <vector>
 
 #include "base/Text.h"
-#include "fakes/FakeClock.h"
+#include "rig/process/FakeClock.h"
 #include "service/SpeechApi.h"
-#include "service/TranscribeForm.h"
+#include "service/http/TranscribeForm.h"
 
 namespace nulo::service {
 namespace {

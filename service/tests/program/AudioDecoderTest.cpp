@@ -1,4 +1,4 @@
-#include "service/AudioDecoder.h"
+#include "service/offline/AudioDecoder.h"
 
 #include <gtest/gtest.h>
 
@@ -12,8 +12,8 @@ extern "C" {
 #include <iterator>
 #include <numbers>
 
-#include "service/SpeechEngine.h"
-#include "support/TemporaryFolder.h"
+#include "rig/process/TemporaryFolder.h"
+#include "service/offline/SpeechEngine.h"
 
 namespace nulo::service {
 namespace {

@@ -4,8 +4,8 @@
 #include <string>
 
 #include "ServiceProgram.h"
-#include "support/ScriptedHttpServer.h"
-#include "support/TemporaryFolder.h"
+#include "rig/http/ScriptedHttpServer.h"
+#include "rig/process/TemporaryFolder.h"
 
 namespace nulo::service {
 

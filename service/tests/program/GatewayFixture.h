@@ -9,15 +9,15 @@
 #include <optional>
 
 #include "Form.h"
-#include "service/GatewayCleanup.h"
-#include "service/GatewayRecogniser.h"
-#include "service/HttpServer.h"
-#include "service/OfflineRecogniser.h"
-#include "service/RuleCleanup.h"
-#include "service/Sha256.h"
+#include "rig/http/ScriptedHttpServer.h"
+#include "rig/process/WaitUntil.h"
 #include "service/SpeechApi.h"
-#include "support/ScriptedHttpServer.h"
-#include "support/WaitUntil.h"
+#include "service/gateway/GatewayCleanup.h"
+#include "service/gateway/GatewayRecogniser.h"
+#include "service/http/HttpServer.h"
+#include "service/offline/OfflineRecogniser.h"
+#include "service/offline/RuleCleanup.h"
+#include "service/offline/Sha256.h"
 
 namespace nulo::service {
 

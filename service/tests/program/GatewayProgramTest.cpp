@@ -6,9 +6,9 @@
 
 #include "ConfiguredService.h"
 #include "Form.h"
-#include "service/Sha256.h"
-#include "service/Spool.h"
-#include "support/ScriptedHttpServer.h"
+#include "rig/http/ScriptedHttpServer.h"
+#include "service/http/Spool.h"
+#include "service/offline/Sha256.h"
 
 namespace nulo::service {
 namespace {

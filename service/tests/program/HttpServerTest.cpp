@@ -1,4 +1,4 @@
-#include "service/HttpServer.h"
+#include "service/http/HttpServer.h"
 
 #include <gtest/gtest.h>
 
@@ -6,10 +6,10 @@
 #include <mutex>
 
 #include "Form.h"
-#include "service/OfflineRecogniser.h"
-#include "service/RuleCleanup.h"
+#include "rig/process/WaitUntil.h"
 #include "service/SpeechApi.h"
-#include "support/WaitUntil.h"
+#include "service/offline/OfflineRecogniser.h"
+#include "service/offline/RuleCleanup.h"
 
 namespace nulo::service {
 namespace {

@@ -7,8 +7,8 @@
 #include <future>
 
 #include "base/FileIO.h"
-#include "support/ChildProcess.h"
-#include "support/TemporaryFolder.h"
+#include "rig/process/ChildProcess.h"
+#include "rig/process/TemporaryFolder.h"
 
 namespace nulo::service {
 namespace {

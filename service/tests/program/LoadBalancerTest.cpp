@@ -7,7 +7,7 @@
 #include "ConfiguredService.h"
 #include "Form.h"
 #include "base/FileIO.h"
-#include "support/ScriptedHttpServer.h"
+#include "rig/http/ScriptedHttpServer.h"
 
 namespace nulo::service {
 namespace {

@@ -8,9 +8,9 @@
 #include <sstream>
 #include <stdexcept>
 
-#include "support/ChildProcess.h"
-#include "support/TemporaryFolder.h"
-#include "support/WaitUntil.h"
+#include "rig/process/ChildProcess.h"
+#include "rig/process/TemporaryFolder.h"
+#include "rig/process/WaitUntil.h"
 
 namespace nulo::service {
 

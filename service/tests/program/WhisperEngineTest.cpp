@@ -1,4 +1,4 @@
-#include "service/WhisperEngine.h"
+#include "service/offline/WhisperEngine.h"
 
 #include <gtest/gtest.h>
 
@@ -7,7 +7,7 @@
 
 #include "ConfiguredService.h"
 #include "Form.h"
-#include "service/Sha256.h"
+#include "service/offline/Sha256.h"
 
 namespace nulo::service {
 namespace {

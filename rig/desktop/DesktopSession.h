@@ -1,0 +1,111 @@
+#pragma once
+
+#include <chrono>
+#include <filesystem>
+#include <memory>
+#include <optional>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "rig/display/VirtualDisplay.h"
+#include "rig/display/XTestKeyboard.h"
+#include "rig/process/ChildProcess.h"
+#include "rig/process/PrivateBus.h"
+#include "rig/process/TemporaryFolder.h"
+#include "rig/sound/VirtualMicrophone.h"
+
+namespace nulo {
+
+/// A whole private desktop: screen, window manager, session bus, microphone, home folder, a text
+/// window that has the focus, and Nulo, run as a person would run it.
+class DesktopSession {
+  public:
+    enum class Launch {
+        later,  // the offers of the first launch were made, the last look for updates was just now
+        first,
+    };
+    explicit DesktopSession(Launch launch = Launch::later);
+
+    const std::filesystem::path& home() const { return m_home.path(); }
+    std::filesystem::path pipelineLog() const;
+    /// Where the takes are.
+    std::filesystem::path recordingsFolder() const { return m_temporary / "nulo"; }
+
+    /// When Nulo last looked for updates, the offers of the first launch having been made. Before
+    /// startNulo().
+    void setLastUpdateCheck(std::chrono::seconds ago);
+    /// Before startNulo().
+    void writeServiceFile(const std::string& baseURL, const std::string& token = {});
+    /// Replaces config.json; also while Nulo runs.
+    void writeConfig(const std::string& provider, const std::string& activeMode,
+                     bool debugMode = false);
+
+    /// Opens the window and waits until it has the focus.
+    void startTextWindow();
+    /// Starts the program and waits until it listens to the chord. Throws when it does not.
+    void startNulo();
+    /// Starts the program once more and waits for its end: its exit status and what it printed.
+    std::pair<std::optional<int>, std::string> startNuloAgain();
+    /// Exit status after a SIGTERM.
+    std::optional<int> stopNulo();
+
+    /// Presses the chord, plays the sound file into the microphone to its end, lets go.
+    void dictate(const std::filesystem::path& soundFile);
+    void pressChord();
+    void releaseChord();
+
+    /// What the text window holds now.
+    std::string text() const;
+    /// What the clipboard holds now, as another program reads it.
+    std::string clipboard() const;
+    /// The lines that Nulo has printed so far.
+    std::vector<std::string> printed() const;
+    /// Waits until a printed line holds `part`; that line, or nothing after the time-out.
+    std::optional<std::string> waitForPrinted(
+        const std::string& part,
+        std::chrono::milliseconds timeout = std::chrono::seconds(20)) const;
+    /// No key is down as far as the X server knows.
+    bool noKeyIsDown();
+
+    void screenshot(const std::filesystem::path& file) const;
+    VirtualMicrophone& soundServer() { return m_soundServer; }
+    VirtualDisplay& xServer() { return m_xServer; }
+    PrivateBus& bus() { return m_bus; }
+    XTestKeyboard& keyboard() { return m_keyboard; }
+    /// Over this process's, for programs that run on the desktop.
+    std::vector<std::string> environment() const;
+    ChildProcess& nulo() { return *m_nulo; }
+
+  private:
+    TemporaryFolder m_home;
+    TemporaryFolder m_temporary;
+    PrivateBus m_bus;
+    VirtualDisplay m_xServer;
+    VirtualMicrophone m_soundServer;
+    XTestKeyboard m_keyboard;
+    std::unique_ptr<ChildProcess> m_textWindow;
+    std::unique_ptr<ChildProcess> m_nulo;
+};
+
+/// A companion service for a test, on a free port.
+class CompanionProcess {
+  public:
+    /// `configuration` is the text of its file; nobody's is used without one.
+    explicit CompanionProcess(const std::string& configuration = "{}");
+    const std::string& baseURL() const { return m_baseURL; }
+
+  private:
+    TemporaryFolder m_folder;
+    std::unique_ptr<ChildProcess> m_process;
+    std::string m_baseURL;
+};
+
+/// Recorded human speech, and what is said in it.
+struct RecordedSpeech {
+    std::filesystem::path file;
+    std::string words;  // lower case, separated by blanks
+};
+RecordedSpeech recordedSpeech();
+
+}  // namespace nulo

@@ -1,0 +1,29 @@
+#pragma once
+
+#include <optional>
+#include <string>
+
+#include "service/Failure.h"
+#include "service/gateway/GatewayConfig.h"
+#include "service/gateway/UpstreamClient.h"
+
+namespace nulo::service {
+
+/// The status that nobody reads: the client is gone.
+inline constexpr int clientGone = 499;
+
+/// What a client is told when a provider does not answer, or not to the end.
+Failure failureOf(const UpstreamFault& fault, const Provider& provider);
+
+/// The same for an answer that is an error. The provider's own words are passed on where they help,
+/// never with the key in them.
+Failure failureOf(int status, const std::string& body, std::optional<int> retryAfterSeconds,
+                  const Provider& provider, const std::string& model);
+
+/// A 200 that holds something else than it should.
+Failure unusableAnswer(const Provider& provider, const std::string& what);
+
+/// Whether an error says that waiting will not help: the account's quota is used up.
+bool isQuotaError(const std::string& body);
+
+}  // namespace nulo::service

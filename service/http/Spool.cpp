@@ -1,0 +1,96 @@
+#include "service/http/Spool.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <utility>
+
+namespace nulo::service {
+namespace {
+
+int namelessFile() {
+    std::error_code error;
+    const auto folder = std::filesystem::temp_directory_path(error);
+    if (error)
+        return -1;
+    const int file = open(folder.c_str(), O_TMPFILE | O_RDWR | O_CLOEXEC | O_EXCL, 0600);
+    if (file >= 0)
+        return file;
+    // Not every file system knows files without a name.
+    std::string pattern = (folder / "nulo-upload-XXXXXX").string();
+    const int named = mkostemp(pattern.data(), O_CLOEXEC);
+    if (named >= 0)
+        unlink(pattern.c_str());
+    return named;
+}
+
+}  // namespace
+
+Spool::~Spool() {
+    if (m_file >= 0)
+        close(m_file);
+}
+
+Spool::Spool(Spool&& other) noexcept
+    : m_memory(std::exchange(other.m_memory, {})),
+      m_file(std::exchange(other.m_file, -1)),
+      m_size(std::exchange(other.m_size, 0)) {}
+
+Spool& Spool::operator=(Spool&& other) noexcept {
+    std::swap(m_memory, other.m_memory);
+    std::swap(m_file, other.m_file);
+    std::swap(m_size, other.m_size);
+    return *this;
+}
+
+bool Spool::append(std::string_view bytes) {
+    if (m_file < 0 && m_size + bytes.size() <= mostInMemory) {
+        m_memory.append(bytes);
+        m_size += bytes.size();
+        return true;
+    }
+    if (m_file < 0) {
+        m_file = namelessFile();
+        if (m_file < 0 || !write(m_memory))
+            return false;
+        std::string().swap(m_memory);  // assigning would keep the megabyte
+    }
+    if (!write(bytes))
+        return false;
+    m_size += bytes.size();
+    return true;
+}
+
+bool Spool::write(std::string_view bytes) const {
+    while (!bytes.empty()) {
+        const ssize_t count = ::write(m_file, bytes.data(), bytes.size());
+        if (count < 0 && errno == EINTR)
+            continue;
+        if (count <= 0)
+            return false;
+        bytes.remove_prefix(static_cast<std::size_t>(count));
+    }
+    return true;
+}
+
+std::ptrdiff_t Spool::read(std::size_t offset, void* target, std::size_t room) const {
+    if (offset >= m_size)
+        return 0;
+    if (m_file < 0) {
+        const std::size_t count = std::min(room, m_size - offset);
+        std::memcpy(target, m_memory.data() + offset, count);
+        return static_cast<std::ptrdiff_t>(count);
+    }
+    ssize_t count = 0;
+    do
+        count = pread(m_file, target, room, static_cast<off_t>(offset));
+    while (count < 0 && errno == EINTR);
+    return count;
+}
+
+}  // namespace nulo::service

@@ -1,0 +1,28 @@
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+#include <functional>
+#include <optional>
+#include <span>
+#include <vector>
+
+#include "base/Result.h"
+#include "service/Failure.h"
+#include "service/http/Spool.h"
+
+namespace nulo::service {
+
+/// Takes the next samples, mono at speechRate; false when no more are wanted.
+using TakeSamples = std::function<bool(std::span<const std::int16_t>)>;
+
+/// Decodes an audio file (WAV, MPEG-4, Ogg, FLAC, MP3, WebM…) piece by piece. Any thread. 415 when
+/// it is not audio, 413 when it lasts longer than `longest`.
+std::optional<Failure> decodeSpeech(const Spool& file, std::chrono::seconds longest,
+                                    const TakeSamples& take);
+
+/// The whole of it.
+Result<std::vector<std::int16_t>, Failure> decodedSpeech(const Spool& file,
+                                                         std::chrono::seconds longest);
+
+}  // namespace nulo::service

@@ -1,0 +1,74 @@
+#include "service/offline/OfflineRecogniser.h"
+
+#include <strings.h>
+
+#include "service/offline/AudioDecoder.h"
+
+namespace nulo::service {
+namespace {
+
+/// "en", "en-GB", "EN_us".
+bool isEnglish(const std::string& language) {
+    return strncasecmp(language.c_str(), "en", 2) == 0 &&
+           (language.size() == 2 || language[2] == '-' || language[2] == '_');
+}
+
+}  // namespace
+
+OfflineRecogniser::OfflineRecogniser(MakeEngine makeEngine, WorkGate::Limits limits,
+                                     Languages languages)
+    : m_makeEngine(std::move(makeEngine)), m_languages(languages), m_gate(limits) {}
+
+Outcome OfflineRecogniser::prepare() {
+    auto engine = m_makeEngine();
+    if (!engine)
+        return engine.error();
+    putBack(std::move(engine).value());
+    return Success{};
+}
+
+Result<std::string, Failure> OfflineRecogniser::recognise(const Take& take, const StillWanted&) {
+    if (m_languages == Languages::english && !take.language.empty() && !isEnglish(take.language))
+        return Failure{501,
+                       "The offline engine knows English only, and the language asked for is "
+                       "another. Name a provider or a whisper.cpp model in nulo-service.json, or "
+                       "ask for English.\n"};
+    const auto pass = m_gate.enter();
+    if (!pass)
+        return Failure{
+            503, "The service is busy with other recordings. Try again in a few seconds.\n", 3};
+    const auto samples = decodedSpeech(take.audio, std::chrono::minutes(15));
+    if (!samples)
+        return samples.error();
+    auto engine = idleEngine();
+    if (!engine)
+        return Failure{500,
+                       "The recogniser cannot be started: " + engine.error().description + ".\n"};
+    try {
+        std::string text = engine.value()->hear(samples.value(), take.language);
+        putBack(std::move(engine).value());
+        return text;
+    } catch (const std::exception& error) {
+        return Failure{500, "The offline engine failed (" + std::string(error.what()) +
+                                "). Try again; if it stays so, choose another model.\n"};
+    }
+}
+
+Result<std::unique_ptr<SpeechEngine>> OfflineRecogniser::idleEngine() {
+    {
+        const std::scoped_lock lock(m_mutex);
+        if (!m_idle.empty()) {
+            auto engine = std::move(m_idle.back());
+            m_idle.pop_back();
+            return engine;
+        }
+    }
+    return m_makeEngine();
+}
+
+void OfflineRecogniser::putBack(std::unique_ptr<SpeechEngine> engine) {
+    const std::scoped_lock lock(m_mutex);
+    m_idle.push_back(std::move(engine));
+}
+
+}  // namespace nulo::service

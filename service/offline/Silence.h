@@ -1,0 +1,30 @@
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+#include <span>
+
+#include "base/Result.h"
+#include "service/Failure.h"
+#include "service/http/Spool.h"
+
+namespace nulo::service {
+
+/// Finds the first frame of 30 ms that is louder than -50 dBFS (root mean square; 0 dBFS is a full
+/// scale square wave). Below that lies the noise of a room in which nobody speaks.
+class SilenceGate {
+  public:
+    /// Mono at speechRate, in pieces of any size; false once it has been loud.
+    bool isSilentAfter(std::span<const std::int16_t> samples);
+
+  private:
+    std::int64_t m_squares = 0;
+    std::size_t m_count = 0;
+    bool m_loud = false;
+};
+
+/// Whether nobody speaks in the recording; decodes as far as the first loud frame. 415 when it is
+/// not audio, 413 when nothing is heard for longer than `longest`.
+Result<bool, Failure> isSilent(const Spool& file, std::chrono::seconds longest);
+
+}  // namespace nulo::service

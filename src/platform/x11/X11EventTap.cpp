@@ -1,0 +1,267 @@
+#include <poll.h>
+#include <signal.h>
+#include <sys/eventfd.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <chrono>
+#include <mutex>
+#include <string>
+#include <thread>
+
+#include "platform/Backends.h"
+#include "platform/x11/X11EventTapSession.h"
+#include "platform/x11/X11EventTapWatchdog.h"
+
+namespace nulo {
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+/// A lost connection is noticed at once; asking the server whether the grabs are there only shows
+/// what should never be, and wakes up the tap's thread and the server.
+constexpr auto probeInterval = std::chrono::minutes(1);
+constexpr auto longestProbe = std::chrono::seconds(2);
+
+/// What the source knows of its present tap.
+struct TapState {
+    std::atomic<bool> working = false;  // connected and grabbing
+    std::atomic<bool> refused = false;  // by the window that has the focus now
+};
+
+/// The thread and its connections. Everything without a lock is the thread's, once it runs.
+class X11EventTap final : public EventTap {
+  public:
+    X11EventTap(InjectionGate& gate, EventTapSource::Handler handler,
+                std::shared_ptr<TapState> state)
+        : m_gate(gate),
+          m_handler(std::move(handler)),
+          m_state(std::move(state)),
+          m_wake(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {}
+
+    ~X11EventTap() override {
+        {
+            const std::lock_guard lock(m_mutex);
+            m_quit = true;
+        }
+        m_watchdog.cut();
+        wake();
+        if (m_thread.joinable())
+            m_thread.join();
+        close(m_wake);
+        m_state->working = false;
+    }
+
+    /// Once. The thread runs only when this succeeded.
+    Outcome start() {
+        auto session = X11EventTapSession::open(m_gate, m_handler, false);
+        if (!session)
+            return session.error();
+        adopt(std::move(session.value()));
+        m_thread = std::thread([this] { run(); });
+        return Success{};
+    }
+
+    void enable() override {
+        {
+            const std::lock_guard lock(m_mutex);
+            m_enableRequested = true;
+        }
+        wake();
+    }
+
+    /// Never waits: says what the tap's thread last knew, and has it ask the server now and then.
+    bool isEnabled() override {
+        const std::lock_guard lock(m_mutex);
+        if (m_enableRequested)
+            return true;
+        if (!m_state->working)
+            return false;
+        const auto now = Clock::now();
+        if (!m_probeIsWanted && (!m_probeSince || now - *m_probeSince > probeInterval)) {
+            m_probeIsWanted = true;
+            m_probeSince = now;
+            wake();
+        }
+        return m_grabsAreAlive && !(m_probeIsWanted && now - *m_probeSince > longestProbe);
+    }
+
+    void postOptionDown() override {
+        if (m_session)
+            m_session->postOptionDown();
+    }
+
+  private:
+    void wake() { eventfd_write(m_wake, 1); }
+
+    void adopt(std::unique_ptr<X11EventTapSession> session) {
+        m_session = std::move(session);
+        m_watchdog.watch(m_session ? m_session->sockets() : std::vector<int>());
+        m_state->working = m_session != nullptr;
+        m_state->refused = false;
+    }
+
+    void run() {
+        // A server that goes away must not take the process along.
+        sigset_t pipe;
+        sigemptyset(&pipe);
+        sigaddset(&pipe, SIGPIPE);
+        pthread_sigmask(SIG_BLOCK, &pipe, nullptr);
+
+        bool begins = true;
+        while (!hasQuit()) {
+            if (isEnableRequested()) {
+                reopen();
+                begins = true;
+            }
+            if (m_session)
+                work(std::exchange(begins, false));
+            answerProbe();
+            waitForWork();
+        }
+        closeSession();
+    }
+
+    bool hasQuit() {
+        const std::lock_guard lock(m_mutex);
+        return m_quit;
+    }
+
+    bool isEnableRequested() {
+        const std::lock_guard lock(m_mutex);
+        return m_enableRequested;
+    }
+
+    void reopen() {
+        const bool hidSpace = m_session ? m_session->isHidingSpace() : m_hidSpace;
+        closeSession();
+        auto opened = X11EventTapSession::open(m_gate, m_handler, hidSpace);
+        // The server may not have noticed yet that the connection before, with its grabs, is gone.
+        for (int tries = 1; !opened && tries < 5 && !hasQuit(); ++tries) {
+            std::this_thread::sleep_for(std::chrono::milliseconds(20));
+            opened = X11EventTapSession::open(m_gate, m_handler, hidSpace);
+        }
+        adopt(opened ? std::move(opened.value()) : nullptr);
+        const std::lock_guard lock(m_mutex);
+        m_enableRequested = false;
+        m_grabsAreAlive = true;
+    }
+
+    void work(bool begins) {
+        m_watchdog.beginWork();
+        if (begins)
+            m_session->begin();
+        const bool alive = m_session->handleEvents();
+        m_state->refused = m_session->isRefused();
+        m_watchdog.endWork(m_session->isKeyboardHeld());
+        if (alive)
+            return;
+        const bool stalled = m_watchdog.stalled();
+        closeSession();
+        if (stalled && !hasQuit())
+            m_handler({.type = KeyEvent::Type::tapDisabledByTimeout});
+    }
+
+    void closeSession() {
+        if (m_session)
+            m_hidSpace = m_session->isHidingSpace();
+        m_watchdog.watch({});  // before the descriptors are used for something else
+        m_watchdog.endWork(false);
+        adopt(nullptr);
+    }
+
+    void answerProbe() {
+        {
+            const std::lock_guard lock(m_mutex);
+            if (!m_probeIsWanted)
+                return;
+        }
+        m_watchdog.beginWork();
+        const bool alive = m_session && m_session->grabsAreAlive();
+        m_watchdog.endWork(m_session && m_session->isKeyboardHeld());
+        const std::lock_guard lock(m_mutex);
+        m_grabsAreAlive = alive;
+        m_probeIsWanted = false;
+    }
+
+    void waitForWork() {
+        {
+            const std::lock_guard lock(m_mutex);
+            if (m_enableRequested || m_quit)
+                return;
+        }
+        pollfd sources[] = {{m_wake, POLLIN, 0},
+                            {m_session ? m_session->sockets().front() : -1, POLLIN, 0}};
+        poll(sources, 2, -1);
+        eventfd_t ignored;
+        eventfd_read(m_wake, &ignored);
+    }
+
+    InjectionGate& m_gate;
+    const EventTapSource::Handler m_handler;
+    const std::shared_ptr<TapState> m_state;
+    const int m_wake;
+    X11EventTapWatchdog m_watchdog;
+    std::unique_ptr<X11EventTapSession> m_session;
+    bool m_hidSpace = false;
+
+    std::mutex m_mutex;
+    bool m_quit = false;
+    bool m_enableRequested = false;
+    bool m_grabsAreAlive = true;
+    bool m_probeIsWanted = false;
+    std::optional<Clock::time_point> m_probeSince;  // the last one that was asked for
+
+    std::thread m_thread;
+};
+
+class X11EventTapSource final : public EventTapSource {
+  public:
+    X11EventTapSource(InjectionGate& gate, Print print) : m_gate(gate), m_print(std::move(print)) {}
+
+    bool isTrusted() override {
+        if (m_state->working)
+            return !m_state->refused;
+        const auto session = X11EventTapSession::open(m_gate, m_ignore, false);
+        explain(session ? std::string() : session.error().description);
+        return session.ok();
+    }
+
+    std::unique_ptr<EventTap> createTap(Handler handler) override {
+        auto tap = std::make_unique<X11EventTap>(m_gate, std::move(handler), m_state);
+        const Outcome outcome = tap->start();
+        explain(outcome ? std::string() : outcome.error().description);
+        return outcome ? std::move(tap) : nullptr;
+    }
+
+  private:
+    void explain(const std::string& reason) {
+        if (reason != m_lastReason && !reason.empty())
+            m_print("No global shortcut: " + reason);
+        m_lastReason = reason;
+    }
+
+    InjectionGate& m_gate;
+    const Print m_print;
+    const Handler m_ignore = [](const KeyEvent&) { return EventFate::pass; };
+    const std::shared_ptr<TapState> m_state = std::make_shared<TapState>();
+    std::string m_lastReason;  // printed once, not at every look
+};
+
+class UnavailableEventTapSource final : public EventTapSource {
+  public:
+    bool isTrusted() override { return false; }
+    std::unique_ptr<EventTap> createTap(Handler) override { return nullptr; }
+};
+
+}  // namespace
+
+std::unique_ptr<EventTapSource> makeX11EventTapSource(InjectionGate& gate, Print print) {
+    return std::make_unique<X11EventTapSource>(gate, std::move(print));
+}
+
+std::unique_ptr<EventTapSource> makeUnavailableEventTapSource() {
+    return std::make_unique<UnavailableEventTapSource>();
+}
+
+}  // namespace nulo

@@ -1,0 +1,285 @@
+// How X11EventTapSession answers the server: the frozen queue and the passive grabs.
+
+#include <algorithm>
+
+#include "platform/x11/X11EventTapSession.h"
+#include "platform/x11/XcbEvents.h"
+
+namespace nulo {
+namespace {
+
+constexpr std::uint32_t focusEvents = XCB_EVENT_MASK_FOCUS_CHANGE | XCB_EVENT_MASK_STRUCTURE_NOTIFY;
+
+}  // namespace
+
+void X11EventTapSession::enqueue(xcb_keycode_t key, bool press, EventFate fate) {
+    m_queue.push_back({key, press, fate});
+    // A key that passes while Space is hidden waits for what else has arrived: once it is let
+    // through, so is everything behind it.
+    if (m_optionHandedOn || fate == EventFate::swallow || !mustHold())
+        settle();
+}
+
+/// Answers what is decided; whether the server was talked to.
+bool X11EventTapSession::settle() {
+    if (m_optionHandedOn) {
+        handOn();
+        return true;
+    }
+    if (m_held && mustHold() && !m_takenOption && !optionIsDown() && !spaceIsDown()) {
+        // A new layout may have given the keys that were held back another meaning.
+        m_hidingSpace = false;
+        reportOption(false);
+    }
+    if (!m_held || m_armed || (m_queue.empty() && mustHold()))
+        return false;
+    if (m_optionIsCurrent) {
+        // The grab that an Option press began ends by itself with its release: take over from it.
+        if (!grabKeyboard()) {
+            release();
+            return true;
+        }
+        m_optionIsCurrent = false;
+        m_queue.pop_front();
+    }
+    // Letting an Option press through would only have it caught again by the passive grab.
+    const auto last = std::find_if(m_queue.rbegin(), m_queue.rend(), [this](const QueuedKey& key) {
+        return key.fate == EventFate::swallow || (key.press && m_keys.optionKeys().test(key.key));
+    });
+    for (auto count = m_queue.rend() - last; count > 0; --count) {
+        if (!stepTo(m_queue.front()))
+            return true;
+        m_queue.pop_front();
+    }
+    if (!m_queue.empty() && mustHold())
+        letThrough();
+    else if (!m_queue.empty() && !m_queue.front().press)
+        replayRelease();
+    else if (!mustHold())
+        release();
+    return true;
+}
+
+/// Space's release, mostly, without the repeats of Space that may be queued before it.
+void X11EventTapSession::replayRelease() {
+    QueuedKey key = m_queue.front();
+    key.fate = EventFate::swallow;  // taken out, not copied
+    if (!stepTo(key))
+        return;
+    xcb_allow_events(m_connection.get(), XCB_ALLOW_REPLAY_KEYBOARD, XCB_CURRENT_TIME);
+    setHeld(false);
+}
+
+void X11EventTapSession::handOn() {
+    m_optionHandedOn = false;
+    m_hidingSpace = false;
+    if (m_held && m_optionIsCurrent) {
+        xcb_allow_events(m_connection.get(), XCB_ALLOW_REPLAY_KEYBOARD, XCB_CURRENT_TIME);
+        setHeld(false);
+    } else {
+        if (m_takenOption)
+            forward(asKey(*m_takenOption));
+        release();
+    }
+}
+
+/// Takes the queue's events up to this one out of it; false when the connection is gone.
+bool X11EventTapSession::stepTo(const QueuedKey& key) {
+    for (;;) {
+        const auto request =
+            xcb_allow_events(m_connection.get(), XCB_ALLOW_SYNC_KEYBOARD, XCB_CURRENT_TIME);
+        const Event event = awaitGrabbedKey(request.sequence);
+        if (!event)
+            return false;
+        const auto& taken = asKey(*event);
+        const bool press = (taken.response_type & 0x7F) == XCB_KEY_PRESS;
+        const bool found = taken.detail == key.key && press == key.press;
+        const bool isRepeat = !found && press && m_keys.isSpace(taken.detail, m_group);
+        if (found ? key.fate == EventFate::pass : !isRepeat)
+            forward(taken);
+        if (found)
+            return true;
+    }
+}
+
+X11EventTapSession::Event X11EventTapSession::awaitGrabbedKey(std::uint32_t since) {
+    xcb_flush(m_connection.get());
+    for (;;) {
+        Event event(xcb_wait_for_event(m_connection.get()));
+        if (!event)
+            return event;
+        const int type = event->response_type & 0x7F;
+        if (type != XCB_KEY_PRESS && type != XCB_KEY_RELEASE)
+            m_deferred.push_back(std::move(event));
+        else if (!isBefore(event->full_sequence, since))
+            return event;
+    }
+}
+
+/// For an event that had to leave the queue before a later one: the application gets a copy.
+void X11EventTapSession::forward(const xcb_key_press_event_t& event) {
+    xcb_key_press_event_t copy = event;
+    copy.response_type &= 0x7F;
+    xcb_send_event(m_connection.get(), 1, m_grabWindow,
+                   XCB_EVENT_MASK_KEY_PRESS | XCB_EVENT_MASK_KEY_RELEASE,
+                   reinterpret_cast<const char*>(&copy));
+}
+
+/// Lets the queue's events go their usual way, window manager included, and holds what follows. A
+/// repeat of Space that is among them is caught by a grab for the moment.
+void X11EventTapSession::letThrough() {
+    xcb_connection_t* connection = m_connection.get();
+    std::vector<xcb_keycode_t> spaces;
+    for (int key = 0; key < 256; ++key)
+        if (m_down.test(key) && m_keys.isSpace(static_cast<xcb_keycode_t>(key), m_group))
+            spaces.push_back(static_cast<xcb_keycode_t>(key));
+    for (const auto space : spaces)
+        xcb_grab_key(connection, 0, m_grabWindow, XCB_MOD_MASK_ANY, space, XCB_GRAB_MODE_ASYNC,
+                     XCB_GRAB_MODE_SYNC);
+    const auto ungrab = xcb_ungrab_keyboard(connection, XCB_CURRENT_TIME);
+    hold();
+    for (const auto space : spaces)
+        xcb_ungrab_key(connection, space, m_grabWindow, XCB_MOD_MASK_ANY);
+    findOptionCaughtSince(ungrab.sequence);
+}
+
+/// The user may have pressed Option meanwhile: then the passive grab caught it, and the new hold
+/// took it out of the queue.
+void X11EventTapSession::findOptionCaughtSince(std::uint32_t sequence) {
+    while (Event event{xcb_poll_for_queued_event(m_connection.get())})
+        m_deferred.push_back(std::move(event));
+    const auto caught = std::find_if(m_deferred.begin(), m_deferred.end(), [&](const Event& event) {
+        return (event->response_type & 0x7F) == XCB_KEY_PRESS &&
+               !isBefore(event->full_sequence, sequence) &&
+               m_keys.optionKeys().test(asKey(*event).detail);
+    });
+    if (caught == m_deferred.end())
+        return;
+    m_takenOption = std::move(*caught);
+    m_deferred.erase(caught);
+}
+
+void X11EventTapSession::hold() {
+    setHeld(true);
+    if (!grabKeyboard())
+        setHeld(false);
+}
+
+/// Freezes the keyboard, or takes over a grab of our own with its queue; false when another program
+/// has the keyboard.
+bool X11EventTapSession::grabKeyboard() {
+    const auto request = xcb_grab_keyboard(m_connection.get(), 0, m_grabWindow, XCB_CURRENT_TIME,
+                                           XCB_GRAB_MODE_ASYNC, XCB_GRAB_MODE_SYNC);
+    const XcbMemory<xcb_grab_keyboard_reply_t> reply(
+        xcb_grab_keyboard_reply(m_connection.get(), request, nullptr));
+    if (!m_optionIsCurrent)
+        m_heldSince = request.sequence;
+    return reply && reply->status == XCB_GRAB_STATUS_SUCCESS;
+}
+
+void X11EventTapSession::release() {
+    xcb_ungrab_keyboard(m_connection.get(), XCB_CURRENT_TIME);
+    setHeld(false);
+}
+
+void X11EventTapSession::setHeld(bool held) {
+    m_held = held;
+    m_optionIsCurrent = false;
+    m_takenOption.reset();
+    m_queue.clear();
+    m_gate.setKeyboardHeld(held);
+}
+
+/// Follows the focus and the layout; whether there was something to do.
+bool X11EventTapSession::refresh() {
+    if (m_grabWindowIsGone && m_held) {
+        // The server has dropped the grab with its window, and let the queue go.
+        setHeld(false);
+        if (m_armed)
+            reportOption(false);
+    }
+    if (m_armed || !(m_focusMayHaveMoved || m_layoutChanged))
+        return false;
+    if (m_layoutChanged) {
+        m_layoutChanged = false;
+        const auto before = m_keys.optionKeys();
+        if (auto keys = X11EventTapKeys::read(m_connection.get()))
+            m_keys = std::move(*keys);
+        if (before != m_keys.optionKeys()) {
+            dropGrabs();
+            m_focusMayHaveMoved = true;
+        }
+    }
+    if (m_focusMayHaveMoved) {
+        m_focusMayHaveMoved = m_grabWindowIsGone = false;
+        // The focus may move on before events are selected on its new window.
+        xcb_window_t window = focusWindow();
+        for (int tries = 0; window != m_grabWindow && tries < 5; ++tries) {
+            moveGrabs(window);
+            window = focusWindow();
+        }
+    }
+    if (m_hidingSpace && !m_held)
+        hold();
+    return true;
+}
+
+xcb_window_t X11EventTapSession::focusWindow() {
+    const XcbMemory<xcb_get_input_focus_reply_t> reply(xcb_get_input_focus_reply(
+        m_connection.get(), xcb_get_input_focus(m_connection.get()), nullptr));
+    if (!reply || reply->focus == XCB_NONE || reply->focus == XCB_INPUT_FOCUS_POINTER_ROOT)
+        return m_root;
+    return reply->focus;
+}
+
+void X11EventTapSession::moveGrabs(xcb_window_t window) {
+    dropGrabs();
+    m_grabWindow = window;
+    if (window != m_root)
+        xcb_change_window_attributes(m_connection.get(), window, XCB_CW_EVENT_MASK, &focusEvents);
+    m_refused = !grabOptionKeys();
+}
+
+bool X11EventTapSession::grabOptionKeys() {
+    std::vector<xcb_void_cookie_t> requests;
+    for (int key = 0; key < 256; ++key)
+        if (m_keys.optionKeys().test(key))
+            requests.push_back(xcb_grab_key_checked(
+                m_connection.get(), 0, m_grabWindow, XCB_MOD_MASK_ANY,
+                static_cast<xcb_keycode_t>(key), XCB_GRAB_MODE_ASYNC, XCB_GRAB_MODE_SYNC));
+    bool granted = true;
+    for (const auto request : requests) {
+        const XcbMemory<xcb_generic_error_t> error(xcb_request_check(m_connection.get(), request));
+        granted = granted && (!error || error->error_code != XCB_ACCESS);
+    }
+    return granted;
+}
+
+void X11EventTapSession::dropGrabs() {
+    if (m_grabWindow == XCB_NONE)
+        return;
+    constexpr std::uint32_t nothing = XCB_EVENT_MASK_NO_EVENT;
+    xcb_ungrab_key(m_connection.get(), XCB_GRAB_ANY, m_grabWindow, XCB_MOD_MASK_ANY);
+    if (m_grabWindow != m_root)
+        xcb_change_window_attributes(m_connection.get(), m_grabWindow, XCB_CW_EVENT_MASK, &nothing);
+    m_grabWindow = XCB_NONE;
+}
+
+bool X11EventTapSession::grabsAreAlive() {
+    xcb_keycode_t key = 0;
+    while (key < 255 && !m_keys.optionKeys().test(key))
+        ++key;
+    if (!m_keys.optionKeys().test(key))
+        return true;
+    xcb_connection_t* probe = m_probe.get();
+    const XcbMemory<xcb_generic_error_t> error(
+        xcb_request_check(probe, xcb_grab_key_checked(probe, 0, m_grabWindow, XCB_MOD_MASK_ANY, key,
+                                                      XCB_GRAB_MODE_ASYNC, XCB_GRAB_MODE_ASYNC)));
+    if (error)
+        return true;
+    xcb_ungrab_key(probe, key, m_grabWindow, XCB_MOD_MASK_ANY);
+    xcb_flush(probe);
+    return false;
+}
+
+}  // namespace nulo

@@ -1,0 +1,160 @@
+#pragma once
+
+#include <xcb/xinput.h>
+
+#include <cstdint>
+#include <deque>
+#include <memory>
+#include <optional>
+#include <utility>
+#include <vector>
+
+#include "base/Result.h"
+#include "hotkey/EventTap.h"
+#include "pasting/InjectionGate.h"
+#include "platform/x11/X11EventTapKeys.h"
+#include "platform/x11/XcbMemory.h"
+
+namespace nulo {
+
+/// One connection to the X server on which key events are observed and held back.
+///
+/// Raw events say what the user does; they keep coming whatever is grabbed. Holding back is done by
+/// a synchronous passive grab of the Option keys on the focus window: an Option press freezes the
+/// keyboard inside the server, and what follows waits there until the handler's answers are known.
+/// The grab is on the focus window because what is replayed skips the grabs above it, and a window
+/// manager's are on the root.
+///
+/// - Free: nothing is held back.
+/// - Armed: an Option press was swallowed, but is still the first event of the frozen queue, from
+///   where it can be replayed with all that follows.
+/// - Hiding: Space was swallowed and is still down. The queue is kept frozen, which also keeps the
+///   server from repeating Space; keys that are to pass are let through one by one.
+///
+/// One thread at a time. Its waits end when its sockets are shut down.
+class X11EventTapSession {
+  public:
+    using Handler = EventTapSource::Handler;
+
+    /// Connects to $DISPLAY and puts the grabs in place. `gate` and `handler` outlive the session;
+    /// `hideSpace`: Space, if it is down along with Option, was swallowed by an earlier session.
+    static Result<std::unique_ptr<X11EventTapSession>> open(InjectionGate& gate,
+                                                            const Handler& handler, bool hideSpace);
+    ~X11EventTapSession();
+
+    /// The event connection's first.
+    std::vector<int> sockets() const;
+    /// First of all: reports Option as up to the handler when the chord is not wholly down.
+    void begin();
+    /// Handles all that has arrived; false when the connection is gone.
+    bool handleEvents();
+    /// Inside the handler: the held-back Option press is to be seen by the application.
+    void postOptionDown();
+
+    bool isKeyboardHeld() const { return m_held; }
+    bool isHidingSpace() const { return m_hidingSpace; }
+    /// Another program has the Option keys of the focus window for itself.
+    bool isRefused() const { return m_refused; }
+    /// Asks the server, on a connection of its own, whether the grabs are still there.
+    bool grabsAreAlive();
+
+  private:
+    using Event = XcbMemory<xcb_generic_event_t>;
+
+    struct QueuedKey {
+        xcb_keycode_t key;
+        bool press;
+        EventFate fate;
+    };
+
+    X11EventTapSession(InjectionGate& gate, const Handler& handler);
+
+    // Setting up.
+    std::optional<Error> connect();
+    void selectEvents();
+    void findInjectingDevices();
+    void seedKeysDown();
+
+    // Reading.
+    Event nextEvent();
+    void handleEvent(const xcb_generic_event_t& event);
+    void handleGenericEvent(const xcb_generic_event_t& event);
+    void handleKeyboardExtensionEvent(const xcb_generic_event_t& event);
+    void handleRawKey(const xcb_input_raw_key_press_event_t& raw, bool press);
+    void reportModifier(const xcb_input_raw_key_press_event_t& raw, bool press, bool queued);
+    void reportKey(xcb_keycode_t key, bool press, bool queued);
+    void handleRawButton();
+    void awaitHeraldedGrab();
+    void handleGrabbedKey(const xcb_key_press_event_t& event);
+    EventFate reportOption(bool set);
+    bool optionIsDown() const;
+    bool spaceIsDown() const;
+
+    // Answering.
+    void enqueue(xcb_keycode_t key, bool press, EventFate fate);
+    bool settle();
+    void handOn();
+    void replayRelease();
+    bool stepTo(const QueuedKey& key);
+    Event awaitGrabbedKey(std::uint32_t since);
+    void forward(const xcb_key_press_event_t& event);
+    void letThrough();
+    void findOptionCaughtSince(std::uint32_t sequence);
+    void hold();
+    bool grabKeyboard();
+    void release();
+    void setHeld(bool held);
+    bool mustHold() const { return m_armed || m_hidingSpace || m_takenOption; }
+    static bool isPressOf(const Event& event, xcb_keycode_t key, std::uint32_t time);
+
+    // Keeping the passive grabs where the focus is.
+    bool refresh();
+    xcb_window_t focusWindow();
+    void moveGrabs(xcb_window_t window);
+    bool grabOptionKeys();
+    void dropGrabs();
+
+    InjectionGate& m_gate;
+    const Handler& m_handler;
+    XcbConnection m_connection;
+    XcbConnection m_probe;
+    xcb_window_t m_root = XCB_NONE;
+    xcb_atom_t m_activeWindow = XCB_NONE;
+    std::uint8_t m_inputOpcode = 0;
+    std::uint8_t m_keyboardEvent = 0;
+    X11EventTapKeys m_keys;
+    std::vector<xcb_input_device_id_t> m_injectingDevices;
+    std::deque<Event> m_deferred;  // read while waiting for something else
+
+    // What the user does.
+    X11EventTapKeys::KeySet m_down;
+    int m_group = 0;
+    /// An Option press that counts once the passive grab is seen to have held it back.
+    struct HeraldedOption {
+        xcb_keycode_t key;
+        std::uint32_t time;
+        std::uint32_t
+            sequence;  // of its raw event: whatever is read after that is queued behind it
+    };
+    std::optional<HeraldedOption> m_heraldedOption;
+    bool m_armed = false;
+    bool m_hidingSpace = false;
+    bool m_optionHandedOn = false;
+
+    // What the server holds.
+    bool m_held = false;
+    std::uint32_t m_heldSince = 0;   // the first sequence number whose events are in the queue
+    bool m_optionIsCurrent = false;  // the queue's first was delivered and can be replayed
+    /// An Option press taken out of the queue before it was judged; the rest is queued behind it.
+    Event m_takenOption;
+    std::deque<QueuedKey> m_queue;
+
+    // The passive grabs.
+    xcb_window_t m_grabWindow = XCB_NONE;
+    bool m_refused = false;
+    bool m_focusMayHaveMoved = false;
+    bool m_grabWindowIsGone = false;
+    bool m_layoutChanged = false;
+};
+
+}  // namespace nulo

@@ -1,0 +1,198 @@
+#include "ui/alerts/Alert.h"
+
+#include <QApplication>
+#include <QCursor>
+#include <QDialog>
+#include <QFontInfo>
+#include <QHBoxLayout>
+#include <QPushButton>
+#include <QScreen>
+#include <QScrollBar>
+#include <QTextDocument>
+#include <QTextEdit>
+#include <QVBoxLayout>
+#include <algorithm>
+#include <memory>
+#include <utility>
+
+#include "ui/alerts/AlertSign.h"
+#include "ui/settings/SettingsStyle.h"
+
+namespace nulo {
+namespace {
+
+constexpr int textWidth = 400;
+constexpr int margin = 20;
+/// Of the screen's height, for the two texts together; the rest is for what is around them.
+constexpr double largestShareOfScreen = 0.6;
+/// In UTF-16 units. More would take seconds to lay out, and nobody reads it.
+constexpr qsizetype longestMessage = 300;
+constexpr qsizetype longestInformativeText = 16 * 1024;
+
+QScreen* screenOfPointer() {
+    QScreen* screen = QGuiApplication::screenAt(QCursor::pos());
+    return screen ? screen : QGuiApplication::primaryScreen();
+}
+
+QString shownText(const std::string& utf8, qsizetype longest) {
+    QString text = QString::fromStdString(utf8);
+    if (text.size() > longest)
+        text = text.left(longest) + QStringLiteral("…");
+    return text;
+}
+
+/// Text that looks like a label, wraps within words too, and scrolls when it is long.
+class TextBlock final : public QTextEdit {
+  public:
+    TextBlock(const QString& text, const QFont& font, int largestHeight) {
+        setReadOnly(true);
+        setFont(font);
+        setPlainText(text);
+        setAccessibleName(text);
+        setFrameShape(QFrame::NoFrame);
+        setTabChangesFocus(true);
+        setTextInteractionFlags(Qt::TextSelectableByMouse | Qt::TextSelectableByKeyboard);
+        setWordWrapMode(QTextOption::WrapAtWordBoundaryOrAnywhere);
+        setHorizontalScrollBarPolicy(Qt::ScrollBarAlwaysOff);
+        QPalette colours = palette();
+        colours.setColor(QPalette::Base, colours.color(QPalette::Window));
+        colours.setColor(QPalette::Text, colours.color(QPalette::WindowText));
+        setPalette(colours);
+        viewport()->setCursor(Qt::IBeamCursor);
+        document()->setDocumentMargin(0);
+        const int height = heightOf(*document());
+        const bool scrolls = height > largestHeight;
+        setVerticalScrollBarPolicy(scrolls ? Qt::ScrollBarAlwaysOn : Qt::ScrollBarAlwaysOff);
+        // What can be scrolled must be reachable without a mouse; the rest is in nobody's way.
+        setFocusPolicy(scrolls ? Qt::StrongFocus : Qt::ClickFocus);
+        setFixedSize(textWidth + (scrolls ? verticalScrollBar()->sizeHint().width() : 0),
+                     std::min(height, largestHeight));
+    }
+
+  private:
+    /// A copy is measured: the editor's own follows the size that the editor has at the moment.
+    static int heightOf(const QTextDocument& document) {
+        const std::unique_ptr<QTextDocument> copy(document.clone());
+        copy->setTextWidth(textWidth);
+        return qRound(copy->size().height() + 0.5);
+    }
+};
+
+class AlertWindow final : public QDialog {
+  public:
+    AlertWindow(const AlertContent& content, std::function<void(std::size_t)> onAnswer)
+        : QDialog(nullptr, Qt::Dialog | Qt::CustomizeWindowHint | Qt::WindowTitleHint |
+                               Qt::WindowSystemMenuHint | Qt::WindowCloseButtonHint |
+                               Qt::WindowStaysOnTopHint),
+          m_onAnswer(std::move(onAnswer)),
+          m_last(content.buttons.size() - 1) {
+        setWindowTitle(QStringLiteral("Nulo"));
+        const QString message = shownText(content.message, longestMessage);
+        const QString informativeText = shownText(content.informativeText, longestInformativeText);
+        setAccessibleName(message);
+        setAccessibleDescription(informativeText);
+        auto* rows = new QVBoxLayout(this);
+        rows->setContentsMargins(margin, margin, margin, margin);
+        rows->setSpacing(margin);
+        rows->setSizeConstraint(QLayout::SetFixedSize);
+        rows->addLayout(texts(content.style, message, informativeText));
+        rows->addLayout(buttons(content));
+        m_first->setDefault(true);
+        m_first->setProperty("prominent", true);
+        applyTheme();
+        m_first->setFocus();
+    }
+
+    void reject() override { answer(m_last); }
+
+  protected:
+    void changeEvent(QEvent* event) override {
+        QDialog::changeEvent(event);
+        if (event->type() == QEvent::PaletteChange || event->type() == QEvent::ThemeChange)
+            applyTheme();
+    }
+
+  private:
+    void applyTheme() {
+        const QString sheet = settingsStyleSheet(settingsColors());
+        if (sheet != styleSheet())  // setting one changes palettes, which leads here again
+            setStyleSheet(sheet);
+    }
+
+    QLayout* texts(AlertContent::Style alertStyle, const QString& messageText,
+                   const QString& informativeText) {
+        const auto height = screenOfPointer()->availableGeometry().height() * largestShareOfScreen;
+        QFont bold = font();
+        bold.setBold(true);
+        bold.setPointSizeF(QFontInfo(bold).pointSizeF() * 1.15);
+        auto* column = new QVBoxLayout;
+        column->setSpacing(margin / 2);
+        auto* message = new TextBlock(messageText, bold, int(height / 3));
+        column->addWidget(message);
+        if (!informativeText.isEmpty())
+            column->addWidget(
+                new TextBlock(informativeText, font(), int(height - message->height())));
+        column->addStretch();
+        auto* row = new QHBoxLayout;
+        row->setSpacing(margin);
+        row->addWidget(new AlertSign(alertStyle), 0, Qt::AlignTop);
+        row->addLayout(column);
+        row->addStretch();  // where the buttons need more width than the texts
+        return row;
+    }
+
+    QLayout* buttons(const AlertContent& content) {
+        auto* row = new QHBoxLayout;
+        row->setSpacing(8);
+        row->addStretch();
+        for (std::size_t i = 0; i < content.buttons.size(); ++i) {
+            // A '&' would be a mnemonic.
+            auto* button = new QPushButton(
+                QString::fromStdString(content.buttons[i]).replace('&', QLatin1String("&&")));
+            button->setAccessibleName(QString::fromStdString(content.buttons[i]));
+            connect(button, &QPushButton::clicked, this, [this, i] { answer(i); });
+            row->addWidget(button);
+            if (i == 0)
+                m_first = button;
+        }
+        return row;
+    }
+
+    void answer(std::size_t button) {
+        const auto onAnswer = std::exchange(m_onAnswer, nullptr);
+        hide();
+        deleteLater();
+        if (onAnswer)
+            onAnswer(button);
+    }
+
+    std::function<void(std::size_t)> m_onAnswer;  // empty once it was called
+    const std::size_t m_last;
+    QPushButton* m_first = nullptr;
+};
+
+}  // namespace
+
+QPointer<QWidget> showAlert(AlertContent content,
+                            std::function<void(std::size_t button)> onAnswer) {
+    if (content.buttons.empty())
+        content.buttons.emplace_back("OK");
+    auto* window = new AlertWindow(content, std::move(onAnswer));
+    QObject::connect(qApp, &QCoreApplication::aboutToQuit, window, [window] { delete window; });
+    showInFront(*window);
+    return window;
+}
+
+void showInFront(QWidget& window) {
+    if (!window.isVisible()) {
+        window.adjustSize();
+        QRect frame(QPoint(), window.size());
+        frame.moveCenter(screenOfPointer()->availableGeometry().center());
+        window.move(frame.topLeft());
+        window.show();
+    }
+    window.raise();
+    window.activateWindow();
+}
+
+}  // namespace nulo

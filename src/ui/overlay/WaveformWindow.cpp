@@ -1,0 +1,114 @@
+#include "ui/overlay/WaveformWindow.h"
+
+#include <QGuiApplication>
+#include <QScreen>
+#include <utility>
+
+#include "ui/overlay/OverlayGeometry.h"
+
+namespace nulo {
+namespace {
+
+constexpr MainQueue::Delay redrawInterval(0.05);
+
+/// The screen that most of the panel is on.
+QRect screenGeometry(const QWidget& panel) {
+    const QScreen* screen = QGuiApplication::screenAt(panel.geometry().center());
+    return (screen ? screen : panel.screen())->geometry();
+}
+
+}  // namespace
+
+WaveformWindow::WaveformWindow(MainQueue& mainQueue, const Clock& clock)
+    : m_mainQueue(mainQueue), m_clock(clock) {}
+
+void WaveformWindow::show(Published<std::vector<float>>& audioLevels) {
+    const QScreen* screen = QGuiApplication::primaryScreen();
+    if (!screen)
+        return;
+    m_animationTimer.reset();
+    m_window = std::make_unique<OverlayPanel>(m_mainQueue, m_clock);
+    m_waveformView = new WaveformView(m_clock, m_window.get());
+    setFrame(initialPanelFrame(screen->availableGeometry()));
+    m_window->show();
+    m_window->raise();
+    m_window->fadeIn();
+    m_cancellable = audioLevels.subscribe([this](const std::vector<float>& levels) {
+        m_waveformView->audioLevels = levels;
+        m_waveformView->update();
+    });
+}
+
+void WaveformWindow::showTranscribing() {
+    if (!m_waveformView)
+        return;
+    m_waveformView->audioLevels.clear();
+    m_waveformView->statusText = "Transcription...";
+    m_waveformView->update();
+    m_cancellable.reset();
+    animate();
+}
+
+void WaveformWindow::showStreaming(std::string_view) {
+    if (!m_waveformView)
+        return;
+    m_waveformView->audioLevels.clear();
+    m_waveformView->statusText.reset();
+    m_waveformView->streamingText = "";
+    m_waveformView->streamingDone = false;
+    m_waveformView->update();
+    m_cancellable.reset();
+    animate();
+    setFrame(streamingPanelFrame(m_window->geometry()));
+}
+
+void WaveformWindow::appendStreamingText(std::string_view text) {
+    if (!m_waveformView)
+        return;
+    if (!m_waveformView->streamingText)
+        m_waveformView->streamingText.emplace();
+    *m_waveformView->streamingText += text;
+    m_waveformView->update();
+    const QRect frame = m_window->geometry();
+    const double idealHeight = m_waveformView->idealHeightForStreamingText(frame.width());
+    setFrame(resizedPanelFrame(frame, idealHeight, screenGeometry(*m_window)));
+}
+
+void WaveformWindow::showDebugStep(std::string text) {
+    m_mainQueue.async(m_lifetime.guard([this, text = std::move(text)] {
+        if (!m_waveformView)
+            return;
+        m_waveformView->debugLines.push_back(text);
+        m_waveformView->update();
+    }));
+}
+
+void WaveformWindow::updateDebugStep(std::string text) {
+    m_mainQueue.async(m_lifetime.guard([this, text = std::move(text)] {
+        if (!m_waveformView || m_waveformView->debugLines.empty())
+            return;
+        m_waveformView->debugLines.back() = text;
+        m_waveformView->update();
+    }));
+}
+
+void WaveformWindow::hide() {
+    m_cancellable.reset();
+    m_animationTimer.reset();
+    if (!m_waveformView)
+        return;
+    m_waveformView = nullptr;
+    m_window->fadeOut([this] { m_window.reset(); });
+}
+
+void WaveformWindow::setFrame(const QRect& frame) {
+    m_window->setGeometry(frame);
+    m_waveformView->setGeometry(0, 0, frame.width(), frame.height());
+}
+
+void WaveformWindow::animate() {
+    m_animationTimer =
+        m_mainQueue.every(redrawInterval, [view = m_waveformView] { view->update(); });
+}
+
+}  // namespace nulo

@@ -1,0 +1,61 @@
+#pragma once
+
+#include <memory>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "base/Clock.h"
+#include "base/Lifetime.h"
+#include "base/MainQueue.h"
+#include "base/Published.h"
+#include "ui/overlay/OverlayPanel.h"
+#include "ui/overlay/WaveformView.h"
+
+namespace nulo {
+
+/// The overlay of one dictation after another: a small panel near the bottom of the screen with the
+/// microphone's level, then the state of the transcription, then its text.
+///
+/// Hidden until show(); then the other calls may come in any order and any number until hide(),
+/// from which on they do nothing again. Nothing runs while it is hidden. Main thread, with a
+/// QApplication, but where said otherwise.
+class WaveformWindow {
+  public:
+    /// Both outlive the window; `clock` runs the animations.
+    WaveformWindow(MainQueue& mainQueue, const Clock& clock);
+
+    /// Puts a new panel on the screen, in place of one still there, and draws each new value of
+    /// `audioLevels` (0...1, oldest first) until the next mode. Does nothing without a screen.
+    void show(Published<std::vector<float>>& audioLevels);
+    void showTranscribing();
+    /// The mode's name is not shown.
+    void showStreaming(std::string_view modeName);
+    void appendStreamingText(std::string_view text);
+
+    /// Adds a line to the debug strip. Any thread; in the order of the calls, later, on main.
+    void showDebugStep(std::string text);
+    /// Replaces the strip's last line, if there is one. As showDebugStep().
+    void updateDebugStep(std::string text);
+
+    void hide();
+
+    /// What is on the screen; null while hidden. Valid until the next show() or hide().
+    WaveformView* waveformView() { return m_waveformView; }
+    /// Its window, which is there until it has faded away; null while hidden.
+    QWidget* window() { return m_window.get(); }
+
+  private:
+    void setFrame(const QRect& frame);
+    void animate();
+
+    MainQueue& m_mainQueue;
+    const Clock& m_clock;
+    std::unique_ptr<OverlayPanel> m_window;
+    WaveformView* m_waveformView = nullptr;  // the panel's; null as soon as it fades away
+    Subscription m_cancellable;
+    std::unique_ptr<MainQueue::Timer> m_animationTimer;
+    Lifetime m_lifetime;
+};
+
+}  // namespace nulo

@@ -1,0 +1,166 @@
+#include "ui/settings/ModeList.h"
+
+#include <QAbstractListModel>
+#include <QPainter>
+#include <QStyledItemDelegate>
+#include <algorithm>
+
+#include "ui/settings/SettingsStyle.h"
+#include "ui/tray/OneLine.h"
+
+namespace nulo {
+namespace {
+
+constexpr int rowMargin = 6;
+constexpr int textMargin = 8;
+constexpr int builtInRole = Qt::UserRole;
+const QString builtInMark = QStringLiteral("inclus");
+
+}  // namespace
+
+class ModeListModel final : public QAbstractListModel {
+  public:
+    ModeListModel(SettingsModel& model, QObject* parent)
+        : QAbstractListModel(parent), m_model(model) {}
+
+    int rowCount(const QModelIndex& parent = {}) const override {
+        return parent.isValid() ? 0 : static_cast<int>(m_model.modes().size());
+    }
+    QVariant data(const QModelIndex& index, int role) const override {
+        const PromptMode& mode = m_model.modes()[static_cast<std::size_t>(index.row())];
+        if (role == Qt::DisplayRole)
+            return oneLine(mode.name);
+        if (role == Qt::AccessibleTextRole)
+            return mode.isBuiltIn ? oneLine(mode.name) + ", " + builtInMark : oneLine(mode.name);
+        if (role == builtInRole)
+            return mode.isBuiltIn;
+        return {};
+    }
+
+    void addMode() {
+        beginInsertRows({}, rowCount(), rowCount());
+        m_model.addMode();
+        endInsertRows();
+    }
+    void deleteSelectedMode() {
+        if (!m_model.canDeleteSelectedMode())
+            return;
+        const int row = static_cast<int>(*m_model.selectedRow());
+        beginRemoveRows({}, row, row);
+        m_model.deleteSelectedMode();
+        endRemoveRows();
+    }
+    void refresh(int row) { emit dataChanged(index(row), index(row)); }
+
+  private:
+    SettingsModel& m_model;
+};
+
+namespace {
+
+class ModeRowDelegate final : public QStyledItemDelegate {
+  public:
+    using QStyledItemDelegate::QStyledItemDelegate;
+
+    QSize sizeHint(const QStyleOptionViewItem& option, const QModelIndex&) const override {
+        return {60, option.fontMetrics.height() + 12};
+    }
+
+    void paint(QPainter* painter, const QStyleOptionViewItem& option,
+               const QModelIndex& index) const override {
+        const SettingsColors colors = settingsColors();
+        const bool isSelected = option.state & QStyle::State_Selected;
+        const bool isFocused = option.state & QStyle::State_HasFocus;
+        const bool isHovered = option.state & QStyle::State_MouseOver;
+        painter->save();
+        painter->setRenderHint(QPainter::Antialiasing);
+        const QRect row = option.rect.adjusted(rowMargin, 1, -rowMargin, -1);
+        painter->setPen(Qt::NoPen);
+        if (isSelected)
+            painter->setBrush(isFocused ? colors.accent : colors.border);
+        else if (isHovered)
+            painter->setBrush(colors.fill);
+        painter->drawRoundedRect(row, 6, 6);
+
+        QRect textRect = row.adjusted(textMargin, 0, -textMargin, 0);
+        const bool isOnAccent = isSelected && isFocused;
+        if (index.data(builtInRole).toBool()) {
+            QFont small = option.font;
+            small.setPointSizeF(small.pointSizeF() * 0.85);
+            painter->setFont(small);
+            painter->setPen(isOnAccent ? colors.accentText : colors.secondaryText);
+            painter->drawText(textRect, Qt::AlignRight | Qt::AlignVCenter, builtInMark);
+            textRect.setRight(textRect.right() -
+                              QFontMetrics(small).horizontalAdvance(builtInMark) - textMargin);
+        }
+        painter->setFont(option.font);
+        painter->setPen(isOnAccent ? colors.accentText : colors.text);
+        painter->drawText(textRect, Qt::AlignLeft | Qt::AlignVCenter | Qt::TextSingleLine,
+                          option.fontMetrics.elidedText(index.data().toString(), Qt::ElideRight,
+                                                        textRect.width()));
+        painter->restore();
+    }
+};
+
+}  // namespace
+
+ModeList::ModeList(SettingsModel& model, QWidget* parent)
+    : QListView(parent), m_model(model), m_rows(new ModeListModel(model, this)) {
+    setAccessibleName("Modes");
+    setUniformItemSizes(true);
+    setSelectionMode(QAbstractItemView::SingleSelection);
+    setEditTriggers(QAbstractItemView::NoEditTriggers);
+    setVerticalScrollMode(QAbstractItemView::ScrollPerPixel);
+    setHorizontalScrollBarPolicy(Qt::ScrollBarAlwaysOff);
+    setFrameShape(QFrame::NoFrame);
+    setTabKeyNavigation(false);
+    setMouseTracking(true);
+    viewport()->setAutoFillBackground(false);
+    setItemDelegate(new ModeRowDelegate(this));
+    setModel(m_rows);
+    selectRow();
+    connect(selectionModel(), &QItemSelectionModel::currentRowChanged, this,
+            [this](const QModelIndex& current) {
+                if (m_isChangingRows || !current.isValid())
+                    return;
+                m_model.selectMode(static_cast<std::size_t>(current.row()));
+                if (const auto selected = onSelected)
+                    selected();
+            });
+}
+
+void ModeList::addMode() {
+    m_isChangingRows = true;
+    m_rows->addMode();
+    m_isChangingRows = false;
+    selectRow();
+}
+
+void ModeList::deleteSelectedMode() {
+    m_isChangingRows = true;
+    m_rows->deleteSelectedMode();
+    m_isChangingRows = false;
+    selectRow();
+}
+
+void ModeList::refreshSelectedRow() {
+    if (const auto row = m_model.selectedRow())
+        m_rows->refresh(static_cast<int>(*row));
+}
+
+QItemSelectionModel::SelectionFlags ModeList::selectionCommand(const QModelIndex& index,
+                                                               const QEvent*) const {
+    // Never the toggling that Ctrl means otherwise: the row in the editor stays marked.
+    return index.isValid() ? QItemSelectionModel::ClearAndSelect : QItemSelectionModel::NoUpdate;
+}
+
+void ModeList::selectRow() {
+    const auto row = m_model.selectedRow();
+    m_isChangingRows = true;
+    setCurrentIndex(row ? m_rows->index(static_cast<int>(*row)) : QModelIndex());
+    m_isChangingRows = false;
+    if (const auto selected = onSelected)
+        selected();
+}
+
+}  // namespace nulo

@@ -1,0 +1,40 @@
+#pragma once
+
+#include <QListView>
+#include <functional>
+
+#include "ui/settings/SettingsModel.h"
+
+namespace nulo {
+
+class ModeListModel;
+
+/// The modes by name, a row each, the built-in ones marked "inclus". Changes of the modes go
+/// through it, so that its rows always are the model's. Main thread.
+class ModeList final : public QListView {
+  public:
+    /// `model` outlives the list.
+    ModeList(SettingsModel& model, QWidget* parent);
+
+    void addMode();
+    void deleteSelectedMode();
+    /// The selected mode's name was edited.
+    void refreshSelectedRow();
+
+    /// Another mode is the model's selected one, or none.
+    std::function<void()> onSelected;
+
+  protected:
+    QItemSelectionModel::SelectionFlags selectionCommand(const QModelIndex& index,
+                                                         const QEvent* event) const override;
+
+  private:
+    void selectRow();
+
+    SettingsModel& m_model;
+    ModeListModel* m_rows;
+    // While a row goes, the view makes a neighbour the current one, which nobody chose.
+    bool m_isChangingRows = false;
+};
+
+}  // namespace nulo

@@ -1,0 +1,101 @@
+#include "ui/settings/ModesSection.h"
+
+#include <QHBoxLayout>
+#include <QVBoxLayout>
+
+#include "ui/settings/DeleteConfirmation.h"
+#include "ui/settings/SettingsLayout.h"
+
+namespace nulo {
+namespace {
+
+// The names of the built-in modes are whole at the usual font sizes; a narrow window takes from
+// them rather than from the editor.
+constexpr int minimumListWidth = 200;
+constexpr int maximumListWidth = 232;
+constexpr int minimumCardHeight = 256;
+
+}  // namespace
+
+ModesSection::ModesSection(SettingsModel& model, QWidget* parent)
+    : QWidget(parent), m_model(model) {
+    auto* card = makeCard(this);
+    card->setMinimumHeight(minimumCardHeight);
+    auto* cardLayout = new QHBoxLayout(card);
+    cardLayout->setContentsMargins(1, 1, 1, 1);  // the card's border
+    cardLayout->setSpacing(0);
+    cardLayout->addWidget(makeListColumn(card));
+    cardLayout->addWidget(makeLine(Qt::Vertical, card));
+    m_editor = new ModeEditor(model, card);
+    cardLayout->addWidget(m_editor, 1);
+
+    auto* layout = new QVBoxLayout(this);
+    layout->setContentsMargins(0, 0, 0, 0);
+    layout->setSpacing(10);
+    layout->addWidget(makeTitle("Modes", this));
+    layout->addWidget(card, 1);
+
+    m_list->onSelected = [this] { showSelectedMode(); };
+    m_editor->onEdited = [this] {
+        m_list->refreshSelectedRow();
+        edited();
+    };
+    showSelectedMode();
+}
+
+QWidget* ModesSection::makeListColumn(QWidget* parent) {
+    auto* column = new QWidget(parent);
+    column->setMinimumWidth(minimumListWidth);
+    column->setMaximumWidth(maximumListWidth);
+    m_list = new ModeList(m_model, column);
+    auto* addButton = new SymbolButton(Symbol::plus, "Ajouter un mode", column);
+    m_deleteButton = new SymbolButton(Symbol::minus, "Supprimer le mode", column);
+
+    auto* buttons = new QHBoxLayout;
+    buttons->setContentsMargins(6, 4, 6, 4);
+    buttons->setSpacing(2);
+    buttons->addWidget(addButton);
+    buttons->addWidget(m_deleteButton);
+    buttons->addStretch();
+    auto* layout = new QVBoxLayout(column);
+    layout->setContentsMargins(0, 0, 0, 0);
+    layout->setSpacing(0);
+    layout->addSpacing(6);
+    layout->addWidget(m_list, 1);
+    layout->addSpacing(6);
+    layout->addWidget(makeLine(Qt::Horizontal, column));
+    layout->addLayout(buttons);
+
+    connect(addButton, &QToolButton::clicked, this, [this] { addMode(); });
+    connect(m_deleteButton, &QToolButton::clicked, this, [this] { askForDeletion(); });
+    return column;
+}
+
+void ModesSection::addMode() {
+    m_list->addMode();
+    m_editor->startRenaming();
+    edited();
+}
+
+void ModesSection::askForDeletion() {
+    if (m_model.canDeleteSelectedMode())
+        confirmDeletion(this, m_model.selectedMode()->name, [this] { deleteSelectedMode(); });
+}
+
+void ModesSection::deleteSelectedMode() {
+    m_list->deleteSelectedMode();
+    m_list->setFocus();
+    edited();
+}
+
+void ModesSection::showSelectedMode() {
+    m_deleteButton->setEnabled(m_model.canDeleteSelectedMode());
+    m_editor->showSelectedMode();
+}
+
+void ModesSection::edited() {
+    if (const auto call = onEdited)
+        call();
+}
+
+}  // namespace nulo

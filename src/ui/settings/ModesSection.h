@@ -1,0 +1,37 @@
+#pragma once
+
+#include <QWidget>
+#include <functional>
+
+#include "ui/settings/ModeEditor.h"
+#include "ui/settings/ModeList.h"
+#include "ui/settings/SettingsModel.h"
+#include "ui/settings/SymbolButton.h"
+
+namespace nulo {
+
+/// The list of modes with its plus and minus buttons, and the editor of the selected one beside it.
+/// Main thread.
+class ModesSection final : public QWidget {
+  public:
+    /// `model` outlives the section.
+    ModesSection(SettingsModel& model, QWidget* parent);
+
+    /// The user changed, added or deleted a mode.
+    std::function<void()> onEdited;
+
+  private:
+    QWidget* makeListColumn(QWidget* parent);
+    void addMode();
+    void askForDeletion();
+    void deleteSelectedMode();
+    void showSelectedMode();
+    void edited();
+
+    SettingsModel& m_model;
+    ModeList* m_list;
+    SymbolButton* m_deleteButton;
+    ModeEditor* m_editor;
+};
+
+}  // namespace nulo

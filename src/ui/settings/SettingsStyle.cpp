@@ -1,0 +1,125 @@
+#include "ui/settings/SettingsStyle.h"
+
+#include <QGuiApplication>
+#include <algorithm>
+#include <cmath>
+
+namespace nulo {
+namespace {
+
+constexpr double readableContrast = 4.5;
+
+QColor mix(const QColor& from, const QColor& to, double share) {
+    const auto blend = [share](int a, int b) {
+        return static_cast<int>(std::lround(a + (b - a) * share));
+    };
+    return {blend(from.red(), to.red()), blend(from.green(), to.green()),
+            blend(from.blue(), to.blue())};
+}
+
+double luminance(const QColor& color) {
+    const auto linear = [](double value) {
+        return value <= 0.04045 ? value / 12.92 : std::pow((value + 0.055) / 1.055, 2.4);
+    };
+    return 0.2126 * linear(color.redF()) + 0.7152 * linear(color.greenF()) +
+           0.0722 * linear(color.blueF());
+}
+
+double contrast(const QColor& a, const QColor& b) {
+    const auto [dark, light] = std::minmax({luminance(a), luminance(b)});
+    return (light + 0.05) / (dark + 0.05);
+}
+
+/// `color`, moved away from `other` in small steps until text in one of them on the other can be
+/// read: many themes choose a highlight that is a little too pale for that.
+QColor readableAgainst(QColor color, const QColor& other) {
+    const QColor target = luminance(other) > 0.2 ? Qt::black : Qt::white;
+    for (int step = 0; step < 20 && contrast(color, other) < readableContrast; ++step)
+        color = mix(color, target, 0.06);
+    return color;
+}
+
+}  // namespace
+
+SettingsColors::SettingsColors(const QPalette& palette)
+    : window(palette.color(QPalette::Active, QPalette::Window)),
+      card(palette.color(QPalette::Active, QPalette::Base)),
+      text(palette.color(QPalette::Active, QPalette::WindowText)),
+      secondaryText(mix(text, window, 0.32)),
+      border(mix(window, text, 0.17)),
+      fill(mix(card, text, 0.09)),
+      hover(mix(card, text, 0.05)),
+      raised(luminance(text) > luminance(window) ? mix(window, text, 0.25) : card),
+      accentText(palette.color(QPalette::Active, QPalette::HighlightedText)),
+      error(readableAgainst(QColor::fromHsv(355, 200, 205), fill)) {
+    accent = readableAgainst(palette.color(QPalette::Active, QPalette::Highlight), accentText);
+}
+
+SettingsColors settingsColors() {
+    return SettingsColors(QGuiApplication::palette());
+}
+
+QString settingsStyleSheet(const SettingsColors& colors) {
+    QString sheet = R"(
+QScrollArea, QScrollArea > QWidget > QWidget#content { background: transparent; border: none; }
+QFrame[card="true"] { background: @card; border: 1px solid @border; border-radius: 10px; }
+QFrame[line="true"] { background: @border; border: none; }
+QLabel { color: @text; background: transparent; }
+QLabel[secondary="true"] { color: @secondary; }
+QLabel[error="true"] { color: @error; }
+QLineEdit, QPlainTextEdit {
+    color: @text; background: @card; border: 1px solid @border; border-radius: 6px;
+    selection-background-color: @accent; selection-color: @onAccent;
+}
+QLineEdit { padding: 5px 8px; }
+QPlainTextEdit { padding: 3px 4px; }
+QLineEdit:focus, QPlainTextEdit:focus { border: 2px solid @accent; }
+QLineEdit:focus { padding: 4px 7px; }
+QPlainTextEdit:focus { padding: 2px 3px; }
+QLineEdit:disabled { color: @secondary; background: @hover; }
+QListView { background: transparent; border: none; outline: none; }
+QPushButton {
+    color: @text; background: @fill; border: 1px solid @border; border-radius: 6px;
+    padding: 6px 16px; min-height: 18px;
+}
+QPushButton:hover { background: @border; }
+QPushButton[prominent="true"] {
+    color: @onAccent; background: @accent; border-color: @accent; font-weight: 600;
+}
+QPushButton[prominent="true"]:hover { background: @accentHover; }
+QPushButton[destructive="true"] { color: @error; }
+QPushButton:focus { border: 2px solid @accent; padding: 5px 15px; }
+QPushButton[prominent="true"]:focus { border: 2px solid @text; }
+QPushButton:pressed { background: @border; }
+QPushButton[prominent="true"]:pressed { background: @accentPressed; }
+QScrollBar { background: transparent; border: none; }
+QScrollBar:vertical { width: 10px; margin: 2px; }
+QScrollBar:horizontal { height: 10px; margin: 2px; }
+QScrollBar::handle { background: @scroll; border-radius: 3px; }
+QScrollBar::handle:vertical { min-height: 24px; }
+QScrollBar::handle:horizontal { min-width: 24px; }
+QScrollBar::handle:hover { background: @secondary; }
+QScrollBar::add-line, QScrollBar::sub-line { width: 0; height: 0; }
+QScrollBar::add-page, QScrollBar::sub-page { background: transparent; }
+)";
+    // Longer names first, or @accent would eat the beginning of @accentHover.
+    const std::pair<const char*, QColor> values[] = {
+        {"@accentPressed", mix(colors.accent, Qt::black, 0.25)},
+        {"@accentHover", mix(colors.accent, Qt::black, 0.12)},
+        {"@secondary", colors.secondaryText},
+        {"@onAccent", colors.accentText},
+        {"@scroll", mix(colors.card, colors.text, 0.3)},
+        {"@border", colors.border},
+        {"@accent", colors.accent},
+        {"@error", colors.error},
+        {"@hover", colors.hover},
+        {"@card", colors.card},
+        {"@text", colors.text},
+        {"@fill", colors.fill},
+    };
+    for (const auto& [name, color] : values)
+        sheet.replace(name, color.name());
+    return sheet;
+}
+
+}  // namespace nulo
