@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <cstdio>
 #include <string>
+#include <string_view>
 #include <system_error>
 #include <utility>
 
@@ -15,6 +16,8 @@ namespace {
 
 constexpr std::chrono::milliseconds shortestTake(1500);
 constexpr int bitRate = 64000;
+constexpr std::string_view permissionDenied = "Microphone permission denied";
+constexpr std::string_view notStarted = "Failed to start recording: ";
 
 std::string tooShortLine(std::chrono::duration<double> duration) {
     char seconds[32];
@@ -64,14 +67,14 @@ void AudioRecorder::startRecording() {
                     if (granted)
                         begin();
                     else
-                        m_print("Microphone permission denied");
+                        fail(std::string(permissionDenied), {std::string(permissionDenied)});
                 })](bool granted) {
                     queue->async([answered, granted]() mutable { answered(granted); });
                 });
             return;
         case MicrophonePermission::restricted:
         case MicrophonePermission::denied:
-            m_print("Microphone permission denied");
+            fail(std::string(permissionDenied), {std::string(permissionDenied)});
             return;
     }
 }
@@ -83,17 +86,17 @@ void AudioRecorder::begin() {
     std::unique_ptr<CaptureEngine> engine = m_microphone.makeEngine();
     const Result<double> sampleRate = engine->inputSampleRate();
     if (!sampleRate)
-        return fail(sampleRate.error());
+        return fail(std::string(notStarted) + sampleRate.error().description, sampleRate.error());
     if (!std::isfinite(sampleRate.value()) || sampleRate.value() <= 0) {
-        m_print("Failed to create tap format");
-        return;
+        constexpr std::string_view line = "Failed to create tap format";
+        return fail(std::string(line), {std::string(line)});
     }
     m_currentFileURL =
         m_recordingsDirectory / ("recording_" + fileTimestamp(m_clock.wallTime()) + ".m4a");
     if (const Outcome opened = openFile(sampleRate.value()); !opened)
-        return fail(opened.error());
+        return fail(std::string(notStarted) + opened.error().description, opened.error());
     if (const Outcome started = startEngine(std::move(engine)); !started)
-        return fail(started.error());
+        return fail(std::string(notStarted) + started.error().description, started.error());
     m_saveFailure.reset();
     m_recordingStartTime = m_clock.now();
     m_isRecording.set(true);
@@ -140,8 +143,8 @@ void AudioRecorder::appendLevel(float level) {
 void AudioRecorder::captureInterrupted(const Error& reason) {
     if (!m_audioEngine)
         return;
-    m_print("Recording interrupted: " + reason.description);
     finishFile();
+    fail("Recording interrupted: " + reason.description, reason);
 }
 
 void AudioRecorder::finishFile() {
@@ -168,15 +171,17 @@ std::optional<std::filesystem::path> AudioRecorder::stopRecording() {
         return std::nullopt;
     }
     if (m_saveFailure) {
-        m_print("Failed to save recording: " + m_saveFailure->description);
+        fail("Failed to save recording: " + m_saveFailure->description, *m_saveFailure);
         return std::nullopt;
     }
     m_print(savedLine(*m_currentFileURL));
     return m_currentFileURL;
 }
 
-void AudioRecorder::fail(const Error& error) {
-    m_print("Failed to start recording: " + error.description);
+void AudioRecorder::fail(const std::string& line, const Error& reason) {
+    m_print(line);
+    if (const auto report = onFailure)
+        report(reason);
 }
 
 }  // namespace nulo

@@ -2,9 +2,11 @@
 
 #include <cstddef>
 #include <filesystem>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <span>
+#include <string>
 #include <vector>
 
 #include "audio/AudioFileWriter.h"
@@ -18,8 +20,8 @@
 namespace nulo {
 
 /// Records one push-to-talk utterance after the other, each to an AAC file of its own, and
-/// publishes the microphone's level meanwhile. Main thread. Failures are printed, never thrown or
-/// returned.
+/// publishes the microphone's level meanwhile. Main thread. Failures are printed and reported to
+/// onFailure, never thrown or returned.
 class AudioRecorder {
   public:
     /// Greatest number of levels held.
@@ -44,6 +46,9 @@ class AudioRecorder {
     /// The newest levels of this or the last take, each in 0...1, oldest first.
     Published<std::vector<float>>& audioLevels() { return m_audioLevels; }
 
+    /// Why a take that was asked for is not made, ended early or could not be saved. Main thread.
+    std::function<void(const Error& reason)> onFailure;
+
   private:
     void begin();
     Outcome openFile(double sampleRate);
@@ -52,7 +57,8 @@ class AudioRecorder {
     void appendLevel(float level);
     void captureInterrupted(const Error& reason);
     void finishFile();
-    void fail(const Error& error);
+    /// `line` is for standard output.
+    void fail(const std::string& line, const Error& reason);
 
     Microphone& m_microphone;
     const MakeAudioFileWriter m_makeWriter;
