@@ -26,8 +26,8 @@ class ConfigFile {
     /// modes and drops legacy keys, saving the file when that changed anything.
     std::optional<AppConfig> load() const;
 
-    /// Replaces the whole file in one step, so that no reader ever sees half of it; a failure
-    /// leaves the old file. A symbolic link stays one, the file's mode is kept.
+    /// Writes the whole file, by replaceFile(): a failure leaves the old one, a symbolic link stays
+    /// one.
     Outcome trySave(const AppConfig& config) const;
     /// As trySave(), for those who could not tell anybody about a failure.
     void save(const AppConfig& config) const;

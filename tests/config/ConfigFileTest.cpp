@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <csignal>
@@ -20,6 +21,24 @@ namespace {
 using testing::ElementsAre;
 using testing::HasSubstr;
 namespace fs = std::filesystem;
+
+/// What a full disk is to a program, while it lives.
+class FileSizeLimit {
+  public:
+    explicit FileSizeLimit(rlim_t bytes) : m_handler(std::signal(SIGXFSZ, SIG_IGN)) {
+        getrlimit(RLIMIT_FSIZE, &m_old);
+        const rlimit limit{bytes, m_old.rlim_max};
+        setrlimit(RLIMIT_FSIZE, &limit);
+    }
+    ~FileSizeLimit() {
+        setrlimit(RLIMIT_FSIZE, &m_old);
+        std::signal(SIGXFSZ, m_handler);
+    }
+
+  private:
+    rlimit m_old{};
+    decltype(SIG_DFL) m_handler;
+};
 
 class ConfigFileTest : public testing::Test {
   protected:
@@ -207,19 +226,68 @@ TEST_F(ConfigFileTest, saveKeepsLinkAndModeAndLeavesNoLitter) {
     EXPECT_EQ(std::distance(fs::directory_iterator(dotfiles.parent_path()), {}), 1);
 }
 
+// A link into a folder of dotfiles that was not checked out yet, turned into a file of its own.
+TEST_F(ConfigFileTest, saveMakesWhatADanglingLinkPointsTo) {
+    fs::create_directories(m_home / "dotfiles");
+    fs::create_directories(m_file.configDir());
+    fs::create_symlink("../../dotfiles/link.json", m_file.configFile());
+    fs::create_symlink("nulo.json", m_home / "dotfiles" / "link.json");
+    m_file.createDefaultIfNeeded();
+    EXPECT_TRUE(fs::is_symlink(m_file.configFile()));
+    EXPECT_TRUE(fs::is_regular_file(fs::symlink_status(m_home / "dotfiles" / "nulo.json")));
+    EXPECT_EQ(m_file.load(), defaultConfig());
+
+    fs::remove(m_file.configFile());
+    fs::create_symlink("config.json", m_file.configFile());
+    EXPECT_FALSE(m_file.trySave(defaultConfig())) << "the link leads to itself";
+}
+
+/// What `action` does as a user who cannot write into `folder`, but to the files in it.
+template <typename Action>
+auto withReadOnlyFolder(const fs::path& folder, Action action) {
+    constexpr uid_t nobody = 65534;
+    const bool isRoot = geteuid() == 0;
+    for (const auto& entry : fs::directory_iterator(folder))
+        if (isRoot && chown(entry.path().c_str(), nobody, nobody) != 0)
+            throw std::runtime_error("no file can be given away");
+    fs::permissions(folder, fs::perms(0555));
+    if (isRoot && seteuid(nobody) != 0)
+        throw std::runtime_error("no other user can be taken on");
+    auto result = action();
+    if (isRoot && seteuid(0) != 0)
+        throw std::runtime_error("root cannot be taken back");
+    fs::permissions(folder, fs::perms(0755));
+    return result;
+}
+
+// A file that the user may write, but whose folder takes no new one; a disk that is full then.
+TEST_F(ConfigFileTest, savesInPlaceWhereTheFolderTakesNoNewFile) {
+    fs::permissions(m_home.path(), fs::perms(0755));
+    AppConfig longer = defaultConfig();
+    longer.dictionary.assign(100, "word");
+    for (const AppConfig& config : {longer, defaultConfig()}) {
+        m_file.createDefaultIfNeeded();
+        EXPECT_TRUE(withReadOnlyFolder(m_file.configDir(), [&] { return m_file.trySave(config); }));
+        EXPECT_EQ(m_file.load(), config);
+    }
+    longer.dictionary.assign(1000, std::string(100, 'x'));
+    const Outcome outcome = withReadOnlyFolder(m_file.configDir(), [&] {
+        const FileSizeLimit limit(16 * 1024);
+        return m_file.trySave(longer);
+    });
+    EXPECT_THAT(outcome.error().description, HasSubstr(std::generic_category().message(EFBIG)));
+    EXPECT_EQ(m_file.load(), defaultConfig());
+}
+
 TEST_F(ConfigFileTest, aFullDiskKeepsTheOldFile) {
     m_file.createDefaultIfNeeded();
     const std::string before = written();
     AppConfig config = defaultConfig();
     config.dictionary.assign(1000, std::string(100, 'x'));
-    rlimit old{};
-    getrlimit(RLIMIT_FSIZE, &old);
-    const auto handler = std::signal(SIGXFSZ, SIG_IGN);
-    const rlimit tiny{16 * 1024, old.rlim_max};
-    setrlimit(RLIMIT_FSIZE, &tiny);
-    const Outcome outcome = m_file.trySave(config);
-    setrlimit(RLIMIT_FSIZE, &old);
-    std::signal(SIGXFSZ, handler);
+    const Outcome outcome = [&] {
+        const FileSizeLimit limit(16 * 1024);
+        return m_file.trySave(config);
+    }();
     ASSERT_FALSE(outcome);
     EXPECT_EQ(outcome.error().description,
               m_file.configFile().string() + ": " + std::generic_category().message(EFBIG));
