@@ -8,6 +8,15 @@
 namespace nulo {
 namespace {
 
+QString withoutLineBreaks(QString text) {
+    text.replace("\r\n", " ");
+    for (QChar& character : text)
+        if ((character >= u'\n' && character <= u'\r') || character == u'\u0085' ||
+            character == QChar::LineSeparator || character == QChar::ParagraphSeparator)
+            character = u' ';
+    return text;
+}
+
 /// The key that Ctrl is held with; 0 when it is not, or when Shift makes another character of it.
 int commandKey(const QKeyEvent& event) {
     const bool isCommand =
@@ -62,14 +71,18 @@ PasteableTextField::PasteableTextField(Kind kind, const QString& placeholder, QW
     layout->setContentsMargins(0, 0, 0, 0);
     layout->addWidget(m_field);
     setFocusProxy(m_field);
-    connect(m_field, &QLineEdit::textChanged, this, [this](const QString& text) {
+    connect(m_field, &QLineEdit::textChanged, this, [this] {
         if (const auto changed = onTextChanged)
-            changed(text);
+            changed(text());
     });
     connect(m_field, &QLineEdit::returnPressed, this, [this] {
         if (const auto submit = onSubmit)
             submit();
     });
+}
+
+QString PasteableTextField::text() const {
+    return withoutLineBreaks(m_field->text());
 }
 
 void PasteableTextField::setText(const QString& text) {

@@ -26,7 +26,8 @@ class EditableNSSecureTextField final : public QLineEdit {
     void keyPressEvent(QKeyEvent* event) override;
 };
 
-/// A text field that keeps a string in step with what it shows, in both directions. It passes the
+/// A text field that keeps a string in step with what it shows, in both directions. Line breaks
+/// that are pasted into it are spaces, as it shows them. It passes the
 /// keyboard focus, and its accessible name, on to the field in it. Main thread.
 class PasteableTextField final : public QWidget {
   public:
@@ -34,7 +35,7 @@ class PasteableTextField final : public QWidget {
 
     PasteableTextField(Kind kind, const QString& placeholder, QWidget* parent);
 
-    QString text() const { return m_field->text(); }
+    QString text() const;
     /// Does not call onTextChanged.
     void setText(const QString& text);
     /// Any change of the text but those by setText().
