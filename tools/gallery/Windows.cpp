@@ -1,7 +1,9 @@
+#include <QAbstractButton>
 #include <QApplication>
 #include <QListView>
 #include <QPainter>
 #include <QPalette>
+#include <QScreen>
 #include <QStyleFactory>
 #include <QToolButton>
 #include <QWidget>
@@ -27,8 +29,7 @@ namespace nulo::gallery {
 namespace {
 
 /// As a desktop's platform theme gives it.
-QPalette paletteOf(Theme theme) {
-    const bool isDark = theme == Theme::dark;
+QPalette paletteOf(bool isDark) {
     const QColor text = isDark ? QColor(0xfc, 0xfc, 0xfc) : QColor(0x23, 0x26, 0x29);
     const QColor window = isDark ? QColor(0x2a, 0x2e, 0x32) : QColor(0xef, 0xf0, 0xf1);
     const QColor base = isDark ? QColor(0x1b, 0x1e, 0x20) : QColor(0xff, 0xff, 0xff);
@@ -48,27 +49,54 @@ QPalette paletteOf(Theme theme) {
 
 class Windows {
   public:
-    Windows(const std::filesystem::path& folder, Theme theme)
-        : m_folder(folder), m_theme(theme), m_suffix(theme == Theme::dark ? "-dark" : "") {
+    Windows(const std::filesystem::path& folder, const Look& look)
+        : m_folder(folder), m_look(look), m_suffix(look.name == "light" ? "" : "-" + look.name) {
         QApplication::setStyle(QStyleFactory::create("Fusion"));
-        QApplication::setFont(QFont("Sans", 11));
-        QApplication::setPalette(paletteOf(theme));
+        QFont font(look.font);
+        font.setPointSizeF(look.points);
+        QApplication::setFont(font);
+        QApplication::setPalette(paletteOf(look.isDark));
+        QApplication::setLayoutDirection(look.isRightToLeft ? Qt::RightToLeft : Qt::LeftToRight);
+        if (isScreenSmall())
+            m_suffix += QString("-on-%1x%2")
+                            .arg(qRound(screen().width() * qApp->devicePixelRatio()))
+                            .arg(qRound(screen().height() * qApp->devicePixelRatio()))
+                            .toStdString();
         if (qApp->devicePixelRatio() > 1)
-            m_suffix += "@" + std::to_string(int(qApp->devicePixelRatio())) + "x";
+            m_suffix += QString("@%1x").arg(qApp->devicePixelRatio()).toStdString();
     }
 
     void drawAll() {
         drawSettings();
+        if (isScreenSmall())
+            return;
+        drawManyWords();
         showAlert(loginItemOffer(), [](std::size_t) {});
         saveAndClose("login-item-offer");
         showAlert(accessibilityAlert(), [](std::size_t) {});
         saveAndClose("accessibility");
         drawUpdate();
-        if (m_theme == Theme::light)  // it looks the same in both
+        if (!m_look.isDark)  // it looks the same in both
             drawOverlay();
     }
 
   private:
+    static QSize screen() { return QGuiApplication::primaryScreen()->size(); }
+    static bool isScreenSmall() { return screen().height() < 700; }
+
+    void drawManyWords() {
+        AppConfig config = someonesSettings();
+        for (int i = 1; i <= 60; ++i)
+            config.dictionary.push_back("Mot " + std::string(std::size_t(i) % 9, 'a') +
+                                        std::to_string(i));
+        const std::unique_ptr<QWidget> window = makeSettingsWindow(config, {});
+        window->show();
+        save(*window, "settings-many-words");
+        window->resize(1000, 900);
+        save(*window, "settings-many-words-wide");
+        window->close();
+    }
+
     void drawSettings() {
         const SettingsHost host{.load = [] { return std::nullopt; },
                                 .onSave = [](const AppConfig&) { return Outcome(Success()); }};
@@ -78,12 +106,27 @@ class Windows {
         window->resize(window->minimumSize());
         save(*window, "settings-minimum");
         window->resize(580, 620);
+        const auto withFocus = [&](QWidget* widget, const char* name) {
+            widget->setFocus(Qt::TabFocusReason);
+            save(*window, name);
+        };
+        for (auto* chosen : window->findChildren<QAbstractButton*>())
+            if (chosen->isChecked())
+                withFocus(chosen, "settings-focus-segment");
         for (auto* list : window->findChildren<QListView*>())
             if (list->accessibleName() == "Modes") {
                 list->setFocus();
                 list->setCurrentIndex(list->model()->index(5, 0));
             }
         save(*window, "settings-own-mode");
+        for (auto* list : window->findChildren<QListView*>())
+            if (list->accessibleName() == "Dictionnaire")
+                withFocus(list, "settings-focus-chip");
+        for (auto* button : window->findChildren<QAbstractButton*>())
+            if (button->accessibleName() == "Ajouter le mot")
+                withFocus(button, "settings-focus-symbol");
+            else if (button->text() == "Enregistrer")
+                withFocus(button, "settings-focus-save");
         for (auto* button : window->findChildren<QToolButton*>())
             if (button->accessibleName() == "Supprimer le mode")
                 button->click();
@@ -171,14 +214,24 @@ class Windows {
     }
 
     const std::filesystem::path m_folder;
-    const Theme m_theme;
+    const Look m_look;
     std::string m_suffix;
 };
 
 }  // namespace
 
-void drawWindows(const std::filesystem::path& folder, Theme theme) {
-    Windows(folder, theme).drawAll();
+std::optional<Look> lookNamed(const std::string& name) {
+    for (const Look& look : {Look{.name = "light"}, Look{.name = "dark", .isDark = true},
+                             Look{.name = "noto", .font = "Noto Sans"},
+                             Look{.name = "large", .isDark = true, .points = 13.75},
+                             Look{.name = "rtl", .isRightToLeft = true}})
+        if (look.name == name)
+            return look;
+    return std::nullopt;
+}
+
+void drawWindows(const std::filesystem::path& folder, const Look& look) {
+    Windows(folder, look).drawAll();
 }
 
 }  // namespace nulo::gallery
