@@ -132,10 +132,10 @@ std::unique_ptr<QWidget> AppDelegate::settingsWindow(
     std::function<void()> onClose) {
     SettingsHost host{.load = [this] { return m_around.configFile.load(); },
                       .onSave = std::move(onSave),
-                      .onClose = std::move(onClose)};
-    // Without a tray the window is the only way to the rest of the menu.
-    if (!m_around.statusItem.isShown())
-        host.programMenu = [this] { return m_menuBarController->menu(); };
+                      .onClose = std::move(onClose),
+                      .programMenu = [this] { return m_menuBarController->menu(); },
+                      // Without a tray the window is the only way to the rest of the menu.
+                      .showsProgramMenu = !m_around.statusItem.isShown()};
     return makeSettingsWindow(config, std::move(host));
 }
 

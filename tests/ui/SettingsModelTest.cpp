@@ -41,7 +41,9 @@ TEST(SettingsModel, editsReachOnlyTheSelectedModeOfTheUser) {
     model.editPrompt("x");
     model.editCleanupModel("mistral");
     EXPECT_EQ(model.editedPrompt(), "x");
+    EXPECT_TRUE(model.editsAreDropped());
     model.selectMode(1);
+    EXPECT_FALSE(model.editsAreDropped());
     EXPECT_EQ(model.editedName(), "Transcription brute");
     EXPECT_EQ(model.modes(), config.modes);
 
@@ -49,6 +51,7 @@ TEST(SettingsModel, editsReachOnlyTheSelectedModeOfTheUser) {
     model.editName("Other");
     model.editPrompt("");
     model.editCleanupModel("mistral");
+    EXPECT_FALSE(model.editsAreDropped());
     config.modes[6] = {"twice", "Other", "", false, "mistral"};
     EXPECT_EQ(model.modes(), config.modes);
 }

@@ -25,10 +25,9 @@ DictionarySection::DictionarySection(SettingsModel& model, QWidget* parent)
     newWordRow->addWidget(m_newWord);
     newWordRow->addWidget(addButton);
     auto* cardLayout = new QVBoxLayout(card);
-    constexpr int padding = 12;
-    constexpr int sidePadding = padding - WordChips::chipMargin;
-    cardLayout->setContentsMargins(sidePadding, padding, sidePadding, padding);
-    cardLayout->setSpacing(10);
+    constexpr int sidePadding = 12 - WordChips::chipMargin;
+    cardLayout->setContentsMargins(sidePadding, 10, sidePadding, 11);
+    cardLayout->setSpacing(8);
     cardLayout->addWidget(m_chips);
     cardLayout->addLayout(newWordRow);
 

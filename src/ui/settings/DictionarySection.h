@@ -18,6 +18,9 @@ class DictionarySection final : public QWidget {
     /// The user changed the words.
     std::function<void()> onEdited;
 
+    /// In points: what the words may take of the window's height.
+    void setMostHeightOfWords(int height) { m_chips->setMostHeight(height); }
+
     /// What the user types in first.
     QWidget& newWordField() { return *m_newWord; }
 

@@ -10,6 +10,8 @@
 namespace nulo {
 namespace {
 
+constexpr int leastLines = 3;  // of a prompt
+
 /// The text as it was typed. toPlainText() would make ordinary spaces of the no-break spaces that
 /// French writes before a colon.
 std::string typedText(const QPlainTextEdit& editor) {
@@ -45,7 +47,7 @@ QWidget* ModeEditor::makeForm() {
     m_prompt = new QPlainTextEdit(form);
     m_prompt->setAccessibleName("Prompt");
     m_prompt->setTabChangesFocus(true);
-    m_prompt->setMinimumHeight(76);
+    m_prompt->setMinimumHeight(leastLines * m_prompt->fontMetrics().lineSpacing() + 16);
     m_prompt->setSizePolicy(QSizePolicy::Expanding, QSizePolicy::Ignored);  // what is left over
     auto* note =
         makeSecondaryLabel("Ce mode retourne la transcription brute sans reformulation.", form);
@@ -56,7 +58,7 @@ QWidget* ModeEditor::makeForm() {
     m_cleanupModel->setAccessibleName("Reformulation");
 
     auto* layout = new QVBoxLayout(form);
-    layout->setContentsMargins(14, 12, 14, 14);
+    layout->setContentsMargins(14, 10, 14, 12);
     layout->setSpacing(5);
     layout->addWidget(makeFieldLabel("Nom du mode", &m_name->field()));
     layout->addWidget(m_name);

@@ -1,9 +1,14 @@
 #include "ui/settings/ModeList.h"
 
 #include <QAbstractListModel>
+#include <QHelpEvent>
 #include <QPainter>
+#include <QScrollBar>
+#include <QStyle>
 #include <QStyledItemDelegate>
+#include <QToolTip>
 #include <algorithm>
+#include <cmath>
 
 #include "ui/settings/SettingsStyle.h"
 #include "ui/tray/OneLine.h"
@@ -13,6 +18,11 @@ namespace {
 
 constexpr int rowMargin = 6;
 constexpr int textMargin = 8;
+constexpr int rowPadding = 6;  // above and below its name
+// Of the list, in heights of a line: what it keeps in a narrow window, and what it gets at most.
+constexpr int narrowest = 6;
+constexpr int widest = 13;
+constexpr int rowsInSight = 5;
 constexpr int builtInRole = Qt::UserRole;
 const QString builtInMark = QStringLiteral("inclus");
 
@@ -63,7 +73,14 @@ class ModeRowDelegate final : public QStyledItemDelegate {
     using QStyledItemDelegate::QStyledItemDelegate;
 
     QSize sizeHint(const QStyleOptionViewItem& option, const QModelIndex&) const override {
-        return {60, option.fontMetrics.height() + 12};
+        return {1, option.fontMetrics.height() + 2 * rowPadding};  // rows are as wide as the list
+    }
+
+    /// Of a row that shows its whole name.
+    static int wantedWidth(const QStyleOptionViewItem& option, const QModelIndex& index) {
+        const QFontMetricsF exact(option.font);  // the rounded ones may be a fraction too small
+        return widthBesideName(option, index) +
+               static_cast<int>(std::ceil(exact.horizontalAdvance(index.data().toString())));
     }
 
     void paint(QPainter* painter, const QStyleOptionViewItem& option,
@@ -75,7 +92,7 @@ class ModeRowDelegate final : public QStyledItemDelegate {
         painter->save();
         painter->setRenderHint(QPainter::Antialiasing);
         const QRect row = option.rect.adjusted(rowMargin, 1, -rowMargin, -1);
-        painter->setPen(Qt::NoPen);
+        painter->setPen(isSelected && isFocused ? QPen(colors.focus, 2) : QPen(Qt::NoPen));
         if (isSelected)
             painter->setBrush(isFocused ? colors.accent : colors.border);
         else if (isHovered)
@@ -85,20 +102,45 @@ class ModeRowDelegate final : public QStyledItemDelegate {
         QRect textRect = row.adjusted(textMargin, 0, -textMargin, 0);
         const bool isOnAccent = isSelected && isFocused;
         if (index.data(builtInRole).toBool()) {
-            QFont small = option.font;
-            small.setPointSizeF(small.pointSizeF() * 0.85);
-            painter->setFont(small);
+            painter->setFont(markFont(option));
             painter->setPen(isOnAccent ? colors.accentText : colors.secondaryText);
-            painter->drawText(textRect, Qt::AlignRight | Qt::AlignVCenter, builtInMark);
-            textRect.setRight(textRect.right() -
-                              QFontMetrics(small).horizontalAdvance(builtInMark) - textMargin);
+            painter->drawText(textRect, Qt::AlignTrailing | Qt::AlignVCenter, builtInMark);
         }
+        textRect = QStyle::alignedRect(
+            option.direction, Qt::AlignLeading,
+            {option.rect.width() - widthBesideName(option, index), row.height()}, textRect);
         painter->setFont(option.font);
         painter->setPen(isOnAccent ? colors.accentText : colors.text);
-        painter->drawText(textRect, Qt::AlignLeft | Qt::AlignVCenter | Qt::TextSingleLine,
-                          option.fontMetrics.elidedText(index.data().toString(), Qt::ElideRight,
-                                                        textRect.width()));
+        const QString name = index.data().toString();
+        painter->setLayoutDirection(name.isRightToLeft() ? Qt::RightToLeft : Qt::LeftToRight);
+        painter->drawText(
+            textRect,
+            static_cast<int>(QStyle::visualAlignment(option.direction, Qt::AlignLeft)) |
+                Qt::AlignAbsolute | Qt::AlignVCenter | Qt::TextSingleLine,
+            option.fontMetrics.elidedText(name, Qt::ElideRight, textRect.width()));
         painter->restore();
+    }
+
+    bool helpEvent(QHelpEvent* event, QAbstractItemView* view, const QStyleOptionViewItem& option,
+                   const QModelIndex& index) override {
+        const bool isCut = wantedWidth(option, index) > option.rect.width();
+        QToolTip::showText(event->globalPos(),
+                           isCut ? index.data().toString().toHtmlEscaped() : QString(), view);
+        return true;
+    }
+
+  private:
+    static QFont markFont(const QStyleOptionViewItem& option) {
+        QFont small = option.font;
+        small.setPointSizeF(small.pointSizeF() * 0.85);
+        return small;
+    }
+    /// Of a row: everything but the name.
+    static int widthBesideName(const QStyleOptionViewItem& option, const QModelIndex& index) {
+        const int margins = 2 * (rowMargin + textMargin);
+        if (!index.data(builtInRole).toBool())
+            return margins;
+        return margins + textMargin + QFontMetrics(markFont(option)).horizontalAdvance(builtInMark);
     }
 };
 
@@ -127,6 +169,23 @@ ModeList::ModeList(SettingsModel& model, QWidget* parent)
                 if (const auto selected = onSelected)
                     selected();
             });
+}
+
+QSize ModeList::sizeHint() const {
+    const int most = widest * fontMetrics().height();
+    QStyleOptionViewItem option;
+    initViewItemOption(&option);
+    int wanted = 0;
+    for (int row = 0; row < m_rows->rowCount() && wanted < most; ++row)
+        wanted = std::max(wanted, ModeRowDelegate::wantedWidth(option, m_rows->index(row)));
+    if (m_rows->rowCount() > rowsInSight)
+        wanted += verticalScrollBar()->sizeHint().width();
+    return {std::min(wanted, most), rowsInSight * (fontMetrics().height() + 2 * rowPadding)};
+}
+
+QSize ModeList::minimumSizeHint() const {
+    const QSize wanted = sizeHint();
+    return {std::min(wanted.width(), narrowest * fontMetrics().height()), wanted.height()};
 }
 
 void ModeList::addMode() {

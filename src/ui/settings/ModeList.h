@@ -21,6 +21,10 @@ class ModeList final : public QListView {
     /// The selected mode's name was edited.
     void refreshSelectedRow();
 
+    /// As wide as the names need, within bounds; high enough for the built-in modes.
+    QSize sizeHint() const override;
+    QSize minimumSizeHint() const override;
+
     /// Another mode is the model's selected one, or none.
     std::function<void()> onSelected;
 

@@ -7,20 +7,10 @@
 #include "ui/settings/SettingsLayout.h"
 
 namespace nulo {
-namespace {
-
-// The names of the built-in modes are whole at the usual font sizes; a narrow window takes from
-// them rather than from the editor.
-constexpr int minimumListWidth = 200;
-constexpr int maximumListWidth = 232;
-constexpr int minimumCardHeight = 256;
-
-}  // namespace
 
 ModesSection::ModesSection(SettingsModel& model, QWidget* parent)
     : QWidget(parent), m_model(model) {
     auto* card = makeCard(this);
-    card->setMinimumHeight(minimumCardHeight);
     auto* cardLayout = new QHBoxLayout(card);
     cardLayout->setContentsMargins(1, 1, 1, 1);  // the card's border
     cardLayout->setSpacing(0);
@@ -35,7 +25,11 @@ ModesSection::ModesSection(SettingsModel& model, QWidget* parent)
     layout->addWidget(makeTitle("Modes", this));
     layout->addWidget(card, 1);
 
-    m_list->onSelected = [this] { showSelectedMode(); };
+    m_list->onSelected = [this] {
+        showSelectedMode();
+        if (const auto selected = onSelected)
+            selected();
+    };
     m_editor->onEdited = [this] {
         m_list->refreshSelectedRow();
         edited();
@@ -45,8 +39,7 @@ ModesSection::ModesSection(SettingsModel& model, QWidget* parent)
 
 QWidget* ModesSection::makeListColumn(QWidget* parent) {
     auto* column = new QWidget(parent);
-    column->setMinimumWidth(minimumListWidth);
-    column->setMaximumWidth(maximumListWidth);
+    column->setSizePolicy(QSizePolicy::Maximum, QSizePolicy::Preferred);
     m_list = new ModeList(m_model, column);
     auto* addButton = new SymbolButton(Symbol::plus, "Ajouter un mode", column);
     m_deleteButton = new SymbolButton(Symbol::minus, "Supprimer le mode", column);
@@ -86,6 +79,12 @@ void ModesSection::deleteSelectedMode() {
     m_list->deleteSelectedMode();
     m_list->setFocus();
     edited();
+}
+
+void ModesSection::showStoredMode() {
+    if (const auto row = m_model.selectedRow())
+        m_model.selectMode(*row);
+    m_editor->showSelectedMode();
 }
 
 void ModesSection::showSelectedMode() {

@@ -17,6 +17,11 @@ class ModesSection final : public QWidget {
     /// `model` outlives the section.
     ModesSection(SettingsModel& model, QWidget* parent);
 
+    /// Shows the selected mode as it is stored, without edits that were not kept.
+    void showStoredMode();
+
+    /// Another mode is selected, or none.
+    std::function<void()> onSelected;
     /// The user changed, added or deleted a mode.
     std::function<void()> onEdited;
 

@@ -1,9 +1,10 @@
 #include "ui/settings/SegmentedPicker.h"
 
-#include <QHBoxLayout>
+#include <QEvent>
 #include <QPainter>
 #include <QRadioButton>
 #include <QSignalBlocker>
+#include <algorithm>
 #include <utility>
 
 #include "ui/settings/SettingsStyle.h"
@@ -13,6 +14,7 @@ namespace {
 
 constexpr int trackRadius = 7;
 constexpr int trackPadding = 2;
+constexpr int titleMargin = 8;
 
 class SegmentButton final : public QRadioButton {
   public:
@@ -21,11 +23,17 @@ class SegmentButton final : public QRadioButton {
         setAttribute(Qt::WA_Hover);
     }
     QSize sizeHint() const override {
-        return {fontMetrics().horizontalAdvance(text()) + 24, fontMetrics().height() + 10};
+        return {fontMetrics().horizontalAdvance(text()) + 2 * titleMargin,
+                fontMetrics().height() + 10};
     }
-    QSize minimumSizeHint() const override { return sizeHint(); }
+    QSize minimumSizeHint() const override { return {60, sizeHint().height()}; }
 
   protected:
+    bool event(QEvent* event) override {
+        if (event->type() == QEvent::ToolTip)
+            setToolTip(width() < sizeHint().width() ? text() : QString());
+        return QRadioButton::event(event);
+    }
     bool hitButton(const QPoint& position) const override { return rect().contains(position); }
 
     void paintEvent(QPaintEvent*) override {
@@ -34,28 +42,31 @@ class SegmentButton final : public QRadioButton {
         painter.setRenderHint(QPainter::Antialiasing);
         if (isChecked() || hasFocus() || underMouse()) {
             painter.setBrush(isChecked() ? colors.raised : QColor(Qt::transparent));
-            painter.setPen(hasFocus() ? QPen(colors.accent, 2) : QPen(colors.border, 1));
+            painter.setPen(hasFocus() ? QPen(colors.focus, 2) : QPen(colors.border, 1));
             painter.drawRoundedRect(QRectF(rect()).adjusted(1, 1, -1, -1), trackRadius - 2,
                                     trackRadius - 2);
         }
         painter.setPen(isChecked() ? colors.text : colors.secondaryText);
-        painter.drawText(rect(), Qt::AlignCenter, text());
+        painter.drawText(rect(), Qt::AlignCenter,
+                         fontMetrics().elidedText(text(), Qt::ElideRight, width() - titleMargin));
     }
 };
 
 }  // namespace
 
 SegmentedPicker::SegmentedPicker(std::vector<Segment> segments, QWidget* parent)
-    : QWidget(parent), m_segments(std::move(segments)) {
+    : QWidget(parent),
+      m_segments(std::move(segments)),
+      m_layout(new QBoxLayout(QBoxLayout::LeftToRight, this)) {
     setSizePolicy(QSizePolicy::Preferred, QSizePolicy::Fixed);
-    auto* layout = new QHBoxLayout(this);
-    layout->setContentsMargins(trackPadding, trackPadding, trackPadding, trackPadding);
-    layout->setSpacing(trackPadding);
+    m_layout->setContentsMargins(trackPadding, trackPadding, trackPadding, trackPadding);
+    m_layout->setSpacing(trackPadding);
     for (const Segment& segment : m_segments) {
         auto* button = new SegmentButton(segment.title);
-        m_group.addButton(button, static_cast<int>(layout->count()));
-        layout->addWidget(button);
+        m_group.addButton(button, m_layout->count());
+        m_layout->addWidget(button);
     }
+    setValue({});
     connect(&m_group, &QButtonGroup::idToggled, this, [this](int id, bool checked) {
         const auto changed = onValueChanged;
         if (checked && changed)
@@ -69,6 +80,34 @@ void SegmentedPicker::setValue(const std::string& value) {
     for (int row = 0; QAbstractButton* button = m_group.button(row); ++row)
         button->setChecked(m_segments[static_cast<std::size_t>(row)].value == value);
     m_group.setExclusive(true);
+    // The group takes the others out of the Tab key's way only once one of them has had the focus.
+    const QAbstractButton* entered = m_group.checkedButton();
+    for (QAbstractButton* button : m_group.buttons())
+        button->setFocusPolicy(!entered || button == entered ? Qt::StrongFocus : Qt::ClickFocus);
+}
+
+QSize SegmentedPicker::sizeHint() const {
+    int widest = 0;
+    for (const QAbstractButton* button : m_group.buttons())
+        widest = std::max(widest, button->sizeHint().width());
+    return {widest + 2 * trackPadding, m_layout->totalSizeHint().height()};
+}
+
+bool SegmentedPicker::event(QEvent* event) {
+    if (event->type() == QEvent::Resize || event->type() == QEvent::LayoutRequest)
+        chooseDirection();
+    return QWidget::event(event);
+}
+
+void SegmentedPicker::chooseDirection() {
+    int wanted = trackPadding;
+    for (const QAbstractButton* button : m_group.buttons())
+        wanted += button->sizeHint().width() + trackPadding;
+    const auto direction = wanted <= width() ? QBoxLayout::LeftToRight : QBoxLayout::TopToBottom;
+    if (direction == m_layout->direction())
+        return;
+    m_layout->setDirection(direction);
+    m_layout->update();
 }
 
 void SegmentedPicker::paintEvent(QPaintEvent*) {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <QAbstractButton>
+#include <QBoxLayout>
 #include <QButtonGroup>
 #include <QString>
 #include <QWidget>
@@ -10,8 +11,9 @@
 
 namespace nulo {
 
-/// A choice of one of a few values, side by side in one control. The arrow keys go from one to the
-/// other; for a screen reader they are radio buttons. Main thread.
+/// A choice of one of a few values, side by side in one control, or one below the other where it is
+/// too narrow for that. The arrow keys go from one to the other; for a screen reader they are radio
+/// buttons. Main thread.
 class SegmentedPicker final : public QWidget {
   public:
     struct Segment {
@@ -28,11 +30,18 @@ class SegmentedPicker final : public QWidget {
     /// What a label gives the focus to.
     QWidget& firstButton() { return *m_group.button(0); }
 
+    /// As wide as the longest title: the segments get side by side where there is room.
+    QSize sizeHint() const override;
+
   protected:
     void paintEvent(QPaintEvent* event) override;
+    bool event(QEvent* event) override;
 
   private:
+    void chooseDirection();
+
     std::vector<Segment> m_segments;
+    QBoxLayout* m_layout;
     QButtonGroup m_group;  // ids are rows of m_segments
 };
 

@@ -18,8 +18,11 @@ struct SettingsHost {
     std::function<Outcome(const AppConfig&)> onSave;
     /// The window was closed; what was not saved is dropped.
     std::function<void()> onClose;
-    /// The program's menu, asked for each time it opens. Empty when a tray shows it already.
+    /// The program's menu, asked for each time it opens; its shortcuts work in the window. May be
+    /// empty.
     std::function<Menu()> programMenu;
+    /// Whether the window has a button for that menu: no tray shows it.
+    bool showsProgramMenu = false;
 };
 
 }  // namespace nulo

@@ -67,6 +67,10 @@ void SettingsModel::deleteSelectedMode() {
     selectMode(0);
 }
 
+bool SettingsModel::editsAreDropped() const {
+    return m_selectedRow && m_edited != m_modes[*m_selectedRow];
+}
+
 void SettingsModel::editName(std::string name) {
     edit(&PromptMode::name, std::move(name));
 }

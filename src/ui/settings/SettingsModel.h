@@ -45,6 +45,8 @@ class SettingsModel {
     const std::string& editedName() const { return m_edited.name; }
     const std::string& editedPrompt() const { return m_edited.prompt; }
     const std::string& editedCleanupModel() const { return m_edited.cleanupModel; }
+    /// Whether they differ from the built-in mode that they belong to.
+    bool editsAreDropped() const;
     void editName(std::string name);
     void editPrompt(std::string prompt);
     void editCleanupModel(std::string cleanupModel);

@@ -7,7 +7,9 @@
 namespace nulo {
 namespace {
 
+// What accessibility guidelines ask of texts, and of shapes that say something.
 constexpr double readableContrast = 4.5;
+constexpr double visibleContrast = 3;
 
 QColor mix(const QColor& from, const QColor& to, double share) {
     const auto blend = [share](int a, int b) {
@@ -30,11 +32,11 @@ double contrast(const QColor& a, const QColor& b) {
     return (light + 0.05) / (dark + 0.05);
 }
 
-/// `color`, moved away from `other` in small steps until text in one of them on the other can be
-/// read: many themes choose a highlight that is a little too pale for that.
-QColor readableAgainst(QColor color, const QColor& other) {
+/// `color`, moved away from `other` in small steps until they differ enough: many themes choose a
+/// highlight that is a little too pale for text on it, or too dark for a ring on their window.
+QColor awayFrom(const QColor& other, QColor color, double enough) {
     const QColor target = luminance(other) > 0.2 ? Qt::black : Qt::white;
-    for (int step = 0; step < 20 && contrast(color, other) < readableContrast; ++step)
+    for (int step = 0; step < 40 && contrast(color, other) < enough; ++step)
         color = mix(color, target, 0.06);
     return color;
 }
@@ -51,8 +53,12 @@ SettingsColors::SettingsColors(const QPalette& palette)
       hover(mix(card, text, 0.05)),
       raised(luminance(text) > luminance(window) ? mix(window, text, 0.25) : card),
       accentText(palette.color(QPalette::Active, QPalette::HighlightedText)),
-      error(readableAgainst(QColor::fromHsv(355, 200, 205), fill)) {
-    accent = readableAgainst(palette.color(QPalette::Active, QPalette::Highlight), accentText);
+      error(awayFrom(fill, QColor::fromHsv(355, 200, 205), readableContrast)) {
+    const QColor highlight = palette.color(QPalette::Active, QPalette::Highlight);
+    accent = awayFrom(accentText, highlight, readableContrast);
+    focus = accent;
+    for (const QColor& ground : {window, card, fill, raised})
+        focus = awayFrom(ground, focus, visibleContrast);
 }
 
 SettingsColors settingsColors() {
@@ -73,7 +79,7 @@ QLineEdit, QPlainTextEdit {
 }
 QLineEdit { padding: 5px 8px; }
 QPlainTextEdit { padding: 3px 4px; }
-QLineEdit:focus, QPlainTextEdit:focus { border: 2px solid @accent; }
+QLineEdit:focus, QPlainTextEdit:focus { border: 2px solid @focus; }
 QLineEdit:focus { padding: 4px 7px; }
 QPlainTextEdit:focus { padding: 2px 3px; }
 QLineEdit:disabled { color: @secondary; background: @hover; }
@@ -88,8 +94,8 @@ QPushButton[prominent="true"] {
 }
 QPushButton[prominent="true"]:hover { background: @accentHover; }
 QPushButton[destructive="true"] { color: @error; }
-QPushButton:focus { border: 2px solid @accent; padding: 5px 15px; }
-QPushButton[prominent="true"]:focus { border: 2px solid @text; }
+QPushButton:focus { border: 2px solid @focus; padding: 5px 15px; }
+QPushButton[prominent="true"]:focus { border: 2px solid @onAccentRing; }
 QPushButton:pressed { background: @border; }
 QPushButton[prominent="true"]:pressed { background: @accentPressed; }
 QScrollBar { background: transparent; border: none; }
@@ -107,11 +113,14 @@ QScrollBar::add-page, QScrollBar::sub-page { background: transparent; }
         {"@accentPressed", mix(colors.accent, Qt::black, 0.25)},
         {"@accentHover", mix(colors.accent, Qt::black, 0.12)},
         {"@secondary", colors.secondaryText},
+        {"@onAccentRing",
+         contrast(colors.text, colors.accent) < visibleContrast ? colors.accentText : colors.text},
         {"@onAccent", colors.accentText},
         {"@scroll", mix(colors.card, colors.text, 0.3)},
         {"@border", colors.border},
         {"@accent", colors.accent},
         {"@error", colors.error},
+        {"@focus", colors.focus},
         {"@hover", colors.hover},
         {"@card", colors.card},
         {"@text", colors.text},

@@ -19,7 +19,8 @@ struct SettingsColors {
     QColor fill;    // of chips and the picker's track
     QColor hover;   // under the pointer
     QColor raised;  // the chosen segment
-    QColor accent;  // prominent button, selection, focus; readable under accentText
+    QColor accent;  // prominent button, selection; readable under accentText
+    QColor focus;   // the ring around what has the keyboard; visible on all of the grounds
     QColor accentText;
     QColor error;
 };

@@ -6,14 +6,13 @@
 #include <QHBoxLayout>
 #include <QPointer>
 #include <QPushButton>
+#include <QResizeEvent>
 #include <QScrollArea>
 #include <QShortcut>
 #include <QStyle>
 #include <QVBoxLayout>
 #include <utility>
 
-#include "ui/settings/DictionarySection.h"
-#include "ui/settings/ModesSection.h"
 #include "ui/settings/SettingsLayout.h"
 #include "ui/settings/SettingsStyle.h"
 #include "ui/settings/SymbolButton.h"
@@ -23,16 +22,15 @@ namespace nulo {
 namespace {
 
 constexpr int padding = 20;
+const QString notKept = QStringLiteral("Mode inclus : ce changement ne sera pas enregistre.");
 
 }  // namespace
 
 SettingsView::SettingsView(const AppConfig& config, SettingsHost host)
     : m_host(std::move(host)), m_model(config) {
-    setMinimumSize(550, 560);
     applyTheme();
     auto* scrollArea = new QScrollArea(this);
     scrollArea->setWidgetResizable(true);
-    scrollArea->setHorizontalScrollBarPolicy(Qt::ScrollBarAlwaysOff);
     scrollArea->setFocusPolicy(Qt::NoFocus);
     scrollArea->viewport()->setAutoFillBackground(false);
     scrollArea->setWidget(makeContent());
@@ -42,23 +40,27 @@ SettingsView::SettingsView(const AppConfig& config, SettingsHost host)
     layout->addWidget(scrollArea, 1);
     layout->addWidget(makeLine(Qt::Horizontal, this));
     layout->addWidget(makeBottomBar());
-    m_firstField->setFocus();
+    takeShortcutsOfProgramMenu();
+    m_dictionary->newWordField().setFocus();
 }
 
 QWidget* SettingsView::makeContent() {
     auto* content = new QWidget;
     content->setObjectName("content");
-    auto* dictionary = new DictionarySection(m_model, content);
-    auto* modes = new ModesSection(m_model, content);
+    m_dictionary = new DictionarySection(m_model, content);
+    m_modes = new ModesSection(m_model, content);
     auto* layout = new QVBoxLayout(content);
     layout->setContentsMargins(padding, padding - 4, padding, padding - 4);
-    layout->setSpacing(14);
-    layout->addWidget(dictionary);
+    layout->setSpacing(12);
+    layout->addWidget(m_dictionary);
     layout->addWidget(makeLine(Qt::Horizontal, content));
-    layout->addWidget(modes, 1);
-    dictionary->onEdited = [this] { edited(); };
-    modes->onEdited = [this] { edited(); };
-    m_firstField = &dictionary->newWordField();
+    layout->addWidget(m_modes, 1);
+    m_dictionary->onEdited = [this] { edited(); };
+    m_modes->onEdited = [this] { edited(); };
+    m_modes->onSelected = [this] {
+        if (m_status->text() == notKept)
+            showStatus({}, false);
+    };
     return content;
 }
 
@@ -67,7 +69,7 @@ QWidget* SettingsView::makeBottomBar() {
     auto* layout = new QHBoxLayout(bar);
     layout->setContentsMargins(padding, 8, padding, 8);
     layout->setSpacing(12);
-    if (m_host.programMenu)
+    if (m_host.showsProgramMenu)
         layout->addWidget(makeMenuButton(bar));
     m_status = makeSecondaryLabel({}, bar);
     m_status->setTextFormat(Qt::PlainText);
@@ -87,6 +89,19 @@ QWidget* SettingsView::makeBottomBar() {
     return bar;
 }
 
+void SettingsView::takeShortcutsOfProgramMenu() {
+    if (!m_host.programMenu)
+        return;
+    for (const MenuEntry& entry : m_host.programMenu()) {
+        if (entry.shortcut.empty() || !entry.action)
+            continue;
+        const QKeySequence keys(QString::fromStdString(entry.shortcut));
+        // Later: the action may destroy the window.
+        connect(new QShortcut(keys, this), &QShortcut::activated, this, entry.action,
+                Qt::QueuedConnection);
+    }
+}
+
 QWidget* SettingsView::makeMenuButton(QWidget* parent) {
     auto* button = new SymbolButton(Symbol::menu, "Menu de Nulo", parent);
     auto* menu = new MenuWidget(button);
@@ -104,12 +119,14 @@ void SettingsView::saveConfig() {
     const Outcome outcome = host.onSave(config);
     if (!self)
         return;
-    if (outcome)
-        showStatus("Enregistre.", false);
-    else
-        showStatus(
+    if (!outcome)
+        return showStatus(
             "Enregistrement impossible : " + QString::fromStdString(outcome.error().description),
             true);
+    const bool dropped = m_model.editsAreDropped();
+    if (dropped)
+        m_modes->showStoredMode();
+    showStatus(dropped ? "Enregistre, sauf le changement du mode inclus." : "Enregistre.", false);
 }
 
 void SettingsView::showStatus(const QString& text, bool isError) {
@@ -124,15 +141,22 @@ void SettingsView::showStatus(const QString& text, bool isError) {
 }
 
 void SettingsView::edited() {
-    const bool showsError = m_status->property("error").toBool();
-    if (!showsError && !m_status->text().isEmpty())
-        showStatus({}, false);  // no longer true; an error is, until the next try
+    if (m_status->property("error").toBool())
+        return;  // it stays true until the next try
+    const QString status = m_model.editsAreDropped() ? notKept : QString();
+    if (m_status->text() != status)
+        showStatus(status, false);
 }
 
 void SettingsView::applyTheme() {
     const QString sheet = settingsStyleSheet(settingsColors());
     if (sheet != styleSheet())  // setting one changes palettes, which leads here again
         setStyleSheet(sheet);
+}
+
+void SettingsView::resizeEvent(QResizeEvent* event) {
+    QWidget::resizeEvent(event);
+    m_dictionary->setMostHeightOfWords(height() / 3);
 }
 
 void SettingsView::changeEvent(QEvent* event) {

@@ -3,6 +3,8 @@
 #include <QLabel>
 #include <QWidget>
 
+#include "ui/settings/DictionarySection.h"
+#include "ui/settings/ModesSection.h"
 #include "ui/settings/SettingsHost.h"
 #include "ui/settings/SettingsModel.h"
 
@@ -17,11 +19,13 @@ class SettingsView final : public QWidget {
   protected:
     void changeEvent(QEvent* event) override;
     void closeEvent(QCloseEvent* event) override;
+    void resizeEvent(QResizeEvent* event) override;
 
   private:
     QWidget* makeContent();
     QWidget* makeBottomBar();
     QWidget* makeMenuButton(QWidget* parent);
+    void takeShortcutsOfProgramMenu();
     void saveConfig();
     void showStatus(const QString& text, bool isError);
     void edited();
@@ -29,7 +33,8 @@ class SettingsView final : public QWidget {
 
     SettingsHost m_host;
     SettingsModel m_model;
-    QWidget* m_firstField = nullptr;  // where typing goes when the window opens
+    DictionarySection* m_dictionary = nullptr;
+    ModesSection* m_modes = nullptr;
     QLabel* m_status = nullptr;
 };
 

@@ -20,7 +20,7 @@ void SymbolButton::paintEvent(QPaintEvent*) {
     QPainter painter(this);
     painter.setRenderHint(QPainter::Antialiasing);
     const QRectF box = QRectF(rect()).adjusted(1, 1, -1, -1);
-    painter.setPen(hasFocus() ? QPen(colors.accent, 2) : QPen(Qt::NoPen));
+    painter.setPen(hasFocus() ? QPen(colors.focus, 2) : QPen(Qt::NoPen));
     if (isEnabled() && (isDown() || underMouse()))
         painter.setBrush(isDown() ? colors.border : colors.fill);
     painter.drawRoundedRect(box, 6, 6);

@@ -1,10 +1,12 @@
 #include "ui/settings/WordChips.h"
 
 #include <QAbstractListModel>
+#include <QHelpEvent>
 #include <QKeyEvent>
 #include <QMouseEvent>
 #include <QPainter>
 #include <QStyledItemDelegate>
+#include <QToolTip>
 #include <algorithm>
 #include <utility>
 
@@ -15,9 +17,9 @@
 namespace nulo {
 namespace {
 
-constexpr double maxRows = 2.5;  // the beginning of one more row tells that there are more
-constexpr int chipPadding = 5;   // above and below its text
-constexpr int longWord = 50;     // characters; may be too wide to be shown whole
+constexpr double leastRows = 1.5;     // the beginning of one more row tells that there are more
+constexpr int chipPadding = 5;        // above and below its text
+constexpr int longestToolTip = 1000;  // characters
 constexpr int textMargin = 10;
 constexpr int buttonSide = 14;
 constexpr int buttonMargin = 7;
@@ -47,8 +49,6 @@ class WordChipsModel final : public QAbstractListModel {
             return chip.shown;
         if (role == Qt::AccessibleTextRole)
             return chip.word;
-        if (role == Qt::ToolTipRole && chip.word.size() > longWord)
-            return oneLine(chip.word.toStdString(), 1000).toHtmlEscaped();
         return {};
     }
 
@@ -92,10 +92,8 @@ class ChipDelegate final : public QStyledItemDelegate {
         : QStyledItemDelegate(parent), m_model(model), m_view(view) {}
 
     QSize sizeHint(const QStyleOptionViewItem& option, const QModelIndex& index) const override {
-        const int wanted = m_model.textWidth(index.row(), option.fontMetrics) + textMargin +
-                           buttonSide + 2 * buttonMargin;
         const int widest = m_view.viewport()->width() - 2 * WordChips::chipMargin;
-        return {std::min(wanted, std::max(widest, 60)),
+        return {std::min(wantedWidth(option, index), std::max(widest, 60)),
                 option.fontMetrics.height() + 2 * chipPadding};
     }
 
@@ -108,7 +106,7 @@ class ChipDelegate final : public QStyledItemDelegate {
         const QRect button = buttonRect(option.rect);
         painter->save();
         painter->setRenderHint(QPainter::Antialiasing);
-        painter->setPen(isFocused ? QPen(colors.accent, 2) : QPen(Qt::NoPen));
+        painter->setPen(isFocused ? QPen(colors.focus, 2) : QPen(Qt::NoPen));
         painter->setBrush(colors.fill);
         painter->drawRoundedRect(shape, shape.height() / 2, shape.height() / 2);
 
@@ -127,7 +125,22 @@ class ChipDelegate final : public QStyledItemDelegate {
         painter->restore();
     }
 
+    bool helpEvent(QHelpEvent* event, QAbstractItemView* view, const QStyleOptionViewItem& option,
+                   const QModelIndex& index) override {
+        const bool isCut = wantedWidth(option, index) > option.rect.width() ||
+                           index.data().toString() != index.data(Qt::AccessibleTextRole);
+        const std::string word = index.data(Qt::AccessibleTextRole).toString().toStdString();
+        QToolTip::showText(event->globalPos(),
+                           isCut ? oneLine(word, longestToolTip).toHtmlEscaped() : QString(), view);
+        return true;
+    }
+
   private:
+    int wantedWidth(const QStyleOptionViewItem& option, const QModelIndex& index) const {
+        return m_model.textWidth(index.row(), option.fontMetrics) + textMargin + buttonSide +
+               2 * buttonMargin;
+    }
+
     const WordChipsModel& m_model;
     const QListView& m_view;
 };
@@ -148,6 +161,7 @@ WordChips::WordChips(const std::vector<std::string>& words, QWidget* parent)
     setTabKeyNavigation(false);
     setMouseTracking(true);
     viewport()->setAutoFillBackground(false);
+    setSizePolicy(QSizePolicy::Expanding, QSizePolicy::Maximum);
     setItemDelegate(new ChipDelegate(*m_model, *this, this));
     setModel(m_model);
 }
@@ -165,13 +179,26 @@ QRect WordChips::removeButtonRect(int row) const {
     return buttonRect(visualRect(m_model->index(row)));
 }
 
+void WordChips::setMostHeight(int height) {
+    m_mostHeight = height;
+    updateGeometry();
+}
+
+QSize WordChips::sizeHint() const {
+    const QSize least = minimumSizeHint();
+    const int most = std::max(m_mostHeight, least.height());
+    return {least.width(), std::clamp(contentsSize().height(), 1, most)};
+}
+
+QSize WordChips::minimumSizeHint() const {
+    const int row = fontMetrics().height() + 2 * chipPadding + 2 * chipMargin;
+    const int least = static_cast<int>(leastRows * row);
+    return {60, std::clamp(contentsSize().height(), 1, least)};
+}
+
 void WordChips::doItemsLayout() {
     QListView::doItemsLayout();
-    const int row = fontMetrics().height() + 2 * chipPadding + 2 * chipMargin;
-    const int highest = static_cast<int>(maxRows * row);
-    const int wanted = std::clamp(contentsSize().height(), 1, highest);
-    if (wanted != height())
-        setFixedHeight(wanted);
+    updateGeometry();
 }
 
 void WordChips::keyPressEvent(QKeyEvent* event) {

@@ -9,15 +9,20 @@ namespace nulo {
 
 class WordChipsModel;
 
-/// Words as chips that wrap, each with a remove button. Grows with its words up to a few rows, then
-/// scrolls. The arrow keys go through the chips, Delete or Backspace removes one. Chips are painted
-/// rather than widgets, so that thousands of them cost nothing. Main thread.
+/// Words as chips that wrap, each with a remove button. As high as its words need while there is
+/// room, else it scrolls. The arrow keys go through the chips, Delete or Backspace removes one.
+/// Chips are painted rather than widgets, so that thousands of them cost nothing. Main thread.
 class WordChips final : public QListView {
   public:
     /// Points of empty space around each chip.
     static constexpr int chipMargin = 3;
 
     WordChips(const std::vector<std::string>& words, QWidget* parent);
+
+    /// In points; what it may take of the window's height.
+    void setMostHeight(int height);
+    QSize sizeHint() const override;
+    QSize minimumSizeHint() const override;
 
     void appendWord(const std::string& word);
     void removeRow(int row);
@@ -44,6 +49,7 @@ class WordChips final : public QListView {
     void requestRemoval(int row);
 
     WordChipsModel* m_model;
+    int m_mostHeight = 0;
     int m_pressedRow = -1;  // whose remove button the mouse went down on
 };
 

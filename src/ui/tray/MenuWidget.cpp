@@ -1,6 +1,7 @@
 #include "ui/tray/MenuWidget.h"
 
 #include <QActionGroup>
+#include <QKeyEvent>
 #include <QKeySequence>
 #include <QStyleOptionMenuItem>
 
@@ -73,6 +74,16 @@ void MenuWidget::fill(const Menu& entries) {
                 row, &QAction::triggered, this, [action = entry.action] { action(); },
                 Qt::QueuedConnection);
     }
+}
+
+void MenuWidget::keyPressEvent(QKeyEvent* event) {
+    const QKeySequence keys(event->keyCombination());
+    for (QAction* row : actions())
+        if (!row->shortcut().isEmpty() && row->shortcut() == keys) {
+            close();
+            return row->trigger();
+        }
+    QMenu::keyPressEvent(event);
 }
 
 void MenuWidget::initStyleOption(QStyleOptionMenuItem* option, const QAction* action) const {

@@ -19,6 +19,8 @@ class MenuWidget final : public QMenu {
     void fill(const Menu& entries);
 
   protected:
+    /// An open menu has the keyboard: its shortcuts work here or not at all.
+    void keyPressEvent(QKeyEvent* event) override;
     void initStyleOption(QStyleOptionMenuItem* option, const QAction* action) const override;
 
   private:
