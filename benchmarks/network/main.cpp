@@ -110,22 +110,29 @@ class FarService {
 
 /// The text of a dictation; what else the person would see is nobody's business here.
 struct Delivery final : DictationOverlay, Pasteboard, PasteKeystroke {
+    Panel panel() const override { return 0; }
     void showTranscribing() override {}
     void showStreaming(std::string_view) override {}
     void appendStreamingText(std::string_view) override {}
     void finishStreaming() override {}
-    void showDebugStep(std::string_view, DebugStep) override {}
+    void showDebugStep(std::string) override {}
+    void updateDebugStep(std::string) override {}
+    void clearDebugSteps() override {}
     void hide() override {}
-    void post() override {}
+    void post(Report report) override {
+        report.onSending();
+        onRead();
+        report.onEnd(Success{});
+    }
     void setString(std::string_view text) override { delivered = text; }
 
     std::string delivered;
 };
 
 /// The program between its keys and its windows, made of its own parts.
-class Dictation {
+class Program {
   public:
-    Dictation() { m_config.createDefaultIfNeeded(); }
+    Program() { m_config.createDefaultIfNeeded(); }
 
     /// Leaves a copy of the recording. Returns the moment of the release.
     ///
@@ -151,7 +158,7 @@ class Dictation {
 
         const Instant released = BenchClock::now();
         const auto file = m_recorder.stopRecording();
-        m_pipeline.processRecording(file);
+        m_pipeline.processRecording(file, m_delivery.panel());
         if (!file || !fs::copy_file(*file, copy, fs::copy_options::overwrite_existing))
             throw std::runtime_error("a take was not kept");
         if (!waitFor([this] { return !m_delivery.delivered.empty(); }))
@@ -206,7 +213,9 @@ class Dictation {
                                   .overlay = m_delivery,
                                   .pasteboard = m_delivery,
                                   .pasteKeystroke = m_delivery,
-                                  .loadConfig = [this] { return m_config.load(); }}};
+                                  .loadConfig = [this] { return m_config.load(); },
+                                  .onFailure = [](const Notice&) {},
+                                  .onSuccess = [] {}}};
 };
 
 /// The same request by curl. Returns the moment of its start.
@@ -262,7 +271,7 @@ void run() {
 
     const TemporaryFolder folder;
     const fs::path take = folder / "take.m4a";
-    Dictation dictation;
+    Program dictation;
     Samples roundTrips, oursWritten, oursSent, curlWritten, curlSent;
     for (int i = 0; i < takes; ++i) {
         roundTrips.add(connectTime(far.port));

@@ -1,9 +1,10 @@
 #include "app/AppDelegate.h"
 
 #include <string>
+#include <utility>
 
+#include "app/FailureTexts.h"
 #include "app/StartUpDialogs.h"
-#include "config/ServiceConfig.h"
 #include "ui/settings/SettingsWindow.h"
 
 namespace nulo {
@@ -13,28 +14,31 @@ constexpr MainQueue::Delay warmUpDelay(1.0);
 constexpr MainQueue::Delay loginItemOfferDelay(1.0);
 constexpr MainQueue::Delay accessibilityCheckDelay(2.0);
 constexpr MainQueue::Delay updateCheckDelay(3.0);
+constexpr MainQueue::Delay longestRecording(15 * 60);  // as the companion takes
 
 constexpr std::string_view hasLaunched = "nuloHasLaunched";
 
 }  // namespace
 
-AppDelegate::AppDelegate(Surroundings surroundings)
-    : m_around(std::move(surroundings)),
-      m_recorder(m_around.microphone, m_around.makeAudioFileWriter, m_around.mainQueue,
-                 m_around.clock, m_around.print, m_around.temporaryFolder),
-      m_keyMonitor(m_around.eventTapSource, m_around.mainQueue, m_around.print,
-                   m_around.openShortcutHelp),
-      m_waveformWindow(m_around.mainQueue, m_around.clock),
-      m_overlay(m_waveformWindow),
-      m_pipeline({.mainQueue = m_around.mainQueue,
-                  .clock = m_around.clock,
-                  .print = m_around.print,
-                  .log = m_around.log,
-                  .overlay = m_overlay,
-                  .pasteboard = m_around.pasteboard,
-                  .pasteKeystroke = m_around.pasteKeystroke,
-                  .loadConfig = [this] { return m_around.configFile.load(); }}),
-      m_baseURL(m_around.defaultBaseURL) {}
+AppDelegate::AppDelegate(Dependencies dependencies)
+    : m_dependencies(std::move(dependencies)),
+      m_failureNotices(m_dependencies.notifications, m_dependencies.clock),
+      m_recorder(m_dependencies.microphone, m_dependencies.makeAudioFileWriter,
+                 m_dependencies.mainQueue, m_dependencies.clock, m_dependencies.print,
+                 m_dependencies.temporaryFolder),
+      m_keyMonitor(m_dependencies.eventTapSource, m_dependencies.mainQueue, m_dependencies.print,
+                   m_dependencies.openShortcutHelp),
+      m_waveformWindow(m_dependencies.mainQueue, m_dependencies.clock),
+      m_pipeline({.mainQueue = m_dependencies.mainQueue,
+                  .clock = m_dependencies.clock,
+                  .print = m_dependencies.print,
+                  .log = m_dependencies.log,
+                  .overlay = m_waveformWindow,
+                  .pasteboard = m_dependencies.pasteboard,
+                  .pasteKeystroke = m_dependencies.pasteKeystroke,
+                  .loadConfig = [this] { return m_dependencies.configFile.load(); },
+                  .onFailure = [this](const Notice& notice) { showFailure(notice); },
+                  .onSuccess = [this] { forgetFailure(); }}) {}
 
 AppDelegate::~AppDelegate() {
     delete m_accessibilityAlert;
@@ -42,23 +46,23 @@ AppDelegate::~AppDelegate() {
 }
 
 void AppDelegate::applicationDidFinishLaunching() {
-    m_around.configFile.createDefaultIfNeeded();
+    m_dependencies.configFile.createDefaultIfNeeded();
     loadTranscriptionService();
     createUpdateChecker();
     createMenuBar();
-    m_around.mainQueue.asyncAfter(warmUpDelay, m_lifetime.guard([this] {
+    m_dependencies.mainQueue.asyncAfter(warmUpDelay, m_lifetime.guard([this] {
         if (m_transcriptionService)
             m_transcriptionService->warmUpConnection();
     }));
-    m_around.mainQueue.asyncAfter(updateCheckDelay, m_lifetime.guard([this] {
+    m_dependencies.mainQueue.asyncAfter(updateCheckDelay, m_lifetime.guard([this] {
         m_updateChecker->checkForUpdates(UpdateChecker::Check::silent);
     }));
-    if (!m_around.userDefaults.boolean(hasLaunched).value_or(false)) {
-        m_around.userDefaults.set(hasLaunched, true);
-        m_around.mainQueue.asyncAfter(loginItemOfferDelay,
-                                      m_lifetime.guard([this] { proposeLoginItem(); }));
+    if (!m_dependencies.userDefaults.boolean(hasLaunched).value_or(false)) {
+        m_dependencies.userDefaults.set(hasLaunched, true);
+        m_dependencies.mainQueue.asyncAfter(loginItemOfferDelay,
+                                            m_lifetime.guard([this] { proposeLoginItem(); }));
     }
-    m_around.mainQueue.asyncAfter(accessibilityCheckDelay, m_lifetime.guard([this] {
+    m_dependencies.mainQueue.asyncAfter(accessibilityCheckDelay, m_lifetime.guard([this] {
         if (!m_keyMonitor.isAccessibilityGranted())
             showAccessibility(false);
     }));
@@ -66,63 +70,76 @@ void AppDelegate::applicationDidFinishLaunching() {
     wireRemoteControl();
     observeRecording();
     m_keyMonitor.start();
-    m_around.print("Nulo is running. Use Option+Space to record.");
+    m_dependencies.print("Nulo is running. Use Option+Space to record.");
 }
 
 void AppDelegate::applicationWillTerminate() {
     m_recorder.stopRecording();
     m_keyMonitor.stop();
+    m_pipeline.cancelAll();
 }
 
 void AppDelegate::loadTranscriptionService() {
-    m_pipeline.setTranscriptionService(nullptr);
-    m_transcriptionService.reset();
-    if (!m_around.configFile.load()) {
-        m_around.print("WARNING: No config found.");
-        return;
-    }
-    auto config = loadServiceConfig(m_around.configFile.configDir() / "service.json",
-                                    m_around.defaultBaseURL, m_around.print);
-    if (!config) {
-        m_around.print("WARNING: " + config.error().description);
-        return;
-    }
-    m_baseURL = config.value().baseURL;
+    const bool isConfigured = m_dependencies.configFile.load().has_value();
+    if (!isConfigured)
+        m_dependencies.print("WARNING: No config found.");
+    // Updates come from the service, whatever became of the configuration.
+    auto config = loadServiceConfig(m_dependencies.configFile.configDir() / "service.json",
+                                    m_dependencies.defaultBaseURL, m_dependencies.print);
+    if (config)
+        m_serviceConfig = std::move(config).value();
+    else
+        m_dependencies.print("WARNING: " + config.error().description);
+    if (isConfigured && m_serviceConfig)
+        return makeTranscriptionService();
+    const Notice why = isConfigured ? serviceFileRefused(config.error()) : configUnreadable();
+    m_pipeline.setTranscriptionService(nullptr, why);
+    showFailure(why);
+}
+
+void AppDelegate::makeTranscriptionService() {
     m_transcriptionService = std::make_unique<TranscriptionService>(
-        m_baseURL, config.value().authHeaders,
+        m_serviceConfig->baseURL, m_serviceConfig->authHeaders,
         TranscriptionService::Dependencies{
-            .makeSession = m_around.makeHttpSession,
-            .mainQueue = m_around.mainQueue,
-            .clock = m_around.clock,
-            .print = m_around.print,
-            .log = [this](std::string_view line) { m_around.log.log(line); }});
+            .makeSession = m_dependencies.makeHttpSession,
+            .mainQueue = m_dependencies.mainQueue,
+            .clock = m_dependencies.clock,
+            .print = m_dependencies.print,
+            .log = [this](std::string_view line) { m_dependencies.log.log(line); }});
     m_pipeline.setTranscriptionService(m_transcriptionService.get());
+}
+
+void AppDelegate::makeMissingService() {
+    if (!m_transcriptionService && m_serviceConfig && m_dependencies.configFile.load())
+        makeTranscriptionService();
 }
 
 void AppDelegate::createUpdateChecker() {
     m_updateChecker = std::make_unique<UpdateChecker>(
-        m_baseURL, std::string(m_around.version),
-        UpdateChecker::Dependencies{.http = m_around.updateHttp,
-                                    .windows = m_around.updateWindows,
-                                    .launcher = m_around.processLauncher,
-                                    .defaults = m_around.userDefaults,
-                                    .clock = m_around.clock,
-                                    .mainQueue = m_around.mainQueue,
-                                    .print = m_around.print,
-                                    .terminate = m_around.terminate,
-                                    .temporaryFolder = m_around.temporaryFolder});
+        m_serviceConfig ? m_serviceConfig->baseURL : std::string(m_dependencies.defaultBaseURL),
+        std::string(m_dependencies.version),
+        UpdateChecker::Dependencies{.http = m_dependencies.updateHttp,
+                                    .windows = m_dependencies.updateWindows,
+                                    .launcher = m_dependencies.processLauncher,
+                                    .defaults = m_dependencies.userDefaults,
+                                    .clock = m_dependencies.clock,
+                                    .mainQueue = m_dependencies.mainQueue,
+                                    .print = m_dependencies.print,
+                                    .terminate = m_dependencies.terminate,
+                                    .temporaryFolder = m_dependencies.temporaryFolder});
 }
 
 void AppDelegate::createMenuBar() {
     m_menuBarController = std::make_unique<MenuBarController>(
-        m_around.statusItem, m_recorder, m_keyMonitor, m_around.configFile, m_around.print,
-        [this](const AppConfig& config, auto onSave, auto onClose) {
+        m_dependencies.statusItem, m_recorder, m_keyMonitor, m_dependencies.configFile,
+        m_dependencies.print, [this](const AppConfig& config, auto onSave, auto onClose) {
             return settingsWindow(config, std::move(onSave), std::move(onClose));
         });
     m_menuBarController->onCheckForUpdates = [this] {
         m_updateChecker->checkForUpdates(UpdateChecker::Check::byUser);
     };
-    m_menuBarController->onQuit = m_around.terminate;
+    m_menuBarController->onQuit = m_dependencies.terminate;
+    m_menuBarController->failure = m_failure;
     m_menuBarController->updateIcon();
     m_menuBarController->rebuildMenu();
 }
@@ -130,12 +147,12 @@ void AppDelegate::createMenuBar() {
 std::unique_ptr<QWidget> AppDelegate::settingsWindow(
     const AppConfig& config, std::function<Outcome(const AppConfig&)> onSave,
     std::function<void()> onClose) {
-    SettingsHost host{.load = [this] { return m_around.configFile.load(); },
+    SettingsHost host{.load = [this] { return m_dependencies.configFile.load(); },
                       .onSave = std::move(onSave),
                       .onClose = std::move(onClose),
                       .programMenu = [this] { return m_menuBarController->menu(); },
                       // Without a tray the window is the only way to the rest of the menu.
-                      .showsProgramMenu = !m_around.statusItem.isShown()};
+                      .showsProgramMenu = !m_dependencies.statusItem.isShown()};
     return makeSettingsWindow(config, std::move(host));
 }
 
@@ -143,14 +160,14 @@ void AppDelegate::wireKeyMonitor() {
     m_keyMonitor.onAccessibilityChanged = [this](bool granted) {
         showAccessibility(granted);
         if (granted)
-            m_around.print("Accessibility granted — Nulo is ready.");
+            m_dependencies.print("Accessibility granted — Nulo is ready.");
     };
     m_keyMonitor.onRecordStart = [this] { recordStart(); };
     m_keyMonitor.onRecordStop = [this] { recordStop(); };
 }
 
 void AppDelegate::wireRemoteControl() {
-    m_around.remoteControl.setActions(
+    m_dependencies.remoteControl.setActions(
         {.startRecording = m_lifetime.guard([this] { recordStart(); }),
          .stopRecording = m_lifetime.guard([this] { recordStop(); }),
          .toggle = m_lifetime.guard(
@@ -159,9 +176,19 @@ void AppDelegate::wireRemoteControl() {
 }
 
 void AppDelegate::observeRecording() {
+    m_recorder.onFailure = [this](const Error& reason) { recordingFailed(reason); };
     m_recordingObserver = m_recorder.isRecording().subscribe([this](bool isRecording) {
         m_menuBarController->updateIcon();
-        m_around.remoteControl.setRecording(isRecording);
+        m_dependencies.remoteControl.setRecording(isRecording);
+        m_longestRecording.reset();
+        if (!isRecording)
+            return;
+        m_takeHasBegun = true;
+        m_longestRecording = m_dependencies.mainQueue.every(longestRecording, [this] {
+            m_dependencies.print("Recording ended: 15 minutes is the longest that one may take.");
+            showFailure(recordingTooLong());
+            recordStop();
+        });
     });
 }
 
@@ -171,10 +198,13 @@ void AppDelegate::showAccessibility(bool granted) {
     m_menuBarController->rebuildMenu();
     if (granted)
         return;
-    if (m_around.permissionIsTheUsersToGive)
+    const bool wasShown = std::exchange(m_accessibilityAlertWasShown, true);
+    if (m_dependencies.permissionIsTheUsersToGive)
+        return showAccessibilityAlert();
+    m_dependencies.print("Nulo may not watch the keyboard at the moment: Option+Space is off.");
+    // Other programs take the keyboard and give it back: one explanation is enough.
+    if (!wasShown)
         showAccessibilityAlert();
-    else
-        m_around.print("Nulo may not watch the keyboard at the moment: Option+Space is off.");
 }
 
 void AppDelegate::showAccessibilityAlert() {
@@ -190,22 +220,58 @@ void AppDelegate::proposeLoginItem() {
     m_loginItemOffer = showAlert(loginItemOffer(), [this](std::size_t button) {
         if (button != 0)
             return;
-        const Outcome registered = m_around.loginItem.registerItem();
-        m_around.print(registered
-                           ? "Login item registered."
-                           : "Failed to register login item: " + registered.error().description);
+        const Outcome registered = m_dependencies.loginItem.registerItem();
+        m_dependencies.print(registered ? "Login item registered."
+                                        : "Failed to register login item: " +
+                                              registered.error().description);
     });
 }
 
 void AppDelegate::recordStart() {
+    makeMissingService();
     if (m_transcriptionService)
         m_transcriptionService->warmUpConnection();
+    if (m_recorder.isRecording().get())
+        return;
+    m_takeHasBegun = false;
+    m_takeHasFailed = false;
     m_recorder.startRecording();
+    if (m_takeHasFailed)
+        return;
     m_waveformWindow.show(m_recorder.audioLevels());
+    m_recordingPanel = m_waveformWindow.panel();
 }
 
 void AppDelegate::recordStop() {
-    m_pipeline.processRecording(m_recorder.stopRecording());
+    const auto file = m_recorder.stopRecording();
+    m_pipeline.processRecording(file, std::exchange(m_recordingPanel, 0));
+}
+
+void AppDelegate::recordingFailed(const Error& reason) {
+    if (m_recorder.isRecording().get())
+        return showFailure(recordingInterrupted(reason));
+    if (m_takeHasBegun)
+        return showFailure(recordingNotSaved(reason));
+    m_takeHasFailed = true;
+    m_pipeline.processRecording(std::nullopt, std::exchange(m_recordingPanel, 0));
+    showFailure(recordingNotStarted(reason));
+}
+
+void AppDelegate::showFailure(const Notice& notice) {
+    m_failureNotices.report(notice);
+    m_failure = notice.title + ". " + notice.text;
+    if (m_menuBarController) {
+        m_menuBarController->failure = m_failure;
+        m_menuBarController->updateIcon();
+    }
+}
+
+void AppDelegate::forgetFailure() {
+    if (m_failure.empty())
+        return;
+    m_failure.clear();
+    m_menuBarController->failure.clear();
+    m_menuBarController->updateIcon();
 }
 
 }  // namespace nulo

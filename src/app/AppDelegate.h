@@ -4,12 +4,12 @@
 #include <filesystem>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <string>
 #include <string_view>
 
 #include "app/PipelineLog.h"
 #include "app/RecordingPipeline.h"
-#include "app/WaveformOverlay.h"
 #include "audio/AudioRecorder.h"
 #include "base/Clock.h"
 #include "base/Lifetime.h"
@@ -19,6 +19,8 @@
 #include "base/StatusItem.h"
 #include "base/UserDefaults.h"
 #include "config/ConfigFile.h"
+#include "config/ServiceConfig.h"
+#include "desktop/FailureNotices.h"
 #include "hotkey/GlobalKeyMonitor.h"
 #include "pasting/Pasting.h"
 #include "platform/dbus/RemoteControl.h"
@@ -32,8 +34,8 @@ namespace nulo {
 /// Owns the long-lived parts and wires them to one another; it decides nothing itself. Main thread.
 class AppDelegate {
   public:
-    /// The program's surroundings; all of it outlives the delegate.
-    struct Surroundings {
+    /// All of it outlives the delegate.
+    struct Dependencies {
         MainQueue& mainQueue;
         const Clock& clock;
         Print print;
@@ -45,7 +47,8 @@ class AppDelegate {
         Microphone& microphone;
         MakeAudioFileWriter makeAudioFileWriter;
         EventTapSource& eventTapSource;
-        /// Whether the user can give the permission that the tap source is waiting for.
+        /// Whether the user can give the permission that the tap source is waiting for; otherwise
+        /// it comes and goes with what other programs do.
         bool permissionIsTheUsersToGive;
         Pasteboard& pasteboard;
         PasteKeystroke& pasteKeystroke;
@@ -53,6 +56,7 @@ class AppDelegate {
         std::function<void()> openShortcutHelp;
         StatusItem& statusItem;
         RemoteControl& remoteControl;
+        Notifications& notifications;
         UserDefaults& userDefaults;
         LoginItem& loginItem;
         UpdateHttp& updateHttp;
@@ -61,20 +65,23 @@ class AppDelegate {
         std::function<void()> terminate;  // ends the program normally; may return before it does
     };
 
-    explicit AppDelegate(Surroundings surroundings);
+    explicit AppDelegate(Dependencies dependencies);
     ~AppDelegate();
     AppDelegate(const AppDelegate&) = delete;
     AppDelegate& operator=(const AppDelegate&) = delete;
 
     /// Once, before the event loop runs.
     void applicationDidFinishLaunching();
-    /// A take in progress is not processed.
+    /// A take in progress is not processed; those that are being processed are deleted.
     void applicationWillTerminate();
 
   private:
     /// The service named by service.json beside the configuration, read once; none without a
     /// configuration or with a refused file.
     void loadTranscriptionService();
+    void makeTranscriptionService();
+    /// A configuration that was mended since the start is enough for the service.
+    void makeMissingService();
     void createMenuBar();
     void createUpdateChecker();
     void wireKeyMonitor();
@@ -85,20 +92,31 @@ class AppDelegate {
     void proposeLoginItem();
     void recordStart();
     void recordStop();
+    void recordingFailed(const Error& reason);
+    /// On the screen and, until a dictation succeeds, in the tray.
+    void showFailure(const Notice& notice);
+    void forgetFailure();
     std::unique_ptr<QWidget> settingsWindow(const AppConfig& config,
                                             std::function<Outcome(const AppConfig&)> onSave,
                                             std::function<void()> onClose);
 
-    Surroundings m_around;
+    Dependencies m_dependencies;
+    FailureNotices m_failureNotices;
     AudioRecorder m_recorder;
     GlobalKeyMonitor m_keyMonitor;
     WaveformWindow m_waveformWindow;
-    WaveformOverlay m_overlay;
     std::unique_ptr<UpdateChecker> m_updateChecker;
     std::unique_ptr<MenuBarController> m_menuBarController;
-    RecordingPipeline m_pipeline;
-    std::string m_baseURL;  // of the service
+    std::string m_failure;                         // the last one since a dictation succeeded
+    std::optional<ServiceConfig> m_serviceConfig;  // nothing for a refused file
+    // A dictation on its way uses the service, and goes first.
     std::unique_ptr<TranscriptionService> m_transcriptionService;
+    RecordingPipeline m_pipeline;
+    DictationOverlay::Panel m_recordingPanel = 0;  // of the take being recorded
+    bool m_takeHasBegun = false;
+    bool m_takeHasFailed = false;
+    std::unique_ptr<MainQueue::Timer> m_longestRecording;
+    bool m_accessibilityAlertWasShown = false;
     QPointer<QWidget> m_accessibilityAlert;
     QPointer<QWidget> m_loginItemOffer;
     Subscription m_recordingObserver;

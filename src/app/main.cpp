@@ -69,10 +69,11 @@ int run(int argc, char** argv) {
     const KeyTapChoice keyTap = chooseKeyTap(facts);
     printLine("[nulo] Key tap: " + keyTap.reason);
     const std::unique_ptr<EventTapSource> eventTapSource = makeKeyTap(keyTap.backend, gate);
-    const std::unique_ptr<PasteKeystroke> pasteKeystroke = makeX11PasteKeystroke(gate, printLine);
+    const std::unique_ptr<PasteKeystroke> pasteKeystroke = makeX11PasteKeystroke(gate);
     const std::unique_ptr<Pasteboard> pasteboard = makeQtPasteboard();
     TrayItem statusItem(makeStatusNotifierItem(),
                         [] { return std::make_unique<XEmbedTrayIcon>(); });
+    const std::unique_ptr<Notifications> notifications = makeDesktopNotifications();
     const std::unique_ptr<UserDefaults> userDefaults =
         makeUserDefaults(configFile.configDir() / "defaults.ini");
     const std::unique_ptr<LoginItem> loginItem =
@@ -100,6 +101,7 @@ int run(int argc, char** argv) {
          .openShortcutHelp = openShortcutHelp,
          .statusItem = statusItem,
          .remoteControl = *claimed.remoteControl,
+         .notifications = *notifications,
          .userDefaults = *userDefaults,
          .loginItem = *loginItem,
          .updateHttp = *updateHttp,

@@ -36,6 +36,7 @@ struct StatusIcon {
     std::function<IconPixels(int width)> draw;
     std::string description;  // for screen readers and tooltips
     bool needsAttention = false;
+    std::string detail;  // more for the tooltip, in whole sentences; may be empty
 };
 
 /// The program's item in the desktop's tray. It comes and goes with the tray by itself. Main

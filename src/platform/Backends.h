@@ -9,6 +9,7 @@
 #include "base/MainQueue.h"
 #include "base/Print.h"
 #include "base/StatusItem.h"
+#include "desktop/Notifications.h"
 #include "pasting/Pasting.h"
 
 #include "base/UserDefaults.h"
@@ -52,7 +53,8 @@ std::unique_ptr<EventTapSource> makeX11EventTapSource(InjectionGate& gate, Print
 /// Where no tap is possible: never trusted, no taps.
 std::unique_ptr<EventTapSource> makeUnavailableEventTapSource();
 
-std::unique_ptr<PasteKeystroke> makeX11PasteKeystroke(InjectionGate& gate, Print print);
+/// Keys of the X server named by $DISPLAY. `gate` outlives it.
+std::unique_ptr<PasteKeystroke> makeX11PasteKeystroke(InjectionGate& gate);
 
 /// Main thread, with a QGuiApplication.
 std::unique_ptr<Pasteboard> makeQtPasteboard();
@@ -60,6 +62,10 @@ std::unique_ptr<Pasteboard> makeQtPasteboard();
 /// The item in trays that ask over the session bus; shown nowhere without a bus. With a
 /// QCoreApplication.
 std::unique_ptr<StatusItem> makeStatusNotifierItem();
+
+/// Notices by the desktop's own service (org.freedesktop.Notifications), which the bus may start.
+/// With a QCoreApplication.
+std::unique_ptr<Notifications> makeDesktopNotifications();
 
 /// The entry autostart/nulo.desktop in `configHome` (userFolders().config), which starts `program`,
 /// an absolute path, at login.

@@ -22,6 +22,8 @@ class TranscriptionError {
 
     /// One line for the console, to stand after the caller's own prefix.
     std::string errorDescription() const;
+    /// Of the service's answer; 0 for what is no apiError().
+    int statusCode() const { return m_statusCode; }
 
     bool operator==(const TranscriptionError&) const = default;
 

@@ -24,6 +24,7 @@ namespace nulo {
 namespace {
 
 using testing::Contains;
+using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::Not;
@@ -35,7 +36,11 @@ class AppDelegateTest : public testing::Test {
   protected:
     struct Ignored final : Pasteboard, PasteKeystroke {
         void setString(std::string_view) override {}
-        void post() override {}
+        void post(Report) override {}
+    };
+    struct FakeNotifications final : Notifications {
+        std::vector<std::string> titles;
+        void show(const Notice& notice) override { titles.push_back(notice.title); }
     };
 
     struct FakeLoginItem final : LoginItem {
@@ -65,7 +70,7 @@ class AppDelegateTest : public testing::Test {
     }
     void launch() {
         m_delegate.emplace(
-            AppDelegate::Surroundings{.mainQueue = m_queue,
+            AppDelegate::Dependencies{.mainQueue = m_queue,
                                       .clock = m_clock,
                                       .print = m_printed.print(),
                                       .log = m_log,
@@ -83,6 +88,7 @@ class AppDelegateTest : public testing::Test {
                                       .openShortcutHelp = [this] { ++m_helpOpened; },
                                       .statusItem = m_statusItem,
                                       .remoteControl = m_remoteControl,
+                                      .notifications = m_notifications,
                                       .userDefaults = m_defaults,
                                       .loginItem = m_loginItem,
                                       .updateHttp = m_updateHttp,
@@ -99,6 +105,11 @@ class AppDelegateTest : public testing::Test {
     void releaseChord() {
         m_tapSource.space(false);
         m_queue.runPending();
+    }
+    void dictate() {
+        pressChord();
+        m_queue.advance(2s);
+        releaseChord();
     }
     /// Clicks the button of the one alert that is shown.
     static void click(const QString& button) {
@@ -134,6 +145,7 @@ class AppDelegateTest : public testing::Test {
     Ignored m_ignored;
     FakeStatusItem m_statusItem;
     FakeRemoteControl m_remoteControl;
+    FakeNotifications m_notifications;
     FakeUserDefaults m_defaults;
     FakeLoginItem m_loginItem;
     FakeUpdateHttp m_updateHttp;
@@ -147,14 +159,13 @@ class AppDelegateTest : public testing::Test {
 
 TEST_F(AppDelegateTest, startsInOrderAndWarmsUpAfterASecond) {
     launch();
-    EXPECT_THAT(m_printed.lines(),
-                testing::ElementsAre(HasSubstr("Config created at: "),
-                                     "Global key monitor started (Option+Space)",
-                                     "Nulo is running. Use Option+Space to record."));
+    EXPECT_THAT(m_printed.lines(), ElementsAre(HasSubstr("Config created at: "),
+                                               "Global key monitor started (Option+Space)",
+                                               "Nulo is running. Use Option+Space to record."));
     m_queue.advance(0.99s);
     EXPECT_THAT(requests(), IsEmpty());
     m_queue.advance(0.02s);
-    EXPECT_THAT(requests(), testing::ElementsAre("HEAD http://127.0.0.1:8737/api/version"));
+    EXPECT_THAT(requests(), ElementsAre("HEAD http://127.0.0.1:8737/api/version"));
 }
 
 TEST_F(AppDelegateTest, theChordRecordsAndItsEndSendsTheTake) {
@@ -182,11 +193,68 @@ TEST_F(AppDelegateTest, aRefusedServiceFileIsSaidAndSendsNothingAnywhere) {
     EXPECT_TRUE(fs::is_empty(m_folder / "tmp/nulo")) << "a take was left behind";
 }
 
-TEST_F(AppDelegateTest, startsWithoutAConfiguration) {
-    fs::create_directories(m_configFile.configDir());
+// Updates asked of somebody else's service, or a restart needed, because of a typing error.
+TEST_F(AppDelegateTest, dictatesAsSoonAsTheConfigurationIsMended) {
+    m_defaults.numbers.clear();
+    writeServiceFile(R"({"baseURL": "https://a.example"})");
     std::ofstream(m_configFile.configFile()) << "{";
     launch();
     EXPECT_THAT(m_printed.lines(), Contains("WARNING: No config found."));
+    EXPECT_THAT(m_statusItem.icon.detail, HasSubstr("config.json"));
+    dictate();
+    EXPECT_THAT(m_printed.lines(), Contains("No transcription service configured."));
+    EXPECT_THAT(requests(), IsEmpty());
+    m_queue.advance(1.1s);
+    EXPECT_THAT(m_updateHttp.urls, ElementsAre("https://a.example/api/version"));
+
+    m_configFile.save(defaultConfig());
+    dictate();
+    EXPECT_THAT(requests(), Contains("POST https://a.example/api/transcribe"));
+    EXPECT_THAT(m_notifications.titles, ElementsAre("Reglages illisibles"));
+}
+
+// A failure that nobody sees, that is shown for ever or again and again; a take that never ends.
+TEST_F(AppDelegateTest, showsWhatGoesWrongOnceAMinuteUntilADictationSucceeds) {
+    const auto isPanelShown = [] {
+        const auto windows = QApplication::topLevelWidgets();
+        return std::any_of(windows.begin(), windows.end(), [](QWidget* window) {
+            return window->isVisible() && window->findChild<WaveformView*>();
+        });
+    };
+    launch();
+    m_microphone.permission = MicrophonePermission::denied;
+    dictate();
+    EXPECT_FALSE(isPanelShown());
+    m_microphone.permission = MicrophonePermission::authorized;
+    m_microphone.startOutcome = Error{"no microphone is connected"};
+    pressChord();
+    m_queue.advance(0.2s);
+    EXPECT_FALSE(isPanelShown());
+    releaseChord();
+    dictate();
+    EXPECT_THAT(m_notifications.titles,
+                ElementsAre("Rien n'est enregistre", "Rien n'est enregistre"));
+    EXPECT_THAT(m_statusItem.icon.detail, HasSubstr("no microphone is connected"));
+    m_queue.advance(60s);
+    dictate();
+    EXPECT_EQ(m_notifications.titles.size(), 3u);
+
+    m_microphone.startOutcome = Success{};
+    pressChord();
+    m_queue.advance(0.2s);
+    m_remoteControl.actions.startRecording();
+    EXPECT_TRUE(isPanelShown());
+    m_queue.advance(std::chrono::minutes(15));
+    EXPECT_FALSE(m_microphone.isRunning());
+    EXPECT_THAT(m_notifications.titles, Contains("Enregistrement termine"));
+    m_remoteControl.actions.stopRecording();
+    releaseChord();
+    EXPECT_TRUE(isPanelShown()) << "the panel of the take that is being processed";
+    EXPECT_THAT(requests().back(), HasSubstr("/api/transcribe"));
+    m_http.exchanges.back().answer(200, "data: [DONE]\n");
+    m_queue.advance(1s);
+    EXPECT_EQ(m_statusItem.icon.detail, "");
+    EXPECT_FALSE(isPanelShown());
 }
 
 TEST_F(AppDelegateTest, quittingWhileRecordingSendsNothingAndLetsTheKeyboardGo) {
@@ -229,13 +297,20 @@ TEST_F(AppDelegateTest, asksForThePermissionThatTheUserCanGive) {
     EXPECT_EQ(alertsShown(), 0);
 }
 
-TEST_F(AppDelegateTest, showsNoDialogWhereThereIsNoPermissionToGive) {
+// A dialog each time that another program takes the keyboard and gives it back.
+TEST_F(AppDelegateTest, explainsAPermissionThatComesAndGoesOnce) {
     m_tapSource.trusted = false;
     launch();
-    m_queue.advance(10s);
-    EXPECT_EQ(alertsShown(), 0);
-    EXPECT_THAT(m_printed.lines(), Contains(HasSubstr("Option+Space is off")));
+    m_queue.advance(2.1s);
     EXPECT_EQ(m_statusItem.icon.description, "Nulo - Accessibilite requise");
+    click("Plus tard");
+    m_tapSource.trusted = true;
+    m_queue.advance(2.1s);
+    m_tapSource.trusted = false;
+    m_queue.advance(5.1s);
+    EXPECT_EQ(m_statusItem.icon.description, "Nulo - Accessibilite requise");
+    EXPECT_EQ(alertsShown(), 0);
+    EXPECT_THAT(m_printed.lines(), Contains(HasSubstr("Option+Space is off")).Times(2));
 }
 
 TEST_F(AppDelegateTest, offersToStartAtLoginOnceWhateverTheAnswer) {
@@ -273,14 +348,14 @@ TEST_F(AppDelegateTest, looksForUpdatesQuietlyAfterThreeSecondsAndWhenAsked) {
     m_queue.advance(2.9s);
     EXPECT_THAT(m_updateHttp.urls, IsEmpty());
     m_queue.advance(0.2s);
-    EXPECT_THAT(m_updateHttp.urls, testing::ElementsAre("https://a.example/api/version"));
+    EXPECT_THAT(m_updateHttp.urls, ElementsAre("https://a.example/api/version"));
     m_updateHttp.answerGet(Error{"unreachable"});
     EXPECT_THAT(m_updateWindows.shown, IsEmpty());
 
     choose(m_statusItem.menu, "Rechercher une mise a jour...");
     m_updateHttp.answerGet(Error{"unreachable"});
     EXPECT_THAT(m_updateWindows.shown,
-                testing::ElementsAre("error: Impossible de verifier les mises a jour."));
+                ElementsAre("error: Impossible de verifier les mises a jour."));
     choose(m_statusItem.menu, "Quitter");
     EXPECT_EQ(m_terminations, 1);
 }
@@ -300,7 +375,7 @@ TEST_F(AppDelegateTest, isDrivenFromOutsideLikeByTheChord) {
     EXPECT_FALSE(m_microphone.isRunning());
     EXPECT_THAT(requests(), Contains("POST https://a.example/api/transcribe"));
     pressChord();
-    EXPECT_THAT(m_remoteControl.states, testing::ElementsAre(true, false, true));
+    EXPECT_THAT(m_remoteControl.states, ElementsAre(true, false, true));
     releaseChord();
 
     m_delegate.reset();

@@ -22,8 +22,10 @@ using testing::Not;
 using namespace std::chrono_literals;
 namespace fs = std::filesystem;
 
-/// Writes down, in one list, what the person would notice.
+/// Writes down, in one list, what the person would notice. The focused program fetches what is
+/// pasted at once, unless told otherwise.
 struct RecordedDelivery final : DictationOverlay, Pasteboard, PasteKeystroke {
+    Panel panel() const override { return shown; }
     void showTranscribing() override { events.push_back("transcribing"); }
     void showStreaming(std::string_view mode) override {
         events.push_back("streaming " + std::string(mode));
@@ -32,26 +34,37 @@ struct RecordedDelivery final : DictationOverlay, Pasteboard, PasteKeystroke {
         events.push_back("+" + std::string(text));
     }
     void finishStreaming() override { events.push_back("done"); }
-    void showDebugStep(std::string_view text, DebugStep step) override {
-        const char* prefix[] = {"debug ", "debug= ", "debug! "};
-        events.push_back(prefix[static_cast<int>(step)] + std::string(text));
-    }
+    void showDebugStep(std::string text) override { events.push_back("debug " + text); }
+    void updateDebugStep(std::string text) override { events.push_back("debug= " + text); }
+    void clearDebugSteps() override { events.push_back("debug!"); }
     void hide() override { events.push_back("hide"); }
     void setString(std::string_view text) override {
         events.push_back("clipboard " + std::string(text));
     }
-    void post() override { events.push_back("paste"); }
+    void post(Report report) override {
+        events.push_back("paste");
+        posted = std::move(report);
+        if (!fingersAreInTheWay)
+            letGo();
+    }
+    void letGo() {
+        posted.onSending();
+        if (programReads)
+            onRead();
+        posted.onEnd(Success{});
+    }
 
     std::vector<std::string> take() { return std::exchange(events, {}); }
     std::vector<std::string> events;
+    Panel shown = 1;
+    bool fingersAreInTheWay = false;
+    bool programReads = true;
+    Report posted;
 };
 
 class RecordingPipelineTest : public testing::Test {
   protected:
-    RecordingPipelineTest() {
-        m_pipeline->setTranscriptionService(&*m_service);
-        record();
-    }
+    RecordingPipelineTest() { m_pipeline->setTranscriptionService(&*m_service); }
 
     void configure(const std::string& provider, const std::string& mode, bool debug = false) {
         m_config = defaultConfig();
@@ -60,10 +73,11 @@ class RecordingPipelineTest : public testing::Test {
         m_config->debugMode = debug;
         m_config->dictionary = {"Nulo"};
     }
-    void record() { std::ofstream(m_take) << std::string(2048, 'a'); }
-    void process() {
-        record();
-        m_pipeline->processRecording(m_take);
+    void process() { process(m_take); }
+    /// The take that the newest panel shows.
+    void process(const fs::path& take) {
+        std::ofstream(take) << std::string(2048, 'a');
+        m_pipeline->processRecording(take, m_seen.shown);
         m_queue.runPending();
     }
     FakeHttp::Exchange& request(std::size_t index = 0) { return m_http.exchanges.at(index); }
@@ -96,22 +110,27 @@ class RecordingPipelineTest : public testing::Test {
                                            .clock = m_clock,
                                            .print = m_printed.print(),
                                            .log = [this](auto line) { m_log.log(line); }}};
-    std::optional<RecordingPipeline> m_pipeline{
-        RecordingPipeline::Parts{.mainQueue = m_queue,
-                                 .clock = m_clock,
-                                 .print = m_printed.print(),
-                                 .log = m_log,
-                                 .overlay = m_seen,
-                                 .pasteboard = m_seen,
-                                 .pasteKeystroke = m_seen,
-                                 .loadConfig = [this] { return m_config; }}};
+    std::vector<std::string> m_failures;
+    int m_successes = 0;
+    std::optional<RecordingPipeline> m_pipeline{RecordingPipeline::Dependencies{
+        .mainQueue = m_queue,
+        .clock = m_clock,
+        .print = m_printed.print(),
+        .log = m_log,
+        .overlay = m_seen,
+        .pasteboard = m_seen,
+        .pasteKeystroke = m_seen,
+        .loadConfig = [this] { return m_config; },
+        .onFailure = [this](const Notice& notice) { m_failures.push_back(notice.title); },
+        .onSuccess = [this] { ++m_successes; }}};
 };
 
 TEST_F(RecordingPipelineTest, endsAtOnceWithoutATakeOrAService) {
-    m_pipeline->processRecording(std::nullopt);
+    m_pipeline->processRecording(std::nullopt, 1);
     EXPECT_THAT(m_seen.take(), ElementsAre("hide"));
-    m_pipeline->setTranscriptionService(nullptr);
-    m_pipeline->processRecording(m_take);
+    m_pipeline->setTranscriptionService(nullptr, {"why", ""});
+    process();
+    EXPECT_THAT(m_failures, ElementsAre("why"));
     EXPECT_THAT(m_seen.take(), ElementsAre("hide"));
     EXPECT_THAT(m_printed.lines(), ElementsAre("No transcription service configured."));
     EXPECT_FALSE(fs::exists(m_take));
@@ -196,6 +215,8 @@ TEST_F(RecordingPipelineTest, twoStagesDeliverTheRawTextWhenCleanupFails) {
     answer(200, event("Bon") + "data: [DONE]\n", {}, 1);
     EXPECT_THAT(m_seen.take(),
                 ElementsAre("transcribing", "streaming Email", "+Bon", "done", "clipboard Bon"));
+    m_queue.advance(1s);
+    EXPECT_THAT(m_seen.take(), ElementsAre("hide", "paste"));
     process();
     answer(200, "bonjour", {}, 2);
     answer(503, "busy", {}, 3);
@@ -205,7 +226,9 @@ TEST_F(RecordingPipelineTest, twoStagesDeliverTheRawTextWhenCleanupFails) {
                 AllOf(Contains("Cleaned text copied: Bon"),
                       Contains("Cleanup failed (API error 503: busy), raw text copied.")));
     m_queue.advance(1s);
-    EXPECT_THAT(m_seen.take(), ElementsAre("hide", "hide", "paste", "paste"));
+    EXPECT_THAT(m_seen.take(), ElementsAre("hide", "paste"));
+    EXPECT_THAT(m_failures, ElementsAre("Texte colle sans correction"));
+    EXPECT_EQ(m_successes, 1);
 }
 
 TEST_F(RecordingPipelineTest, anUnloadableConfigurationPastesTheTranscriptRaw) {
@@ -236,7 +259,7 @@ TEST_F(RecordingPipelineTest, debugModeShowsEachStepAndHoldsTheSummary) {
     EXPECT_THAT(m_seen.take(),
                 ElementsAre("transcribing", "debug Transcription...", "streaming Voice to Text",
                             "debug Up 150ms | Trans 850ms", "debug TTFT 120ms", "+Bon", "done",
-                            "debug= Cleanup 30ms", "clipboard Bon", "debug! " + summary));
+                            "debug= Cleanup 30ms", "clipboard Bon", "debug!", "debug " + summary));
     m_queue.advance(2.99s);
     EXPECT_TRUE(m_seen.events.empty());
     m_queue.advance(0.2s);
@@ -255,12 +278,12 @@ TEST_F(RecordingPipelineTest, twoStageDebugStepsAndPrints) {
     answer(200, "été");
     m_clock.advance(40ms);
     answer(200, event("Eté"), {}, 1);
-    EXPECT_THAT(
-        m_seen.take(),
-        ElementsAre("transcribing", "debug Transcription...", "debug= Transcription 500ms",
-                    "streaming Email", "debug Transcription 500ms", "debug Cleanup...",
-                    "debug= TTFT 40ms", "+Eté", "done", "debug= Cleanup 40ms", "clipboard Eté",
-                    "debug! Transcription 500ms | Cleanup 40ms | Paste 0ms | Total 540ms"));
+    EXPECT_THAT(m_seen.take(),
+                ElementsAre("transcribing", "debug Transcription...", "debug= Transcription 500ms",
+                            "streaming Email", "debug Transcription 500ms", "debug Cleanup...",
+                            "debug= TTFT 40ms", "+Eté", "done", "debug= Cleanup 40ms",
+                            "clipboard Eté", "debug!",
+                            "debug Transcription 500ms | Cleanup 40ms | Paste 0ms | Total 540ms"));
     EXPECT_THAT(m_printed.lines(), AllOf(Contains("Raw transcription: été"),
                                          Contains("[DEBUG] Transcription: 500ms, 3 chars"),
                                          Contains("[DEBUG] Time to first token: 40ms"),
@@ -278,31 +301,80 @@ TEST_F(RecordingPipelineTest, absurdServerTimesDoNotOverflow) {
         Contains("[DEBUG] Upload: 0ms, Transcription: 9223372036854775807ms (server-side)"));
 }
 
-TEST_F(RecordingPipelineTest, overlappingRunsKeepTheirOwnTexts) {
+// A text that overtakes the one before it on the clipboard: that one is lost, this one pasted
+// twice.
+TEST_F(RecordingPipelineTest, textsThatMeetArePastedOneByOne) {
     configure("openai", "voice-to-text");
+    const auto arrives = [&](const std::string& text, std::size_t index) {
+        process(m_folder / text);
+        answer(200, event(text) + "data: [DONE]\n", {}, index);
+        EXPECT_FALSE(fs::exists(m_folder / text));
+    };
+    const auto delivered = [&] {
+        auto events = m_seen.take();
+        std::erase_if(events, [](const std::string& event) {
+            return event != "paste" && !event.starts_with("clipboard");
+        });
+        return events;
+    };
+    m_seen.fingersAreInTheWay = true;
+    arrives("one", 0);
+    m_queue.advance(0.2s);
+    arrives("two", 1);
+    m_queue.advance(10s);
+    m_seen.onRead();  // a clipboard manager, before any key was sent
+    m_queue.runPending();
+    EXPECT_THAT(delivered(), ElementsAre("clipboard one", "paste"));
+    m_seen.fingersAreInTheWay = false;
+    m_seen.programReads = false;
+    m_seen.letGo();
+    m_queue.advance(0.9s);
+    EXPECT_THAT(delivered(), ElementsAre()) << "the program has not fetched the first one yet";
+    m_seen.onRead();
+    m_queue.runPending();
+    EXPECT_THAT(delivered(), ElementsAre("clipboard two"));
+    m_queue.advance(0.51s);
+    arrives("three", 2);
+    EXPECT_THAT(delivered(), ElementsAre("paste"));
+    m_queue.advance(1s);  // no program takes it
+    EXPECT_THAT(delivered(), ElementsAre("clipboard three"));
+
+    m_seen.fingersAreInTheWay = true;
+    m_queue.advance(1s);
+    arrives("four", 3);
+    m_seen.posted.onEnd(Error{"no window has the keyboard focus"});
+    m_queue.runPending();
+    EXPECT_THAT(delivered(), ElementsAre("paste", "clipboard four"));
+    EXPECT_THAT(m_failures, ElementsAre("Texte non colle"));
+    EXPECT_THAT(m_printed.lines(), Contains("Could not paste: no window has the keyboard focus"));
+}
+
+// The panel of the take that is being recorded taken away by an earlier one, or by a short tap.
+TEST_F(RecordingPipelineTest, everyRunKeepsToItsOwnPanel) {
+    configure("openai", "voice-to-text", true);
     process();
-    const fs::path second = m_folder / "second.m4a";
-    std::ofstream(second) << "b";
-    m_pipeline->processRecording(second);
-    answer(200, event("two") + "data: [DONE]\n", {}, 1);
-    EXPECT_TRUE(fs::exists(m_take));
-    EXPECT_FALSE(fs::exists(second));
-    m_queue.advance(1s);
-    answer(200, event("one") + "data: [DONE]\n", {}, 0);
-    m_queue.advance(1s);
-    EXPECT_THAT(m_seen.take(),
-                ElementsAre("transcribing", "transcribing", "+two", "done", "clipboard two", "hide",
-                            "paste", "+one", "done", "clipboard one", "hide", "paste"));
+    m_seen.take();
+    ++m_seen.shown;
+    m_pipeline->processRecording(std::nullopt, 1);
+    m_pipeline->processRecording(std::nullopt, 0);
+    answer(200, event("one") + "data: [DONE]\n", {{"X-Transcription-Ms", "8"}});
+    m_queue.advance(10s);
+    EXPECT_THAT(m_seen.take(), ElementsAre("clipboard one", "paste"));
+    EXPECT_EQ(m_successes, 1);
+    m_pipeline->processRecording(std::nullopt, 2);
+    EXPECT_THAT(m_seen.take(), ElementsAre("hide"));
 }
 
 TEST_F(RecordingPipelineTest, lateAnswersFindNobodyAtHome) {
     configure("openai", "voice-to-text");
     process();
     configure("mistral", "email");
-    process();
+    process(m_folder / "second.m4a");
     m_seen.take();
     request(0).answer(200, event("x") + "data: [DONE]\n");
     request(1).answer(200, "x");
+    m_pipeline->cancelAll();
+    EXPECT_FALSE(fs::exists(m_take) || fs::exists(m_folder / "second.m4a"));
     m_pipeline.reset();
     m_queue.advance(10s);
     EXPECT_TRUE(m_seen.events.empty());

@@ -45,7 +45,7 @@ class X11PasteTest : public testing::Test {
         m_connection = xcb_connect(nullptr, nullptr);
         m_application = std::make_unique<QGuiApplication>(m_argumentCount, m_arguments);
         m_pasteboard = makeQtPasteboard();
-        m_keystroke = makeX11PasteKeystroke(m_gate, m_printed.print());
+        m_keystroke = makeX11PasteKeystroke(m_gate);
     }
     ~X11PasteTest() override {
         m_keystroke.reset();
@@ -281,13 +281,13 @@ TEST_F(X11PasteTest, saysInOneLineWhyItCouldNotPaste) {
     auto server = std::make_unique<InputTestServer>();
     setenv("DISPLAY", server->display().c_str(), 1);
     InjectionGate gate;
-    m_keystroke = makeX11PasteKeystroke(gate, m_printed.print());
+    m_keystroke = makeX11PasteKeystroke(gate);
     m_keystroke->post();
     server.reset();
     failsWith("the X server cannot be reached");
 
     unsetenv("DISPLAY");
-    m_keystroke = makeX11PasteKeystroke(gate, m_printed.print());
+    m_keystroke = makeX11PasteKeystroke(gate);
     failsWith("there is no X server");
     m_keystroke.reset();  // before its gate
 }

@@ -117,6 +117,7 @@ class ItemObject final : public BusObject {
         m_draw = icon.draw;
         m_pixmaps.clear();
         m_description = QString::fromStdString(icon.description);
+        m_detail = QString::fromStdString(icon.detail).toHtmlEscaped();  // a tooltip is markup
         emitSignal("NewIcon");
         emitSignal("NewAttentionIcon");
         emitSignal("NewToolTip");
@@ -145,7 +146,7 @@ class ItemObject final : public BusObject {
                 {"AttentionIconPixmap", needsAttention ? pixmaps : none},
                 {"AttentionAccessibleDesc", m_description},
                 {"AttentionMovieName", ""},
-                {"ToolTip", QVariant::fromValue(ToolTip{{}, {}, m_description, {}})},
+                {"ToolTip", QVariant::fromValue(ToolTip{{}, {}, m_description, m_detail})},
                 {"ItemIsMenu", true},
                 {"Menu", QVariant::fromValue(QDBusObjectPath(menuPath))}};
     }
@@ -166,6 +167,7 @@ class ItemObject final : public BusObject {
     std::function<IconPixels(int)> m_draw;
     mutable QList<IconPixmap> m_pixmaps;
     QString m_description;
+    QString m_detail;
     QString m_status = "Active";
 };
 

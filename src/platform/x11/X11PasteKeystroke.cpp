@@ -8,6 +8,8 @@
 #include <chrono>
 #include <cstdint>
 #include <cstdlib>
+#include <deque>
+#include <mutex>
 #include <optional>
 #include <string>
 #include <system_error>
@@ -37,12 +39,11 @@ std::string displayName() {
 /// thread, which sleeps until it is asked for a keystroke or the server has something to say.
 class X11PasteKeystroke final : public PasteKeystroke {
   public:
-    X11PasteKeystroke(InjectionGate& gate, Print print)
+    explicit X11PasteKeystroke(InjectionGate& gate)
         : m_gate(gate),
-          m_print(std::move(print)),
           m_displayName(displayName()),
-          m_requests(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK | EFD_SEMAPHORE)) {
-        if (m_requests < 0)
+          m_wake(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {
+        if (m_wake < 0)
             throw std::system_error(errno, std::generic_category(), "eventfd");
         m_thread = std::thread([this] { run(); });
     }
@@ -50,24 +51,34 @@ class X11PasteKeystroke final : public PasteKeystroke {
     ~X11PasteKeystroke() override {
         m_stopping = true;
         m_gate.cancel();
-        post();  // wakes the worker
+        wake();
         m_thread.join();
-        close(m_requests);
+        close(m_wake);
     }
 
-    void post() override {
-        const std::uint64_t one = 1;
-        // Can only fail when 2^64 requests are waiting.
-        [[maybe_unused]] const auto written = write(m_requests, &one, sizeof one);
+    void post(Report report) override {
+        {
+            const std::lock_guard lock(m_mutex);
+            m_requests.push_back(std::move(report));
+        }
+        wake();
     }
 
   private:
+    void wake() {
+        const std::uint64_t one = 1;
+        // Can only fail when the worker was woken 2^64 times without noticing.
+        [[maybe_unused]] const auto written = write(m_wake, &one, sizeof one);
+    }
+
     void run() {
         // Early, so that the first paste is as quick as the others; each paste reports for itself.
         [[maybe_unused]] const Outcome early = connect();
-        while (waitForRequest())
-            if (const Outcome outcome = paste(); !outcome)
-                m_print("Could not paste: " + outcome.error().description);
+        while (const auto request = waitForRequest()) {
+            const Outcome outcome = paste(*request);
+            if (!m_stopping && request->onEnd)
+                request->onEnd(outcome);
+        }
         m_display.reset();
     }
 
@@ -82,20 +93,30 @@ class X11PasteKeystroke final : public PasteKeystroke {
         return Success{};
     }
 
-    /// False when the worker is to end.
-    bool waitForRequest() {
+    /// Nothing when the worker is to end.
+    std::optional<Report> waitForRequest() {
         while (!m_stopping) {
-            std::uint64_t one = 0;
-            if (read(m_requests, &one, sizeof one) > 0)
-                return !m_stopping;
+            std::uint64_t ignored = 0;
+            [[maybe_unused]] const auto emptied = read(m_wake, &ignored, sizeof ignored);
+            if (auto request = takeRequest())
+                return request;
             returnBorrowedKeyInTime();
-            pollfd sources[] = {{m_requests, POLLIN, 0},
+            pollfd sources[] = {{m_wake, POLLIN, 0},
                                 {m_display ? m_display->fileDescriptor() : -1, POLLIN, 0}};
             ::poll(sources, 2, millisecondsUntilReturn());
             if (sources[1].revents && !m_display->drain())
                 m_display.reset();
         }
-        return false;
+        return std::nullopt;
+    }
+
+    std::optional<Report> takeRequest() {
+        const std::lock_guard lock(m_mutex);
+        if (m_stopping || m_requests.empty())
+            return std::nullopt;
+        Report request = std::move(m_requests.front());
+        m_requests.pop_front();
+        return request;
     }
 
     void returnBorrowedKeyInTime() {
@@ -112,7 +133,7 @@ class X11PasteKeystroke final : public PasteKeystroke {
         return std::max(0, static_cast<int>(left.count()));
     }
 
-    Outcome paste() {
+    Outcome paste(const Report& report) {
         if (Outcome outcome = connect(); !outcome)
             return outcome;
         // While the tap holds the keyboard the server does not tell which keys are down.
@@ -122,6 +143,8 @@ class X11PasteKeystroke final : public PasteKeystroke {
         const InjectionGate::Scope scope = m_gate.enter();
         if (!scope)
             return Success{};
+        if (report.onSending)
+            report.onSending();
         Outcome outcome = m_display->pressPasteChord();
         m_borrowedUntil = std::chrono::steady_clock::now() + borrowedKeyHold;
         return outcome;
@@ -134,10 +157,11 @@ class X11PasteKeystroke final : public PasteKeystroke {
     }
 
     InjectionGate& m_gate;
-    const Print m_print;
     const std::string m_displayName;
-    const int m_requests;
+    const int m_wake;
     std::atomic<bool> m_stopping = false;
+    std::mutex m_mutex;
+    std::deque<Report> m_requests;
     // Worker.
     std::unique_ptr<X11PasteDisplay> m_display;
     Instant m_borrowedUntil;
@@ -146,8 +170,8 @@ class X11PasteKeystroke final : public PasteKeystroke {
 
 }  // namespace
 
-std::unique_ptr<PasteKeystroke> makeX11PasteKeystroke(InjectionGate& gate, Print print) {
-    return std::make_unique<X11PasteKeystroke>(gate, std::move(print));
+std::unique_ptr<PasteKeystroke> makeX11PasteKeystroke(InjectionGate& gate) {
+    return std::make_unique<X11PasteKeystroke>(gate);
 }
 
 }  // namespace nulo

@@ -23,6 +23,7 @@ WaveformWindow::WaveformWindow(MainQueue& mainQueue, const Clock& clock)
     : m_mainQueue(mainQueue), m_clock(clock) {}
 
 void WaveformWindow::show(Published<std::vector<float>>& audioLevels) {
+    ++m_panel;
     const QScreen* screen = QGuiApplication::primaryScreen();
     if (!screen)
         return;
@@ -74,20 +75,34 @@ void WaveformWindow::appendStreamingText(std::string_view text) {
     setFrame(resizedPanelFrame(frame, idealHeight, screenGeometry(*m_window)));
 }
 
+void WaveformWindow::finishStreaming() {
+    if (!m_waveformView)
+        return;
+    m_waveformView->streamingDone = true;
+    m_waveformView->update();
+}
+
 void WaveformWindow::showDebugStep(std::string text) {
-    m_mainQueue.async(m_lifetime.guard([this, text = std::move(text)] {
-        if (!m_waveformView)
-            return;
-        m_waveformView->debugLines.push_back(text);
-        m_waveformView->update();
-    }));
+    changeDebugLines([text = std::move(text)](auto& lines) { lines.push_back(text); });
 }
 
 void WaveformWindow::updateDebugStep(std::string text) {
-    m_mainQueue.async(m_lifetime.guard([this, text = std::move(text)] {
-        if (!m_waveformView || m_waveformView->debugLines.empty())
+    changeDebugLines([text = std::move(text)](auto& lines) {
+        if (!lines.empty())
+            lines.back() = text;
+    });
+}
+
+void WaveformWindow::clearDebugSteps() {
+    if (m_waveformView)
+        m_waveformView->debugLines.clear();
+}
+
+void WaveformWindow::changeDebugLines(std::function<void(std::vector<std::string>&)> change) {
+    m_mainQueue.async(m_lifetime.guard([this, panel = panel(), change = std::move(change)] {
+        if (!m_waveformView || panel != m_panel)
             return;
-        m_waveformView->debugLines.back() = text;
+        change(m_waveformView->debugLines);
         m_waveformView->update();
     }));
 }

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <atomic>
+#include <functional>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -9,6 +11,7 @@
 #include "base/Lifetime.h"
 #include "base/MainQueue.h"
 #include "base/Published.h"
+#include "desktop/DictationOverlay.h"
 #include "ui/overlay/OverlayPanel.h"
 #include "ui/overlay/WaveformView.h"
 
@@ -20,7 +23,7 @@ namespace nulo {
 /// Hidden until show(); then the other calls may come in any order and any number until hide(),
 /// from which on they do nothing again. Nothing runs while it is hidden. Main thread, with a
 /// QApplication, but where said otherwise.
-class WaveformWindow {
+class WaveformWindow final : public DictationOverlay {
   public:
     /// Both outlive the window; `clock` runs the animations.
     WaveformWindow(MainQueue& mainQueue, const Clock& clock);
@@ -28,17 +31,20 @@ class WaveformWindow {
     /// Puts a new panel on the screen, in place of one still there, and draws each new value of
     /// `audioLevels` (0...1, oldest first) until the next mode. Does nothing without a screen.
     void show(Published<std::vector<float>>& audioLevels);
-    void showTranscribing();
+    Panel panel() const override { return m_panel; }
+    void showTranscribing() override;
     /// The mode's name is not shown.
-    void showStreaming(std::string_view modeName);
-    void appendStreamingText(std::string_view text);
+    void showStreaming(std::string_view modeName) override;
+    void appendStreamingText(std::string_view text) override;
+    void finishStreaming() override;
 
     /// Adds a line to the debug strip. Any thread; in the order of the calls, later, on main.
-    void showDebugStep(std::string text);
+    void showDebugStep(std::string text) override;
     /// Replaces the strip's last line, if there is one. As showDebugStep().
-    void updateDebugStep(std::string text);
+    void updateDebugStep(std::string text) override;
+    void clearDebugSteps() override;
 
-    void hide();
+    void hide() override;
 
     /// What is on the screen; null while hidden. Valid until the next show() or hide().
     WaveformView* waveformView() { return m_waveformView; }
@@ -48,9 +54,12 @@ class WaveformWindow {
   private:
     void setFrame(const QRect& frame);
     void animate();
+    /// Later, on main, unless another panel is shown by then.
+    void changeDebugLines(std::function<void(std::vector<std::string>& lines)> change);
 
     MainQueue& m_mainQueue;
     const Clock& m_clock;
+    std::atomic<Panel> m_panel = 0;
     std::unique_ptr<OverlayPanel> m_window;
     WaveformView* m_waveformView = nullptr;  // the panel's; null as soon as it fades away
     Subscription m_cancellable;

@@ -41,10 +41,11 @@ MenuBarController::~MenuBarController() {
 }
 
 void MenuBarController::updateIcon() {
-    if (!accessibilityGranted)
-        m_statusItem.setIcon(warningIcon());
-    else
-        m_statusItem.setIcon(m_recorder.isRecording().get() ? recordingIcon() : idleIcon());
+    StatusIcon icon = !accessibilityGranted            ? warningIcon()
+                      : m_recorder.isRecording().get() ? recordingIcon()
+                                                       : idleIcon();
+    icon.detail = failure;
+    m_statusItem.setIcon(std::move(icon));
 }
 
 void MenuBarController::rebuildMenu() {

@@ -40,6 +40,8 @@ class MenuBarController {
     std::function<void()> onQuit;
     /// As last known; whoever sets it calls updateIcon() and rebuildMenu().
     bool accessibilityGranted = false;
+    /// What went wrong last, for the icon's tooltip; whoever sets it calls updateIcon().
+    std::string failure;
 
     /// The warning goes before recording, recording before idle.
     void updateIcon();

@@ -58,7 +58,8 @@ XEmbedTrayIcon::XEmbedTrayIcon() {
 
 void XEmbedTrayIcon::setIcon(StatusIcon icon) {
     m_icon.setIcon(QIcon(new DrawnIcon(icon.draw)));
-    m_icon.setToolTip(QString::fromStdString(icon.description));
+    const std::string detail = icon.detail.empty() ? "" : "\n" + icon.detail;
+    m_icon.setToolTip(QString::fromStdString(icon.description + detail));
     m_icon.setVisible(true);  // the toolkit shows none without a picture
 }
 

@@ -1,0 +1,26 @@
+#pragma once
+
+#include <string>
+
+#include "base/Result.h"
+#include "desktop/Notifications.h"
+#include "transcription/TranscriptionError.h"
+
+/// What the user is told when a dictation does not end as it should.
+namespace nulo {
+
+Notice recordingNotStarted(const Error& reason);
+Notice recordingInterrupted(const Error& reason);
+Notice recordingNotSaved(const Error& reason);
+Notice recordingTooLong();
+
+Notice configUnreadable();
+Notice serviceFileRefused(const Error& reason);
+
+Notice requestFailed(const TranscriptionFailure& failure);
+/// The transcript is pasted all the same.
+Notice cleanupFailed(const TranscriptionFailure& failure);
+Notice nothingRecognised();
+Notice textNotPasted(const Error& reason);
+
+}  // namespace nulo
