@@ -13,7 +13,8 @@ struct Entry {
     PasteChord chord;
 };
 
-// Whatever is not listed takes Ctrl+V. In a terminal Ctrl+V belongs to the program inside.
+// Whatever is not listed takes Ctrl+V. In a terminal Ctrl+V belongs to the program inside, and in
+// an editor with keys of its own it is another command.
 constexpr std::array table{
     Entry{"alacritty", PasteChord::controlShiftV},
     Entry{"blackbox", PasteChord::controlShiftV},
@@ -22,12 +23,14 @@ constexpr std::array table{
     Entry{"contour", PasteChord::controlShiftV},
     Entry{"cool-retro-term", PasteChord::controlShiftV},
     Entry{"deepin-terminal", PasteChord::controlShiftV},
+    Entry{"emacs", PasteChord::shiftInsert},
     Entry{"foot", PasteChord::controlShiftV},
     Entry{"footclient", PasteChord::controlShiftV},
     Entry{"ghostty", PasteChord::controlShiftV},
     Entry{"gnome-terminal", PasteChord::controlShiftV},
     Entry{"gnome-terminal-server", PasteChord::controlShiftV},
     Entry{"guake", PasteChord::controlShiftV},
+    Entry{"gvim", PasteChord::shiftInsert},
     Entry{"hyper", PasteChord::controlShiftV},
     Entry{"io.elementary.terminal", PasteChord::controlShiftV},
     Entry{"kgx", PasteChord::controlShiftV},
@@ -37,11 +40,14 @@ constexpr std::array table{
     Entry{"lxterminal", PasteChord::controlShiftV},
     Entry{"mate-terminal", PasteChord::controlShiftV},
     Entry{"mlterm", PasteChord::shiftInsert},
+    Entry{"nvim-qt",
+          PasteChord::shiftInsert},  // once the user has mapped it; nothing pastes before
     Entry{"org.gnome.console", PasteChord::controlShiftV},
     Entry{"org.gnome.ptyxis", PasteChord::controlShiftV},
     Entry{"org.gnome.terminal", PasteChord::controlShiftV},
     Entry{"org.wezfurlong.wezterm", PasteChord::controlShiftV},
     Entry{"pantheon-terminal", PasteChord::controlShiftV},
+    Entry{"pterm", PasteChord::shiftInsert},
     Entry{"ptyxis", PasteChord::controlShiftV},
     Entry{"qterminal", PasteChord::controlShiftV},
     Entry{"rio", PasteChord::controlShiftV},
