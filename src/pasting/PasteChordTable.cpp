@@ -40,8 +40,7 @@ constexpr std::array table{
     Entry{"lxterminal", PasteChord::controlShiftV},
     Entry{"mate-terminal", PasteChord::controlShiftV},
     Entry{"mlterm", PasteChord::shiftInsert},
-    Entry{"nvim-qt",
-          PasteChord::shiftInsert},  // once the user has mapped it; nothing pastes before
+    Entry{"nvim-qt", PasteChord::shiftInsert},  // as its users map it: nothing pastes by default
     Entry{"org.gnome.console", PasteChord::controlShiftV},
     Entry{"org.gnome.ptyxis", PasteChord::controlShiftV},
     Entry{"org.gnome.terminal", PasteChord::controlShiftV},
