@@ -137,22 +137,6 @@ TEST_F(TrayTest, aShortcutOfTheDesktopsDrivesIt) {
     EXPECT_EQ(state(), "idle");
 }
 
-TEST_F(TrayTest, quittingWhileRecordingLeavesNothingBehind) {
-    startNulo();
-    startPanel();
-    m_desktop.pressChord();
-    EXPECT_TRUE(m_desktop.waitForPrinted("Recording started"));
-    EXPECT_EQ(state(), "recording");
-    click("Quitter");
-    EXPECT_EQ(m_desktop.nulo().wait(std::chrono::seconds(10)), 0);
-    m_desktop.releaseChord();
-    EXPECT_TRUE(m_desktop.noKeyIsDown());
-    for (const std::string& line : m_desktop.printed())
-        EXPECT_THAT(line, Not(HasSubstr("dataTask")));
-    m_desktop.keyboard().tap(XTestKeyboard::a);
-    EXPECT_TRUE(waitUntil([&] { return m_desktop.text() == "a"; })) << m_desktop.text();
-}
-
 // An unreachable bus must cost the tray and the remote control only.
 TEST_F(TrayTest, dictatesWithoutABus) {
     m_desktop.bus().stop();
