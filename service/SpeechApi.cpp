@@ -8,8 +8,6 @@
 
 #include "service/gateway/EventStream.h"
 #include "service/gateway/Routing.h"
-#include "service/http/ConnectionStream.h"
-#include "service/http/TranscribeForm.h"
 
 namespace nulo::service {
 namespace {
@@ -17,6 +15,7 @@ namespace {
 using nlohmann::json;
 
 constexpr const char* plainText = "text/plain; charset=utf-8";
+constexpr std::size_t largestBody = 25 * 1024 * 1024;  // a form and the recording in it
 constexpr std::size_t largestChat = 1024 * 1024;
 
 enum class Access { open, withToken };
@@ -50,45 +49,43 @@ bool allows(const Endpoint& endpoint, const std::string& method) {
 }
 
 /// Whether a body's length is stated once and clearly, and is small enough.
-std::optional<Failure> refusedLength(const httplib::Request& request) {
-    const bool chunked = request.has_header("Transfer-Encoding");
-    const std::size_t lengths = request.get_header_value_count("Content-Length");
-    if (!chunked && lengths == 0)
+std::optional<Failure> refusedLength(const RequestHead& head) {
+    const std::size_t lengths = head.count("Content-Length");
+    // Where a body without a length ends is another question to everyone who passes it on.
+    if (lengths == 0 || head.count("Transfer-Encoding") > 0)
         return Failure{411, "The request does not say how long it is. Send Content-Length.\n"};
-    if (lengths > 1 || (chunked && lengths > 0))
+    if (lengths > 1)
         return Failure{400, "The request states its length twice. Send one Content-Length.\n"};
-    if (chunked)
-        return std::nullopt;  // counted as it arrives
-    const std::string text = request.get_header_value("Content-Length");
+    const std::string text = head.header("Content-Length");
     std::uint64_t length = 0;
     const char* end = text.data() + text.size();
     const auto [stop, error] = std::from_chars(text.data(), end, length);
     if (error == std::errc::result_out_of_range || (error == std::errc() && length > largestBody))
-        return bodyTooLarge();
+        return Failure{413, "The request is larger than 25 MB. Send a shorter recording.\n"};
     if (error != std::errc() || stop != end)
         return Failure{400, "Content-Length is not a number. Send the body's length in bytes.\n"};
     return std::nullopt;
 }
 
-void answer(httplib::Response& response, const Failure& failure) {
-    response.status = failure.status;
-    response.set_content(failure.text, plainText);
-    if (failure.status == 401)
-        response.set_header("WWW-Authenticate", "Bearer");
-    if (failure.retryAfterSeconds)
-        response.set_header("Retry-After", std::to_string(*failure.retryAfterSeconds));
+std::optional<Failure> refusedBody(const RequestHead& head) {
+    const bool isEmpty = head.count("Transfer-Encoding") == 0 &&
+                         head.count("Content-Length") <= 1 &&
+                         head.header("Content-Length").find_first_not_of('0') == std::string::npos;
+    if (isEmpty)
+        return std::nullopt;
+    return Failure{400, "The request has a body. Send none here.\n"};
 }
 
-/// For failures of requests that the library refuses by itself.
-std::string textFor(int status) {
-    switch (status) {
-        case 400:
-            return "The request cannot be understood. Send it as HTTP/1.1.\n";
-        case 414:
-            return "The address of the request is too long.\n";
-        default:
-            return "The request failed with status " + std::to_string(status) + ".\n";
-    }
+Intake withoutBody(std::function<Answer()> make) {
+    return {[](std::string_view) { return std::nullopt; },
+            [make = std::move(make)](Exchange& exchange) { exchange.answer(make()); }};
+}
+
+Answer streamHead(const Headers& headers) {
+    Answer head(200, "text/event-stream", "", headers);
+    // Proxies that collect answers leave it alone.
+    head.headers.emplace_back("X-Accel-Buffering", "no");
+    return head;
 }
 
 Failure badChat(const std::string& why) {
@@ -141,161 +138,127 @@ SpeechApi::SpeechApi(Recogniser& recogniser, Cleanup& cleanup, RequestGuard guar
       m_version(std::move(version)),
       m_updates(std::move(updates)) {}
 
-void SpeechApi::attachTo(httplib::Server& server) {
-    using httplib::ContentReader;
-    using httplib::Request;
-    using httplib::Response;
-    server.set_default_headers({{"Cache-Control", "no-store"}});
-    // A refused body is not read, so nothing can follow on its connection.
-    server.set_pre_routing_handler([this](const Request& request, Response& response) {
-        const auto refused = refusal(request);
-        if (!refused)
-            return httplib::Server::HandlerResponse::Unhandled;
-        response.set_header("Connection", "close");
-        answer(response, *refused);
-        if (const Endpoint* endpoint = endpointOf(request.path); endpoint && refused->status == 405)
-            response.set_header("Allow", std::string(endpoint->methods));
-        return httplib::Server::HandlerResponse::Handled;
-    });
-    // Spares a client that asks first the sending of a body that would be refused.
-    server.set_expect_100_continue_handler([this](const Request& request, Response& response) {
-        const auto refused = refusal(request);
-        if (!refused)
-            return 100;
-        response.set_header("Connection", "close");
-        answer(response, *refused);
-        return refused->status;
-    });
-    server.set_error_handler([](const Request&, Response& response) {
-        if (response.body.empty())
-            response.set_content(textFor(response.status), plainText);
-    });
-    server.set_exception_handler([](const Request&, Response& response, std::exception_ptr) {
-        answer(response, {500, "The service failed. Try again; if it stays so, restart it.\n"});
-    });
-    server.Get("/api/version",
-               [this](const Request& request, Response& response) { version(request, response); });
-    server.Get("/healthz",
-               [](const Request&, Response& response) { response.set_content("ok\n", plainText); });
-    server.Get("/metrics", [this](const Request&, Response& response) {
-        response.set_content(onMetrics(), "text/plain; version=0.0.4");
-    });
-    for (const char* pattern : {"/update\\.sh", "/updates/.*"})
-        server.Get(pattern, [this](const Request& request, Response& response) {
-            update(request, response);
-        });
-    server.Post("/api/transcribe",
-                [this](const Request& request, Response& response, const ContentReader& content) {
-                    transcribe(request, response, content);
-                });
-    server.Post("/api/chat",
-                [this](const Request& request, Response& response, const ContentReader& content) {
-                    chat(request, response, content);
-                });
+std::optional<Answer> SpeechApi::refusal(const RequestHead& head) const {
+    if (const auto refused = m_guard.refusedSender(head))
+        return Answer(*refused);
+    const Endpoint* endpoint = endpointOf(head.path);
+    if (!endpoint)
+        return Answer(
+            Failure{404,
+                    "There is nothing here. The endpoints are /api/transcribe, /api/chat, "
+                    "/api/version, /healthz, /metrics, /update.sh and /updates/NAME.\n"});
+    if (!allows(*endpoint, head.method)) {
+        const std::string methods(endpoint->methods);
+        Answer answer(Failure{405, "Use " + methods + " here.\n"});
+        answer.headers.emplace_back("Allow", methods);
+        return answer;
+    }
+    if (endpoint->access == Access::withToken)
+        if (const auto refused = m_guard.refusedToken(head))
+            return Answer(*refused);
+    if (const auto refused = head.method == "POST" ? refusedLength(head) : refusedBody(head))
+        return Answer(*refused);
+    return std::nullopt;
 }
 
-std::optional<Failure> SpeechApi::refusal(const httplib::Request& request) const {
-    const RequestGuard::Credentials credentials{request.get_header_value("Host"),
-                                                request.get_header_value("Origin"),
-                                                request.get_header_value("Authorization")};
-    if (auto refused = m_guard.refusedSender(credentials))
-        return refused;
-    const Endpoint* endpoint = endpointOf(request.path);
-    if (!endpoint)
-        return Failure{404,
-                       "There is nothing here. The endpoints are /api/transcribe, /api/chat, "
-                       "/api/version, /healthz, /metrics, /update.sh and /updates/NAME.\n"};
-    if (!allows(*endpoint, request.method))
-        return Failure{405, "Use " + std::string(endpoint->methods) + " here.\n"};
-    if (endpoint->access == Access::withToken)
-        if (auto refused = m_guard.refusedToken(credentials))
-            return refused;
-    return request.method == "POST" ? refusedLength(request) : std::nullopt;
+Result<Intake, Answer> SpeechApi::accept(const RequestHead& head) const {
+    if (auto refused = refusal(head))
+        return *std::move(refused);
+    if (head.path == "/api/transcribe")
+        return transcription(head);
+    if (head.path == "/api/chat")
+        return chat(head);
+    if (head.path == "/api/version")
+        return withoutBody([this] { return version(); });
+    if (head.path == "/healthz")
+        return withoutBody([] { return Answer(200, plainText, "ok\n"); });
+    if (head.path == "/metrics")
+        return withoutBody(
+            [this] { return Answer(200, "text/plain; version=0.0.4", onMetrics()); });
+    return withoutBody([this, path = head.path] {
+        return m_updates.file(path).value_or(
+            Answer(Failure{404, "No such update is configured on this service.\n"}));
+    });
 }
 
 /// Its own version unless an update is offered, so that nobody finds a newer one here.
-void SpeechApi::version(const httplib::Request&, httplib::Response& response) const {
-    if (const auto offered = m_updates.versionInfo())
-        return response.set_content(*offered, "application/json");
+Answer SpeechApi::version() const {
+    if (auto offered = m_updates.versionInfo())
+        return {200, "application/json", *std::move(offered)};
     const json info = {{"version", m_version},
                        {"build", 0},
                        {"downloadUrl", ""},
                        {"releaseNotes", ""},
                        {"minVersion", "0.0"}};
-    response.set_content(info.dump() + "\n", "application/json");
+    return {200, "application/json", info.dump() + "\n"};
 }
 
-void SpeechApi::update(const httplib::Request& request, httplib::Response& response) const {
-    if (!m_updates.answer(request.path, response))
-        answer(response, {404, "No such update is configured on this service.\n"});
+Result<Intake, Answer> SpeechApi::transcription(const RequestHead& head) const {
+    const std::shared_ptr reader = TranscribeFormReader::forType(head.header("Content-Type"));
+    if (!reader)
+        return Answer(noForm());
+    const auto take = [reader](std::string_view bytes) -> std::optional<Answer> {
+        if (const auto refused = reader->add(bytes))
+            return Answer(*refused);
+        return std::nullopt;
+    };
+    return Intake{take, [this, reader, start = m_clock.now()](Exchange& exchange) {
+                      auto form = reader->finish();
+                      if (!form)
+                          return exchange.answer(Answer(form.error()));
+                      transcribe(std::move(form).value(), start, exchange);
+                  }};
 }
 
-void SpeechApi::transcribe(const httplib::Request& request, httplib::Response& response,
-                           const httplib::ContentReader& content) {
-    const auto start = m_clock.now();
-    auto form = readTranscribeForm(request, content);
-    if (!form)
-        return answer(response, form.error());
+void SpeechApi::transcribe(TranscribeForm form, Clock::Instant start, Exchange& exchange) const {
     const auto uploaded = m_clock.now();
-    auto text = m_recogniser.recognise(form.value().take, clientProbe());
+    Headers headers{{"X-Upload-Ms", std::to_string(wholeMilliseconds(uploaded - start))}};
+    auto& [take, cleanupPrompt, cleanupModel] = form;
+    // Clients trim a plain text, and pass over lines of a stream that hold no data.
+    if (cleanupPrompt)
+        exchange.promise(streamHead(headers), ":\n\n");
+    else
+        exchange.promise(Answer(200, plainText, "", headers), " ");
+    auto text = m_recogniser.recognise(take, [&exchange] { return exchange.isWanted(); });
     if (!text)
-        return answer(response, text.error());
-    const auto transcribed = m_clock.now();
-    response.set_header("X-Upload-Ms", std::to_string(wholeMilliseconds(uploaded - start)));
-    response.set_header("X-Transcription-Ms",
-                        std::to_string(wholeMilliseconds(transcribed - uploaded)));
-    auto& [take, cleanupPrompt, cleanupModel] = form.value();
-    if (!cleanupPrompt) {
-        response.status = 200;
-        response.set_content(std::move(text).value(), plainText);
-        return;
-    }
+        return exchange.answer(Answer(text.error()));
+    headers.emplace_back("X-Transcription-Ms",
+                         std::to_string(wholeMilliseconds(m_clock.now() - uploaded)));
+    if (!cleanupPrompt)
+        return exchange.answer(Answer(200, plainText, std::move(text).value(), headers));
     CleanupRequest cleanup{text.value(), {}, chatModelFor(cleanupModel)};
     cleanup.messages = {{"system", std::move(*cleanupPrompt)}, {"user", std::move(text).value()}};
-    streamCleanup(std::move(cleanup), response);
+    streamCleanup(std::move(cleanup), streamHead(headers), exchange);
 }
 
-void SpeechApi::chat(const httplib::Request& request, httplib::Response& response,
-                     const httplib::ContentReader& content) {
-    if (!formType(request).empty())
-        return answer(response, badChat("The body is a form, not JSON."));
-    std::string body;
-    bool fits = true;
-    const bool whole = content([&](const char* data, std::size_t length) {
-        fits = body.size() + length <= largestChat;
-        if (fits)
-            body.append(data, length);
-        return fits;
-    });
-    if (!fits)
-        return answer(response, {413, "The text is longer than 1 MB. Send it in pieces.\n"});
-    if (!whole)
-        return answer(response, badChat("The body broke off."));
-    auto chat = parsedChat(body);
-    if (!chat)
-        return answer(response, chat.error());
-    streamCleanup(std::move(chat).value(), response);
+Result<Intake, Answer> SpeechApi::chat(const RequestHead& head) const {
+    if (formBoundary(head.header("Content-Type")))
+        return Answer(badChat("The body is a form, not JSON."));
+    const auto body = std::make_shared<std::string>();
+    const auto take = [body](std::string_view bytes) -> std::optional<Answer> {
+        if (body->size() + bytes.size() > largestChat)
+            return Answer(Failure{413, "The text is longer than 1 MB. Send it in pieces.\n"});
+        body->append(bytes);
+        return std::nullopt;
+    };
+    return Intake{take, [this, body](Exchange& exchange) {
+                      auto request = parsedChat(*body);
+                      if (!request)
+                          return exchange.answer(Answer(request.error()));
+                      exchange.promise(streamHead({}), ":\n\n");
+                      streamCleanup(std::move(request).value(), streamHead({}), exchange);
+                  }};
 }
 
-void SpeechApi::streamCleanup(CleanupRequest request, httplib::Response& response) {
-    auto text = m_cleanup.start(std::move(request), clientProbe());
+void SpeechApi::streamCleanup(CleanupRequest request, Answer head, Exchange& exchange) const {
+    auto text = m_cleanup.start(std::move(request), [&exchange] { return exchange.isWanted(); });
     if (!text)
-        return answer(response, text.error());
-    response.status = 200;
-    response.set_header("X-Accel-Buffering", "no");  // proxies that collect answers leave it alone
-    response.set_chunked_content_provider(
-        "text/event-stream",
-        [stream = std::move(text).value()](std::size_t, httplib::DataSink& sink) {
-            const auto send = [&sink](std::string_view event) {
-                return sink.write(event.data(), event.size());
-            };
-            const bool whole =
-                stream([&](std::string_view fragment) { return send(textEvent(fragment)); });
-            if (!whole || !send(endEvent))
-                return false;
-            sink.done();
-            return true;
-        });
+        return exchange.answer(Answer(text.error()));
+    exchange.begin(std::move(head));
+    const bool whole = text.value()(
+        [&](std::string_view fragment) { return exchange.write(textEvent(fragment)); });
+    if (whole && exchange.write(endEvent))
+        exchange.end();
 }
 
 }  // namespace nulo::service

@@ -1,7 +1,5 @@
 #pragma once
 
-#include <httplib.h>
-
 #include <functional>
 #include <optional>
 #include <string>
@@ -9,31 +7,32 @@
 #include "base/Clock.h"
 #include "service/Cleanup.h"
 #include "service/Recogniser.h"
+#include "service/http/HttpServer.h"
 #include "service/http/RequestGuard.h"
+#include "service/http/TranscribeForm.h"
 #include "service/http/UpdateFolder.h"
 
 namespace nulo::service {
 
 /// The endpoints: which requests are answered at all, and with what. Any thread. All it is given
-/// must outlive the server that it is attached to.
+/// must outlive it, and it the server whose requests it answers.
 class SpeechApi {
   public:
     SpeechApi(Recogniser& recogniser, Cleanup& cleanup, RequestGuard guard, const Clock& clock,
               std::string version, UpdateFolder updates);
 
-    void attachTo(httplib::Server& server);
+    /// Whether a request is taken, and how; see HttpServer::Accept.
+    Result<Intake, Answer> accept(const RequestHead& head) const;
     /// What "/metrics" answers; any thread.
     std::function<std::string()> onMetrics = [] { return std::string(); };
 
   private:
-    std::optional<Failure> refusal(const httplib::Request& request) const;
-    void version(const httplib::Request& request, httplib::Response& response) const;
-    void update(const httplib::Request& request, httplib::Response& response) const;
-    void transcribe(const httplib::Request& request, httplib::Response& response,
-                    const httplib::ContentReader& content);
-    void chat(const httplib::Request& request, httplib::Response& response,
-              const httplib::ContentReader& content);
-    void streamCleanup(CleanupRequest request, httplib::Response& response);
+    std::optional<Answer> refusal(const RequestHead& head) const;
+    Answer version() const;
+    Result<Intake, Answer> transcription(const RequestHead& head) const;
+    Result<Intake, Answer> chat(const RequestHead& head) const;
+    void transcribe(TranscribeForm form, Clock::Instant start, Exchange& exchange) const;
+    void streamCleanup(CleanupRequest request, Answer head, Exchange& exchange) const;
 
     Recogniser& m_recogniser;
     Cleanup& m_cleanup;

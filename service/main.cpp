@@ -19,7 +19,7 @@
 #include "service/gateway/GatewayConfig.h"
 #include "service/gateway/GatewayRecogniser.h"
 #include "service/http/HttpServer.h"
-#include "service/http/InheritedSocket.h"
+#include "service/http/ListeningSocket.h"
 #include "service/offline/OfflineRecogniser.h"
 #include "service/offline/PocketSphinxEngine.h"
 #include "service/offline/RuleCleanup.h"
@@ -82,9 +82,9 @@ struct Setup {
     GatewayConfig config;
     std::string address = "127.0.0.1";
     int port = 8737;
-    std::optional<InheritedSocket> inherited;
+    std::optional<ListeningSocket> inherited;
     std::vector<std::string> tokens;  // digests
-    std::unique_ptr<TlsContext> tls;  // null: plain HTTP
+    std::optional<TlsIdentity> tls;   // absent: plain HTTP
     MakeEngine whisper;               // empty: not configured
 };
 
@@ -131,7 +131,7 @@ Result<Setup> setUp(const Options& options) {
         setup.whisper = std::move(engines).value();
     }
     if (setup.config.tls) {
-        auto tls = TlsContext::load(*setup.config.tls);
+        auto tls = loadTlsIdentity(*setup.config.tls);
         if (!tls)
             return Error{file.string() + ": " + tls.error().description};
         setup.tls = std::move(tls).value();
@@ -201,25 +201,20 @@ int serve(const Options& options) {
     GatewayCleanup gatewayCleanup(setup.config, calls, rules);
     SpeechApi api(gatewayRecogniser, gatewayCleanup, RequestGuard(std::move(setup.tokens)),
                   systemClock(), NULO_VERSION, UpdateFolder(options.updateFolder));
-    HttpServer server(systemClock(), printLine, {});
+    HttpServer server(systemClock(), printLine, {},
+                      [&api](const RequestHead& head) { return api.accept(head); });
     api.onMetrics = [&] { return metrics.text(); };
-    api.attachTo(server);
     server.onServed = [&](const std::string& path, int status, std::chrono::nanoseconds duration,
                           bool brokenOff) {
         countRequest(metrics, path, status, duration, brokenOff);
     };
-    if (setup.tls)
-        server.useTls(*setup.tls);
-    if (setup.inherited) {
-        server.listenOn(*setup.inherited);
-    } else {
-        const auto port = server.listenOn(setup.address, setup.port);
-        if (!port) {
-            printError(port.error().description);
-            return 1;
-        }
-        setup.port = port.value();
+    auto socket = setup.inherited ? Result<ListeningSocket>(*setup.inherited)
+                                  : openSocket(setup.address, setup.port);
+    if (!socket) {
+        printError(socket.error().description);
+        return 1;
     }
+    setup.port = socket.value().port;
     const bool isOffline = !transcriptionRoute(setup.config, "", "").provider;
     if (isOffline) {
         if (const auto ready = recogniser.prepare(); !ready) {
@@ -238,23 +233,18 @@ int serve(const Options& options) {
     printLine(std::string("Listening on ") + (setup.tls ? "https" : "http") + "://" +
               (bracketed ? "[" + setup.address + "]" : setup.address) + ":" +
               std::to_string(setup.port));
-    std::atomic<bool> asked = false;
+    if (const auto started = server.start(socket.value(), setup.tls); !started) {
+        printError(started.error().description);
+        return 1;
+    }
     std::thread stopper([&] {
         waitForStopSignal(signals);
-        asked = true;
         printLine("Stopping: finishing what is in flight");
         server.finish();
     });
     server.run();
-    const bool failed = !asked;
-    if (failed) {
-        printError("the system accepts no more connections");
-        // Every thread blocks the signal: it only wakes the one that waits for it.
-        // NOLINTNEXTLINE(bugprone-bad-signal-to-kill-thread)
-        pthread_kill(stopper.native_handle(), SIGTERM);
-    }
     stopper.join();
-    return failed ? 1 : 0;
+    return 0;
 }
 
 }  // namespace

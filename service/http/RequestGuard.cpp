@@ -4,9 +4,8 @@
 #include <strings.h>
 
 #include <algorithm>
-#include <fstream>
-#include <iterator>
 
+#include "base/FileIO.h"
 #include "base/Text.h"
 #include "service/offline/Sha256.h"
 
@@ -44,13 +43,11 @@ bool equalInConstantTime(std::string_view one, std::string_view other) {
 }
 
 Result<std::string> readToken(const std::filesystem::path& file) {
-    std::ifstream stream(file, std::ios::binary);
-    if (!stream)
-        return Error{"the token file " + file.string() + " cannot be read"};
-    std::string bytes(4096, '\0');
-    stream.read(bytes.data(), static_cast<std::streamsize>(bytes.size()));
-    bytes.resize(static_cast<std::size_t>(stream.gcount()));
-    std::string token = trimmed(bytes);
+    const auto bytes = readFile(file, 4096);
+    if (!bytes)
+        return Error{"the token file " + file.string() +
+                     " cannot be read: it must be a regular file of a few bytes"};
+    std::string token = trimmed(*bytes);
     const bool visible = std::all_of(token.begin(), token.end(), [](char character) {
         return character > 32 && character < 127;
     });
@@ -60,29 +57,32 @@ Result<std::string> readToken(const std::filesystem::path& file) {
     return token;
 }
 
-std::optional<Failure> RequestGuard::refusedSender(const Credentials& credentials) const {
+std::optional<Failure> RequestGuard::refusedSender(const RequestHead& head) const {
+    // Browsers alone send these, and a page cannot keep them from it.
+    const std::string site = head.header("Sec-Fetch-Site");
+    if (head.count("Origin") > 0 || (!site.empty() && site != "none" && site != "same-origin"))
+        return Failure{403, "Web pages may not use this service. Use a program.\n"};
     if (!m_tokens.empty())
         return std::nullopt;
-    if (!credentials.host.empty() && !isLoopback(hostName(credentials.host)))
+    const std::string host = head.header("Host");
+    if (!host.empty() && !isLoopback(hostName(host)))
         return Failure{403,
                        "This service answers to names of this machine only. Ask for localhost, "
                        "or start it with a token.\n"};
-    const std::string& origin = credentials.origin;
-    const std::size_t scheme = origin.find("://");
-    if (!origin.empty() && (scheme == std::string::npos ||
-                            !isLoopback(hostName(std::string_view(origin).substr(scheme + 3)))))
+    if (!head.isFromOwnUser)
         return Failure{403,
-                       "Web pages may not use this service. Use a program of this machine, or "
-                       "start the service with a token.\n"};
+                       "This service serves programs of the user who runs it. Run one of your own, "
+                       "or start it with a token.\n"};
     return std::nullopt;
 }
 
-std::optional<Failure> RequestGuard::refusedToken(const Credentials& credentials) const {
+std::optional<Failure> RequestGuard::refusedToken(const RequestHead& head) const {
     if (m_tokens.empty())
         return std::nullopt;
     constexpr std::string_view scheme = "Bearer ";
-    const std::string_view given = credentials.authorization;
-    if (strncasecmp(credentials.authorization.c_str(), scheme.data(), scheme.size()) == 0) {
+    const std::string authorization = head.header("Authorization");
+    const std::string_view given = authorization;
+    if (strncasecmp(authorization.c_str(), scheme.data(), scheme.size()) == 0) {
         const std::string digest = sha256(given.substr(scheme.size()));
         bool known = false;
         for (const std::string& token : m_tokens)

@@ -8,6 +8,7 @@
 
 #include "base/Result.h"
 #include "service/Failure.h"
+#include "service/http/Messages.h"
 
 namespace nulo::service {
 
@@ -20,25 +21,19 @@ bool equalInConstantTime(std::string_view one, std::string_view other);
 /// The token in the file: 16 to 512 visible ASCII characters, white space around them ignored.
 Result<std::string> readToken(const std::filesystem::path& file);
 
-/// Who may ask. With tokens, whoever sends one of them. Without any, programs of this machine: a
-/// web page that is open in a browser here is told apart by the Origin it comes from and, when it
-/// has its own name point to this machine, by the Host it asks for.
+/// Who may ask. With tokens, programs that send one of them. Without any, programs of this machine
+/// that the service's own user or root runs. A web page that is open in a browser is told apart by
+/// the headers that browsers add and, when it has its own name point to this machine, by the Host.
 class RequestGuard {
   public:
-    struct Credentials {  // header values, empty when absent
-        std::string host;
-        std::string origin;
-        std::string authorization;
-    };
-
     /// `tokens` are digests as sha256() makes them; which of them fits takes no part in the time
     /// that a comparison takes.
     explicit RequestGuard(std::vector<std::string> tokens) : m_tokens(std::move(tokens)) {}
 
-    /// 403 for a web page. Asked of every request.
-    std::optional<Failure> refusedSender(const Credentials& credentials) const;
+    /// 403 for a web page, and for another user's program. Asked of every request.
+    std::optional<Failure> refusedSender(const RequestHead& head) const;
     /// 401. Asked of requests that carry speech or text.
-    std::optional<Failure> refusedToken(const Credentials& credentials) const;
+    std::optional<Failure> refusedToken(const RequestHead& head) const;
 
   private:
     const std::vector<std::string> m_tokens;

@@ -7,26 +7,26 @@
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
-#include <filesystem>
 #include <utility>
 
 namespace nulo::service {
 namespace {
 
 int namelessFile() {
-    std::error_code error;
-    const auto folder = std::filesystem::temp_directory_path(error);
-    if (error)
-        return -1;
+    const std::string folder = Spool::folder();
     const int file = open(folder.c_str(), O_TMPFILE | O_RDWR | O_CLOEXEC | O_EXCL, 0600);
     if (file >= 0)
         return file;
     // Not every file system knows files without a name.
-    std::string pattern = (folder / "nulo-upload-XXXXXX").string();
+    std::string pattern = folder + "/nulo-upload-XXXXXX";
     const int named = mkostemp(pattern.data(), O_CLOEXEC);
     if (named >= 0)
         unlink(pattern.c_str());
     return named;
+}
+
+std::error_code systemError() {
+    return {errno == 0 ? EIO : errno, std::generic_category()};
 }
 
 }  // namespace
@@ -48,34 +48,41 @@ Spool& Spool::operator=(Spool&& other) noexcept {
     return *this;
 }
 
-bool Spool::append(std::string_view bytes) {
+std::string Spool::folder() {
+    const char* folder = std::getenv("TMPDIR");
+    return folder && *folder ? folder : "/tmp";
+}
+
+std::error_code Spool::append(std::string_view bytes) {
     if (m_file < 0 && m_size + bytes.size() <= mostInMemory) {
         m_memory.append(bytes);
         m_size += bytes.size();
-        return true;
+        return {};
     }
     if (m_file < 0) {
         m_file = namelessFile();
-        if (m_file < 0 || !write(m_memory))
-            return false;
+        if (m_file < 0)
+            return systemError();
+        if (const auto error = write(m_memory))
+            return error;
         std::string().swap(m_memory);  // assigning would keep the megabyte
     }
-    if (!write(bytes))
-        return false;
+    if (const auto error = write(bytes))
+        return error;
     m_size += bytes.size();
-    return true;
+    return {};
 }
 
-bool Spool::write(std::string_view bytes) const {
+std::error_code Spool::write(std::string_view bytes) const {
     while (!bytes.empty()) {
         const ssize_t count = ::write(m_file, bytes.data(), bytes.size());
         if (count < 0 && errno == EINTR)
             continue;
         if (count <= 0)
-            return false;
+            return systemError();
         bytes.remove_prefix(static_cast<std::size_t>(count));
     }
-    return true;
+    return {};
 }
 
 std::ptrdiff_t Spool::read(std::size_t offset, void* target, std::size_t room) const {

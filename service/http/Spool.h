@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <string>
 #include <string_view>
+#include <system_error>
 
 namespace nulo::service {
 
@@ -14,13 +15,15 @@ class Spool {
     static constexpr std::size_t mostInMemory = 1024 * 1024;
 
     Spool() = default;
-    explicit Spool(std::string_view bytes) { append(bytes); }
+    explicit Spool(std::string_view bytes) { static_cast<void>(append(bytes)); }
     ~Spool();
     Spool(Spool&& other) noexcept;
     Spool& operator=(Spool&& other) noexcept;
 
-    /// False when the disk takes no more.
-    bool append(std::string_view bytes);
+    /// The error says why the bytes cannot be kept.
+    [[nodiscard]] std::error_code append(std::string_view bytes);
+    /// Where uploads that are too large for the memory lie: $TMPDIR, else /tmp.
+    static std::string folder();
     std::size_t size() const { return m_size; }
     bool isOnDisk() const { return m_file >= 0; }
     /// Copies what is there from `offset` on, `room` bytes at most; 0 at the end, below 0 when it
@@ -28,7 +31,7 @@ class Spool {
     std::ptrdiff_t read(std::size_t offset, void* target, std::size_t room) const;
 
   private:
-    bool write(std::string_view bytes) const;
+    std::error_code write(std::string_view bytes) const;
 
     std::string m_memory;
     int m_file = -1;

@@ -1,15 +1,11 @@
 #include "service/http/TranscribeForm.h"
 
-#include <map>
 #include <utility>
-
-#include "service/http/FormReader.h"
 
 namespace nulo::service {
 namespace {
 
 constexpr std::size_t mostFields = 32;
-constexpr const char* hiddenType = "X-Nulo-Form-Type";
 constexpr std::size_t mostText = 1024 * 1024;  // of all fields but the recording
 
 Failure malformed(const std::string& why) {
@@ -24,81 +20,69 @@ std::string taken(std::map<std::string, std::string>& fields, const char* name) 
 
 }  // namespace
 
-Failure bodyTooLarge() {
-    return {413, "The request is larger than 25 MB. Send a shorter recording.\n"};
+Failure noForm() {
+    return malformed("The request is not a form.");
 }
 
-void hideForm(httplib::Request& request) {
-    request.headers.erase(hiddenType);
-    if (!request.is_multipart_form_data())
-        return;
-    request.headers.emplace(hiddenType, request.get_header_value("Content-Type"));
-    request.headers.erase("Content-Type");
-}
-
-std::string formType(const httplib::Request& request) {
-    return request.get_header_value(hiddenType);
-}
-
-Result<TranscribeForm, Failure> readTranscribeForm(const httplib::Request& request,
-                                                   const httplib::ContentReader& content) {
-    const auto boundary = formBoundary(formType(request));
+std::unique_ptr<TranscribeFormReader> TranscribeFormReader::forType(std::string_view contentType) {
+    const auto boundary = formBoundary(contentType);
     if (!boundary)
-        return malformed("The request is not a form.");
-    std::map<std::string, std::string> fields;
-    std::string* current = nullptr;  // null: the recording is being read
-    Spool audio;
-    bool hasAudio = false;
-    std::size_t size = 0;
-    std::size_t textSize = 0;
-    std::optional<Failure> refusal;
-    const auto startField = [&](const std::string& name) {
-        const bool isAudio = name == "file";
-        const bool isNew =
-            isAudio ? !std::exchange(hasAudio, true) : fields.try_emplace(name).second;
-        if (!isNew)
-            refusal = malformed("The form has two fields of one name.");
-        else if (fields.size() > mostFields)
-            refusal = malformed("The form has too many fields.");
-        current = isAudio ? nullptr : &fields[name];
-        return !refusal;
-    };
-    const auto addToField = [&](std::string_view bytes) {
-        if (current && (textSize += bytes.size()) > mostText)
-            refusal = Failure{413, "The texts of the form are longer than 1 MB. Shorten them.\n"};
-        else if (current)
-            current->append(bytes);
-        else if (!audio.append(bytes))
-            refusal = Failure{503,
-                              "The service's disk is full. Make room where temporary files are "
-                              "kept, then try again.\n",
-                              10};
-        return !refusal;
-    };
-    FormReader reader(*boundary, startField, addToField);
-    const bool whole = content([&](const char* data, std::size_t length) {
-        size += length;  // the length in the head says nothing when the body is compressed
-        if (size > largestBody)
-            refusal = bodyTooLarge();
-        return !refusal && reader.add({data, length});
-    });
-    if (refusal)
-        return *refusal;
-    if (!whole || !reader.isComplete())
-        return malformed("The form is malformed or broke off.");
-    if (!hasAudio)
+        return nullptr;
+    return std::unique_ptr<TranscribeFormReader>(new TranscribeFormReader(*boundary));
+}
+
+TranscribeFormReader::TranscribeFormReader(const std::string& boundary)
+    : m_reader(
+          boundary, [this](const std::string& name) { return startField(name); },
+          [this](std::string_view bytes) { return addToField(bytes); }) {}
+
+bool TranscribeFormReader::startField(const std::string& name) {
+    const bool isAudio = name == "file";
+    const bool isNew =
+        isAudio ? !std::exchange(m_hasAudio, true) : m_fields.try_emplace(name).second;
+    if (!isNew)
+        m_refusal = malformed("The form has two fields of one name.");
+    else if (m_fields.size() > mostFields)
+        m_refusal = malformed("The form has too many fields.");
+    m_current = isAudio ? nullptr : &m_fields[name];
+    return !m_refusal;
+}
+
+bool TranscribeFormReader::addToField(std::string_view bytes) {
+    if (m_current && (m_textSize += bytes.size()) > mostText)
+        m_refusal = Failure{413, "The texts of the form are longer than 1 MB. Shorten them.\n"};
+    else if (m_current)
+        m_current->append(bytes);
+    else if (const auto error = m_audio.append(bytes))
+        m_refusal = Failure{503,
+                            "The service cannot keep the recording in " + Spool::folder() + " (" +
+                                error.message() + "). Mend that, then try again.\n",
+                            10};
+    return !m_refusal;
+}
+
+std::optional<Failure> TranscribeFormReader::add(std::string_view bytes) {
+    if (m_reader.add(bytes))
+        return std::nullopt;
+    return m_refusal ? *m_refusal : malformed("The form is malformed.");
+}
+
+Result<TranscribeForm, Failure> TranscribeFormReader::finish() {
+    if (!m_reader.isComplete())
+        return malformed("The form broke off.");
+    if (!m_hasAudio)
         return malformed("The form has no recording.");
     TranscribeForm form;
-    form.take.audio = std::move(audio);
-    form.take.provider = taken(fields, "provider");
-    form.take.model = taken(fields, "model");
-    form.take.responseFormat = taken(fields, "response_format");
-    form.take.language = taken(fields, "language");
-    if (fields.contains("prompt"))
-        form.take.prompt = taken(fields, "prompt");
-    if (fields.contains("cleanup_prompt"))
-        form.cleanupPrompt = taken(fields, "cleanup_prompt");
-    form.cleanupModel = taken(fields, "cleanup_model");
+    form.take.audio = std::move(m_audio);
+    form.take.provider = taken(m_fields, "provider");
+    form.take.model = taken(m_fields, "model");
+    form.take.responseFormat = taken(m_fields, "response_format");
+    form.take.language = taken(m_fields, "language");
+    if (m_fields.contains("prompt"))
+        form.take.prompt = taken(m_fields, "prompt");
+    if (m_fields.contains("cleanup_prompt"))
+        form.cleanupPrompt = taken(m_fields, "cleanup_prompt");
+    form.cleanupModel = taken(m_fields, "cleanup_model");
     return form;
 }
 

@@ -1,20 +1,17 @@
 #pragma once
 
-#include <httplib.h>
-
+#include <map>
+#include <memory>
 #include <optional>
 #include <string>
+#include <string_view>
 
 #include "base/Result.h"
 #include "service/Failure.h"
 #include "service/Recogniser.h"
+#include "service/http/FormReader.h"
 
 namespace nulo::service {
-
-/// Bytes of a request's body, form included.
-inline constexpr std::size_t largestBody = 25 * 1024 * 1024;
-
-Failure bodyTooLarge();
 
 /// The multipart form of "/api/transcribe".
 struct TranscribeForm {
@@ -23,15 +20,32 @@ struct TranscribeForm {
     std::string cleanupModel;
 };
 
-/// Has a form's body read as it is: the library's own reader takes a boundary that arrives in two
-/// pieces for content. Before the body of any request is read.
-void hideForm(httplib::Request& request);
+/// Reads that form in pieces of any size. One thread at a time.
+class TranscribeFormReader {
+  public:
+    /// Null when the Content-Type is none of a form.
+    static std::unique_ptr<TranscribeFormReader> forType(std::string_view contentType);
 
-/// The Content-Type of a hidden form; empty when the request is none.
-std::string formType(const httplib::Request& request);
+    /// The next bytes. What they are refused with: 400, 413, 503. Nothing may follow then.
+    std::optional<Failure> add(std::string_view bytes);
+    /// No more will come. 400.
+    Result<TranscribeForm, Failure> finish();
 
-/// Reads the request's body to its end, or as far as it can be understood. 400, 413.
-Result<TranscribeForm, Failure> readTranscribeForm(const httplib::Request& request,
-                                                   const httplib::ContentReader& content);
+  private:
+    explicit TranscribeFormReader(const std::string& boundary);
+    bool startField(const std::string& name);
+    bool addToField(std::string_view bytes);
+
+    FormReader m_reader;
+    std::map<std::string, std::string> m_fields;
+    std::string* m_current = nullptr;  // null: the recording is being read
+    Spool m_audio;
+    bool m_hasAudio = false;
+    std::size_t m_textSize = 0;
+    std::optional<Failure> m_refusal;
+};
+
+/// What a request without a form is told.
+Failure noForm();
 
 }  // namespace nulo::service

@@ -1,11 +1,11 @@
 #pragma once
 
-#include <httplib.h>
-
 #include <filesystem>
 #include <optional>
 #include <string>
 #include <string_view>
+
+#include "service/http/Messages.h"
 
 namespace nulo::service {
 
@@ -22,8 +22,8 @@ class UpdateFolder {
     /// and a plain file name, which cannot lead out of the folder.
     static bool serves(std::string_view path);
 
-    /// Streams the file of a path that it serves; false when there is no such file.
-    bool answer(std::string_view path, httplib::Response& response) const;
+    /// The file of a path that it serves; nothing when there is no such file.
+    std::optional<Answer> file(std::string_view path) const;
 
   private:
     std::filesystem::path m_folder;

@@ -11,33 +11,48 @@
 namespace nulo::service {
 namespace {
 
-TEST(RequestGuard, tellsWebPagesFromPrograms) {
+RequestHead with(const char* name, const std::string& value, bool isFromOwnUser = true) {
+    return {"POST", "/", {{name, value}}, isFromOwnUser};
+}
+int status(const std::optional<Failure>& refusal) {
+    return refusal ? refusal->status : 200;
+}
+
+TEST(RequestGuard, tellsOwnProgramsFromWebPagesAndOtherUsers) {
     const RequestGuard guard({});
     for (const char* host :
          {"", "localhost:8737", "LOCALHOST", "127.0.0.1:80", "127.9.9.9", "[::1]:8"})
-        EXPECT_FALSE(guard.refusedSender({host, "", ""})) << host;
+        EXPECT_EQ(status(guard.refusedSender(with("Host", host))), 200) << host;
     // A page whose own name was made to point here, and names that only begin like this machine's.
     for (const char* host :
          {"evil.example:8737", "127.0.0.1.evil.example", "localhost.evil", "[::2]", "["})
-        EXPECT_TRUE(guard.refusedSender({host, "", ""})) << host;
-    EXPECT_FALSE(guard.refusedSender({"localhost", "http://localhost:3000", ""}));
-    for (const char* origin : {"https://evil.example", "null", "http://localhost.evil.example"})
-        EXPECT_TRUE(guard.refusedSender({"localhost", origin, ""})) << origin;
-    EXPECT_FALSE(guard.refusedToken({}));
+        EXPECT_EQ(status(guard.refusedSender(with("Host", host))), 403) << host;
+    EXPECT_EQ(status(guard.refusedSender(with("Host", "localhost", false))), 403);
+    EXPECT_EQ(status(guard.refusedToken({})), 200);
+    const RequestGuard withTokens({sha256("0123456789abcdef")});
+    for (const RequestGuard& any : {guard, withTokens}) {
+        for (const char* origin : {"https://evil.example", "null", "http://localhost:8737", ""})
+            EXPECT_EQ(status(any.refusedSender(with("oRIGIN", origin))), 403) << origin;
+        for (const char* site : {"cross-site", "same-site", "None"})
+            EXPECT_EQ(status(any.refusedSender(with("Sec-Fetch-Site", site))), 403) << site;
+        for (const char* site : {"none", "same-origin"})
+            EXPECT_EQ(status(any.refusedSender(with("Sec-Fetch-Site", site))), 200) << site;
+    }
 }
 
 TEST(RequestGuard, wantsTheWholeOfOneToken) {
     const RequestGuard guard({sha256("0123456789abcdef"), sha256("another-token")});
-    EXPECT_FALSE(guard.refusedToken({"", "", "Bearer another-token"}));
-    EXPECT_TRUE(guard.refusedToken({"", "", "Bearer " + sha256("another-token")}));
-    EXPECT_FALSE(guard.refusedSender({"speech.example", "https://a.example", ""}));
-    EXPECT_FALSE(guard.refusedToken({"", "", "Bearer 0123456789abcdef"}));
-    EXPECT_FALSE(guard.refusedToken({"", "", "bearer 0123456789abcdef"}));
-    for (const char* wrong :
+    EXPECT_EQ(status(guard.refusedSender(with("Host", "speech.example", false))), 200);
+    for (const char* right :
+         {"Bearer another-token", "Bearer 0123456789abcdef", "bearer 0123456789abcdef"})
+        EXPECT_EQ(status(guard.refusedToken(with("Authorization", right))), 200) << right;
+    for (const std::string wrong :
          {"", "Bearer ", "Bearer", "0123456789abcdef", "Bearer 0123456789abcdeF",
           "Bearer 0123456789abcdef0", "Bearer 0123456789abcde", "Basic 0123456789abcdef"})
-        EXPECT_EQ(guard.refusedToken({"", "", wrong}).value_or(Failure{0, ""}).status, 401)
-            << wrong;
+        EXPECT_EQ(status(guard.refusedToken(with("Authorization", wrong))), 401) << wrong;
+    EXPECT_EQ(
+        status(guard.refusedToken(with("Authorization", "Bearer " + sha256("another-token")))),
+        401);
 }
 
 // An empty or tiny token file must never stand for a protected service.

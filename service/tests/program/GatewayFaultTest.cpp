@@ -148,7 +148,7 @@ class ImpatientGatewayTest : public GatewayTest {
         : GatewayTest({.atOnce = {.atOnce = 1, .waiting = 0},
                        .transcriptionSilence = milliseconds(1000),
                        .chatSilence = milliseconds(1000)},
-                      {.connection = {.pause = milliseconds(2000)}}) {}
+                      {.pause = std::chrono::seconds(2)}) {}
 };
 
 TEST_F(ImpatientGatewayTest, doesNotWaitForEverForAProviderOrAReader) {

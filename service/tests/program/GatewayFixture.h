@@ -3,6 +3,8 @@
 #include <arpa/inet.h>
 #include <gtest/gtest.h>
 
+#include <httplib.h>
+
 #include <future>
 #include <mutex>
 #include <nlohmann/json.hpp>
@@ -67,14 +69,16 @@ class GatewayTest : public testing::Test {
               },
               [this](std::string_view line) { keepLine(line); }, metrics, limits),
           server(
-              systemClock(), [this](std::string_view line) { keepLine(line); }, serverLimits) {
+              systemClock(), [this](std::string_view line) { keepLine(line); }, serverLimits,
+              [this](const RequestHead& head) { return api.accept(head); }) {
         config.providers = {
             {"openai", upstream.url("/openai/v1"), "sk-secret-one", "", ""},
             {"mistral", upstream.url("/mistral/v1"), "sk-secret-two", "", ""},
         };
         api.onMetrics = [this] { return metrics.text(); };
-        api.attachTo(server);
-        port = server.listenOn("127.0.0.1", 0).value();
+        const auto socket = openSocket("127.0.0.1", 0).value();
+        EXPECT_TRUE(server.start(socket, std::nullopt));
+        port = socket.port;
         running = std::thread([this] { server.run(); });
     }
     ~GatewayTest() override {

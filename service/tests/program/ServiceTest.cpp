@@ -162,18 +162,6 @@ TEST(Service, refusesBadRequestsWithATextAndLivesOn) {
     EXPECT_EQ(service.post(transcribe, formOf({{"file", "no audio"}}), formType), 415);
     EXPECT_EQ(service.post(transcribe, formOf({{"file", std::string(25 << 20, 'x')}}), formType),
               413);
-    // Without a length in the head the body must be counted as it comes.
-    const auto endless = service.client().Post(
-        transcribe, httplib::Headers{},
-        [form = formOf({{"file", std::string(26 << 20, 'x')}})](std::size_t offset,
-                                                                httplib::DataSink& sink) {
-            const std::size_t size = std::min<std::size_t>(1 << 16, form.size() - offset);
-            if (size == 0)
-                sink.done();
-            return size == 0 || sink.write(form.data() + offset, size);
-        },
-        formType);
-    EXPECT_TRUE(!endless || endless->status == 413);
     for (const char* chat :
          {"", "{", "[]", R"({"stream":true})", R"({"messages":[],"stream":true})",
           R"({"messages":[{"role":"user","content":1}],"stream":true})",
@@ -191,7 +179,7 @@ TEST(Service, refusesBadRequestsWithATextAndLivesOn) {
     for (int i = 0; i < 20; ++i)
         manyHeaders.emplace("X-" + std::to_string(i), std::string(7000, 'x'));
     const auto largeHead = service.client().Get("/api/version", manyHeaders);
-    EXPECT_TRUE(!largeHead || largeHead->status == 400);
+    EXPECT_TRUE(!largeHead || largeHead->status == 431);
     EXPECT_EQ(service.client().Get("/api/version", {{"Origin", "https://a.example"}})->status, 403);
     EXPECT_EQ(service.client().Get("/api/version")->status, 200);
 }
