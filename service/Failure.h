@@ -12,4 +12,11 @@ struct Failure {
     std::optional<int> retryAfterSeconds = std::nullopt;
 };
 
+/// The status that nobody reads: the client is gone.
+inline constexpr int clientGone = 499;
+
+inline Failure clientIsGone() {
+    return {clientGone, "The client is gone.\n"};
+}
+
 }  // namespace nulo::service

@@ -5,6 +5,8 @@
 #include <memory>
 #include <mutex>
 
+#include "service/StillWanted.h"
+
 namespace nulo::service {
 
 /// Lets a fixed number of jobs run at once and a few more wait for their turn. Any thread.
@@ -21,8 +23,9 @@ class WorkGate {
     WorkGate(const WorkGate&) = delete;
     WorkGate& operator=(const WorkGate&) = delete;
 
-    /// Blocks while all are busy; null, at once, when the waiting room is full too.
-    [[nodiscard]] Pass enter();
+    /// Blocks while all are busy; null when the waiting room is full too, and when whoever waits is
+    /// no longer wanted.
+    [[nodiscard]] Pass enter(const StillWanted& stillWanted);
     std::size_t waiting() const;
 
   private:

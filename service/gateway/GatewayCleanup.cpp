@@ -67,7 +67,7 @@ Result<Cleanup::Stream, Failure> GatewayCleanup::start(CleanupRequest request,
         return m_offline.start(std::move(request), stillWanted);
     if (trimmed(request.text).empty())
         return Stream([](const Fragment&) { return true; });
-    auto pass = m_calls.enter();
+    auto pass = m_calls.enter(stillWanted);
     if (!pass)
         return ProviderCalls::tooBusy();
     UpstreamRequest question;

@@ -242,7 +242,11 @@ Result<GatewayConfig> readGatewayConfig(const std::filesystem::path& file, const
     const std::string name = file.string();
     const auto bytes = readFile(file, largestFile);
     if (!bytes)
-        return Error{name + " cannot be read; it must be a file of at most 1 MB"};
+        return Error{name + " cannot be read; it must be a regular file of at most 1 MB"};
+    struct stat facts {};
+    if (stat(file.c_str(), &facts) != 0 || (facts.st_mode & S_IWOTH) != 0)
+        return Error{name + " can be written by every user of this machine, and says where "
+                            "recordings are sent; chmod 600 it"};
     try {
         // Of several values of one key the last would win, unseen.
         std::vector<std::set<std::string>> open;

@@ -84,12 +84,14 @@ Result<std::string, Failure> GatewayRecogniser::recognise(const Take& take,
         m_calls.logRoute("transcription", route);
     if (!route.provider)
         return m_offline.recognise(take, stillWanted);
-    const auto pass = m_calls.enter();
+    const auto pass = m_calls.enter(stillWanted);
     if (!pass)
         return ProviderCalls::tooBusy();
-    const auto silent = isSilent(take.audio, longestTake);
+    const auto silent = isSilent(take.audio, longestTake, stillWanted);
     if (!silent)
         return silent.error();
+    if (!stillWanted())
+        return clientIsGone();
     if (silent.value()) {
         m_calls.metrics().add("nulo_silent_recordings_total", "");
         return std::string();

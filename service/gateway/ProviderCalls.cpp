@@ -1,5 +1,6 @@
 #include "service/gateway/ProviderCalls.h"
 
+#include "service/Printable.h"
 #include "service/gateway/UpstreamFailure.h"
 
 namespace nulo::service {
@@ -65,7 +66,8 @@ Result<std::unique_ptr<UpstreamAnswer>, Failure> ProviderCalls::ask(
 
 void ProviderCalls::logRoute(const char* task, const Route& route) const {
     m_print(std::string(task) + ": " +
-            (route.provider ? route.provider->name + " (" + route.model + ")" : "offline engine") +
+            (route.provider ? route.provider->name + " (" + printable(route.model, 100) + ")"
+                            : "offline engine") +
             ", since " + route.reason);
 }
 

@@ -30,7 +30,7 @@ class ProviderCalls {
 
     const Limits& limits() const { return m_limits; }
     /// The right to use a provider; null when too many requests wait for one already.
-    WorkGate::Pass enter() { return m_gate.enter(); }
+    WorkGate::Pass enter(const StillWanted& stillWanted) { return m_gate.enter(stillWanted); }
     static Failure tooBusy();
 
     /// `path` behind the provider's base URL; `request` lacks its addresses and its credential.

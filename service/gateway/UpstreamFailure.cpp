@@ -64,7 +64,7 @@ Failure unusableAnswer(const Provider& provider, const std::string& what) {
 Failure failureOf(const UpstreamFault& fault, const Provider& provider) {
     switch (fault.kind) {
         case UpstreamFault::Kind::notWanted:
-            return {clientGone, "The client is gone.\n"};
+            return clientIsGone();
         case UpstreamFault::Kind::unreachable:
             return {502, provider.name + " cannot be reached at " + provider.baseURL + " (" +
                              fault.detail + "). Check the network and " +

@@ -9,9 +9,6 @@
 
 namespace nulo::service {
 
-/// The status that nobody reads: the client is gone.
-inline constexpr int clientGone = 499;
-
 /// What a client is told when a provider does not answer, or not to the end.
 Failure failureOf(const UpstreamFault& fault, const Provider& provider);
 

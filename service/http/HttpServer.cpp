@@ -39,6 +39,16 @@ Answer failed() {
     return Answer(Failure{500, "The service failed. Try again; if it stays so, restart it.\n"});
 }
 
+Answer malformed() {
+    return Answer(
+        Failure{400, "The head of the request is malformed. Send it as HTTP/1.1 wants it.\n"});
+}
+
+Answer tooManyRequests() {
+    return Answer(
+        Failure{503, "The service has too many requests. Try again in a few seconds.\n", 3});
+}
+
 Response responseTo(const Answer& answer) {
     if (answer.file && answer.file->size > 0)
         return {MHD_create_response_from_fd64(answer.file->size, dup(*answer.file->descriptor)),
@@ -78,7 +88,7 @@ struct HttpServer::Visit {
     std::string what;  // for the log
     std::optional<Intake> intake = {};
     std::optional<Answer> refusal = {};
-    bool mustAnswerNow = false;  // the client sends no body before it is asked to
+    bool mustAnswerNow = false;  // its body is not waited for
     bool isAnswering = false;
     std::uint64_t bytesIn = 0;
     std::uint64_t bytesOut = 0;  // of an answer that is no stream
@@ -256,10 +266,12 @@ HttpServer::Visit* HttpServer::visitOf(MHD_Connection* connection, const char* p
     if (!from.isOwn)
         from.isOwn = isConnectedToOwn(from.socket);
     RequestHead head{method, path, {}, *from.isOwn};
-    MHD_get_connection_values(
+    MHD_get_connection_values_n(
         connection, MHD_HEADER_KIND,
-        [](void* headers, MHD_ValueKind, const char* name, const char* value) {
-            static_cast<Headers*>(headers)->emplace_back(name, value ? value : "");
+        [](void* headers, MHD_ValueKind, const char* name, std::size_t nameSize, const char* value,
+           std::size_t valueSize) {
+            static_cast<Headers*>(headers)->emplace_back(
+                std::string(name, nameSize), value ? std::string(value, valueSize) : "");
             return MHD_YES;
         },
         &head.headers);
@@ -281,18 +293,17 @@ HttpServer::Visit* HttpServer::visitOf(MHD_Connection* connection, const char* p
                               });
         from.exchange = visit->exchange;
     }
-    auto accepted = tooMany ? Result<Intake, Answer>(Answer(
-                                  Failure{503,
-                                          "The service has too many requests. Try again in a few "
-                                          "seconds.\n",
-                                          3}))
-                            : m_accept(head);
+    const bool isSound = head.isSound();
+    auto accepted = !isSound  ? Result<Intake, Answer>(malformed())
+                    : tooMany ? Result<Intake, Answer>(tooManyRequests())
+                              : m_accept(head);
     if (accepted)
         visit->intake = std::move(accepted).value();
     else
         visit->refusal = accepted.error();
-    const bool awaited = !head.header("Expect").empty();
-    visit->mustAnswerNow = visit->refusal && awaited;
+    const bool hasNoBodyYet = head.count("Expect") > 0;
+    const bool hasNoClearEnd = !isSound || head.count("Transfer-Encoding") > 0;
+    visit->mustAnswerNow = visit->refusal && (hasNoBodyYet || hasNoClearEnd);
     const std::scoped_lock lock(m_mutex);
     from.deadline = visit->start + (visit->refusal ? std::min<std::chrono::milliseconds>(
                                                          longestRefusedBody, m_limits.body)

@@ -3,21 +3,45 @@
 #include <strings.h>
 
 #include <algorithm>
+#include <cctype>
 
 namespace nulo::service {
 
+namespace {
+
+bool equalsIgnoringCase(std::string_view one, std::string_view other) {
+    return one.size() == other.size() && strncasecmp(one.data(), other.data(), one.size()) == 0;
+}
+
+bool isToken(unsigned char c) {
+    return std::isalnum(c) ||
+           std::string_view("!#$%&'*+-.^_`|~").find(static_cast<char>(c)) != std::string_view::npos;
+}
+
+bool isControl(unsigned char c) {
+    return (c < 32 && c != '\t') || c == 127;
+}
+
+}  // namespace
+
 std::string RequestHead::header(std::string_view name) const {
     for (const auto& [key, value] : headers)
-        if (key.size() == name.size() && strncasecmp(key.data(), name.data(), name.size()) == 0)
+        if (equalsIgnoringCase(key, name))
             return value;
     return {};
 }
 
 std::size_t RequestHead::count(std::string_view name) const {
-    return static_cast<std::size_t>(std::ranges::count_if(headers, [&](const auto& header) {
-        return header.first.size() == name.size() &&
-               strncasecmp(header.first.data(), name.data(), name.size()) == 0;
-    }));
+    return static_cast<std::size_t>(std::ranges::count_if(
+        headers, [&](const auto& header) { return equalsIgnoringCase(header.first, name); }));
+}
+
+bool RequestHead::isSound() const {
+    for (const auto& [name, value] : headers)
+        if (name.empty() || !std::ranges::all_of(name, isToken) ||
+            std::ranges::any_of(value, isControl))
+            return false;
+    return count("Host") <= 1 && count("Content-Length") <= 1;
 }
 
 Answer::Answer(const Failure& failure) : status(failure.status), body(failure.text) {

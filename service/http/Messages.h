@@ -24,6 +24,9 @@ struct RequestHead {
     /// The first header of that name, in small or capital letters; empty when there is none.
     std::string header(std::string_view name) const;
     std::size_t count(std::string_view name) const;
+    /// Whether nobody on the way can have read it as another head: its names are tokens, its values
+    /// without control characters, and host and length are stated once.
+    bool isSound() const;
 };
 
 /// An answer, or the head of one whose body follows in pieces.

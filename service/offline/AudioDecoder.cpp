@@ -20,6 +20,17 @@ namespace {
 /// other files and addresses, must never be among them.
 constexpr const char* containers =
     "wav,w64,mov,mp4,m4a,aac,mp3,flac,ogg,matroska,webm,aiff,caf,au,amr,asf";
+/// What such files hold when people record speech. The library knows hundreds of others, for games
+/// and films, which fewer eyes have been on.
+constexpr const char* codecs =
+    "aac,aac_latm,mp3float,mp3,mp2float,mp2,flac,alac,opus,libopus,vorbis,libvorbis,speex,"
+    "libspeex,amrnb,amrwb,wmav1,wmav2,adpcm_ima_wav,adpcm_ima_qt,adpcm_ms,pcm_alaw,pcm_mulaw,"
+    "pcm_s8,pcm_u8,pcm_s16le,pcm_s16be,pcm_s24le,pcm_s24be,pcm_s32le,pcm_s32be,pcm_f32le,"
+    "pcm_f32be,pcm_f64le,pcm_f64be,gsm,gsm_ms,libgsm,libgsm_ms";
+constexpr int lowestRate = 4000;
+constexpr int highestRate = 192000;
+constexpr int mostChannels = 32;
+constexpr int mostAtOnce = speechRate * 60;  // samples made of one frame
 
 struct Free {
     void operator()(AVFormatContext* context) const { avformat_close_input(&context); }
@@ -83,6 +94,10 @@ class Resampler {
   public:
     /// Below 0 on failure; libav's error then.
     int append(const AVFrame& frame, std::vector<std::int16_t>& samples) {
+        // A low rate makes a great many samples of a small frame.
+        if (frame.sample_rate < lowestRate || frame.sample_rate > highestRate ||
+            frame.ch_layout.nb_channels > mostChannels)
+            return AVERROR_INVALIDDATA;
         AVChannelLayout layout{};
         if (frame.ch_layout.order == AV_CHANNEL_ORDER_UNSPEC)
             av_channel_layout_default(&layout, frame.ch_layout.nb_channels);
@@ -122,6 +137,8 @@ class Resampler {
         const int room = swr_get_out_samples(m_context.get(), count);
         if (room <= 0)
             return room;
+        if (room > mostAtOnce)
+            return AVERROR_INVALIDDATA;
         const std::size_t before = samples.size();
         samples.resize(before + static_cast<std::size_t>(room));
         auto* target = reinterpret_cast<std::uint8_t*>(samples.data() + before);
@@ -142,6 +159,7 @@ Owned<AVFormatContext> opened(AVIOContext* io, int& error) {
     context->pb = io;
     context->max_probe_packets = 8;  // of bare samples it would search thousands for other formats
     context->format_whitelist = av_strdup(containers);
+    context->codec_whitelist = av_strdup(codecs);
     context->protocol_whitelist = av_strdup("none");
     error = avformat_open_input(&context, nullptr, nullptr, nullptr);  // frees it on failure
     if (error < 0)
@@ -176,6 +194,7 @@ std::optional<Failure> decodeSpeech(const Spool& bytes, std::chrono::seconds lon
     avcodec_parameters_to_context(decoder.get(), stream->codecpar);
     decoder->pkt_timebase = stream->time_base;
     decoder->thread_count = 1;
+    decoder->codec_whitelist = av_strdup(codecs);
     if (error = avcodec_open2(decoder.get(), codec, nullptr); error < 0)
         return undecodable(reason(error));
 
@@ -222,14 +241,18 @@ std::optional<Failure> decodeSpeech(const Spool& bytes, std::chrono::seconds lon
 }
 
 Result<std::vector<std::int16_t>, Failure> decodedSpeech(const Spool& file,
-                                                         std::chrono::seconds longest) {
+                                                         std::chrono::seconds longest,
+                                                         const StillWanted& stillWanted) {
     std::vector<std::int16_t> all;
+    bool wanted = true;
     const auto failure = decodeSpeech(file, longest, [&](std::span<const std::int16_t> samples) {
         all.insert(all.end(), samples.begin(), samples.end());
-        return true;
+        return wanted = stillWanted();
     });
     if (failure)
         return *failure;
+    if (!wanted)
+        return clientIsGone();
     return all;
 }
 

@@ -9,6 +9,7 @@
 
 #include "base/Result.h"
 #include "service/Failure.h"
+#include "service/StillWanted.h"
 #include "service/http/Spool.h"
 
 namespace nulo::service {
@@ -21,8 +22,9 @@ using TakeSamples = std::function<bool(std::span<const std::int16_t>)>;
 std::optional<Failure> decodeSpeech(const Spool& file, std::chrono::seconds longest,
                                     const TakeSamples& take);
 
-/// The whole of it.
+/// The whole of it; 499 as soon as it is no longer wanted.
 Result<std::vector<std::int16_t>, Failure> decodedSpeech(const Spool& file,
-                                                         std::chrono::seconds longest);
+                                                         std::chrono::seconds longest,
+                                                         const StillWanted& stillWanted);
 
 }  // namespace nulo::service

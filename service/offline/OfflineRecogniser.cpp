@@ -2,6 +2,9 @@
 
 #include <strings.h>
 
+#include <limits>
+#include <span>
+
 #include "service/offline/AudioDecoder.h"
 
 namespace nulo::service {
@@ -11,6 +14,36 @@ namespace {
 bool isEnglish(const std::string& language) {
     return strncasecmp(language.c_str(), "en", 2) == 0 &&
            (language.size() == 2 || language[2] == '-' || language[2] == '_');
+}
+
+using Samples = std::span<const std::int16_t>;
+
+/// Takes the next piece off: all of it when it is short, otherwise up to a pause, so that no word
+/// is cut in two.
+Samples takePiece(Samples& samples) {
+    constexpr std::size_t longest = std::size_t{speechRate} * 30;
+    constexpr std::size_t shortest = std::size_t{speechRate} * 20;
+    constexpr std::size_t pause = std::size_t{speechRate} * 3 / 10;
+    std::size_t end = samples.size();
+    if (end > longest) {
+        const auto loudness = [&](std::size_t at) {
+            return static_cast<std::int64_t>(samples[at]) * samples[at];
+        };
+        std::int64_t sum = 0;
+        std::int64_t least = std::numeric_limits<std::int64_t>::max();
+        for (std::size_t at = shortest; at < longest; ++at) {
+            sum += loudness(at);
+            if (at >= shortest + pause)
+                sum -= loudness(at - pause);
+            if (at + 1 >= shortest + pause && sum < least) {
+                least = sum;
+                end = at + 1 - pause / 2;
+            }
+        }
+    }
+    const Samples piece = samples.first(end);
+    samples = samples.subspan(end);
+    return piece;
 }
 
 }  // namespace
@@ -27,17 +60,20 @@ Outcome OfflineRecogniser::prepare() {
     return Success{};
 }
 
-Result<std::string, Failure> OfflineRecogniser::recognise(const Take& take, const StillWanted&) {
+Result<std::string, Failure> OfflineRecogniser::recognise(const Take& take,
+                                                          const StillWanted& stillWanted) {
     if (m_languages == Languages::english && !take.language.empty() && !isEnglish(take.language))
         return Failure{501,
                        "The offline engine knows English only, and the language asked for is "
                        "another. Name a provider or a whisper.cpp model in nulo-service.json, or "
                        "ask for English.\n"};
-    const auto pass = m_gate.enter();
+    const auto pass = m_gate.enter(stillWanted);
+    if (!stillWanted())
+        return clientIsGone();
     if (!pass)
         return Failure{
             503, "The service is busy with other recordings. Try again in a few seconds.\n", 3};
-    const auto samples = decodedSpeech(take.audio, std::chrono::minutes(15));
+    const auto samples = decodedSpeech(take.audio, std::chrono::minutes(15), stillWanted);
     if (!samples)
         return samples.error();
     auto engine = idleEngine();
@@ -45,7 +81,15 @@ Result<std::string, Failure> OfflineRecogniser::recognise(const Take& take, cons
         return Failure{500,
                        "The recogniser cannot be started: " + engine.error().description + ".\n"};
     try {
-        std::string text = engine.value()->hear(samples.value(), take.language);
+        std::string text;
+        for (Samples rest = samples.value(); !rest.empty();) {
+            const std::string words = engine.value()->hear(takePiece(rest), take.language);
+            text += (text.empty() || words.empty() ? "" : " ") + words;
+            if (!rest.empty() && !stillWanted()) {
+                putBack(std::move(engine).value());
+                return clientIsGone();
+            }
+        }
         putBack(std::move(engine).value());
         return text;
     } catch (const std::exception& error) {

@@ -47,6 +47,9 @@ std::string sha256(std::string_view bytes) {
 }
 
 Result<std::string> sha256OfFile(const std::filesystem::path& file) {
+    std::error_code error;
+    if (!std::filesystem::is_regular_file(file, error))  // opening a FIFO would wait for its writer
+        return Error{error ? error.message() : "it is no regular file"};
     errno = 0;
     std::ifstream stream(file, std::ios::binary);
     Digest digest;

@@ -24,11 +24,13 @@ bool SilenceGate::isSilentAfter(std::span<const std::int16_t> samples) {
     return !m_loud;
 }
 
-Result<bool, Failure> isSilent(const Spool& file, std::chrono::seconds longest) {
+Result<bool, Failure> isSilent(const Spool& file, std::chrono::seconds longest,
+                               const StillWanted& stillWanted) {
     SilenceGate gate;
     bool silent = true;
     const auto failure = decodeSpeech(file, longest, [&](std::span<const std::int16_t> samples) {
-        return silent = gate.isSilentAfter(samples);
+        silent = gate.isSilentAfter(samples);
+        return silent && stillWanted();
     });
     if (failure)
         return *failure;

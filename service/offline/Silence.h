@@ -6,6 +6,7 @@
 
 #include "base/Result.h"
 #include "service/Failure.h"
+#include "service/StillWanted.h"
 #include "service/http/Spool.h"
 
 namespace nulo::service {
@@ -23,8 +24,9 @@ class SilenceGate {
     bool m_loud = false;
 };
 
-/// Whether nobody speaks in the recording; decodes as far as the first loud frame. 415 when it is
-/// not audio, 413 when nothing is heard for longer than `longest`.
-Result<bool, Failure> isSilent(const Spool& file, std::chrono::seconds longest);
+/// Whether nobody speaks in the recording; decodes as far as the first loud frame, or until it is
+/// no longer wanted. 415 when it is not audio, 413 when nothing is heard for longer than `longest`.
+Result<bool, Failure> isSilent(const Spool& file, std::chrono::seconds longest,
+                               const StillWanted& stillWanted);
 
 }  // namespace nulo::service

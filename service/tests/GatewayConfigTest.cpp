@@ -96,6 +96,10 @@ TEST_F(GatewayConfigTest, refusesWhatItCannotUseAndNamesTheKey) {
         EXPECT_EQ(line.find("secret"), std::string::npos) << line;
     }
     EXPECT_FALSE(readGatewayConfig(folder / "missing", [](std::string_view) {}));
+    EXPECT_FALSE(readGatewayConfig("/dev/zero", [](std::string_view) {}));
+    ASSERT_TRUE(read("{}"));
+    std::filesystem::permissions(folder / "nulo-service.json", std::filesystem::perms(0602));
+    EXPECT_FALSE(readGatewayConfig(folder / "nulo-service.json", [](std::string_view) {}));
 }
 
 TEST(Sha256, isTheOneThatSha256sumPrints) {

@@ -11,17 +11,19 @@ namespace {
 
 // One more than may work waits for its turn; one more than may wait is refused and not queued.
 TEST(WorkGate, letsWaitOneAndRefusesTheNext) {
+    const auto wanted = [] { return true; };
     WorkGate gate({.atOnce = 1, .waiting = 1});
-    auto first = gate.enter();
+    auto first = gate.enter(wanted);
     ASSERT_TRUE(first);
     bool secondEntered = false;
-    std::thread second([&] { secondEntered = gate.enter() != nullptr; });
+    std::thread second([&] { secondEntered = gate.enter(wanted) != nullptr; });
     ASSERT_TRUE(waitUntil([&] { return gate.waiting() == 1; }));
-    EXPECT_FALSE(gate.enter());
+    EXPECT_FALSE(gate.enter(wanted));
+    std::thread([&] { EXPECT_FALSE(WorkGate::Pass(gate.enter([] { return false; }))); }).join();
     first.reset();
     second.join();
     EXPECT_TRUE(secondEntered);
-    EXPECT_TRUE(gate.enter());  // every pass was given back
+    EXPECT_TRUE(gate.enter(wanted));  // every pass was given back
 }
 
 }  // namespace

@@ -19,6 +19,7 @@ namespace nulo::service {
 namespace {
 
 constexpr auto limit = std::chrono::seconds(60);
+const StillWanted wanted = [] { return true; };
 
 std::string bytesOf(const std::filesystem::path& path) {
     std::ifstream stream(path, std::ios::binary);
@@ -73,7 +74,7 @@ std::string stereoTone(int rate, int seconds) {
 
 // Catches lost channels, a wrong rate, and a decoder or resampler that is not flushed.
 TEST(AudioDecoder, makesSpeechSamplesOfAnM4aTake) {
-    const auto samples = decodedSpeech(Spool(stereoTone(44100, 2)), limit);
+    const auto samples = decodedSpeech(Spool(stereoTone(44100, 2)), limit, wanted);
     ASSERT_TRUE(samples) << samples.error().text;
     EXPECT_NEAR(double(samples.value().size()), 2.0 * speechRate, 800);
     double squares = 0;
@@ -102,12 +103,12 @@ TEST(AudioDecoder, refusesWhatIsNoWholeAudioFile) {
         "ffconcat version 1.0\nfile real.m4a\n",
     };
     for (const std::string& bytes : bad) {
-        const auto samples = decodedSpeech(Spool(bytes), limit);
+        const auto samples = decodedSpeech(Spool(bytes), limit, wanted);
         EXPECT_EQ(samples ? 200 : samples.error().status, 415) << bytes.substr(0, 20);
     }
     std::filesystem::current_path(before);
     // Small when compressed, too long when decoded.
-    EXPECT_EQ(decodedSpeech(Spool(tone), std::chrono::seconds(1)).error().status, 413);
+    EXPECT_EQ(decodedSpeech(Spool(tone), std::chrono::seconds(1), wanted).error().status, 413);
 }
 
 }  // namespace
