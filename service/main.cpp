@@ -52,8 +52,11 @@ void giveMemoryBack() {
     mallopt(M_MMAP_THRESHOLD, 128 * 1024);
 }
 
-/// A request in flight holds up to five files: sockets, what wakes its transfer, its recording.
-void raiseFileLimit() {
+/// A request in flight holds up to five files: sockets, what wakes its transfer, its recording. A
+/// dump of the memory would hold recordings and keys.
+void setSystemLimits() {
+    const rlimit none{};
+    setrlimit(RLIMIT_CORE, &none);
     rlimit limit{};
     if (getrlimit(RLIMIT_NOFILE, &limit) != 0)
         return;
@@ -162,7 +165,7 @@ int serve(const Options& options) {
     }
     Setup setup = std::move(prepared).value();
 
-    raiseFileLimit();
+    setSystemLimits();
     giveMemoryBack();
     // Blocked before any thread starts, so that they reach the thread that waits for them only.
     sigset_t signals;

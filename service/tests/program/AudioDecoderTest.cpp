@@ -12,6 +12,7 @@ extern "C" {
 #include <iterator>
 #include <numbers>
 
+#include "Form.h"
 #include "rig/process/TemporaryFolder.h"
 #include "service/offline/SpeechEngine.h"
 
@@ -85,6 +86,19 @@ TEST(AudioDecoder, makesSpeechSamplesOfAnM4aTake) {
     }
     EXPECT_NEAR(std::sqrt(squares / 16000), 0.5 / std::numbers::sqrt2, 0.03);
     EXPECT_NEAR(crossings, 880, 4);
+}
+
+/// Half a second of silence.
+std::string wavOf(std::uint32_t rate) {
+    return speechWav(std::vector<std::int16_t>(rate / 2 + 1), rate);
+}
+
+// At 1 Hz a file of 94 bytes was two gigabytes of sound.
+TEST(AudioDecoder, refusesRatesThatNobodySpeaksAt) {
+    for (const std::uint32_t rate : {1U, 3999U, 192001U})
+        EXPECT_FALSE(decodedSpeech(Spool(wavOf(rate)), limit, wanted)) << rate;
+    for (const std::uint32_t rate : {4000U, 16000U, 192000U})
+        EXPECT_TRUE(decodedSpeech(Spool(wavOf(rate)), limit, wanted)) << rate;
 }
 
 TEST(AudioDecoder, refusesWhatIsNoWholeAudioFile) {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <fstream>
 #include <iterator>
 #include <string>
@@ -31,6 +32,31 @@ inline std::string speech(const std::string& number) {
                              "/sense_and_sensibility_01_austen_64kb-" + number + ".wav",
                          std::ios::binary);
     return {std::istreambuf_iterator<char>(stream), {}};
+}
+
+/// A WAV file of one channel.
+inline std::string speechWav(const std::vector<std::int16_t>& samples, std::uint32_t rate = 16000) {
+    std::string wav = "RIFF";
+    const auto put = [&](std::uint32_t number, int bytes) {
+        for (; bytes > 0; --bytes, number >>= 8)
+            wav += static_cast<char>(number & 255);
+    };
+    const auto size = static_cast<std::uint32_t>(2 * samples.size());
+    put(36 + size, 4);
+    wav += "WAVEfmt ";
+    for (const auto& [number, bytes] : {std::pair<std::uint32_t, int>{16, 4},
+                                        {1, 2},
+                                        {1, 2},
+                                        {rate, 4},
+                                        {2 * rate, 4},
+                                        {2, 2},
+                                        {16, 2}})
+        put(number, bytes);
+    wav += "data";
+    put(size, 4);
+    for (const std::int16_t sample : samples)
+        put(static_cast<std::uint16_t>(sample), 2);
+    return wav;
 }
 
 }  // namespace nulo::service

@@ -1,5 +1,6 @@
 #include "service/http/HttpServer.h"
 
+#include <arpa/inet.h>
 #include <gtest/gtest.h>
 
 #include <httplib.h>
@@ -15,6 +16,8 @@
 
 namespace nulo::service {
 namespace {
+
+using std::chrono::milliseconds;
 
 /// Hears nothing until it is let go.
 class HeldEngine final : public SpeechEngine {
@@ -35,8 +38,14 @@ class HeldEngine final : public SpeechEngine {
 /// The server in this process, on engines that answer when the test says so.
 class HttpServerTest : public testing::Test {
   protected:
-    explicit HttpServerTest(HttpServer::Limits limits = {})
-        : server(
+    explicit HttpServerTest(HttpServer::Limits limits = {}, std::size_t waiting = 0)
+        : recogniser(
+              [this, future = release.get_future().share()] {
+                  return Result<std::unique_ptr<SpeechEngine>>(
+                      std::make_unique<HeldEngine>(hearing, future));
+              },
+              {.atOnce = 1, .waiting = waiting}, OfflineRecogniser::Languages::english),
+          server(
               systemClock(),
               [this](std::string_view line) {
                   const std::scoped_lock lock(logMutex);
@@ -80,12 +89,7 @@ class HttpServerTest : public testing::Test {
 
     std::promise<void> release;
     std::atomic<int> hearing = 0;
-    OfflineRecogniser recogniser{[this, future = release.get_future().share()] {
-                                     return Result<std::unique_ptr<SpeechEngine>>(
-                                         std::make_unique<HeldEngine>(hearing, future));
-                                 },
-                                 {.atOnce = 1, .waiting = 0},
-                                 OfflineRecogniser::Languages::english};
+    OfflineRecogniser recogniser;
     RuleCleanup cleanup;
     SpeechApi api{recogniser, cleanup, RequestGuard({}), systemClock(), "1.2", UpdateFolder({})};
     std::mutex logMutex;
@@ -134,23 +138,106 @@ TEST_F(HttpServerTest, finishesTheStreamInFlightAndDropsIdleClients) {
     EXPECT_EQ(logged().find("words"), std::string::npos);  // what was said is nobody's business
 }
 
+/// A connection without an HTTP library.
+class RawClient {
+  public:
+    explicit RawClient(int port) : m_socket(socket(AF_INET, SOCK_STREAM, 0)) {
+        sockaddr_in address{};
+        address.sin_family = AF_INET;
+        address.sin_port = htons(static_cast<std::uint16_t>(port));
+        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        EXPECT_EQ(connect(m_socket, reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
+    }
+    ~RawClient() { close(m_socket); }
+    void send(std::string_view bytes) const {
+        EXPECT_EQ(::send(m_socket, bytes.data(), bytes.size(), MSG_NOSIGNAL),
+                  ssize_t(bytes.size()));
+    }
+    /// What arrives until `end` has, or until the server closes.
+    std::string readUntil(std::string_view end) const {
+        std::string bytes;
+        char piece[4096];
+        for (ssize_t count = 0; end.empty() || bytes.find(end) == std::string::npos;) {
+            if ((count = recv(m_socket, piece, sizeof piece, 0)) <= 0)
+                break;
+            bytes.append(piece, static_cast<std::size_t>(count));
+        }
+        return bytes;
+    }
+    std::string readAll() const { return readUntil(""); }
+
+  private:
+    const int m_socket;
+};
+
+std::string postOf(const std::string& path, const std::string& headers, const std::string& body) {
+    return "POST " + path + " HTTP/1.1\r\nHost: localhost\r\n" + headers +
+           "Content-Length: " + std::to_string(body.size()) + "\r\n\r\n" + body;
+}
+
+// A web page put a request without an Origin into the body of one that was refused.
+TEST_F(HttpServerTest, readsNothingBehindAHeadThatItRefuses) {
+    const std::string hidden = "GET /healthz HTTP/1.1\r\nHost: localhost\r\n\r\n";
+    const std::string head = "POST /api/chat HTTP/1.1\r\nHost: localhost\r\n";
+    const std::string refused[] = {
+        postOf("/" + std::string(40000, 'a'), "", hidden),
+        postOf("/api/chat", "Origin: null\r\n", hidden),
+        postOf("/healthz", "Sec-Fetch-Site: cross-site\r\n", hidden),
+        postOf("/api/chat", "no colon\r\n", hidden),
+        postOf("/api/chat", "Content-Length: 1\r\n", hidden),
+        postOf("/api/chat", "Transfer-Encoding: chunked\r\n", "0\r\n\r\n" + hidden),
+        postOf("/api/chat", "Transfer-Encoding : chunked\r\n", "0\r\n\r\n" + hidden),
+        postOf("/api/chat", "X: a\rContent-Length: 1\r\n", hidden),
+        postOf("/api/chat", "X: " + std::string(100000, 'x') + "\r\n", hidden),
+        head + "Content-Length: +5\r\n\r\nhello" + hidden,
+        head + "Content-Length: 99999999999999999999\r\n\r\n" + hidden,
+        "nonsense\r\n\r\n" + hidden,
+    };
+    for (const std::string& request : refused) {
+        const RawClient client(port);
+        client.send(request);
+        const std::string answer = client.readAll();  // ends: the connection is closed
+        EXPECT_FALSE(answer.starts_with("HTTP/1.1 2")) << request.substr(0, 90) << answer;
+        EXPECT_EQ(answer.find("ok\n"), std::string::npos) << request.substr(0, 90) << answer;
+    }
+    const RawClient client(port);
+    client.send(hidden + hidden);
+    EXPECT_NE(client.readUntil("ok\n").find("200 OK"), std::string::npos);
+}
+
 class OneConnectionTest : public HttpServerTest {
   protected:
-    OneConnectionTest()
-        : HttpServerTest({.head = std::chrono::milliseconds(300), .connections = 1}) {}
+    OneConnectionTest() : HttpServerTest({.head = milliseconds(300), .connections = 1}) {}
 };
 
 // A client that dribbles a head, or sends none, must not keep the others out for ever.
 TEST_F(OneConnectionTest, outlastsASlowHead) {
-    const int slow = socket(AF_INET, SOCK_STREAM, 0);
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_port = htons(static_cast<std::uint16_t>(port));
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    ASSERT_EQ(connect(slow, reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
-    ASSERT_EQ(send(slow, "GET /api/", 9, 0), 9);
+    const RawClient slow(port);
+    slow.send("GET /api/");
     EXPECT_EQ(httplib::Client("127.0.0.1", port).Get("/api/version")->status, 200);
-    close(slow);
+}
+
+class PatientTest : public HttpServerTest {
+  protected:
+    PatientTest()
+        : HttpServerTest({.exchange = {.firstByte = milliseconds(1), .nextByte = milliseconds(1)}},
+                         1) {}
+};
+
+// Nulo gives a dictation up after a minute of silence.
+TEST_F(PatientTest, beginsTheAnswerBeforeTheTextIsThere) {
+    const RawClient client(port);
+    const std::string type = std::string("Content-Type: ") + formType + "\r\n";
+    client.send(postOf("/api/transcribe", type, formOf({{"file", speech("0880")}})));
+    const std::string first = client.readUntil("\r\n\r\n1\r\n \r\n1\r\n \r\n");
+    EXPECT_TRUE(first.starts_with("HTTP/1.1 200 OK\r\n")) << first;
+    EXPECT_EQ(first.find("X-Transcription-Ms"), std::string::npos) << first;
+    auto waits = combined();
+    letGo();
+    EXPECT_NE(client.readUntil("\r\n0\r\n\r\n").find("um the words"), std::string::npos);
+    const auto [status, body] = waits.get();
+    EXPECT_EQ(status, 200);
+    EXPECT_NE(body.find("data: [DONE]\n\n"), std::string::npos) << body;
 }
 
 }  // namespace
