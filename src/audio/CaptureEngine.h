@@ -12,8 +12,8 @@ namespace nulo {
 /// take. Main thread, except for the tap.
 class CaptureEngine {
   public:
-    /// Called on the capture thread with each buffer, nominally 1,024 frames, in practice any
-    /// number from 1 up. The frames are valid during the call only.
+    /// Called on the capture thread with 1,024 frames at a time, and by stop() with the last ones,
+    /// which may be fewer. The frames are valid during the call only.
     using Tap = std::function<void(std::span<const float> frames)>;
     /// Called once, on the main thread, when capture ended by itself: the microphone was unplugged
     /// or the sound server died. The take so far is good; stop() is still to be called.

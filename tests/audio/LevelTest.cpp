@@ -2,8 +2,13 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+
 #include <limits>
+#include <numeric>
 #include <vector>
+
+#include "audio/FrameBlocks.h"
 
 namespace nulo {
 namespace {
@@ -25,6 +30,28 @@ TEST(Level, countsEverySampleOfABufferOfAnyLength) {
     std::vector<float> frames(25, 0.0F);
     frames.back() = 5;
     EXPECT_NEAR(rootMeanSquare(frames), 1, 1e-6F);
+}
+
+// Sound servers hand over 8 to 15,600 frames: levels of stretches of any length, or lost frames.
+TEST(Level, isTakenOfBlocksOfOneLength) {
+    std::vector<float> sound(20000);
+    std::iota(sound.begin(), sound.end(), 0.0F);
+    std::vector<float> heard;
+    std::vector<std::size_t> lengths;
+    FrameBlocks blocks([&](std::span<const float> block) {
+        heard.insert(heard.end(), block.begin(), block.end());
+        lengths.push_back(block.size());
+    });
+    std::span<const float> rest(sound);
+    for (const std::size_t length : {8U, 1015U, 1U, 1024U, 2049U, 15600U, 303U}) {
+        blocks.add(rest.first(length));
+        rest = rest.subspan(length);
+    }
+    blocks.flush();
+    blocks.flush();
+    EXPECT_EQ(heard, sound);
+    EXPECT_EQ(lengths.size(), 20u);
+    EXPECT_EQ(std::ranges::count(lengths, FrameBlocks::length), 19);
 }
 
 }  // namespace

@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "audio/AacSampleRate.h"
+#include "audio/FrameBlocks.h"
 #include "base/Lifetime.h"
 #include "platform/Backends.h"
 
@@ -20,7 +21,7 @@ namespace nulo {
 namespace {
 
 constexpr const char* device = "default";
-constexpr snd_pcm_uframes_t periodFrames = 1024;
+constexpr snd_pcm_uframes_t periodFrames = FrameBlocks::length;
 constexpr snd_pcm_uframes_t bufferFrames = 16 * periodFrames;
 
 struct ClosePcm {
@@ -86,7 +87,7 @@ class AlsaCapture final : public CaptureEngine {
     Outcome start(Tap tap, Interrupted interrupted) override {
         if (const Result<double> rate = inputSampleRate(); !rate)
             return rate.error();
-        m_tap = std::move(tap);
+        m_blocks.emplace(std::move(tap));
         m_interrupted = std::move(interrupted);
         if (const int code = snd_pcm_start(m_pcm.get()); code < 0)
             return alsaError(code);
@@ -99,6 +100,7 @@ class AlsaCapture final : public CaptureEngine {
             return;
         m_stopRequest.raise();
         m_thread.join();
+        m_blocks->flush();
         m_pcm.reset();
     }
 
@@ -185,7 +187,7 @@ class AlsaCapture final : public CaptureEngine {
         const snd_pcm_sframes_t frames =
             snd_pcm_readi(m_pcm.get(), m_frames.data(), m_frames.size());
         if (frames > 0)
-            m_tap({m_frames.data(), static_cast<std::size_t>(frames)});
+            m_blocks->add({m_frames.data(), static_cast<std::size_t>(frames)});
         if (frames >= 0 || frames == -EAGAIN)
             return static_cast<int>(std::max<snd_pcm_sframes_t>(frames, 0));
         if (frames != -EPIPE && frames != -ESTRPIPE)
@@ -216,7 +218,7 @@ class AlsaCapture final : public CaptureEngine {
 
     // The capture thread's while it runs.
     Pcm m_pcm;
-    Tap m_tap;
+    std::optional<FrameBlocks> m_blocks;
     std::array<float, periodFrames> m_frames{};
 
     std::thread m_thread;

@@ -5,6 +5,7 @@
 #include <optional>
 #include <string>
 
+#include "audio/FrameBlocks.h"
 #include "base/Lifetime.h"
 #include "platform/Backends.h"
 #include "platform/sound/PulseConnection.h"
@@ -12,7 +13,7 @@
 namespace nulo {
 namespace {
 
-constexpr uint32_t fragmentBytes = 1024 * sizeof(float);
+constexpr uint32_t fragmentBytes = FrameBlocks::length * sizeof(float);
 
 class PulseCapture final : public CaptureEngine {
   public:
@@ -38,7 +39,7 @@ class PulseCapture final : public CaptureEngine {
         if (m_rate == 0)
             if (const Result<double> rate = inputSampleRate(); !rate)
                 return rate.error();
-        m_tap = std::move(tap);
+        m_blocks.emplace(std::move(tap));
         m_interrupted = std::move(interrupted);
 
         const PulseLock lock(m_connection->loop());
@@ -82,6 +83,7 @@ class PulseCapture final : public CaptureEngine {
             return;
         const PulseLock lock(m_connection->loop());
         readAvailable();  // up to a fragment of the last word; its own thread is locked out
+        m_blocks->flush();
         release();
     }
 
@@ -165,20 +167,20 @@ class PulseCapture final : public CaptureEngine {
         while (pa_stream_peek(m_stream, &data, &bytes) == 0 && bytes > 0) {
             const size_t frames = bytes / sizeof(float);
             if (data)
-                m_tap({static_cast<const float*>(data), frames});
+                m_blocks->add({static_cast<const float*>(data), frames});
             else
-                tapSilence(frames);
+                addSilence(frames);
             m_isDelivering = true;
             pa_stream_drop(m_stream);
         }
     }
 
     /// In place of a hole in the server's data, so that the rest keeps its place in time.
-    void tapSilence(size_t frames) {
-        static constexpr std::array<float, 1024> silence{};
+    void addSilence(size_t frames) {
+        static constexpr std::array<float, FrameBlocks::length> silence{};
         while (frames > 0) {
             const size_t part = std::min(frames, silence.size());
-            m_tap({silence.data(), part});
+            m_blocks->add({silence.data(), part});
             frames -= part;
         }
     }
@@ -215,7 +217,7 @@ class PulseCapture final : public CaptureEngine {
     const pa_usec_t m_silenceBound;
     unsigned m_rate = 0;
     Interrupted m_interrupted;
-    Tap m_tap;
+    std::optional<FrameBlocks> m_blocks;
 
     // Under libpulse's lock; the pointers are set on the main thread only.
     pa_context* m_context = nullptr;
