@@ -1,8 +1,9 @@
 #include "audio/AudioRecorder.h"
 
+#include <array>
+#include <charconv>
 #include <cmath>
 #include <cstdint>
-#include <cstdio>
 #include <string>
 #include <string_view>
 #include <system_error>
@@ -20,9 +21,11 @@ constexpr std::string_view permissionDenied = "Microphone permission denied";
 constexpr std::string_view notStarted = "Failed to start recording: ";
 
 std::string tooShortLine(std::chrono::duration<double> duration) {
-    char seconds[32];
-    std::snprintf(seconds, sizeof seconds, "%.1f", duration.count());
-    return std::string("Recording too short (") + seconds + "s) \u2014 discarded";
+    std::array<char, 32> seconds{};  // with a point in every locale, which printf() has not
+    const auto written = std::to_chars(seconds.data(), seconds.data() + seconds.size(),
+                                       duration.count(), std::chars_format::fixed, 1);
+    return "Recording too short (" + std::string(seconds.data(), written.ptr) +
+           "s) \u2014 discarded";
 }
 
 std::string savedLine(const std::filesystem::path& file) {
