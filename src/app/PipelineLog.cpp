@@ -19,8 +19,9 @@ std::string rule() {
 }  // namespace
 
 PipelineLog& PipelineLog::shared() {
-    static PipelineLog log(userFolders().home / "Library" / "Logs" / "nulo", systemClock(),
-                           printLine);
+    // Never destroyed: threads write to it until the process is gone.
+    static PipelineLog& log = *new PipelineLog(userFolders().home / "Library" / "Logs" / "nulo",
+                                               systemClock(), printLine);
     return log;
 }
 
