@@ -25,7 +25,7 @@ AppDelegate::AppDelegate(Dependencies dependencies)
       m_failureNotices(m_dependencies.notifications, m_dependencies.clock),
       m_recorder(m_dependencies.microphone, m_dependencies.makeAudioFileWriter,
                  m_dependencies.mainQueue, m_dependencies.clock, m_dependencies.print,
-                 m_dependencies.temporaryFolder),
+                 m_dependencies.recordingsFolder),
       m_keyMonitor(m_dependencies.eventTapSource, m_dependencies.mainQueue, m_dependencies.print,
                    m_dependencies.openShortcutHelp),
       m_waveformWindow(m_dependencies.mainQueue, m_dependencies.clock),
@@ -76,6 +76,11 @@ void AppDelegate::applicationDidFinishLaunching() {
 void AppDelegate::applicationWillTerminate() {
     m_recorder.stopRecording();
     m_keyMonitor.stop();
+    m_pipeline.cancelAll();
+}
+
+void AppDelegate::desktopIsGone() {
+    m_recorder.abandonRecording();
     m_pipeline.cancelAll();
 }
 

@@ -41,7 +41,8 @@ class AppDelegate {
         Print print;
         PipelineLog& log;
         const ConfigFile& configFile;
-        std::filesystem::path temporaryFolder;
+        std::filesystem::path temporaryFolder;   // for updates
+        std::filesystem::path recordingsFolder;  // made private to the user
         std::string_view defaultBaseURL;
         std::string_view version;
         Microphone& microphone;
@@ -74,6 +75,9 @@ class AppDelegate {
     void applicationDidFinishLaunching();
     /// A take in progress is not processed; those that are being processed are deleted.
     void applicationWillTerminate();
+    /// In place of it when the desktop is gone and the process about to be: ends a take's capture
+    /// and encoder, and touches no window.
+    void desktopIsGone();
 
   private:
     /// The service named by service.json beside the configuration, read once; none without a

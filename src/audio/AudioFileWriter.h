@@ -19,9 +19,10 @@ struct AudioFileSettings {
 class AudioFileWriter {
   public:
     virtual ~AudioFileWriter() = default;
-    /// Encodes and appends mono float32 frames; samples that are not finite count as silence.
+    /// Encodes and appends mono float32 frames; samples that are not finite count as silence. The
+    /// first failure ends the file: all calls after it fail too.
     virtual Outcome write(std::span<const float> frames) = 0;
-    /// Completes the file, once. On a failure (a full disk shows only here) the file is removed.
+    /// Completes the file, once. On a failure, of an earlier write() too, the file is removed.
     virtual Outcome close() = 0;
 };
 

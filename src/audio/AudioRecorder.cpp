@@ -40,20 +40,19 @@ std::string savedLine(const std::filesystem::path& file) {
 
 AudioRecorder::AudioRecorder(Microphone& microphone, MakeAudioFileWriter makeWriter,
                              MainQueue& mainQueue, const Clock& clock, Print print,
-                             const std::filesystem::path& temporaryDirectory)
+                             std::filesystem::path recordingsDirectory)
     : m_microphone(microphone),
       m_makeWriter(std::move(makeWriter)),
       m_mainQueue(mainQueue),
       m_clock(clock),
       m_print(std::move(print)),
-      m_recordingsDirectory(temporaryDirectory / "nulo") {
+      m_recordingsDirectory(std::move(recordingsDirectory)) {
     (void)makePrivateFolder(
         m_recordingsDirectory);  // a failure is reported by the take that meets it
 }
 
 AudioRecorder::~AudioRecorder() {
-    if (m_audioEngine)
-        m_audioEngine->stop();
+    abandonRecording();
 }
 
 void AudioRecorder::startRecording() {
@@ -100,7 +99,6 @@ void AudioRecorder::begin() {
         return fail(std::string(notStarted) + opened.error().description, opened.error());
     if (const Outcome started = startEngine(std::move(engine)); !started)
         return fail(std::string(notStarted) + started.error().description, started.error());
-    m_saveFailure.reset();
     m_recordingStartTime = m_clock.now();
     m_isRecording.set(true);
     m_print("Recording started (AAC): " + m_currentFileURL->filename().string());
@@ -118,6 +116,10 @@ Outcome AudioRecorder::openFile(double sampleRate) {
 }
 
 Outcome AudioRecorder::startEngine(std::unique_ptr<CaptureEngine> engine) {
+    ++m_take;
+    m_saveFailure.reset();
+    m_saveFailureIsReported = false;
+    m_writeHasFailed = false;
     Outcome started = engine->start(
         [this](std::span<const float> frames) { handleBuffer(frames); },
         m_lifetime.guard([this](const Error& reason) { captureInterrupted(reason); }));
@@ -131,8 +133,10 @@ void AudioRecorder::handleBuffer(std::span<const float> frames) {
         return;
     const float level = normalizedLevel(rootMeanSquare(frames));
     m_mainQueue.async(m_lifetime.guard([this, level] { appendLevel(level); }));
-    // A failure is kept by the writer and reported when the file is closed.
-    (void)m_audioFile->write(frames);
+    const Outcome written = m_audioFile->write(frames);
+    if (!written && !std::exchange(m_writeHasFailed, true))
+        m_mainQueue.async(m_lifetime.guard(
+            [this, take = m_take, reason = written.error()] { writingFailed(take, reason); }));
 }
 
 void AudioRecorder::appendLevel(float level) {
@@ -148,6 +152,16 @@ void AudioRecorder::captureInterrupted(const Error& reason) {
         return;
     finishFile();
     fail("Recording interrupted: " + reason.description, reason);
+}
+
+void AudioRecorder::writingFailed(int take, const Error& reason) {
+    if (take != m_take || !m_audioEngine)
+        return;  // that take has ended
+    finishFile();
+    m_saveFailure = reason;
+    m_saveFailureIsReported = true;
+    if (const auto report = onFailure)
+        report(reason);
 }
 
 void AudioRecorder::finishFile() {
@@ -174,11 +188,23 @@ std::optional<std::filesystem::path> AudioRecorder::stopRecording() {
         return std::nullopt;
     }
     if (m_saveFailure) {
-        fail("Failed to save recording: " + m_saveFailure->description, *m_saveFailure);
+        const std::string line = "Failed to save recording: " + m_saveFailure->description;
+        if (m_saveFailureIsReported)
+            m_print(line);
+        else
+            fail(line, *m_saveFailure);
         return std::nullopt;
     }
     m_print(savedLine(*m_currentFileURL));
     return m_currentFileURL;
+}
+
+void AudioRecorder::abandonRecording() {
+    m_startIsWanted = false;
+    if (m_audioEngine)
+        m_audioEngine->stop();
+    m_audioEngine.reset();
+    m_audioFile.reset();
 }
 
 void AudioRecorder::fail(const std::string& line, const Error& reason) {

@@ -27,9 +27,10 @@ class AudioRecorder {
     /// Greatest number of levels held.
     static constexpr std::size_t maxLevelSamples = 80;
 
-    /// Takes go to the folder "nulo" of `temporaryDirectory`. The references outlive the recorder.
+    /// Makes `recordingsDirectory`, where all takes go, private to this user. The references
+    /// outlive the recorder.
     AudioRecorder(Microphone& microphone, MakeAudioFileWriter makeWriter, MainQueue& mainQueue,
-                  const Clock& clock, Print print, const std::filesystem::path& temporaryDirectory);
+                  const Clock& clock, Print print, std::filesystem::path recordingsDirectory);
     ~AudioRecorder();
 
     /// Asks for the microphone if need be and begins later, on the main queue; ignored while
@@ -40,6 +41,10 @@ class AudioRecorder {
     /// Ends the take and completes its file. Returns the file, or nothing when there was no take,
     /// it was shorter than 1.5 s (then the file is deleted) or it could not be saved.
     std::optional<std::filesystem::path> stopRecording();
+
+    /// Ends capture and encoder at once and leaves an unfinished file behind: for a program that
+    /// can do nothing more with it. Nothing is called or printed; isRecording() stays as it was.
+    void abandonRecording();
 
     /// To read and to subscribe to.
     Published<bool>& isRecording() { return m_isRecording; }
@@ -56,6 +61,7 @@ class AudioRecorder {
     void handleBuffer(std::span<const float> frames);
     void appendLevel(float level);
     void captureInterrupted(const Error& reason);
+    void writingFailed(int take, const Error& reason);
     void finishFile();
     /// `line` is for standard output.
     void fail(const std::string& line, const Error& reason);
@@ -73,9 +79,12 @@ class AudioRecorder {
     std::optional<std::filesystem::path> m_currentFileURL;
     std::optional<Clock::Instant> m_recordingStartTime;
     std::optional<Error> m_saveFailure;
+    bool m_saveFailureIsReported = false;
+    int m_take = 0;  // counts them, so that what an ended take posted is known from the next one's
 
     /// The capture thread's from the engine's start to its stop, the main thread's otherwise.
     std::unique_ptr<AudioFileWriter> m_audioFile;
+    bool m_writeHasFailed = false;
     std::unique_ptr<CaptureEngine> m_audioEngine;
     Lifetime m_lifetime;
 };

@@ -1,7 +1,6 @@
-// nulo-encoder FILE SAMPLE_RATE BIT_RATE
-//
 // Encodes the float32 frames (mono, native byte order) that come over the socket on its standard
-// input, into the file, until their end; then answers there with "ok" or with what went wrong.
+// input, into the file, until their end; then answers there with "ok". The first failure ends it,
+// with the reason as its answer.
 //
 // A program of its own because libavformat brings some hundred libraries along: Nulo starts in a
 // third of the time without them and takes half of the memory while nobody speaks.
@@ -12,6 +11,7 @@
 #include <array>
 #include <cerrno>
 #include <cstddef>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <span>
@@ -51,14 +51,14 @@ class FrameReader {
     std::size_t m_rest = 0;
 };
 
-/// Frames are read to their end in any case, so that the one who sends them never has to wait.
 std::string encode(const std::filesystem::path& file, const AudioFileSettings& settings) {
     auto writer = makeLibavAacWriter(file, settings);
     FrameReader reader;
-    for (std::span<const float> frames = reader.next(); !frames.empty(); frames = reader.next())
-        if (writer)
-            (void)writer.value()->write(frames);  // close() says it again
-    const Outcome outcome = writer ? writer.value()->close() : Outcome(writer.error());
+    Outcome outcome = writer ? Outcome(Success{}) : writer.error();
+    for (std::span<const float> frames; outcome && !(frames = reader.next()).empty();)
+        outcome = writer.value()->write(frames);
+    if (outcome)
+        outcome = writer.value()->close();
     return outcome ? "ok" : outcome.error().description;
 }
 
@@ -66,8 +66,11 @@ std::string encode(const std::filesystem::path& file, const AudioFileSettings& s
 }  // namespace nulo
 
 int main(int argc, char** argv) {
-    if (argc != 4)
+    if (argc != 4) {
+        std::fputs("usage: nulo-encoder FILE SAMPLE_RATE BIT_RATE\nNulo starts it for each take.\n",
+                   stderr);
         return 2;
+    }
     const std::string answer = nulo::encode(
         argv[1], {.sampleRate = std::strtod(argv[2], nullptr), .bitRate = std::atoi(argv[3])});
     send(STDIN_FILENO, answer.data(), answer.size(), MSG_NOSIGNAL);

@@ -42,8 +42,9 @@ std::unique_ptr<Microphone> makePulseMicrophone(MainQueue& mainQueue, Print prin
 std::unique_ptr<Microphone> makeAlsaMicrophone(MainQueue& mainQueue, Print print);
 
 /// Each file is encoded by a process of its own, ../libexec/nulo-encoder beside this program, which
-/// starts with the first frames. A full disk and the like show in close(), which waits 10 s for the
-/// process at most; a writer that is dropped unclosed leaves what was written so far.
+/// starts with the first frames. write() never waits, and fails once the process has ended or is 10
+/// s behind. close() waits 2 s for a process that does nothing, 10 s for a busy one. A writer that
+/// is dropped unclosed ends the process and leaves what was written so far.
 Result<std::unique_ptr<AudioFileWriter>> makeAacFileWriter(const std::filesystem::path& path,
                                                            const AudioFileSettings& settings);
 
@@ -68,7 +69,8 @@ std::unique_ptr<StatusItem> makeStatusNotifierItem();
 std::unique_ptr<Notifications> makeDesktopNotifications();
 
 /// The entry autostart/nulo.desktop in `configHome` (userFolders().config), which starts `program`,
-/// an absolute path, at login.
+/// an absolute path, at login. An entry for it that an earlier version wrote, and nobody changed,
+/// is renewed at once.
 std::unique_ptr<LoginItem> makeLoginItem(const std::filesystem::path& configHome,
                                          const std::filesystem::path& program);
 

@@ -76,6 +76,7 @@ class AppDelegateTest : public testing::Test {
                                       .log = m_log,
                                       .configFile = m_configFile,
                                       .temporaryFolder = m_folder / "tmp",
+                                      .recordingsFolder = m_folder / "tmp/nulo",
                                       .defaultBaseURL = "http://127.0.0.1:8737",
                                       .version = "1.2",
                                       .microphone = m_microphone,

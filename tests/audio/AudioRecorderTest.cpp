@@ -41,8 +41,8 @@ class AudioRecorderTest : public testing::Test {
     FakeMicrophone microphone;
     FakeAudioFiles files;
     PrintedLines printed;
-    std::optional<AudioRecorder> recorder{std::in_place, microphone,      files.maker(), queue,
-                                          clock,         printed.print(), folder.path()};
+    std::optional<AudioRecorder> recorder{std::in_place, microphone,      files.maker(),  queue,
+                                          clock,         printed.print(), folder / "nulo"};
 };
 
 TEST_F(AudioRecorderTest, keepsATakeFromOneAndAHalfSecondsOn) {
@@ -130,7 +130,7 @@ TEST_F(AudioRecorderTest, isNotTouchedByWhatComesAfterItsEnd) {
     queue.runPending();
 
     microphone.permission = MicrophonePermission::notDetermined;
-    recorder.emplace(microphone, files.maker(), queue, clock, printed.print(), folder.path());
+    recorder.emplace(microphone, files.maker(), queue, clock, printed.print(), folder / "nulo");
     recorder->startRecording();
     recorder.reset();
     const auto before = printed.lines();
@@ -189,6 +189,32 @@ TEST_F(AudioRecorderTest, reportsATakeThatCouldNotBeSaved) {
     files.closeFailure.reset();
     begin();
     EXPECT_TRUE(stopAfter(milliseconds(2000)));  // a failure belongs to its own take
+}
+
+// A dictation into a file that is lost already.
+TEST_F(AudioRecorderTest, endsATakeThatCannotBeWrittenAtOnceAndReportsItOnce) {
+    std::vector<std::string> reported;
+    recorder->onFailure = [&](const Error& reason) { reported.push_back(reason.description); };
+    begin();
+    files.writeFailure = files.closeFailure = Error{"the encoder has ended"};
+    microphone.capture({0.5F});
+    microphone.capture({0.5F});
+    queue.runPending();
+    EXPECT_FALSE(microphone.isRunning());
+    EXPECT_THAT(reported, ElementsAre("the encoder has ended"));
+    EXPECT_EQ(stopAfter(milliseconds(2000)), std::nullopt);
+    EXPECT_EQ(lastLine(), "Failed to save recording: the encoder has ended");
+    EXPECT_EQ(reported.size(), 1u);
+
+    begin();
+    microphone.capture({0.5F});
+    stopAfter(milliseconds(2000));  // reports what nobody has heard of yet
+    files.writeFailure.reset();
+    files.closeFailure.reset();
+    begin();
+    queue.runPending();  // the take before has nothing to do with this one
+    EXPECT_TRUE(stopAfter(milliseconds(2000)));
+    EXPECT_EQ(reported.size(), 2u);
 }
 
 TEST_F(AudioRecorderTest, publishesTheNewestEightyLevels) {

@@ -17,6 +17,7 @@ class FakeAudioFiles {
   public:
     std::size_t bytesPerFile = 2048;
     std::optional<Error> makeFailure;
+    std::optional<Error> writeFailure;
     std::optional<Error> closeFailure;
     std::vector<AudioFileSettings> settings;  // one a file
     std::vector<float> frames;                // of all files
@@ -39,7 +40,7 @@ class FakeAudioFiles {
             : files(owner), path(std::move(file)) {}
         Outcome write(std::span<const float> frames) override {
             files.frames.insert(files.frames.end(), frames.begin(), frames.end());
-            return Success{};
+            return files.writeFailure ? Outcome(*files.writeFailure) : Success{};
         }
         Outcome close() override {
             ++files.closedCount;

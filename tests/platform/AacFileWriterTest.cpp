@@ -146,7 +146,7 @@ class FileSizeLimit {
 Outcome recordTenSeconds(const std::filesystem::path& path) {
     const auto writer = makeWriter(path);
     for (int i = 0; i < 10; ++i)
-        (void)writer->write(tone(48000, 48000));
+        (void)writer->write(tone(48000, 48000));  // close() says it again
     return writer->close();
 }
 
@@ -185,10 +185,30 @@ TEST(AacFileWriter, saysSoWhenTheEncoderDiesAndRemovesTheFile) {
     ASSERT_TRUE(writer->write(tone(48000, 48000)));
     ASSERT_GT(encoder(), 0);
     ASSERT_EQ(kill(encoder(), SIGKILL), 0);
+    EXPECT_TRUE(waitUntil([&] { return !writer->write(tone(1024, 48000)); }));
     const Outcome closed = writer->close();
     ASSERT_FALSE(closed);
-    EXPECT_THAT(closed.error().description, HasSubstr("the encoder"));
+    EXPECT_THAT(closed.error().description, HasSubstr("the encoder has ended"));
     EXPECT_TRUE(std::filesystem::is_empty(folder.path()));
+}
+
+// Both would hold the main thread, the first through the capture thread's lock.
+TEST(AacFileWriter, waitsNeitherInTheTakeNorLongAtItsEndForAnEncoderThatHangs) {
+    const TemporaryFolder folder;
+    for (const int seconds : {5, 30}) {
+        const auto writer = makeWriter(folder / "take.m4a");
+        ASSERT_TRUE(writer->write(tone(1024, 48000)));
+        ASSERT_EQ(kill(encoder(), SIGSTOP), 0);
+        Outcome written = Success{};
+        for (int second = 0; second < seconds && written; ++second)
+            written = writer->write(tone(48000, 48000));
+        const Outcome closed = writer->close();
+        ASSERT_FALSE(closed);
+        EXPECT_EQ(closed.error().description,
+                  written ? "the encoder hangs" : "the encoder does not keep up");
+        EXPECT_EQ(written.ok(), seconds == 5);
+        EXPECT_TRUE(std::filesystem::is_empty(folder.path()));
+    }
 }
 
 TEST(AacFileWriter, completesTheFileWhenTheProgramIsKilled) {

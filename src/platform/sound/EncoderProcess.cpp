@@ -3,7 +3,6 @@
 #include <signal.h>
 #include <spawn.h>
 #include <sys/socket.h>
-#include <sys/time.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -12,11 +11,14 @@
 #include <chrono>
 #include <cmath>
 #include <cstddef>
+#include <fstream>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <system_error>
 #include <thread>
 #include <utility>
+#include <vector>
 
 #include "audio/AacSampleRate.h"
 #include "platform/Backends.h"
@@ -26,8 +28,11 @@ namespace {
 
 namespace fs = std::filesystem;
 
-/// For an encoder that has to be read from a slow disk first, or a disk that stands still: the
-/// sound server keeps twice as much meanwhile.
+/// An encoder that takes nothing for so long, of sound as it is recorded, counts as hanging.
+constexpr std::size_t longestBacklogSeconds = 10;
+/// At the end: the looks at an encoder that does nothing, and the wait for one that is busy.
+constexpr auto betweenLooks = std::chrono::milliseconds(100);
+constexpr int mostIdleLooks = 20;
 constexpr auto longestWait = std::chrono::seconds(10);
 
 std::string reasonOf(int number) {
@@ -54,6 +59,27 @@ fs::path encoderProgram() {
            "libexec/nulo-encoder";
 }
 
+/// Whether a process gets on. What the kernel counts of one that is stopped, or that waits in vain,
+/// stays the same; one that is ready to run has only not had its turn on a busy machine.
+class ProcessActivity {
+  public:
+    explicit ProcessActivity(pid_t process)
+        : m_file("/proc/" + std::to_string(process) + "/stat") {}
+
+    /// Since the last look.
+    bool isSeen() {
+        std::string line;
+        std::getline(std::ifstream(m_file), line);
+        const std::size_t state = line.rfind(')') + 2;  // after the name, which may hold anything
+        const bool isReady = state < line.size() && line[state] == 'R';
+        return std::exchange(m_line, line) != line || isReady;
+    }
+
+  private:
+    const std::string m_file;
+    std::string m_line;
+};
+
 /// A running encoder and the socket to it.
 class EncoderProcess {
   public:
@@ -64,8 +90,6 @@ class EncoderProcess {
         std::array<int, 2> ends{};
         if (socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends.data()) != 0)
             return Error{"no socket for the encoder: " + reasonOf(errno)};
-        const timeval timeout{.tv_sec = longestWait.count(), .tv_usec = 0};
-        setsockopt(ends[0], SOL_SOCKET, SO_SNDTIMEO, &timeout, sizeof timeout);
         const int asMuchAsAllowed = 1 << 20;
         setsockopt(ends[0], SOL_SOCKET, SO_SNDBUF, &asMuchAsAllowed, sizeof asMuchAsAllowed);
 
@@ -80,10 +104,13 @@ class EncoderProcess {
         posix_spawn_file_actions_addclosefrom_np(&files, STDERR_FILENO + 1);
         posix_spawnattr_t attributes;
         posix_spawnattr_init(&attributes);
-        posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETPGROUP | POSIX_SPAWN_SETSIGMASK);
-        sigset_t none;
-        sigemptyset(&none);
-        posix_spawnattr_setsigmask(&attributes, &none);
+        posix_spawnattr_setflags(
+            &attributes, POSIX_SPAWN_SETPGROUP | POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF);
+        sigset_t signals;
+        sigemptyset(&signals);
+        posix_spawnattr_setsigmask(&attributes, &signals);
+        sigaddset(&signals, SIGPIPE);  // which Nulo ignores
+        posix_spawnattr_setsigdefault(&attributes, &signals);
         pid_t process = 0;
         const int failure =
             posix_spawn(&process, name.c_str(), &files, &attributes, arguments, environ);
@@ -94,12 +121,15 @@ class EncoderProcess {
             ::close(ends[0]);
             return Error{"the encoder does not start: " + reasonOf(failure)};
         }
-        return EncoderProcess(process, ends[0]);
+        const auto second = static_cast<std::size_t>(settings.sampleRate) * sizeof(float);
+        return EncoderProcess(process, ends[0], longestBacklogSeconds * second);
     }
 
     EncoderProcess(EncoderProcess&& other) noexcept
         : m_process(std::exchange(other.m_process, 0)),
-          m_socket(std::exchange(other.m_socket, -1)) {}
+          m_socket(std::exchange(other.m_socket, -1)),
+          m_longestBacklog(other.m_longestBacklog),
+          m_unsent(std::move(other.m_unsent)) {}
     EncoderProcess& operator=(EncoderProcess&&) = delete;
     /// Ends it at once, unless it has answered.
     ~EncoderProcess() {
@@ -116,51 +146,74 @@ class EncoderProcess {
         }).detach();
     }
 
+    /// Never waits: what the socket has no room for is kept and sent later.
     Outcome send(std::span<const float> frames) {
-        for (auto rest = std::as_bytes(frames); !rest.empty();) {
-            const ssize_t count = ::send(m_socket, rest.data(), rest.size(), MSG_NOSIGNAL);
-            if (count > 0)
-                rest = rest.subspan(static_cast<std::size_t>(count));
-            else if (errno == EAGAIN)
-                return Error{"the encoder does not keep up"};
-            else if (errno != EINTR)
-                return Error{"the encoder has ended: " + reasonOf(errno)};
-        }
-        return Success{};
+        const auto bytes = std::as_bytes(frames);
+        m_unsent.insert(m_unsent.end(), bytes.begin(), bytes.end());
+        Outcome sent = sendWhatFits();
+        if (sent && m_unsent.size() > m_longestBacklog)
+            return Error{"the encoder does not keep up"};
+        return sent;
     }
 
     /// Waits until the file is complete.
     Outcome finish() {
-        shutdown(m_socket, SHUT_WR);
-        const std::string answer = receiveAnswer();
-        m_hasAnswered = !answer.empty();
-        if (answer == "ok")
-            return Success{};
-        return Error{m_hasAnswered ? answer : "the encoder ended or hangs"};
+        const auto end = std::chrono::steady_clock::now() + longestWait;
+        ProcessActivity activity(m_process);
+        for (int idleLooks = 0; idleLooks < mostIdleLooks;) {
+            if (const Outcome sent = sendWhatFits(); !sent)
+                return sent;
+            if (m_unsent.empty())
+                shutdown(m_socket, SHUT_WR);
+            pollfd socket{m_socket, POLLIN, 0};
+            if (!m_unsent.empty())
+                socket.events |= POLLOUT;
+            const int ready = poll(&socket, 1, static_cast<int>(betweenLooks.count()));
+            if (ready > 0 && socket.revents != POLLOUT)
+                return outcome("the encoder has ended");
+            if (ready == 0)
+                idleLooks = activity.isSeen() ? 0 : idleLooks + 1;
+            if (std::chrono::steady_clock::now() > end)
+                break;
+        }
+        return Error{"the encoder hangs"};
     }
 
   private:
-    EncoderProcess(pid_t process, int socket) : m_process(process), m_socket(socket) {}
+    EncoderProcess(pid_t process, int socket, std::size_t longestBacklog)
+        : m_process(process), m_socket(socket), m_longestBacklog(longestBacklog) {}
 
-    /// Empty when there is none.
-    std::string receiveAnswer() const {
-        const auto end = std::chrono::steady_clock::now() + longestWait;
-        std::array<char, 1024> text{};
-        for (;;) {
-            const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(
-                end - std::chrono::steady_clock::now());
-            pollfd source{m_socket, POLLIN, 0};
-            const int ready =
-                left.count() > 0 ? poll(&source, 1, static_cast<int>(left.count())) : 0;
-            if (ready < 0 && errno == EINTR)
-                continue;
-            const ssize_t count = ready > 0 ? recv(m_socket, text.data(), text.size(), 0) : 0;
-            return count > 0 ? std::string(text.data(), static_cast<std::size_t>(count)) : "";
+    Outcome sendWhatFits() {
+        std::size_t sent = 0;
+        while (sent < m_unsent.size()) {
+            const ssize_t count = ::send(m_socket, m_unsent.data() + sent, m_unsent.size() - sent,
+                                         MSG_NOSIGNAL | MSG_DONTWAIT);
+            if (count > 0)
+                sent += static_cast<std::size_t>(count);
+            else if (errno == EAGAIN)
+                break;
+            else if (errno != EINTR)
+                return outcome("the encoder has ended: " + reasonOf(errno));
         }
+        m_unsent.erase(m_unsent.begin(), m_unsent.begin() + static_cast<std::ptrdiff_t>(sent));
+        return Success{};
+    }
+
+    /// What the encoder has answered, which it does at its end.
+    Outcome outcome(const std::string& withoutAnswer) {
+        std::array<char, 1024> text{};
+        const ssize_t count = recv(m_socket, text.data(), text.size(), MSG_DONTWAIT);
+        m_hasAnswered = count > 0;
+        if (!m_hasAnswered)
+            return Error{withoutAnswer};
+        const std::string_view answer(text.data(), static_cast<std::size_t>(count));
+        return answer == "ok" ? Outcome(Success{}) : Error{std::string(answer)};
     }
 
     pid_t m_process;
     int m_socket;
+    const std::size_t m_longestBacklog;  // bytes
+    std::vector<std::byte> m_unsent;
     bool m_hasAnswered = false;
 };
 
@@ -224,7 +277,8 @@ Result<std::unique_ptr<AudioFileWriter>> makeAacFileWriter(const fs::path& path,
         return Error{"only mono can be encoded"};
     if (aacSampleRate(static_cast<unsigned>(std::lround(settings.sampleRate))) !=
         settings.sampleRate)
-        return Error{"AAC has no such sample rate: " + std::to_string(settings.sampleRate) + " Hz"};
+        return Error{"AAC has no such sample rate: " +
+                     std::to_string(std::lround(settings.sampleRate)) + " Hz"};
     const fs::path program = encoderProgram();
     if (access(program.c_str(), X_OK) != 0)
         return Error{"Nulo is not wholly installed: " + program.string() + ": " + reasonOf(errno)};

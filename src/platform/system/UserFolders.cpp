@@ -1,6 +1,7 @@
 #include "platform/system/UserFolders.h"
 
 #include <pwd.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cstdlib>
@@ -23,6 +24,22 @@ std::string homeFromPasswordDatabase() {
     return found && found->pw_dir ? found->pw_dir : "/";
 }
 
+/// The session's folder is another user's where one became this user without logging in.
+bool isOwnFolder(const std::filesystem::path& folder) {
+    struct stat status {};
+    return folder.is_absolute() && stat(folder.c_str(), &status) == 0 && S_ISDIR(status.st_mode) &&
+           status.st_uid == geteuid();
+}
+
+std::filesystem::path recordingsFolder(const std::filesystem::path& temporary) {
+    if (!temporary.empty())
+        return temporary / "nulo";
+    const std::filesystem::path runtime = variable("XDG_RUNTIME_DIR");
+    if (isOwnFolder(runtime))
+        return runtime / "nulo";
+    return "/tmp/nulo-" + std::to_string(geteuid());
+}
+
 }  // namespace
 
 UserFolders userFolders() {
@@ -31,8 +48,10 @@ UserFolders userFolders() {
     const std::filesystem::path home =
         homeVariable.empty() ? homeFromPasswordDatabase() : homeVariable;
     const std::filesystem::path config = variable("XDG_CONFIG_HOME");
-    return {home, temporary.empty() ? "/tmp" : temporary,
-            config.is_absolute() ? config : home / ".config"};
+    return {.home = home,
+            .temporary = temporary.empty() ? "/tmp" : temporary,
+            .recordings = recordingsFolder(temporary),
+            .config = config.is_absolute() ? config : home / ".config"};
 }
 
 }  // namespace nulo
