@@ -3,14 +3,20 @@
 #include <QFileInfo>
 #include <QIcon>
 #include <QUrl>
+#include <chrono>
+#include <cstdio>
 #include <string>
 
 #include "app/AppDelegate.h"
 #include "app/BuildInfo.h"
+#include "app/CommandLine.h"
+#include "base/PrivateFolder.h"
+#include "base/StandardStreams.h"
 #include "pasting/InjectionGate.h"
 #include "platform/Backends.h"
 #include "platform/dbus/RemoteControl.h"
 #include "platform/session/BackendChoice.h"
+#include "platform/system/AbruptExit.h"
 #include "platform/system/TerminationSignals.h"
 #include "platform/system/UserFolders.h"
 #include "ui/alerts/UpdateDialogs.h"
@@ -31,7 +37,12 @@ void openShortcutHelp() {
     QDesktopServices::openUrl(QUrl::fromLocalFile(page.canonicalFilePath()));
 }
 
-int run(int argc, char** argv) {
+void removeTakes(const std::filesystem::path& folder, Clock::WallTime writtenBefore) {
+    removeOwnFiles(folder, "recording_", ".m4a", writtenBefore);
+}
+
+int run(int argc, char** argv, bool isQuiet) {
+    const Clock::WallTime startTime = systemClock().wallTime();
     const SessionFacts facts = sessionFacts();
     if (facts.display.empty() && facts.waylandDisplay.empty()) {
         printLine("Nulo needs a desktop: neither $DISPLAY nor $WAYLAND_DISPLAY is set.");
@@ -61,7 +72,10 @@ int run(int argc, char** argv) {
             return 1;
     }
 
+    if (isQuiet)
+        silenceStandardOutput();
     const UserFolders folders = userFolders();
+    removeTakes(folders.recordings, startTime);  // that an earlier run left
     const ConfigFile configFile(folders.home, printLine);
     const std::unique_ptr<MainQueue> mainQueue = makeQtMainQueue();
     const std::unique_ptr<Microphone> microphone = makeMicrophone(*mainQueue, printLine);
@@ -89,6 +103,7 @@ int run(int argc, char** argv) {
          .log = PipelineLog::shared(),
          .configFile = configFile,
          .temporaryFolder = folders.temporary,
+         .recordingsFolder = folders.recordings,
          .defaultBaseURL = build::baseURL(),
          .version = build::version(),
          .microphone = *microphone,
@@ -110,7 +125,11 @@ int run(int argc, char** argv) {
          .terminate = [] { QCoreApplication::quit(); }});
     QObject::connect(&application, &QCoreApplication::aboutToQuit,
                      [&delegate] { delegate.applicationWillTerminate(); });
-    const auto terminationSignals = onTerminationSignal([] { QCoreApplication::quit(); });
+    const TerminationSignals terminationSignals([] { QCoreApplication::quit(); });
+    const AbruptExit withTheDesktop([&] {
+        delegate.desktopIsGone();
+        removeTakes(folders.recordings, Clock::WallTime::max());
+    });
     delegate.applicationDidFinishLaunching();
     // Looking through the icon themes takes a fifth of the start, and no window is open yet.
     mainQueue->async([] { QApplication::setWindowIcon(QIcon::fromTheme("org.nulo.Nulo")); });
@@ -121,5 +140,24 @@ int run(int argc, char** argv) {
 }  // namespace nulo
 
 int main(int argc, char** argv) {
-    return nulo::run(argc, argv);
+    using namespace nulo;
+    secureStandardStreams();
+    const auto commandLine = parsedCommandLine({argv + std::min(argc, 1), argv + argc});
+    const std::string help(commandLineHelp());
+    if (!commandLine) {
+        const std::string usage = help.substr(0, help.find('\n') + 1);
+        std::fputs(("nulo: " + commandLine.error().description + "\n" + usage).c_str(), stderr);
+        return 2;
+    }
+    switch (commandLine.value().action) {
+        case CommandLine::Action::help:
+            std::fputs(help.c_str(), stdout);
+            return 0;
+        case CommandLine::Action::version:
+            printLine("nulo " + std::string(build::version()));
+            return 0;
+        case CommandLine::Action::run:
+            break;
+    }
+    return run(argc, argv, commandLine.value().isQuiet);
 }

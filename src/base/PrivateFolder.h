@@ -1,6 +1,8 @@
 #pragma once
 
+#include <chrono>
 #include <filesystem>
+#include <string_view>
 
 #include "base/Result.h"
 
@@ -11,5 +13,10 @@ namespace nulo {
 /// folder, or somebody else's: in a folder that all users share, its owner could read or swap what
 /// is put there. Any thread.
 Outcome makePrivateFolder(const std::filesystem::path& folder);
+
+/// Deletes this user's regular files in the folder whose names begin and end so and that were last
+/// written before `moment`. Follows no link, not at the folder either; failures are ignored.
+void removeOwnFiles(const std::filesystem::path& folder, std::string_view prefix,
+                    std::string_view suffix, std::chrono::system_clock::time_point moment);
 
 }  // namespace nulo

@@ -50,5 +50,25 @@ TEST(PrivateFolder, refusesWhatAnotherUserCouldHavePutThere) {
     EXPECT_THAT(refusal(foreign), HasSubstr("belongs to another user"));
 }
 
+TEST(PrivateFolder, losesOwnOldFilesOfANameAndNothingElse) {
+    const TemporaryFolder temporary;
+    const std::filesystem::path folder = temporary / "takes";
+    std::filesystem::create_directories(folder / "a folder.m4a");
+    std::ofstream(temporary / "b.m4a");
+    std::filesystem::create_symlink(temporary / "b.m4a", folder / "a link.m4a");
+    for (const char* name : {"a 1.m4a", "a 2.m4a.part", "b 3.m4a", "a foreign.m4a"})
+        std::ofstream(folder / name);
+    const bool isRoot =
+        geteuid() == 0 && chown((folder / "a foreign.m4a").c_str(), 65534, 65534) == 0;
+    std::filesystem::create_directory_symlink(folder, temporary / "link");
+    using Clock = std::chrono::system_clock;
+    removeOwnFiles(folder, "a", ".m4a", Clock::now() - std::chrono::hours(1));
+    removeOwnFiles(temporary / "link", "a", ".m4a", Clock::time_point::max());
+    EXPECT_EQ(std::distance(std::filesystem::directory_iterator(folder), {}), 6);
+    removeOwnFiles(folder, "a", ".m4a", Clock::time_point::max());
+    EXPECT_EQ(std::distance(std::filesystem::directory_iterator(folder), {}), isRoot ? 5 : 4);
+    EXPECT_FALSE(std::filesystem::exists(folder / "a 1.m4a"));
+}
+
 }  // namespace
 }  // namespace nulo

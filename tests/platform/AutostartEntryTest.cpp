@@ -33,14 +33,14 @@ TEST_F(AutostartEntryTest, startsExactlyThisProgramWhateverItsPath) {
         const fs::path marker = folder / "started";
         fs::create_directory(folder / name);
         fs::remove(marker);
-        std::ofstream(program) << "#!/bin/sh\necho \"$#\" >'" << marker.native() << "'\n";
+        std::ofstream(program) << "#!/bin/sh\necho \"$*\" >'" << marker.native() << "'\n";
         fs::permissions(program, fs::perms::owner_all);
 
         ASSERT_TRUE(makeLoginItem(config, program)->registerItem());
 
         EXPECT_NO_THROW(outputOf({"desktop-file-validate", entry})) << content();
         outputOf({"gio", "launch", entry});
-        EXPECT_TRUE(waitUntil([&] { return readFile(marker, 10) == "0\n"; })) << content();
+        EXPECT_TRUE(waitUntil([&] { return readFile(marker, 10) == "--quiet\n"; })) << content();
     }
 }
 
@@ -52,8 +52,19 @@ TEST_F(AutostartEntryTest, replacesAnEntryThatItsUserSwitchedOff) {
     ASSERT_TRUE(item->registerItem());
     ASSERT_TRUE(item->registerItem());
     EXPECT_EQ(content().find("Hidden"), std::string::npos);
-    EXPECT_NE(content().find("Exec=\"/usr/bin/nulo\"\n"), std::string::npos);
+    const std::string present = content();
+    EXPECT_NE(present.find("Exec=\"/usr/bin/nulo\" --quiet\n"), std::string::npos);
     EXPECT_EQ(std::distance(fs::directory_iterator(entry.parent_path()), {}), 1);
+
+    // One of an earlier version leaves what is dictated in the session's log.
+    const std::string switchedOff = present + "Hidden=true\n";
+    std::string earlier = switchedOff;
+    earlier.erase(earlier.find(" --quiet"), 8);
+    std::ofstream(entry) << earlier;
+    makeLoginItem(config, "/opt/bin/nulo");  // not the one that the entry starts
+    EXPECT_EQ(content(), earlier);
+    makeLoginItem(config, "/usr/bin/nulo");
+    EXPECT_EQ(content(), switchedOff);
 }
 
 TEST_F(AutostartEntryTest, saysWhichFileCannotBeWrittenAndWhy) {
@@ -97,17 +108,51 @@ TEST_F(AutostartEntryTest, keepsTheOldEntryWhenTheDiskIsFull) {
     EXPECT_EQ(std::distance(fs::directory_iterator(entry.parent_path()), {}), 1);
 }
 
+class Environment {
+  public:
+    explicit Environment(const char* name) : m_name(name) {
+        if (const char* value = std::getenv(name))
+            m_before = value;
+    }
+    ~Environment() { set(m_before ? m_before->c_str() : nullptr); }
+    void set(const char* value) const { value ? setenv(m_name, value, 1) : unsetenv(m_name); }
+
+  private:
+    const char* const m_name;
+    std::optional<std::string> m_before;
+};
+
 TEST(UserFolders, settingsFolderIsTheDesktopsOnlyWhenItIsAbsolute) {
-    const char* before = std::getenv("XDG_CONFIG_HOME");
-    const std::string kept = before ? before : "";
+    const Environment variable("XDG_CONFIG_HOME");
     const fs::path byDefault = userFolders().home / ".config";
     for (const auto& [value, expected] : {std::pair("/else/where", fs::path("/else/where")),
                                           {"relative", byDefault},
                                           {"", byDefault}}) {
-        setenv("XDG_CONFIG_HOME", value, 1);
+        variable.set(value);
         EXPECT_EQ(userFolders().config, expected) << value;
     }
-    before ? setenv("XDG_CONFIG_HOME", kept.c_str(), 1) : unsetenv("XDG_CONFIG_HOME");
+}
+
+// A folder that two users share is the first one's: the second cannot dictate.
+TEST(UserFolders, takesGoToAFolderOfTheUsersOwn) {
+    const Environment temporary("TMPDIR");
+    const Environment runtime("XDG_RUNTIME_DIR");
+    const TemporaryFolder own;
+    const fs::path byDefault = "/tmp/nulo-" + std::to_string(geteuid());
+    struct Case {
+        const char* temporary;
+        const char* runtime;
+        fs::path takes;
+    };
+    for (const Case& c : {Case{"/else/where", own.path().c_str(), "/else/where/nulo"},
+                          {nullptr, own.path().c_str(), own / "nulo"},
+                          {"", "relative", byDefault},
+                          {nullptr, "/not/there", byDefault},
+                          {nullptr, nullptr, byDefault}}) {
+        temporary.set(c.temporary);
+        runtime.set(c.runtime);
+        EXPECT_EQ(userFolders().recordings, c.takes);
+    }
 }
 
 }  // namespace

@@ -9,6 +9,8 @@ namespace nulo {
 namespace {
 namespace fs = std::filesystem;
 
+constexpr std::uintmax_t largestEntry = 64 * 1024;
+
 /// As the value of any key is written: its reader takes these escapes out first.
 std::string escapedValue(std::string_view text) {
     std::string escaped;
@@ -55,6 +57,16 @@ std::string commandLine(const std::string& program) {
     return (asArgument && fitForEnv ? "/usr/bin/env " : "") + quotedArgument(program);
 }
 
+/// Quiet: what is dictated is for no log of the session.
+std::string execLine(const std::string& program) {
+    return "\nExec=" + escapedValue(commandLine(program)) + " --quiet\n";
+}
+
+/// As earlier versions wrote it.
+std::string loudExecLine(const std::string& program) {
+    return "\nExec=" + escapedValue(commandLine(program)) + "\n";
+}
+
 std::string entryFor(const std::string& program) {
     std::string entry =
         "[Desktop Entry]\n"
@@ -64,8 +76,8 @@ std::string entryFor(const std::string& program) {
         "Comment[fr]=Dictée vocale\n"
         "Icon=org.nulo.Nulo\n"
         "Terminal=false\n"
-        "X-GNOME-Autostart-enabled=true\n";
-    entry += "Exec=" + escapedValue(commandLine(program)) + "\n";
+        "X-GNOME-Autostart-enabled=true";
+    entry += execLine(program);
     entry += "TryExec=" + escapedValue(program) + "\n";  // nothing once it is uninstalled
     return entry;
 }
@@ -74,7 +86,9 @@ std::string entryFor(const std::string& program) {
 class AutostartEntry final : public LoginItem {
   public:
     AutostartEntry(const fs::path& configHome, fs::path program)
-        : m_file(configHome / "autostart" / "nulo.desktop"), m_program(std::move(program)) {}
+        : m_file(configHome / "autostart" / "nulo.desktop"), m_program(std::move(program)) {
+        renew();
+    }
 
     Outcome registerItem() override {
         const std::string& program = m_program.native();
@@ -89,6 +103,15 @@ class AutostartEntry final : public LoginItem {
     }
 
   private:
+    void renew() const {
+        auto entry = readFile(m_file, largestEntry);
+        const std::string loud = loudExecLine(m_program.native());
+        const std::size_t at = entry ? entry->find(loud) : std::string::npos;
+        if (at != std::string::npos)
+            (void)replaceFile(m_file,
+                              entry->replace(at, loud.size(), execLine(m_program.native())));
+    }
+
     Error failure(const std::string& why) const {
         return {"cannot write " + m_file.string() + ": " + why};
     }

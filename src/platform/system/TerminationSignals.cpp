@@ -3,8 +3,8 @@
 #include <fcntl.h>
 #include <unistd.h>
 
-#include <QSocketNotifier>
 #include <csignal>
+#include <utility>
 
 namespace nulo {
 namespace {
@@ -20,37 +20,32 @@ void wakeEventLoop(int number) {
     std::signal(number, SIG_DFL);
 }
 
-class PipedSignals final : public TerminationSignals {
-  public:
-    PipedSignals(int readEnd, std::function<void()> callback)
-        : m_readEnd(readEnd), m_notifier(readEnd, QSocketNotifier::Read) {
-        QObject::connect(&m_notifier, &QSocketNotifier::activated, [this, callback] {
-            m_notifier.setEnabled(false);
-            callback();
-        });
-        for (const int number : terminationSignals)
-            std::signal(number, wakeEventLoop);
-    }
-    ~PipedSignals() override {
-        for (const int number : terminationSignals)
-            std::signal(number, SIG_DFL);
-        close(m_readEnd);
-        close(std::exchange(pipeWriteEnd, -1));
-    }
-
-  private:
-    const int m_readEnd;
-    QSocketNotifier m_notifier;
-};
-
 }  // namespace
 
-std::unique_ptr<TerminationSignals> onTerminationSignal(std::function<void()> callback) {
+TerminationSignals::TerminationSignals(std::function<void()> callback) {
     int ends[2];
     if (pipe2(ends, O_CLOEXEC | O_NONBLOCK) != 0)
-        return nullptr;
+        return;  // the signals then end the process as they do by default
+    m_readEnd = ends[0];
     pipeWriteEnd = ends[1];
-    return std::make_unique<PipedSignals>(ends[0], std::move(callback));
+    m_notifier = std::make_unique<QSocketNotifier>(m_readEnd, QSocketNotifier::Read);
+    QObject::connect(m_notifier.get(), &QSocketNotifier::activated,
+                     [this, callback = std::move(callback)] {
+                         m_notifier->setEnabled(false);
+                         callback();
+                     });
+    for (const int number : terminationSignals)
+        std::signal(number, wakeEventLoop);
+}
+
+TerminationSignals::~TerminationSignals() {
+    if (!m_notifier)
+        return;
+    for (const int number : terminationSignals)
+        std::signal(number, SIG_DFL);
+    m_notifier.reset();
+    close(m_readEnd);
+    close(std::exchange(pipeWriteEnd, -1));
 }
 
 }  // namespace nulo

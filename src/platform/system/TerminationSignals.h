@@ -1,19 +1,23 @@
 #pragma once
 
+#include <QSocketNotifier>
 #include <functional>
 #include <memory>
 
 namespace nulo {
 
-/// SIGTERM, SIGINT and SIGHUP as a call on Qt's event loop; destroying it puts the old handling
-/// back.
+/// SIGTERM, SIGINT and SIGHUP as a call on Qt's event loop, until it is destroyed; a second signal
+/// ends the process at once. One in a process, on the main thread, after QCoreApplication was made.
 class TerminationSignals {
   public:
-    virtual ~TerminationSignals() = default;
-};
+    explicit TerminationSignals(std::function<void()> callback);
+    ~TerminationSignals();
+    TerminationSignals(const TerminationSignals&) = delete;
+    TerminationSignals& operator=(const TerminationSignals&) = delete;
 
-/// Once in a process, on the main thread, after QCoreApplication was made. A second signal ends the
-/// process at once.
-std::unique_ptr<TerminationSignals> onTerminationSignal(std::function<void()> callback);
+  private:
+    int m_readEnd = -1;
+    std::unique_ptr<QSocketNotifier> m_notifier;
+};
 
 }  // namespace nulo

@@ -1,0 +1,18 @@
+#pragma once
+
+#include <functional>
+
+namespace nulo {
+
+/// While it lives, a library that ends the process by exit(), as Qt does when the X server is gone,
+/// does so at once: `cleanUp` is called, on that library's thread, and nothing is destroyed that
+/// other threads still use. One at a time.
+class AbruptExit {
+  public:
+    explicit AbruptExit(std::function<void()> cleanUp);
+    ~AbruptExit();
+    AbruptExit(const AbruptExit&) = delete;
+    AbruptExit& operator=(const AbruptExit&) = delete;
+};
+
+}  // namespace nulo
