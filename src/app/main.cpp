@@ -96,6 +96,12 @@ int run(int argc, char** argv, bool isQuiet) {
     UpdateDialogs updateWindows;
     const std::unique_ptr<ProcessLauncher> processLauncher = makeProcessLauncher();
 
+    AppDelegate* present = nullptr;
+    AbruptExit withTheDesktop([&] {
+        if (present)
+            present->desktopIsGone();
+        removeTakes(folders.recordings, Clock::WallTime::max());
+    });
     AppDelegate delegate(
         {.mainQueue = *mainQueue,
          .clock = systemClock(),
@@ -112,7 +118,12 @@ int run(int argc, char** argv, bool isQuiet) {
          .permissionIsTheUsersToGive = keyTap.backend == KeyTapChoice::Backend::unavailable,
          .pasteboard = *pasteboard,
          .pasteKeystroke = *pasteKeystroke,
-         .makeHttpSession = makeCurlHttpSession,
+         .makeHttpSession =
+             [&](HttpSessionDelegate& session) {
+                 auto made = makeCurlHttpSession(session);
+                 withTheDesktop.comeFirst();
+                 return made;
+             },
          .openShortcutHelp = openShortcutHelp,
          .statusItem = statusItem,
          .remoteControl = *claimed.remoteControl,
@@ -126,14 +137,13 @@ int run(int argc, char** argv, bool isQuiet) {
     QObject::connect(&application, &QCoreApplication::aboutToQuit,
                      [&delegate] { delegate.applicationWillTerminate(); });
     const TerminationSignals terminationSignals([] { QCoreApplication::quit(); });
-    const AbruptExit withTheDesktop([&] {
-        delegate.desktopIsGone();
-        removeTakes(folders.recordings, Clock::WallTime::max());
-    });
+    present = &delegate;
     delegate.applicationDidFinishLaunching();
     // Looking through the icon themes takes a fifth of the start, and no window is open yet.
     mainQueue->async([] { QApplication::setWindowIcon(QIcon::fromTheme("org.nulo.Nulo")); });
-    return QApplication::exec();
+    const int status = QApplication::exec();
+    present = nullptr;
+    return status;
 }
 
 }  // namespace

@@ -25,11 +25,15 @@ void endAtOnce(int status, void*) {
 
 AbruptExit::AbruptExit(std::function<void()> cleanUp) {
     cleanUpNow() = std::move(cleanUp);
-    on_exit(endAtOnce, nullptr);
+    comeFirst();
 }
 
 AbruptExit::~AbruptExit() {
     cleanUpNow() = nullptr;
+}
+
+void AbruptExit::comeFirst() {
+    on_exit(endAtOnce, nullptr);
 }
 
 }  // namespace nulo
