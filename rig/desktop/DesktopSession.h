@@ -71,6 +71,7 @@ class DesktopSession {
     void screenshot(const std::filesystem::path& file) const;
     VirtualMicrophone& soundServer() { return m_soundServer; }
     VirtualDisplay& xServer() { return m_xServer; }
+    const VirtualDisplay& xServer() const { return m_xServer; }
     PrivateBus& bus() { return m_bus; }
     XTestKeyboard& keyboard() { return m_keyboard; }
     /// Over this process's, for programs that run on the desktop.
