@@ -10,6 +10,24 @@ add_compile_options(-Wall -Wextra -Wpedantic -Wshadow -Wnon-virtual-dtor -Woverl
 if(NULO_WARNINGS_AS_ERRORS)
   add_compile_options(-Werror)
 endif()
+
+# One set for every optimised build, packages and the companion included.
+include(CheckCXXCompilerFlag)
+include(CheckPIESupported)
+check_pie_supported()
+set(CMAKE_POSITION_INDEPENDENT_CODE ON)
+set(optimised $<CONFIG:Release,RelWithDebInfo,MinSizeRel>)
+foreach(flag -fstack-protector-strong -fstack-clash-protection -fcf-protection
+             -mbranch-protection=standard)
+  string(MAKE_C_IDENTIFIER NULO_HAS${flag} known)
+  check_cxx_compiler_flag(${flag} ${known})  # some are one processor's
+  if(${known})
+    add_compile_options($<${optimised}:${flag}>)
+  endif()
+endforeach()
+add_compile_definitions($<${optimised}:_FORTIFY_SOURCE=2> $<${optimised}:_GLIBCXX_ASSERTIONS>)
+add_link_options($<${optimised}:LINKER:-z,relro,-z,now>)
+
 if(NULO_SANITIZE)
   add_compile_options(-fsanitize=${NULO_SANITIZE} -fno-omit-frame-pointer -fno-sanitize-recover=all)
   add_link_options(-fsanitize=${NULO_SANITIZE})
