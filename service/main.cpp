@@ -13,6 +13,7 @@
 
 #include "base/Clock.h"
 #include "base/Print.h"
+#include "base/StandardStreams.h"
 #include "service/Options.h"
 #include "service/SpeechApi.h"
 #include "service/gateway/GatewayCleanup.h"
@@ -256,6 +257,7 @@ int serve(const Options& options) {
 int main(int argumentCount, char** arguments) {
     using namespace nulo;
     using namespace nulo::service;
+    secureStandardStreams();
     const auto options = parsedOptions({arguments + 1, arguments + argumentCount});
     const std::string help(helpText());
     if (!options) {
