@@ -13,9 +13,11 @@ endif()
 
 # One set for every optimised build, packages and the companion included.
 include(CheckCXXCompilerFlag)
-include(CheckPIESupported)
-check_pie_supported()
-set(CMAKE_POSITION_INDEPENDENT_CODE ON)
+if(CMAKE_BUILD_TYPE MATCHES "Rel")
+  include(CheckPIESupported)
+  check_pie_supported()
+  set(CMAKE_POSITION_INDEPENDENT_CODE ON)
+endif()
 set(optimised $<CONFIG:Release,RelWithDebInfo,MinSizeRel>)
 foreach(flag -fstack-protector-strong -fstack-clash-protection -fcf-protection
              -mbranch-protection=standard)

@@ -6,7 +6,9 @@
 #include <QCoreApplication>
 #include <chrono>
 #include <cmath>
+#include <filesystem>
 #include <fstream>
+#include <string>
 #include <thread>
 
 #include "audio/AudioRecorder.h"
@@ -36,6 +38,20 @@ double peakMegabytes() {
     return (own + static_cast<double>(encoders.ru_maxrss)) / 1024;
 }
 
+/// It sleeps once it has taken all that it was sent.
+bool encoderIsAtWork() {
+    for (const auto& thread : std::filesystem::directory_iterator("/proc/self/task")) {
+        std::ifstream children(thread.path() / "children");
+        for (std::string process; children >> process;) {
+            std::string facts;
+            std::getline(std::ifstream("/proc/" + process + "/stat"), facts);
+            if (facts.find(") S ") == std::string::npos)
+                return true;
+        }
+    }
+    return false;
+}
+
 struct Take {
     double memory;        // MB, at its peak, with the encoder
     double longestBlock;  // ms, of the main thread
@@ -56,6 +72,12 @@ Take record(int seconds) {
         take.longestBlock = std::max(take.longestBlock, milliseconds(BenchClock::now() - start));
     };
     const auto runMain = [&] { timed([] { QCoreApplication::processEvents(); }); };
+    const auto waitForEncoder = [&] {
+        while (encoderIsAtWork()) {
+            std::this_thread::sleep_for(std::chrono::milliseconds(5));
+            runMain();
+        }
+    };
     recorder.startRecording();
     while (!microphone.isRunning())
         runMain();
@@ -68,12 +90,11 @@ Take record(int seconds) {
                                                   0.05 * (1 + 0.1 * (buffer % 50))));
         std::thread([&] { microphone.capture(frames); }).join();
         runMain();
+        // At this speed the encoder falls behind, and ten seconds of sound are the most that waits.
+        if (buffer % 100 == 99)
+            waitForEncoder();
     }
-    // At this speed the encoder lags behind; of a real take it has all but the last buffer by now.
-    for (int wait = 0; wait < 100; ++wait) {
-        std::this_thread::sleep_for(std::chrono::milliseconds(10));
-        runMain();
-    }
+    waitForEncoder();  // of a real take it has all but the last buffer by now
     timed([&] { recorder.stopRecording(); });
     take.memory = peakMegabytes();
     return take;
