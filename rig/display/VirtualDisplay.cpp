@@ -58,8 +58,8 @@ VirtualDisplay::VirtualDisplay(WindowManager windowManager, std::string screen) 
         m_displayBefore = before;
     startServer(screen);
     setenv("DISPLAY", m_display.c_str(), 1);
-    if (windowManager == WindowManager::openbox)
-        startWindowManager();
+    if (windowManager != WindowManager::none)
+        startWindowManager(windowManager);
 }
 
 VirtualDisplay::~VirtualDisplay() {
@@ -91,10 +91,21 @@ void VirtualDisplay::startServer(const std::string& screen) {
     close(ends[0]);
 }
 
-void VirtualDisplay::startWindowManager() {
-    m_windowManager.emplace(std::vector<std::string>{"openbox", "--sm-disable"});
+void VirtualDisplay::startWindowManager(WindowManager windowManager) {
+    if (windowManager == WindowManager::openbox) {
+        m_windowManager.emplace(std::vector<std::string>{"openbox", "--sm-disable"});
+    } else {
+        // Its shortcuts are another program's, which a session bus starts.
+        const std::string home = m_home.path();
+        m_windowManager.emplace(
+            std::vector<std::string>{"dbus-run-session", "--", "kwin_x11", "--no-kactivities"},
+            ChildProcess::Options{
+                {"HOME=" + home, "XDG_CONFIG_HOME=" + home, "XDG_RUNTIME_DIR=" + home,
+                 "KWIN_COMPOSE=N", "QT_QPA_PLATFORM=xcb"},
+                {}});
+    }
     if (!waitUntil(managesWindows, std::chrono::seconds(20)))
-        throw std::runtime_error("openbox did not start");
+        throw std::runtime_error("the window manager did not start");
 }
 
 }  // namespace nulo

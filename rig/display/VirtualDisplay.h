@@ -5,13 +5,14 @@
 #include <vector>
 
 #include "rig/process/ChildProcess.h"
+#include "rig/process/TemporaryFolder.h"
 
 namespace nulo {
 
 /// A private X server without a screen (Xvfb), which $DISPLAY of this process names while it lives.
 class VirtualDisplay {
   public:
-    enum class WindowManager { none, openbox };
+    enum class WindowManager { none, openbox, kwin };
 
     /// Returns when clients can connect and the window manager runs; throws when they do not.
     explicit VirtualDisplay(WindowManager windowManager = WindowManager::none,
@@ -27,11 +28,12 @@ class VirtualDisplay {
 
   private:
     void startServer(const std::string& screen);
-    void startWindowManager();
+    void startWindowManager(WindowManager windowManager);
 
     std::string m_display;
     std::optional<std::string> m_displayBefore;
     std::optional<ChildProcess> m_server;
+    TemporaryFolder m_home;  // the window manager's
     std::optional<ChildProcess> m_windowManager;
 };
 

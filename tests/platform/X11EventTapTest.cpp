@@ -12,9 +12,11 @@ namespace {
 
 // Each row of the chord's table as a program sees it: a swallowed key that shows, a passed one that
 // does not, an Option press that comes late or twice, a start or stop that is missed.
-TEST(X11EventTap, showsProgramsWhatTheTableSays) {
+class X11EventTapTable : public testing::TestWithParam<KeyLoggingWindow::Input> {};
+
+TEST_P(X11EventTapTable, isWhatProgramsSee) {
     KeyDesktop desktop;
-    KeyLoggingWindow window;
+    KeyLoggingWindow window(GetParam());
     ASSERT_TRUE(desktop.isTapped(window));
     const struct {
         const char *what, *events, *calls, *seen;
@@ -46,6 +48,10 @@ TEST(X11EventTap, showsProgramsWhatTheTableSays) {
         EXPECT_THAT(desktop.keyboard->keysDown(), testing::IsEmpty()) << row.what;
     }
 }
+
+INSTANTIATE_TEST_SUITE_P(CoreAndXI2, X11EventTapTable,
+                         testing::Values(KeyLoggingWindow::Input::core,
+                                         KeyLoggingWindow::Input::xi2));
 
 /// The table once more, as what a program sees of single keys; for sequences that nobody thought
 /// of.
@@ -161,7 +167,8 @@ TEST(X11EventTap, agreesWithAModelOnRandomKeys) {
     static unsigned seed = 20261121;
     std::mt19937 random(++seed);  // --gtest_repeat tries others
     KeyDesktop desktop;
-    KeyLoggingWindow window;
+    KeyLoggingWindow window(seed % 2 ? KeyLoggingWindow::Input::xi2
+                                     : KeyLoggingWindow::Input::core);
     ASSERT_TRUE(desktop.isTapped(window));
     int strayReleases = 0;
     for (int i = 0; i < 200; ++i) {
@@ -264,6 +271,40 @@ TEST(X11EventTap, leavesTheWindowManagerItsShortcuts) {
     desktop.play("OSTt");
     desktop.play("so");
     EXPECT_EQ(desktop.takeCalls(2), "+-");
+}
+
+// KWin takes a grab that ends for a loss of the focus, and then has no active window.
+TEST(X11EventTap, leavesKWinItsActiveWindow) {
+    KeyDesktop desktop(VirtualDisplay::WindowManager::kwin);
+    desktop.keyboard->pace = std::chrono::milliseconds(60);
+    KeyLoggingWindow first;
+    KeyLoggingWindow second;
+    ASSERT_TRUE(desktop.isTapped(second));
+    ASSERT_TRUE(waitUntil([&] { return second.isActive(); }));
+    int kept = 0;
+    for (int tap = 0; tap < 5; ++tap) {
+        for (const char* keys : {"Oo", "OSso", "OAao"}) {
+            desktop.play(keys);
+            desktop.typed(second);
+            kept += second.isActive();
+        }
+    }
+    EXPECT_EQ(kept, 15);
+    KeyLoggingWindow* before = &second;
+    KeyLoggingWindow* after = &first;
+    for (int i = 0; i < 4; ++i, std::swap(before, after)) {
+        ASSERT_TRUE(desktop.isTapped(*before));
+        desktop.play("OTto");
+        EXPECT_TRUE(waitUntil([&] { return after->isActive() && after->hasFocus(); },
+                              std::chrono::seconds(2)))
+            << i;
+    }
+    ASSERT_TRUE(desktop.isTapped(*before));
+    desktop.play("OTtTto");
+    EXPECT_TRUE(waitUntil([&] { return before->isActive() && before->hasFocus(); },
+                          std::chrono::seconds(2)));
+    desktop.play("OQqo");
+    EXPECT_TRUE(waitUntil([&] { return before->wasAskedToClose(); }, std::chrono::seconds(2)));
 }
 
 // A window dragged by Alt: the press of a mouse button must set the keyboard free.

@@ -7,6 +7,7 @@
 #define explicit explicit_  // a field's name in this C header
 #include <xcb/xkb.h>
 #undef explicit
+#include <xcb/xinput.h>
 
 #include "rig/process/WaitUntil.h"
 
@@ -18,7 +19,8 @@ using Memory = std::unique_ptr<T, decltype(&std::free)>;
 
 }  // namespace
 
-KeyLoggingWindow::KeyLoggingWindow() : m_connection(xcb_connect(nullptr, nullptr), xcb_disconnect) {
+KeyLoggingWindow::KeyLoggingWindow(Input input)
+    : m_connection(xcb_connect(nullptr, nullptr), xcb_disconnect) {
     xcb_connection_t* connection = m_connection.get();
     if (xcb_connection_has_error(connection))
         throw std::runtime_error("no X server for the window");
@@ -29,11 +31,22 @@ KeyLoggingWindow::KeyLoggingWindow() : m_connection(xcb_connect(nullptr, nullptr
                              XCB_XKB_PER_CLIENT_FLAG_DETECTABLE_AUTO_REPEAT, 0, 0, 0);
     const xcb_screen_t* screen = xcb_setup_roots_iterator(xcb_get_setup(connection)).data;
     m_window = xcb_generate_id(connection);
-    const std::uint32_t events =
-        XCB_EVENT_MASK_KEY_PRESS | XCB_EVENT_MASK_KEY_RELEASE | XCB_EVENT_MASK_BUTTON_PRESS;
+    const std::uint32_t events = input == Input::xi2
+                                     ? XCB_EVENT_MASK_NO_EVENT
+                                     : XCB_EVENT_MASK_KEY_PRESS | XCB_EVENT_MASK_KEY_RELEASE;
     xcb_create_window(connection, XCB_COPY_FROM_PARENT, m_window, screen->root, 0, 0, 200, 100, 0,
                       XCB_WINDOW_CLASS_INPUT_OUTPUT, XCB_COPY_FROM_PARENT, XCB_CW_EVENT_MASK,
                       &events);
+    struct {
+        xcb_input_event_mask_t header;
+        std::uint32_t bits;
+    } mask{{XCB_INPUT_DEVICE_ALL_MASTER, 1},
+           XCB_INPUT_XI_EVENT_MASK_KEY_PRESS | XCB_INPUT_XI_EVENT_MASK_KEY_RELEASE};
+    if (input == Input::xi2) {
+        std::free(xcb_input_xi_query_version_reply(
+            connection, xcb_input_xi_query_version(connection, 2, 2), nullptr));
+        xcb_input_xi_select_events(connection, m_window, 1, &mask.header);
+    }
     const xcb_atom_t deleteWindow = atom("WM_DELETE_WINDOW");
     xcb_change_property(connection, XCB_PROP_MODE_REPLACE, m_window, atom("WM_PROTOCOLS"),
                         XCB_ATOM_ATOM, 32, 1, &deleteWindow);
@@ -57,6 +70,19 @@ bool KeyLoggingWindow::hasFocus() {
                                   nullptr),
         std::free);
     return reply && reply->focus == m_window;
+}
+
+bool KeyLoggingWindow::isActive() {
+    const xcb_window_t root =
+        xcb_setup_roots_iterator(xcb_get_setup(m_connection.get())).data->root;
+    const Memory<xcb_get_property_reply_t> reply(
+        xcb_get_property_reply(m_connection.get(),
+                               xcb_get_property(m_connection.get(), 0, root,
+                                                atom("_NET_ACTIVE_WINDOW"), XCB_ATOM_WINDOW, 0, 1),
+                               nullptr),
+        std::free);
+    return reply && xcb_get_property_value_length(reply.get()) == 4 &&
+           *static_cast<xcb_window_t*>(xcb_get_property_value(reply.get())) == m_window;
 }
 
 bool KeyLoggingWindow::isGrabbed(int keycode) {
@@ -115,16 +141,19 @@ void KeyLoggingWindow::read() {
     while (Memory<xcb_generic_event_t> event{xcb_poll_for_event(m_connection.get()), std::free}) {
         const int type = event->response_type & 0x7F;
         if (type == XCB_KEY_PRESS || type == XCB_KEY_RELEASE)
-            note(reinterpret_cast<const xcb_key_press_event_t&>(*event), type == XCB_KEY_PRESS);
+            note(event->pad0, type == XCB_KEY_PRESS);
+        const auto& extended = reinterpret_cast<const xcb_input_key_press_event_t&>(*event);
+        if (type == XCB_GE_GENERIC)
+            note(extended.detail, extended.event_type == XCB_INPUT_KEY_PRESS);
         if (type == XCB_CLIENT_MESSAGE)
             m_askedToClose = true;
     }
 }
 
-void KeyLoggingWindow::note(const xcb_key_press_event_t& event, bool press) {
-    const bool repeats = press && m_down[event.detail];
-    m_down[event.detail] = press;
-    m_keys += (repeats ? "=" : press ? "+" : "-") + std::to_string(event.detail) + " ";
+void KeyLoggingWindow::note(unsigned key, bool press) {
+    const bool repeats = press && m_down[key & 0xFF];
+    m_down[key & 0xFF] = press;
+    m_keys += (repeats ? "=" : press ? "+" : "-") + std::to_string(key) + " ";
 }
 
 xcb_atom_t KeyLoggingWindow::atom(const std::string& name) {

@@ -11,8 +11,10 @@ namespace nulo {
 /// thread: it reads what has arrived when it is asked.
 class KeyLoggingWindow {
   public:
+    enum class Input { core, xi2 };  // what it asks the server for; GTK 3 and later want XI2
+
     /// Returns when the window has the focus.
-    KeyLoggingWindow();
+    explicit KeyLoggingWindow(Input input = Input::core);
 
     /// Everything so far: "+64" for a press, "-64" for a release, by keycode and separated by
     /// spaces; "=64" is an auto-repeat.
@@ -23,6 +25,8 @@ class KeyLoggingWindow {
     bool wasAskedToClose();
     bool hasFocus();
     void takeFocus();
+    /// Whether the window manager takes it for the one in use.
+    bool isActive();
     /// Whether another program holds this key of this window.
     bool isGrabbed(int keycode);
     /// Takes the key of this window for itself, as a program of its own.
@@ -33,7 +37,7 @@ class KeyLoggingWindow {
 
   private:
     void read();
-    void note(const xcb_key_press_event_t& event, bool press);
+    void note(unsigned key, bool press);
     xcb_atom_t atom(const std::string& name);
 
     std::unique_ptr<xcb_connection_t, void (*)(xcb_connection_t*)> m_connection;

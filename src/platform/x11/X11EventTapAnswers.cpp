@@ -3,7 +3,6 @@
 #include <algorithm>
 
 #include "platform/x11/X11EventTapSession.h"
-#include "platform/x11/XcbEvents.h"
 
 namespace nulo {
 namespace {
@@ -51,6 +50,11 @@ bool X11EventTapSession::settle() {
             return true;
         m_queue.pop_front();
     }
+    if (m_held && mustHold() && m_holder != m_connection.get() &&
+        !passTheHold(&X11EventTapSession::endGrab)) {
+        endGrab();
+        hold();
+    }
     if (!m_queue.empty() && mustHold())
         letThrough();
     else if (!m_queue.empty() && !m_queue.front().press)
@@ -66,7 +70,7 @@ void X11EventTapSession::replayRelease() {
     key.fate = EventFate::swallow;  // taken out, not copied
     if (!stepTo(key))
         return;
-    xcb_allow_events(m_connection.get(), XCB_ALLOW_REPLAY_KEYBOARD, XCB_CURRENT_TIME);
+    replay();
     setHeld(false);
 }
 
@@ -74,7 +78,7 @@ void X11EventTapSession::handOn() {
     m_optionHandedOn = false;
     m_hidingSpace = false;
     if (m_held && m_optionIsCurrent) {
-        xcb_allow_events(m_connection.get(), XCB_ALLOW_REPLAY_KEYBOARD, XCB_CURRENT_TIME);
+        replay();
         setHeld(false);
     } else {
         if (m_takenOption)
@@ -86,8 +90,7 @@ void X11EventTapSession::handOn() {
 /// Takes the queue's events up to this one out of it; false when the connection is gone.
 bool X11EventTapSession::stepTo(const QueuedKey& key) {
     for (;;) {
-        const auto request =
-            xcb_allow_events(m_connection.get(), XCB_ALLOW_SYNC_KEYBOARD, XCB_CURRENT_TIME);
+        const auto request = xcb_allow_events(m_holder, XCB_ALLOW_SYNC_KEYBOARD, XCB_CURRENT_TIME);
         const Event event = awaitGrabbedKey(request.sequence);
         if (!event)
             return false;
@@ -96,27 +99,62 @@ bool X11EventTapSession::stepTo(const QueuedKey& key) {
         const bool found = taken.detail == key.key && press == key.press;
         const bool isRepeat = !found && press && m_keys.isSpace(taken.detail, m_group);
         if (found ? key.fate == EventFate::pass : !isRepeat)
-            forward(taken);
+            letOneThrough(taken);
         if (found)
             return true;
     }
 }
 
 X11EventTapSession::Event X11EventTapSession::awaitGrabbedKey(std::uint32_t since) {
-    xcb_flush(m_connection.get());
+    xcb_flush(m_holder);
     for (;;) {
-        Event event(xcb_wait_for_event(m_connection.get()));
+        Event event(xcb_wait_for_event(m_holder));
         if (!event)
             return event;
         const int type = event->response_type & 0x7F;
-        if (type != XCB_KEY_PRESS && type != XCB_KEY_RELEASE)
-            m_deferred.push_back(std::move(event));
-        else if (!isBefore(event->full_sequence, since))
+        if (type != XCB_KEY_PRESS && type != XCB_KEY_RELEASE) {
+            if (m_holder == m_connection.get())
+                m_deferred.push_back(std::move(event));
+        } else if (!isBefore(event->full_sequence, since))
             return event;
     }
 }
 
-/// For an event that had to leave the queue before a later one: the application gets a copy.
+/// The application gets the event that was taken out of the queue last, but nothing of what is
+/// queued behind it.
+void X11EventTapSession::letOneThrough(const xcb_key_press_event_t& event) {
+    if (!passTheHold(&X11EventTapSession::replay))
+        forward(event);
+}
+
+/// Ends the holder's grab while the other connection keeps the keyboard frozen, and then holds it:
+/// a grab of the pointer freezes it too, for every client but its own. False, and nothing done,
+/// while a mouse button is down or a program has the pointer.
+bool X11EventTapSession::passTheHold(void (X11EventTapSession::*endOfMyGrab)()) {
+    xcb_connection_t* const other = m_holder == m_probe.get() ? m_connection.get() : m_probe.get();
+    const auto pointer = NULO_XCB(xcb_grab_pointer, other, 0, m_root, 0, XCB_GRAB_MODE_SYNC,
+                                  XCB_GRAB_MODE_SYNC, XCB_NONE, XCB_NONE, XCB_CURRENT_TIME);
+    if (!pointer || pointer->status != XCB_GRAB_STATUS_SUCCESS)
+        return false;
+    (this->*endOfMyGrab)();
+    NULO_XCB(xcb_get_input_focus, m_holder);  // returns when the server has done it
+    m_holder = other;
+    NULO_XCB(xcb_grab_keyboard, other, 0, m_grabWindow, XCB_CURRENT_TIME, XCB_GRAB_MODE_ASYNC,
+             XCB_GRAB_MODE_SYNC);
+    xcb_ungrab_pointer(other, XCB_CURRENT_TIME);
+    NULO_XCB(xcb_get_input_focus, other);
+    return true;
+}
+
+void X11EventTapSession::endGrab() {
+    xcb_ungrab_keyboard(m_holder, XCB_CURRENT_TIME);
+    if (m_holder != m_connection.get())
+        NULO_XCB(xcb_get_input_focus, m_holder);  // before the first connection grabs anew
+    m_windowManager->grabHasEnded(m_grabWindow);
+}
+
+/// For an event that cannot be replayed: the application gets a copy, which programs that ask for
+/// XInput 2 events do not see.
 void X11EventTapSession::forward(const xcb_key_press_event_t& event) {
     xcb_key_press_event_t copy = event;
     copy.response_type &= 0x7F;
@@ -137,6 +175,7 @@ void X11EventTapSession::letThrough() {
         xcb_grab_key(connection, 0, m_grabWindow, XCB_MOD_MASK_ANY, space, XCB_GRAB_MODE_ASYNC,
                      XCB_GRAB_MODE_SYNC);
     const auto ungrab = xcb_ungrab_keyboard(connection, XCB_CURRENT_TIME);
+    m_windowManager->grabHasEnded(m_grabWindow);
     hold();
     for (const auto space : spaces)
         xcb_ungrab_key(connection, space, m_grabWindow, XCB_MOD_MASK_ANY);
@@ -178,12 +217,20 @@ bool X11EventTapSession::grabKeyboard() {
 }
 
 void X11EventTapSession::release() {
-    xcb_ungrab_keyboard(m_connection.get(), XCB_CURRENT_TIME);
+    endGrab();
     setHeld(false);
+}
+
+/// The application gets the key that was taken out of the queue last, and all that follows.
+void X11EventTapSession::replay() {
+    xcb_allow_events(m_holder, XCB_ALLOW_REPLAY_KEYBOARD, XCB_CURRENT_TIME);
+    xcb_flush(m_holder);
+    m_windowManager->grabHasEnded(m_grabWindow);
 }
 
 void X11EventTapSession::setHeld(bool held) {
     m_held = held;
+    m_holder = m_connection.get();
     m_optionIsCurrent = false;
     m_takenOption.reset();
     m_queue.clear();

@@ -1,11 +1,8 @@
 #include "platform/x11/X11EventTapKeys.h"
 
-#define explicit explicit_  // a field's name in this C header
-#include <xcb/xkb.h>
-#undef explicit
 #include <xkbcommon/xkbcommon-keysyms.h>
 
-#include "platform/x11/XcbMemory.h"
+#include "platform/x11/Xcb.h"
 
 namespace nulo {
 namespace {

@@ -5,12 +5,6 @@
 #include <algorithm>
 #include <string_view>
 
-#include "platform/x11/XcbEvents.h"
-
-#define explicit explicit_  // a field's name in this C header
-#include <xcb/xkb.h>
-#undef explicit
-
 namespace nulo {
 namespace {
 
@@ -60,6 +54,7 @@ std::optional<Error> X11EventTapSession::connect() {
     int screenNumber = 0;
     m_connection.reset(xcb_connect(nullptr, &screenNumber));
     m_probe.reset(xcb_connect(nullptr, nullptr));
+    m_holder = m_connection.get();
     xcb_connection_t* connection = m_connection.get();
     if (xcb_connection_has_error(connection) || xcb_connection_has_error(m_probe.get()))
         return Error{"the X server cannot be reached"};
@@ -92,6 +87,7 @@ std::optional<Error> X11EventTapSession::connect() {
     m_activeWindow = atomReply->atom;
 
     selectEvents();
+    m_windowManager.emplace(connection, m_root);
     auto keys = X11EventTapKeys::read(connection);
     if (!keys)
         return noAnswer;
@@ -202,10 +198,13 @@ void X11EventTapSession::handleEvent(const xcb_generic_event_t& event) {
                 m_focusMayHaveMoved = true;
             return;
         }
-        case XCB_PROPERTY_NOTIFY:
-            if (reinterpret_cast<const xcb_property_notify_event_t&>(event).atom == m_activeWindow)
+        case XCB_PROPERTY_NOTIFY: {
+            const auto property = reinterpret_cast<const xcb_property_notify_event_t&>(event).atom;
+            if (property == m_activeWindow)
                 m_focusMayHaveMoved = true;
+            m_windowManager->propertyChanged(property);
             return;
+        }
         case XCB_DESTROY_NOTIFY:
         case XCB_UNMAP_NOTIFY: {
             const auto window = reinterpret_cast<const xcb_unmap_notify_event_t&>(event).window;
@@ -342,7 +341,7 @@ void X11EventTapSession::handleGrabbedKey(const xcb_key_press_event_t& event) {
             return;
     }
     // Handed on before, not Option in this group, or repeated: for the application.
-    xcb_allow_events(m_connection.get(), XCB_ALLOW_REPLAY_KEYBOARD, XCB_CURRENT_TIME);
+    replay();
     setHeld(false);
 }
 

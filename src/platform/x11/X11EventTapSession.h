@@ -13,7 +13,8 @@
 #include "hotkey/EventTap.h"
 #include "pasting/InjectionGate.h"
 #include "platform/x11/X11EventTapKeys.h"
-#include "platform/x11/XcbMemory.h"
+#include "platform/x11/X11WindowManager.h"
+#include "platform/x11/Xcb.h"
 
 namespace nulo {
 
@@ -59,7 +60,7 @@ class X11EventTapSession {
     bool grabsAreAlive();
 
   private:
-    using Event = XcbMemory<xcb_generic_event_t>;
+    using Event = XcbEvent;
 
     struct QueuedKey {
         xcb_keycode_t key;
@@ -97,12 +98,16 @@ class X11EventTapSession {
     void replayRelease();
     bool stepTo(const QueuedKey& key);
     Event awaitGrabbedKey(std::uint32_t since);
+    void letOneThrough(const xcb_key_press_event_t& event);
+    bool passTheHold(void (X11EventTapSession::*endOfMyGrab)());
+    void endGrab();
     void forward(const xcb_key_press_event_t& event);
     void letThrough();
     void findOptionCaughtSince(std::uint32_t sequence);
     void hold();
     bool grabKeyboard();
     void release();
+    void replay();
     void setHeld(bool held);
     bool mustHold() const { return m_armed || m_hidingSpace || m_takenOption; }
     static bool isPressOf(const Event& event, xcb_keycode_t key, std::uint32_t time);
@@ -118,10 +123,12 @@ class X11EventTapSession {
     const Handler& m_handler;
     XcbConnection m_connection;
     XcbConnection m_probe;
+    xcb_connection_t* m_holder = nullptr;  // the connection whose grab freezes the keyboard
     xcb_window_t m_root = XCB_NONE;
     xcb_atom_t m_activeWindow = XCB_NONE;
     std::uint8_t m_inputOpcode = 0;
     std::uint8_t m_keyboardEvent = 0;
+    std::optional<X11WindowManager> m_windowManager;
     X11EventTapKeys m_keys;
     std::vector<xcb_input_device_id_t> m_injectingDevices;
     std::deque<Event> m_deferred;  // read while waiting for something else

@@ -1,0 +1,50 @@
+#pragma once
+
+#include <xcb/xcb.h>
+
+#include <cstdint>
+#include <cstdlib>
+#include <memory>
+
+#define explicit explicit_  // a field's name in this C header
+#include <xcb/xkb.h>
+#undef explicit
+
+namespace nulo {
+
+struct XcbFree {
+    void operator()(void* memory) const { std::free(memory); }
+    void operator()(xcb_connection_t* connection) const { xcb_disconnect(connection); }
+};
+
+/// A reply, event or error that xcb allocated.
+template <typename T>
+using XcbMemory = std::unique_ptr<T, XcbFree>;
+using XcbConnection = std::unique_ptr<xcb_connection_t, XcbFree>;
+using XcbEvent = XcbMemory<xcb_generic_event_t>;
+
+template <typename T>
+XcbMemory<T> owned(T* memory) {
+    return XcbMemory<T>(memory);
+}
+
+/// Sends a request and waits for its answer; nothing when the server refused or is gone.
+#define NULO_XCB(call, connection, ...) \
+    nulo::owned(call##_reply(connection, call(connection __VA_OPT__(, ) __VA_ARGS__), nullptr))
+
+/// Without the bit that marks what another client sent.
+inline int typeOf(const xcb_generic_event_t& event) {
+    return event.response_type & 0x7F;
+}
+
+/// `event` is a core key press or release.
+inline const xcb_key_press_event_t& asKey(const xcb_generic_event_t& event) {
+    return reinterpret_cast<const xcb_key_press_event_t&>(event);
+}
+
+/// Order of full sequence numbers and of server times, which both wrap.
+inline bool isBefore(std::uint32_t earlier, std::uint32_t later) {
+    return static_cast<std::int32_t>(earlier - later) < 0;
+}
+
+}  // namespace nulo
