@@ -7,6 +7,7 @@
 
 #include <cstdlib>
 #include <stdexcept>
+#include <string_view>
 #include <thread>
 
 namespace nulo {
@@ -16,6 +17,13 @@ XTestKeyboard::XTestKeyboard() : m_connection(xcb_connect(nullptr, nullptr), xcb
         throw std::runtime_error("no X server for the keyboard");
     std::free(xcb_xkb_use_extension_reply(
         m_connection.get(), xcb_xkb_use_extension(m_connection.get(), 1, 0), nullptr));
+    const std::string_view input = "XInputExtension";
+    const std::unique_ptr<xcb_query_extension_reply_t, decltype(&std::free)> extension(
+        xcb_query_extension_reply(
+            m_connection.get(), xcb_query_extension(m_connection.get(), input.size(), input.data()),
+            nullptr),
+        std::free);
+    m_firstInputEvent = extension ? extension->first_event : 0;
 }
 
 void XTestKeyboard::tap(Key key) {
@@ -34,12 +42,16 @@ void XTestKeyboard::movePointer(int x, int y) {
     std::this_thread::sleep_for(pace);
 }
 
-void XTestKeyboard::send(Key key, bool down) {
-    inject(down ? XCB_KEY_PRESS : XCB_KEY_RELEASE, key);
+void XTestKeyboard::send(Key key, bool down, Device device) {
+    std::uint8_t type = down ? XCB_KEY_PRESS : XCB_KEY_RELEASE;
+    if (device == Device::own)  // the input extension's own events, whose first two are of keys
+        type = static_cast<std::uint8_t>(m_firstInputEvent + (down ? 1 : 2));
+    inject(type, key, device);
 }
 
-void XTestKeyboard::inject(std::uint8_t type, std::uint8_t detail) {
-    xcb_test_fake_input(m_connection.get(), type, detail, XCB_CURRENT_TIME, XCB_NONE, 0, 0, 0);
+void XTestKeyboard::inject(std::uint8_t type, std::uint8_t detail, Device device) {
+    xcb_test_fake_input(m_connection.get(), type, detail, XCB_CURRENT_TIME, XCB_NONE, 0, 0,
+                        static_cast<std::uint8_t>(device));
     keysDown();
     std::this_thread::sleep_for(pace);
 }

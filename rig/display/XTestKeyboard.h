@@ -26,14 +26,18 @@ class XTestKeyboard {
         altRight = 108
     };
 
+    /// What the keys come from, for the server: the device of injected keys, or Xvfb's own
+    /// keyboard.
+    enum class Device : std::uint8_t { injecting = 0, own = 7 };
+
     XTestKeyboard();
 
     /// How long to wait after each event: a person's never come at the same time. Window managers
     /// need a human pace.
     std::chrono::milliseconds pace{2};
 
-    void press(Key key) { send(key, true); }
-    void release(Key key) { send(key, false); }
+    void press(Key key, Device device = Device::injecting) { send(key, true, device); }
+    void release(Key key, Device device = Device::injecting) { send(key, false, device); }
     void tap(Key key);
     void button(bool down);
     /// In pixels from the screen's upper left corner.
@@ -44,9 +48,10 @@ class XTestKeyboard {
     std::set<int> keysDown();
 
   private:
-    void send(Key key, bool down);
-    void inject(std::uint8_t type, std::uint8_t detail);
+    void send(Key key, bool down, Device device = Device::injecting);
+    void inject(std::uint8_t type, std::uint8_t detail, Device device = Device::injecting);
 
+    std::uint8_t m_firstInputEvent;
     std::unique_ptr<xcb_connection_t, void (*)(xcb_connection_t*)> m_connection;
 };
 

@@ -67,9 +67,14 @@ class KeyDesktop {
     }
 
     /// Capitals press, small letters release: O Option, S Space, A and X other keys, F Shift,
-    /// R the right Option key.
+    /// R the right Option key. A 2 before it: on a second keyboard.
     void play(const std::string& events) {
+        auto device = XTestKeyboard::Device::injecting;
         for (const char event : events) {
+            if (event == '2') {
+                device = XTestKeyboard::Device::own;
+                continue;
+            }
             const auto key =
                 std::map<char, Keyboard::Key>{
                     {'O', Keyboard::altLeft}, {'S', Keyboard::space}, {'A', Keyboard::a},
@@ -78,9 +83,10 @@ class KeyDesktop {
                 }
                     .at(static_cast<char>(std::toupper(event)));
             if (std::isupper(event))
-                keyboard->press(key);
+                keyboard->press(key, device);
             else
-                keyboard->release(key);
+                keyboard->release(key, device);
+            device = XTestKeyboard::Device::injecting;
         }
     }
 

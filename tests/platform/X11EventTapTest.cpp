@@ -39,6 +39,9 @@ TEST_P(X11EventTapTable, isWhatProgramsSee) {
         {"Option again while Space is still down", "OSoOso", "+-", "-65"},
         {"the right Option key", "RSsr", "+-", "-108"},
         {"both Option keys", "ORSros", "+-", "+108 -108 -65"},
+        {"Space on a second keyboard too", "OS2S2sso", "+-", "-64"},
+        {"Option on a second keyboard too", "O2OSs2oo2OS2os", "+-+-", "-64 -65"},
+        {"a letter on a second keyboard too", "OA2A2aaoA2Aa2a", "", "+64 +38 -38 -64 +38 -38"},
         {"one chord after another", "OSsoOSosOSso", "+-+-+-", "-64 -65 -64"},
     };
     for (const auto& row : rows) {

@@ -25,7 +25,8 @@ bool X11EventTapSession::settle() {
         handOn();
         return true;
     }
-    if (m_held && mustHold() && !m_takenOption && !optionIsDown() && !spaceIsDown()) {
+    if (m_held && mustHold() && !m_takenOption && !m_keys->isOptionDown() &&
+        !m_keys->isSpaceDown()) {
         // A new layout may have given the keys that were held back another meaning.
         m_hidingSpace = false;
         reportOption(false);
@@ -43,7 +44,7 @@ bool X11EventTapSession::settle() {
     }
     // Letting an Option press through would only have it caught again by the passive grab.
     const auto last = std::find_if(m_queue.rbegin(), m_queue.rend(), [this](const QueuedKey& key) {
-        return key.fate == EventFate::swallow || (key.press && m_keys.optionKeys().test(key.key));
+        return key.fate == EventFate::swallow || (key.press && m_keys->optionKeys().test(key.key));
     });
     for (auto count = m_queue.rend() - last; count > 0; --count) {
         if (!stepTo(m_queue.front()))
@@ -97,7 +98,7 @@ bool X11EventTapSession::stepTo(const QueuedKey& key) {
         const auto& taken = asKey(*event);
         const bool press = (taken.response_type & 0x7F) == XCB_KEY_PRESS;
         const bool found = taken.detail == key.key && press == key.press;
-        const bool isRepeat = !found && press && m_keys.isSpace(taken.detail, m_group);
+        const bool isRepeat = !found && press && m_keys->isSpace(taken.detail);
         if (found ? key.fate == EventFate::pass : !isRepeat)
             letOneThrough(taken);
         if (found)
@@ -167,10 +168,7 @@ void X11EventTapSession::forward(const xcb_key_press_event_t& event) {
 /// repeat of Space that is among them is caught by a grab for the moment.
 void X11EventTapSession::letThrough() {
     xcb_connection_t* connection = m_connection.get();
-    std::vector<xcb_keycode_t> spaces;
-    for (int key = 0; key < 256; ++key)
-        if (m_down.test(key) && m_keys.isSpace(static_cast<xcb_keycode_t>(key), m_group))
-            spaces.push_back(static_cast<xcb_keycode_t>(key));
+    const auto spaces = m_keys->spacesDown();
     for (const auto space : spaces)
         xcb_grab_key(connection, 0, m_grabWindow, XCB_MOD_MASK_ANY, space, XCB_GRAB_MODE_ASYNC,
                      XCB_GRAB_MODE_SYNC);
@@ -190,7 +188,7 @@ void X11EventTapSession::findOptionCaughtSince(std::uint32_t sequence) {
     const auto caught = std::find_if(m_deferred.begin(), m_deferred.end(), [&](const Event& event) {
         return (event->response_type & 0x7F) == XCB_KEY_PRESS &&
                !isBefore(event->full_sequence, sequence) &&
-               m_keys.optionKeys().test(asKey(*event).detail);
+               m_keys->optionKeys().test(asKey(*event).detail);
     });
     if (caught == m_deferred.end())
         return;
@@ -249,10 +247,7 @@ bool X11EventTapSession::refresh() {
         return false;
     if (m_layoutChanged) {
         m_layoutChanged = false;
-        const auto before = m_keys.optionKeys();
-        if (auto keys = X11EventTapKeys::read(m_connection.get()))
-            m_keys = std::move(*keys);
-        if (before != m_keys.optionKeys()) {
+        if (m_keys->layoutChanged()) {
             dropGrabs();
             m_focusMayHaveMoved = true;
         }
@@ -290,7 +285,7 @@ void X11EventTapSession::moveGrabs(xcb_window_t window) {
 bool X11EventTapSession::grabOptionKeys() {
     std::vector<xcb_void_cookie_t> requests;
     for (int key = 0; key < 256; ++key)
-        if (m_keys.optionKeys().test(key))
+        if (m_keys->optionKeys().test(key))
             requests.push_back(xcb_grab_key_checked(
                 m_connection.get(), 0, m_grabWindow, XCB_MOD_MASK_ANY,
                 static_cast<xcb_keycode_t>(key), XCB_GRAB_MODE_ASYNC, XCB_GRAB_MODE_SYNC));
@@ -314,9 +309,9 @@ void X11EventTapSession::dropGrabs() {
 
 bool X11EventTapSession::grabsAreAlive() {
     xcb_keycode_t key = 0;
-    while (key < 255 && !m_keys.optionKeys().test(key))
+    while (key < 255 && !m_keys->optionKeys().test(key))
         ++key;
-    if (!m_keys.optionKeys().test(key))
+    if (!m_keys->optionKeys().test(key))
         return true;
     xcb_connection_t* probe = m_probe.get();
     const XcbMemory<xcb_generic_error_t> error(

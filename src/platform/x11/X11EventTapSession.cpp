@@ -39,14 +39,14 @@ Result<std::unique_ptr<X11EventTapSession>> X11EventTapSession::open(InjectionGa
     std::unique_ptr<X11EventTapSession> session(new X11EventTapSession(gate, handler));
     if (const auto error = session->connect())
         return *error;
-    session->seedKeysDown();
     session->m_focusMayHaveMoved = true;
     session->refresh();
     if (xcb_connection_has_error(session->m_connection.get()))
         return noAnswer;
     if (session->m_refused)
         return Error{"another program has taken the Alt key of the focused window"};
-    session->m_hidingSpace = hideSpace && session->optionIsDown() && session->spaceIsDown();
+    session->m_hidingSpace =
+        hideSpace && session->m_keys->isOptionDown() && session->m_keys->isSpaceDown();
     return session;
 }
 
@@ -88,11 +88,9 @@ std::optional<Error> X11EventTapSession::connect() {
 
     selectEvents();
     m_windowManager.emplace(connection, m_root);
-    auto keys = X11EventTapKeys::read(connection);
-    if (!keys)
+    m_keys = X11KeyWatch::begin(connection, m_gate);
+    if (!m_keys)
         return noAnswer;
-    m_keys = std::move(*keys);
-    findInjectingDevices();
     return std::nullopt;
 }
 
@@ -120,33 +118,6 @@ void X11EventTapSession::selectEvents() {
                               0, 0, mapParts, mapParts, &details);
 }
 
-void X11EventTapSession::findInjectingDevices() {
-    const XcbMemory<xcb_input_xi_query_device_reply_t> reply(xcb_input_xi_query_device_reply(
-        m_connection.get(), xcb_input_xi_query_device(m_connection.get(), XCB_INPUT_DEVICE_ALL),
-        nullptr));
-    if (!reply)
-        return;
-    auto device = xcb_input_xi_query_device_infos_iterator(reply.get());
-    for (; device.rem > 0; xcb_input_xi_device_info_next(&device)) {
-        const std::string_view name(xcb_input_xi_device_info_name(device.data),
-                                    device.data->name_len);
-        if (name.find("XTEST keyboard") != std::string_view::npos)
-            m_injectingDevices.push_back(device.data->deviceid);
-    }
-}
-
-void X11EventTapSession::seedKeysDown() {
-    const XcbMemory<xcb_query_keymap_reply_t> keymap(
-        xcb_query_keymap_reply(m_connection.get(), xcb_query_keymap(m_connection.get()), nullptr));
-    const XcbMemory<xcb_xkb_get_state_reply_t> state(xcb_xkb_get_state_reply(
-        m_connection.get(), xcb_xkb_get_state(m_connection.get(), XCB_XKB_ID_USE_CORE_KBD),
-        nullptr));
-    if (state)
-        m_group = state->group;
-    for (int key = 0; keymap && key < 256; ++key)
-        m_down.set(key, keymap->keys[key / 8] >> (key % 8) & 1);
-}
-
 std::vector<int> X11EventTapSession::sockets() const {
     return {xcb_get_file_descriptor(m_connection.get()), xcb_get_file_descriptor(m_probe.get())};
 }
@@ -154,7 +125,7 @@ std::vector<int> X11EventTapSession::sockets() const {
 void X11EventTapSession::begin() {
     if (m_hidingSpace)
         hold();
-    if (!optionIsDown() || !spaceIsDown())
+    if (!m_keys->isOptionDown() || !m_keys->isSpaceDown())
         reportOption(false);
 }
 
@@ -235,19 +206,17 @@ void X11EventTapSession::handleGenericEvent(const xcb_generic_event_t& event) {
 void X11EventTapSession::handleKeyboardExtensionEvent(const xcb_generic_event_t& event) {
     const auto& state = reinterpret_cast<const xcb_xkb_state_notify_event_t&>(event);
     if (state.xkbType == XCB_XKB_STATE_NOTIFY)
-        m_group = state.group;
+        m_keys->groupChanged(state.group);
     else
         m_layoutChanged = true;
 }
 
 void X11EventTapSession::handleRawKey(const xcb_input_raw_key_press_event_t& raw, bool press) {
-    if (m_gate.isInjecting() && std::find(m_injectingDevices.begin(), m_injectingDevices.end(),
-                                          raw.sourceid) != m_injectingDevices.end())
+    if (!m_keys->note(raw, press))
         return;
     const auto key = static_cast<xcb_keycode_t>(raw.detail);
-    m_down.set(key, press);
     const bool queued = m_held && !isBefore(raw.full_sequence, m_heldSince);
-    if (m_keys.isModifier(key))
+    if (m_keys->isModifier(key))
         reportModifier(raw, press, queued);
     else
         reportKey(key, press, queued);
@@ -256,7 +225,7 @@ void X11EventTapSession::handleRawKey(const xcb_input_raw_key_press_event_t& raw
 void X11EventTapSession::reportModifier(const xcb_input_raw_key_press_event_t& raw, bool press,
                                         bool queued) {
     const auto key = static_cast<xcb_keycode_t>(raw.detail);
-    const bool isOption = m_keys.isOption(key, m_group);
+    const bool isOption = m_keys->isOption(key);
     if (!queued) {
         // What is not held back cannot be swallowed, so it must not begin a chord: keys typed into
         // a screen lock, for one, which has the keyboard for itself.
@@ -265,22 +234,22 @@ void X11EventTapSession::reportModifier(const xcb_input_raw_key_press_event_t& r
             m_armed = reportOption(true) == EventFate::swallow;
             if (!m_armed)
                 forward(asKey(*std::exchange(m_takenOption, nullptr)));
-        } else if (press && m_keys.optionKeys().test(key)) {
+        } else if (press && m_keys->optionKeys().test(key)) {
             m_heraldedOption = {key, raw.time, raw.full_sequence};
             awaitHeraldedGrab();
-        } else if (isOption && !optionIsDown()) {
+        } else if (isOption && !m_keys->isOptionDown()) {
             reportOption(false);
         }
         return;
     }
-    const EventFate fate = reportOption(optionIsDown());
+    const EventFate fate = reportOption(m_keys->isOptionDown());
     if (isOption && press && fate == EventFate::swallow)
         m_armed = true;
     enqueue(key, press, fate);
 }
 
 void X11EventTapSession::reportKey(xcb_keycode_t key, bool press, bool queued) {
-    const bool isSpace = m_keys.isSpace(key, m_group);
+    const bool isSpace = m_keys->isSpace(key);
     const EventFate fate = m_handler(
         {.type = press ? KeyEvent::Type::keyDown : KeyEvent::Type::keyUp, .isSpace = isSpace});
     if (isSpace && press && fate == EventFate::swallow) {
@@ -330,7 +299,7 @@ void X11EventTapSession::handleGrabbedKey(const xcb_key_press_event_t& event) {
     const bool heralded = press && m_heraldedOption && event.detail == m_heraldedOption->key &&
                           event.time == m_heraldedOption->time;
     // One that is up again by now was let go behind our back: the application has the rest of it.
-    if (heralded && m_keys.isOption(event.detail, m_group) && m_down.test(event.detail)) {
+    if (heralded && m_keys->isOption(event.detail) && m_keys->isDown(event.detail)) {
         setHeld(true);
         m_heldSince = m_heraldedOption->sequence;
         m_heraldedOption.reset();
@@ -356,20 +325,6 @@ EventFate X11EventTapSession::reportOption(bool set) {
         m_takenOption.reset();
     }
     return m_handler({.type = KeyEvent::Type::flagsChanged, .optionSet = set});
-}
-
-bool X11EventTapSession::optionIsDown() const {
-    for (int key = 0; key < 256; ++key)
-        if (m_down.test(key) && m_keys.isOption(static_cast<xcb_keycode_t>(key), m_group))
-            return true;
-    return false;
-}
-
-bool X11EventTapSession::spaceIsDown() const {
-    for (int key = 0; key < 256; ++key)
-        if (m_down.test(key) && m_keys.isSpace(static_cast<xcb_keycode_t>(key), m_group))
-            return true;
-    return false;
 }
 
 void X11EventTapSession::postOptionDown() {

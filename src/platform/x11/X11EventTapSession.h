@@ -12,7 +12,7 @@
 #include "base/Result.h"
 #include "hotkey/EventTap.h"
 #include "pasting/InjectionGate.h"
-#include "platform/x11/X11EventTapKeys.h"
+#include "platform/x11/X11KeyWatch.h"
 #include "platform/x11/X11WindowManager.h"
 #include "platform/x11/Xcb.h"
 
@@ -73,8 +73,6 @@ class X11EventTapSession {
     // Setting up.
     std::optional<Error> connect();
     void selectEvents();
-    void findInjectingDevices();
-    void seedKeysDown();
 
     // Reading.
     Event nextEvent();
@@ -88,8 +86,6 @@ class X11EventTapSession {
     void awaitHeraldedGrab();
     void handleGrabbedKey(const xcb_key_press_event_t& event);
     EventFate reportOption(bool set);
-    bool optionIsDown() const;
-    bool spaceIsDown() const;
 
     // Answering.
     void enqueue(xcb_keycode_t key, bool press, EventFate fate);
@@ -129,13 +125,10 @@ class X11EventTapSession {
     std::uint8_t m_inputOpcode = 0;
     std::uint8_t m_keyboardEvent = 0;
     std::optional<X11WindowManager> m_windowManager;
-    X11EventTapKeys m_keys;
-    std::vector<xcb_input_device_id_t> m_injectingDevices;
     std::deque<Event> m_deferred;  // read while waiting for something else
 
     // What the user does.
-    X11EventTapKeys::KeySet m_down;
-    int m_group = 0;
+    std::optional<X11KeyWatch> m_keys;
     /// An Option press that counts once the passive grab is seen to have held it back.
     struct HeraldedOption {
         xcb_keycode_t key;

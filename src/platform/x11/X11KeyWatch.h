@@ -1,0 +1,58 @@
+#pragma once
+
+#include <xcb/xinput.h>
+
+#include <map>
+#include <optional>
+#include <set>
+
+#include "pasting/InjectionGate.h"
+#include "platform/x11/X11EventTapKeys.h"
+
+namespace nulo {
+
+/// Which keys the user holds down, on which keyboard, and what they mean in the present layout. One
+/// thread, that of the connection; the connection and the gate outlive it.
+class X11KeyWatch {
+  public:
+    /// Nothing when the server did not answer.
+    static std::optional<X11KeyWatch> begin(xcb_connection_t* connection,
+                                            const InjectionGate& gate);
+
+    /// Takes a raw key event of a keyboard that is no master. False when nothing follows from it:
+    /// injected keys are not the user's, and a key that is down on two keyboards is pressed once
+    /// and released once.
+    bool note(const xcb_input_raw_key_press_event_t& raw, bool press);
+    void groupChanged(int group) { m_group = group; }
+    /// Reads the layout anew; whether other keys are Option now.
+    bool layoutChanged();
+
+    bool isDown(xcb_keycode_t key) const;
+    bool isOptionDown() const;
+    bool isSpaceDown() const { return !spacesDown().empty(); }
+    std::vector<xcb_keycode_t> spacesDown() const;
+
+    // By the present layout.
+    bool isOption(xcb_keycode_t key) const { return m_keys.isOption(key, m_group); }
+    bool isSpace(xcb_keycode_t key) const { return m_keys.isSpace(key, m_group); }
+    bool isModifier(xcb_keycode_t key) const { return m_keys.isModifier(key); }
+    const X11EventTapKeys::KeySet& optionKeys() const { return m_keys.optionKeys(); }
+
+  private:
+    using Device = xcb_input_device_id_t;
+
+    X11KeyWatch(xcb_connection_t* connection, const InjectionGate& gate)
+        : m_connection(connection), m_gate(&gate) {}
+    void findInjectingDevices();
+    void readState();
+
+    xcb_connection_t* m_connection;
+    const InjectionGate* m_gate;
+    X11EventTapKeys m_keys;
+    int m_group = 0;
+    std::set<Device> m_injecting;
+    /// By keyboard; 0 has what was down at the beginning.
+    std::map<Device, X11EventTapKeys::KeySet> m_down;
+};
+
+}  // namespace nulo
