@@ -248,6 +248,27 @@ TEST(X11EventTap, hidesTheRepeatsOfAHiddenSpace) {
     EXPECT_EQ(desktop.takeCalls(2), "+-");
 }
 
+// Slow Keys: a press counts for the server only when the key was held for a while, for longer than
+// the tap may leave events unanswered.
+TEST(X11EventTap, worksWithSlowKeys) {
+    KeyDesktop desktop;
+    KeyLoggingWindow window;
+    ASSERT_TRUE(desktop.isTapped(window));
+    const auto slow = std::chrono::milliseconds(350);
+    const auto fast = std::exchange(desktop.keyboard->pace, slow);
+    window.slowKeys(std::chrono::milliseconds(250));
+    desktop.play("OSsoO");
+    desktop.keyboard->pace = fast;
+    desktop.play("Ss");  // refused
+    desktop.keyboard->pace = slow;
+    desktop.play("Aao");
+    EXPECT_EQ(desktop.typed(window), "-64 +38 -38 -64");
+    EXPECT_EQ(desktop.takeCalls(4), "+-+-");
+    window.slowKeys({});
+    desktop.keyboard->pace = fast;
+    EXPECT_THAT(desktop.printed.lines(), testing::SizeIs(1));
+}
+
 // Window managers' own shortcuts, which a replayed key would skip, and the one on the chord itself.
 TEST(X11EventTap, leavesTheWindowManagerItsShortcuts) {
     KeyDesktop desktop(VirtualDisplay::WindowManager::openbox);

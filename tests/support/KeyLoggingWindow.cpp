@@ -116,6 +116,18 @@ void KeyLoggingWindow::grabKeyboard(bool grab) {
     hasFocus();
 }
 
+void KeyLoggingWindow::slowKeys(std::chrono::milliseconds delay) {
+    constexpr std::uint32_t slowKeys = XCB_XKB_BOOL_CTRL_SLOW_KEYS;
+    constexpr std::uint32_t enabled = XCB_XKB_CONTROL_CONTROLS_ENABLED;
+    const bool on = delay.count() > 0;
+    const std::uint8_t repeat[32] = {};
+    xcb_xkb_set_controls(m_connection.get(), XCB_XKB_ID_USE_CORE_KBD, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0,
+                         0, slowKeys, on ? slowKeys : 0, on ? slowKeys | enabled : enabled, 0, 0,
+                         static_cast<std::uint16_t>(delay.count()), 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0,
+                         repeat);
+    hasFocus();
+}
+
 std::string KeyLoggingWindow::keys() {
     hasFocus();  // a round trip brings all that is on its way
     read();

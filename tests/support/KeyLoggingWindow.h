@@ -2,6 +2,7 @@
 
 #include <xcb/xcb.h>
 
+#include <chrono>
 #include <memory>
 #include <string>
 
@@ -33,6 +34,8 @@ class KeyLoggingWindow {
     void grabKey(int keycode);
     /// Takes the whole keyboard, as a screen lock does.
     void grabKeyboard(bool grab);
+    /// Has the server refuse keys that are not held for so long; 0 ends that.
+    void slowKeys(std::chrono::milliseconds delay);
     xcb_window_t window() const { return m_window; }
 
   private:

@@ -54,7 +54,7 @@ class X11EventTap final : public EventTap {
 
     /// Once. The thread runs only when this succeeded.
     Outcome start() {
-        auto session = X11EventTapSession::open(m_gate, m_handler, false);
+        auto session = open(false);
         if (!session)
             return session.error();
         adopt(std::move(session.value()));
@@ -93,6 +93,11 @@ class X11EventTap final : public EventTap {
 
   private:
     void wake() { eventfd_write(m_wake, 1); }
+
+    Result<std::unique_ptr<X11EventTapSession>> open(bool hideSpace) {
+        return X11EventTapSession::open(
+            m_gate, m_handler, [this](auto delay) { m_watchdog.expectDelay(delay); }, hideSpace);
+    }
 
     void adopt(std::unique_ptr<X11EventTapSession> session) {
         m_session = std::move(session);
@@ -135,11 +140,11 @@ class X11EventTap final : public EventTap {
     void reopen() {
         const bool hidSpace = m_session ? m_session->isHidingSpace() : m_hidSpace;
         closeSession();
-        auto opened = X11EventTapSession::open(m_gate, m_handler, hidSpace);
+        auto opened = open(hidSpace);
         // The server may not have noticed yet that the connection before, with its grabs, is gone.
         for (int tries = 1; !opened && tries < 5 && !hasQuit(); ++tries) {
             std::this_thread::sleep_for(std::chrono::milliseconds(20));
-            opened = X11EventTapSession::open(m_gate, m_handler, hidSpace);
+            opened = open(hidSpace);
         }
         adopt(opened ? std::move(opened.value()) : nullptr);
         const std::lock_guard lock(m_mutex);
@@ -222,7 +227,8 @@ class X11EventTapSource final : public EventTapSource {
     bool isTrusted() override {
         if (m_state->working)
             return !m_state->refused;
-        const auto session = X11EventTapSession::open(m_gate, m_ignore, false);
+        const auto session = X11EventTapSession::open(
+            m_gate, m_ignore, [](auto) {}, false);
         explain(session ? std::string() : session.error().description);
         return session.ok();
     }

@@ -42,14 +42,11 @@ bool X11EventTapSession::settle() {
         m_optionIsCurrent = false;
         m_queue.pop_front();
     }
-    // Letting an Option press through would only have it caught again by the passive grab.
-    const auto last = std::find_if(m_queue.rbegin(), m_queue.rend(), [this](const QueuedKey& key) {
-        return key.fate == EventFate::swallow || (key.press && m_keys->optionKeys().test(key.key));
-    });
-    for (auto count = m_queue.rend() - last; count > 0; --count) {
-        if (!stepTo(m_queue.front()))
-            return true;
+    while (mustTakeOut()) {
+        const QueuedKey key = m_queue.front();
         m_queue.pop_front();
+        if (!stepTo(key))
+            return true;
     }
     if (m_held && mustHold() && m_holder != m_connection.get() &&
         !passTheHold(&X11EventTapSession::endGrab)) {
@@ -63,6 +60,14 @@ bool X11EventTapSession::settle() {
     else if (!mustHold())
         release();
     return true;
+}
+
+/// Whether something in the queue must not reach the application. Letting an Option press through
+/// would only have it caught again by the passive grab.
+bool X11EventTapSession::mustTakeOut() const {
+    return std::any_of(m_queue.begin(), m_queue.end(), [this](const QueuedKey& key) {
+        return key.fate == EventFate::swallow || (key.press && m_keys->optionKeys().test(key.key));
+    });
 }
 
 /// Space's release, mostly, without the repeats of Space that may be queued before it.
@@ -88,15 +93,21 @@ void X11EventTapSession::handOn() {
     }
 }
 
-/// Takes the queue's events up to this one out of it; false when the connection is gone.
+/// Takes the queue's events up to this one out of it; false when it will not come.
 bool X11EventTapSession::stepTo(const QueuedKey& key) {
     for (;;) {
         const auto request = xcb_allow_events(m_holder, XCB_ALLOW_SYNC_KEYBOARD, XCB_CURRENT_TIME);
-        const Event event = awaitGrabbedKey(request.sequence);
+        const Event event = awaitGrabbedKey(request.sequence, key);
         if (!event)
             return false;
+        if (typeOf(*event) == m_keyboardEvent) {
+            // Nothing of the chord is down for the server.
+            m_hidingSpace = false;
+            release();
+            return false;
+        }
         const auto& taken = asKey(*event);
-        const bool press = (taken.response_type & 0x7F) == XCB_KEY_PRESS;
+        const bool press = typeOf(*event) == XCB_KEY_PRESS;
         const bool found = taken.detail == key.key && press == key.press;
         const bool isRepeat = !found && press && m_keys->isSpace(taken.detail);
         if (found ? key.fate == EventFate::pass : !isRepeat)
@@ -106,18 +117,31 @@ bool X11EventTapSession::stepTo(const QueuedKey& key) {
     }
 }
 
-X11EventTapSession::Event X11EventTapSession::awaitGrabbedKey(std::uint32_t since) {
+/// What follows the request: an event of the queue, or the notice that `key` is none. Slow Keys and
+/// Bounce Keys judge a press when it leaves the queue, and may refuse it along with its release.
+X11EventTapSession::Event X11EventTapSession::awaitGrabbedKey(std::uint32_t since,
+                                                              const QueuedKey& key) {
     xcb_flush(m_holder);
     for (;;) {
         Event event(xcb_wait_for_event(m_holder));
         if (!event)
             return event;
-        const int type = event->response_type & 0x7F;
-        if (type != XCB_KEY_PRESS && type != XCB_KEY_RELEASE) {
-            if (m_holder == m_connection.get())
-                m_deferred.push_back(std::move(event));
-        } else if (!isBefore(event->full_sequence, since))
-            return event;
+        const int type = typeOf(*event);
+        const auto& notice = reinterpret_cast<const xcb_xkb_access_x_notify_event_t&>(*event);
+        const bool isNotice = type == m_keyboardEvent && notice.xkbType == XCB_XKB_ACCESS_X_NOTIFY;
+        const bool follows = !isBefore(event->full_sequence, since);
+        if (type == XCB_KEY_PRESS || type == XCB_KEY_RELEASE) {
+            if (follows)
+                return event;
+        } else if (isNotice) {
+            constexpr int slowKeyPressed = 0;  // the header knows the mask of it only
+            if (notice.detailt == slowKeyPressed)
+                m_expectDelay(std::chrono::milliseconds(notice.slowKeysDelay));
+            else if (follows && notice.keycode == key.key)
+                return event;
+        } else if (m_holder == m_connection.get()) {
+            m_deferred.push_back(std::move(event));
+        }
     }
 }
 

@@ -19,8 +19,9 @@ bool isPresent(xcb_connection_t* connection, xcb_extension_t* extension) {
 
 }  // namespace
 
-X11EventTapSession::X11EventTapSession(InjectionGate& gate, const Handler& handler)
-    : m_gate(gate), m_handler(handler) {}
+X11EventTapSession::X11EventTapSession(InjectionGate& gate, const Handler& handler,
+                                       ExpectDelay expectDelay)
+    : m_gate(gate), m_handler(handler), m_expectDelay(std::move(expectDelay)) {}
 
 X11EventTapSession::~X11EventTapSession() {
     if (m_connection && !xcb_connection_has_error(m_connection.get())) {
@@ -35,8 +36,10 @@ X11EventTapSession::~X11EventTapSession() {
 
 Result<std::unique_ptr<X11EventTapSession>> X11EventTapSession::open(InjectionGate& gate,
                                                                      const Handler& handler,
+                                                                     ExpectDelay expectDelay,
                                                                      bool hideSpace) {
-    std::unique_ptr<X11EventTapSession> session(new X11EventTapSession(gate, handler));
+    std::unique_ptr<X11EventTapSession> session(
+        new X11EventTapSession(gate, handler, std::move(expectDelay)));
     if (const auto error = session->connect())
         return *error;
     session->m_focusMayHaveMoved = true;
@@ -108,14 +111,22 @@ void X11EventTapSession::selectEvents() {
     xcb_xkb_per_client_flags(connection, XCB_XKB_ID_USE_CORE_KBD,
                              XCB_XKB_PER_CLIENT_FLAG_DETECTABLE_AUTO_REPEAT,
                              XCB_XKB_PER_CLIENT_FLAG_DETECTABLE_AUTO_REPEAT, 0, 0, 0);
+    selectKeyboardEvents(connection,
+                         XCB_XKB_EVENT_TYPE_NEW_KEYBOARD_NOTIFY | XCB_XKB_EVENT_TYPE_MAP_NOTIFY |
+                             XCB_XKB_EVENT_TYPE_STATE_NOTIFY | XCB_XKB_EVENT_TYPE_ACCESS_X_NOTIFY);
+    NULO_XCB(xcb_xkb_use_extension, m_probe.get(), 1, 0);
+    selectKeyboardEvents(m_probe.get(), XCB_XKB_EVENT_TYPE_ACCESS_X_NOTIFY);
+}
+
+void X11EventTapSession::selectKeyboardEvents(xcb_connection_t* connection, std::uint16_t events) {
     constexpr std::uint16_t mapParts = XCB_XKB_MAP_PART_KEY_SYMS | XCB_XKB_MAP_PART_MODIFIER_MAP;
     xcb_xkb_select_events_details_t details{};
     details.affectNewKeyboard = details.newKeyboardDetails = XCB_XKB_NKN_DETAIL_KEYCODES;
     details.affectState = details.stateDetails = XCB_XKB_STATE_PART_GROUP_STATE;
-    xcb_xkb_select_events_aux(connection, XCB_XKB_ID_USE_CORE_KBD,
-                              XCB_XKB_EVENT_TYPE_NEW_KEYBOARD_NOTIFY |
-                                  XCB_XKB_EVENT_TYPE_MAP_NOTIFY | XCB_XKB_EVENT_TYPE_STATE_NOTIFY,
-                              0, 0, mapParts, mapParts, &details);
+    details.affectAccessX = details.accessXDetails =
+        XCB_XKB_AXN_DETAIL_SK_PRESS | XCB_XKB_AXN_DETAIL_SK_REJECT | XCB_XKB_AXN_DETAIL_BK_REJECT;
+    xcb_xkb_select_events_aux(connection, XCB_XKB_ID_USE_CORE_KBD, events, 0, 0, mapParts, mapParts,
+                              &details);
 }
 
 std::vector<int> X11EventTapSession::sockets() const {
@@ -207,7 +218,7 @@ void X11EventTapSession::handleKeyboardExtensionEvent(const xcb_generic_event_t&
     const auto& state = reinterpret_cast<const xcb_xkb_state_notify_event_t&>(event);
     if (state.xkbType == XCB_XKB_STATE_NOTIFY)
         m_keys->groupChanged(state.group);
-    else
+    else if (state.xkbType != XCB_XKB_ACCESS_X_NOTIFY)
         m_layoutChanged = true;
 }
 
@@ -297,8 +308,9 @@ void X11EventTapSession::handleGrabbedKey(const xcb_key_press_event_t& event) {
         return;  // a leftover from before the present grab
     const bool press = (event.response_type & 0x7F) == XCB_KEY_PRESS;
     const bool heralded = press && m_heraldedOption && event.detail == m_heraldedOption->key &&
-                          event.time == m_heraldedOption->time;
-    // One that is up again by now was let go behind our back: the application has the rest of it.
+                          !isBefore(event.time, m_heraldedOption->time);
+    // Later than its herald with Slow Keys. One that is up again by now was let go behind our back:
+    // the application has the rest of it.
     if (heralded && m_keys->isOption(event.detail) && m_keys->isDown(event.detail)) {
         setHeld(true);
         m_heldSince = m_heraldedOption->sequence;
@@ -316,7 +328,7 @@ void X11EventTapSession::handleGrabbedKey(const xcb_key_press_event_t& event) {
 
 bool X11EventTapSession::isPressOf(const Event& event, xcb_keycode_t key, std::uint32_t time) {
     return (event->response_type & 0x7F) == XCB_KEY_PRESS && asKey(*event).detail == key &&
-           asKey(*event).time == time;
+           !isBefore(asKey(*event).time, time);
 }
 
 EventFate X11EventTapSession::reportOption(bool set) {

@@ -2,6 +2,7 @@
 
 #include <xcb/xinput.h>
 
+#include <chrono>
 #include <cstdint>
 #include <deque>
 #include <memory>
@@ -37,10 +38,15 @@ class X11EventTapSession {
   public:
     using Handler = EventTapSource::Handler;
 
+    /// Told before a wait that may last as long: the user has the server delay keys.
+    using ExpectDelay = std::function<void(std::chrono::milliseconds)>;
+
     /// Connects to $DISPLAY and puts the grabs in place. `gate` and `handler` outlive the session;
     /// `hideSpace`: Space, if it is down along with Option, was swallowed by an earlier session.
     static Result<std::unique_ptr<X11EventTapSession>> open(InjectionGate& gate,
-                                                            const Handler& handler, bool hideSpace);
+                                                            const Handler& handler,
+                                                            ExpectDelay expectDelay,
+                                                            bool hideSpace);
     ~X11EventTapSession();
 
     /// The event connection's first.
@@ -68,7 +74,7 @@ class X11EventTapSession {
         EventFate fate;
     };
 
-    X11EventTapSession(InjectionGate& gate, const Handler& handler);
+    X11EventTapSession(InjectionGate& gate, const Handler& handler, ExpectDelay expectDelay);
 
     // Setting up.
     std::optional<Error> connect();
@@ -93,7 +99,8 @@ class X11EventTapSession {
     void handOn();
     void replayRelease();
     bool stepTo(const QueuedKey& key);
-    Event awaitGrabbedKey(std::uint32_t since);
+    Event awaitGrabbedKey(std::uint32_t since, const QueuedKey& key);
+    bool mustTakeOut() const;
     void letOneThrough(const xcb_key_press_event_t& event);
     bool passTheHold(void (X11EventTapSession::*endOfMyGrab)());
     void endGrab();
@@ -107,6 +114,7 @@ class X11EventTapSession {
     void setHeld(bool held);
     bool mustHold() const { return m_armed || m_hidingSpace || m_takenOption; }
     static bool isPressOf(const Event& event, xcb_keycode_t key, std::uint32_t time);
+    void selectKeyboardEvents(xcb_connection_t* connection, std::uint16_t events);
 
     // Keeping the passive grabs where the focus is.
     bool refresh();
@@ -117,6 +125,7 @@ class X11EventTapSession {
 
     InjectionGate& m_gate;
     const Handler& m_handler;
+    const ExpectDelay m_expectDelay;
     XcbConnection m_connection;
     XcbConnection m_probe;
     xcb_connection_t* m_holder = nullptr;  // the connection whose grab freezes the keyboard

@@ -6,6 +6,7 @@
 #include <sys/timerfd.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdint>
 #include <utility>
 
@@ -52,6 +53,12 @@ void X11EventTapWatchdog::endWork(bool keyboardHeld) {
     setTimer(keyboardHeld);
 }
 
+void X11EventTapWatchdog::expectDelay(std::chrono::milliseconds delay) {
+    const std::lock_guard lock(m_mutex);
+    m_progress = false;
+    m_lastGood = std::chrono::steady_clock::now() + std::min(delay, longestDelay);
+}
+
 bool X11EventTapWatchdog::stalled() {
     const std::lock_guard lock(m_mutex);
     return m_stalled;
@@ -89,7 +96,7 @@ void X11EventTapWatchdog::tick() {
     const bool stoodStill = now - std::exchange(m_lastTick, now) > limit;
     const bool hasNothingToDo = !m_working && !inputIsWaiting();
     if (hasNothingToDo || (std::exchange(m_progress, false) && !stoodStill))
-        m_lastGood = now;
+        m_lastGood = std::max(m_lastGood, now);
     else if (now - m_lastGood > limit)
         cutLocked(true);
 }

@@ -13,6 +13,7 @@ namespace nulo {
 class X11EventTapWatchdog {
   public:
     static constexpr auto limit = std::chrono::milliseconds(200);
+    static constexpr auto longestDelay = std::chrono::milliseconds(5000);
 
     X11EventTapWatchdog();
     ~X11EventTapWatchdog();
@@ -25,6 +26,8 @@ class X11EventTapWatchdog {
     /// Around the handling of what arrived.
     void beginWork();
     void endWork(bool keyboardHeld);
+    /// The work may take so much longer, within reason.
+    void expectDelay(std::chrono::milliseconds delay);
     /// Whether watch()ed sockets were cut because of a stall.
     bool stalled();
 
