@@ -230,7 +230,7 @@ void run() {
     AudioRecorder recorder(microphone, makeAacFileWriter, *queue, systemClock(), silent,
                            folder.path());
     InjectionGate gate;
-    const std::unique_ptr<EventTapSource> tap = makeX11EventTapSource(gate, silent);
+    const std::unique_ptr<EventTapSource> tap = makeX11EventTapSource(gate, *queue, silent);
     GlobalKeyMonitor monitor(*tap, *queue, silent, nullptr);
     Moment started;
     Moment closed;

@@ -167,6 +167,10 @@ void AppDelegate::wireKeyMonitor() {
         if (granted)
             m_dependencies.print("Accessibility granted — Nulo is ready.");
     };
+    m_around.eventTapSource.onObstructed = m_lifetime.guard([this](bool obstructed) {
+        m_menuBarController->shortcutIsObstructed = obstructed;
+        m_menuBarController->updateIcon();
+    });
     m_keyMonitor.onRecordStart = [this] { recordStart(); };
     m_keyMonitor.onRecordStop = [this] { recordStop(); };
 }

@@ -15,6 +15,7 @@
 #include "pasting/InjectionGate.h"
 #include "platform/Backends.h"
 #include "platform/dbus/RemoteControl.h"
+#include "platform/dbus/SessionLock.h"
 #include "platform/session/BackendChoice.h"
 #include "platform/system/AbruptExit.h"
 #include "platform/system/TerminationSignals.h"
@@ -26,8 +27,9 @@
 namespace nulo {
 namespace {
 
-std::unique_ptr<EventTapSource> makeKeyTap(KeyTapChoice::Backend backend, InjectionGate& gate) {
-    return backend == KeyTapChoice::Backend::x11 ? makeX11EventTapSource(gate, printLine)
+std::unique_ptr<EventTapSource> makeKeyTap(KeyTapChoice::Backend backend, InjectionGate& gate,
+                                           MainQueue& mainQueue) {
+    return backend == KeyTapChoice::Backend::x11 ? makeX11EventTapSource(gate, mainQueue, printLine)
                                                  : makeUnavailableEventTapSource();
 }
 
@@ -82,7 +84,8 @@ int run(int argc, char** argv, bool isQuiet) {
     InjectionGate gate;
     const KeyTapChoice keyTap = chooseKeyTap(facts);
     printLine("[nulo] Key tap: " + keyTap.reason);
-    const std::unique_ptr<EventTapSource> eventTapSource = makeKeyTap(keyTap.backend, gate);
+    const std::unique_ptr<EventTapSource> eventTapSource =
+        makeKeyTap(keyTap.backend, gate, *mainQueue);
     const std::unique_ptr<PasteKeystroke> pasteKeystroke = makeX11PasteKeystroke(gate);
     const std::unique_ptr<Pasteboard> pasteboard = makeQtPasteboard();
     TrayItem statusItem(makeStatusNotifierItem(),
@@ -140,7 +143,11 @@ int run(int argc, char** argv, bool isQuiet) {
     present = &delegate;
     delegate.applicationDidFinishLaunching();
     // Looking through the icon themes takes a fifth of the start, and no window is open yet.
-    mainQueue->async([] { QApplication::setWindowIcon(QIcon::fromTheme("org.nulo.Nulo")); });
+    std::unique_ptr<SessionLockWatch> sessionLock;
+    mainQueue->async([&] {
+        QApplication::setWindowIcon(QIcon::fromTheme("org.nulo.Nulo"));
+        sessionLock = watchSessionLock([&] { eventTapSource->letGo(); });
+    });
     const int status = QApplication::exec();
     present = nullptr;
     return status;

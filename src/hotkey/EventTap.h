@@ -48,6 +48,13 @@ class EventTapSource {
     /// the chord is not wholly down as a tap begins or is enabled again, its first event says that
     /// Option is up, so that no release is ever missed.
     virtual std::unique_ptr<EventTap> createTap(Handler handler) = 0;
+
+    /// A chord that is held ends, and other programs can have the keyboard: a screen lock needs it
+    /// for itself. Main thread.
+    virtual void letGo() {}
+    /// Called with true when the tap is there but another program gets the chord's keys before it,
+    /// with false when that is over. Main thread.
+    std::function<void(bool)> onObstructed;
 };
 
 }  // namespace nulo

@@ -48,8 +48,9 @@ std::unique_ptr<Microphone> makeAlsaMicrophone(MainQueue& mainQueue, Print print
 Result<std::unique_ptr<AudioFileWriter>> makeAacFileWriter(const std::filesystem::path& path,
                                                            const AudioFileSettings& settings);
 
-/// Frozen-grab tap on the X server named by $DISPLAY. `gate` outlives it.
-std::unique_ptr<EventTapSource> makeX11EventTapSource(InjectionGate& gate, Print print);
+/// Frozen-grab tap on the X server named by $DISPLAY. `gate` and `mainQueue` outlive it.
+std::unique_ptr<EventTapSource> makeX11EventTapSource(InjectionGate& gate, MainQueue& mainQueue,
+                                                      Print print);
 
 /// Where no tap is possible: never trusted, no taps.
 std::unique_ptr<EventTapSource> makeUnavailableEventTapSource();

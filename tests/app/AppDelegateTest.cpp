@@ -290,6 +290,10 @@ TEST_F(AppDelegateTest, asksForThePermissionThatTheUserCanGive) {
     EXPECT_THAT(m_printed.lines(), Contains("Accessibility granted — Nulo is ready."));
     EXPECT_EQ(m_statusItem.icon.description, "Nulo");
     EXPECT_THAT(titles(m_statusItem.menu), Contains("Mode"));
+    m_tapSource.onObstructed(true);
+    EXPECT_EQ(m_statusItem.icon.description, "Nulo - Accessibilite requise");
+    m_tapSource.onObstructed(false);
+    EXPECT_EQ(m_statusItem.icon.description, "Nulo");
     m_tapSource.trusted = false;
     m_queue.advance(5.1s);
     EXPECT_EQ(alertsShown(), 1);

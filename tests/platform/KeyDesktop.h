@@ -28,7 +28,7 @@ class KeyDesktop {
   public:
     explicit KeyDesktop(
         VirtualDisplay::WindowManager windowManager = VirtualDisplay::WindowManager::none)
-        : server(windowManager), source(makeX11EventTapSource(gate, printed.print())) {
+        : server(windowManager), source(makeX11EventTapSource(gate, queue, printed.print())) {
         keyboard.emplace();
         monitor.emplace(*source, queue, printed.print(), nullptr);
         monitor->onRecordStart = [this] { calls += '+'; };

@@ -93,6 +93,37 @@ TEST(X11EventTapFault, keepsInjectionWaitingWhileItHoldsTheKeyboard) {
     paste.join();
 }
 
+// A screen that cannot be locked while somebody dictates.
+TEST(X11EventTapFault, givesTheKeyboardToAScreenLock) {
+    KeyDesktop desktop;
+    KeyLoggingWindow window;
+    ASSERT_TRUE(desktop.isTapped(window));
+    desktop.play("OS");
+    EXPECT_EQ(desktop.takeCalls(1), "+");
+    EXPECT_FALSE(window.grabKeyboard(true));
+    desktop.source->letGo();
+    EXPECT_TRUE(waitUntil([&] { return window.grabKeyboard(true); }));
+    EXPECT_EQ(desktop.takeCalls(1), "-");
+    desktop.play("so");
+    window.grabKeyboard(false);
+    desktop.typed(window);
+}
+
+// The spaces of a chord that is held while the program ends.
+TEST(X11EventTapFault, hidesSpaceUntilItIsLetGoWhenItEnds) {
+    KeyDesktop desktop;
+    KeyLoggingWindow window;
+    outputOf({"xset", "r", "rate", "60", "100"});
+    ASSERT_TRUE(desktop.isTapped(window));
+    desktop.play("OS");
+    desktop.takeCalls(1);
+    std::thread end([&] { desktop.monitor->stop(); });
+    std::this_thread::sleep_for(std::chrono::milliseconds(200));  // longer than the delay
+    desktop.play("so");
+    end.join();
+    EXPECT_EQ(desktop.typed(window), "-64");
+}
+
 // A tap that is never made again, and a take that goes on because its end was not seen.
 TEST(X11EventTapFault, comesBackAfterItsConnectionIsKilled) {
     VirtualDisplay server;
@@ -100,7 +131,7 @@ TEST(X11EventTapFault, comesBackAfterItsConnectionIsKilled) {
     InjectionGate gate;
     FakeMainQueue queue;
     std::string calls;
-    const auto source = makeX11EventTapSource(gate, printed.print());
+    const auto source = makeX11EventTapSource(gate, queue, printed.print());
     XTestKeyboard keyboard;
     KeyLoggingWindow window;
     const auto others = openSockets();
@@ -151,38 +182,61 @@ TEST(X11EventTapFault, comesBackAfterItsConnectionIsKilled) {
     EXPECT_TRUE(waitUntil(lost));
 }
 
-// No display, and a window whose own program wants the key: said once, and no crash.
-TEST(X11EventTapFault, saysWhyItIsNotTrusted) {
+// No display, and programs that take the key for themselves: said once, and no crash.
+TEST(X11EventTapFault, saysWhyItDoesNotWork) {
     PrintedLines printed;
     InjectionGate gate;
+    FakeMainQueue queue;
     VirtualDisplay server;
     const std::string display = server.display();
     setenv("DISPLAY", ":nowhere", 1);
-    const auto source = makeX11EventTapSource(gate, printed.print());
+    const auto source = makeX11EventTapSource(gate, queue, printed.print());
     EXPECT_FALSE(source->isTrusted());
     EXPECT_FALSE(source->isTrusted());
     EXPECT_EQ(source->createTap([](const KeyEvent&) { return EventFate::pass; }), nullptr);
     setenv("DISPLAY", display.c_str(), 1);
     EXPECT_TRUE(source->isTrusted());
 
+    std::string obstructed;
+    source->onObstructed = [&](bool now) { obstructed += now ? "yes " : "no "; };
+    const auto hasCalled = [&](const char* calls) {
+        return waitUntil([&] {
+            queue.runPending();
+            return obstructed == calls;
+        });
+    };
     KeyLoggingWindow window;
     window.grabKey(Keyboard::altLeft);
     EXPECT_FALSE(source->isTrusted());
-    std::optional<KeyLoggingWindow> other(std::in_place);
+    KeyLoggingWindow other;
+    other.grabKeyOfDesktop(Keyboard::altLeft, true);
+    EXPECT_FALSE(source->isTrusted());
+    other.grabKeyOfDesktop(Keyboard::altLeft, false);
     EXPECT_TRUE(source->isTrusted());
+
+    // An obstacle that comes later, in one window or on the desktop: the tap stays.
     const auto tap = source->createTap([](const KeyEvent&) { return EventFate::pass; });
     ASSERT_NE(tap, nullptr);
     EXPECT_TRUE(tap->isEnabled());
     window.takeFocus();
-    EXPECT_TRUE(waitUntil([&] { return !source->isTrusted(); }));
-    other->takeFocus();
-    EXPECT_TRUE(waitUntil([&] { return source->isTrusted(); }));
+    EXPECT_TRUE(hasCalled("yes ")) << obstructed;
+    EXPECT_TRUE(source->isTrusted());
+    other.takeFocus();
+    EXPECT_TRUE(hasCalled("yes no ")) << obstructed;
     EXPECT_TRUE(tap->isEnabled());  // by the server's own answer, which the first call asked for
-    EXPECT_THAT(
-        printed.lines(),
-        ElementsAre(
-            "No global shortcut: the X server cannot be reached",
-            "No global shortcut: another program has taken the Alt key of the focused window"));
+    XTestKeyboard keyboard;
+    window.grabKeyOfDesktop(Keyboard::altLeft, true);
+    keyboard.tap(Keyboard::altLeft);
+    EXPECT_TRUE(hasCalled("yes no yes ")) << obstructed;
+    window.grabKeyOfDesktop(Keyboard::altLeft, false);
+    keyboard.tap(Keyboard::altLeft);
+    EXPECT_TRUE(hasCalled("yes no yes no ")) << obstructed;
+    constexpr auto ofWindow =
+        "No global shortcut: another program has taken the Alt key of the focused window";
+    constexpr auto ofDesktop =
+        "No global shortcut: another program has taken the Alt key of the whole desktop";
+    EXPECT_THAT(printed.lines(), ElementsAre("No global shortcut: the X server cannot be reached",
+                                             ofWindow, ofDesktop, ofWindow, ofDesktop));
     EXPECT_FALSE(makeUnavailableEventTapSource()->isTrusted());
 }
 
@@ -190,11 +244,12 @@ TEST(X11EventTapFault, saysWhyItIsNotTrusted) {
 TEST(X11EventTapFault, letsGoOfTheKeyboardWhenItsThreadHangs) {
     VirtualDisplay server;
     InjectionGate gate;
+    FakeMainQueue queue;
     XTestKeyboard keyboard;
     KeyLoggingWindow window;
     std::promise<void> finish;
     std::promise<void> timedOut;
-    const auto source = makeX11EventTapSource(gate, [](std::string_view) {});
+    const auto source = makeX11EventTapSource(gate, queue, [](std::string_view) {});
     const auto tap = source->createTap([&](const KeyEvent& event) {
         if (event.type == KeyEvent::Type::tapDisabledByTimeout)
             timedOut.set_value();

@@ -12,7 +12,7 @@
 int main() {
     nulo::InjectionGate gate;
     nulo::FakeMainQueue queue;
-    const auto source = nulo::makeX11EventTapSource(gate, nulo::printLine);
+    const auto source = nulo::makeX11EventTapSource(gate, queue, nulo::printLine);
     nulo::GlobalKeyMonitor monitor(*source, queue, nulo::printLine, nullptr);
     monitor.onRecordStart = [] { nulo::printLine("start"); };
     monitor.onRecordStop = [] { nulo::printLine("stop"); };

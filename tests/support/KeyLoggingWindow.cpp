@@ -73,11 +73,9 @@ bool KeyLoggingWindow::hasFocus() {
 }
 
 bool KeyLoggingWindow::isActive() {
-    const xcb_window_t root =
-        xcb_setup_roots_iterator(xcb_get_setup(m_connection.get())).data->root;
     const Memory<xcb_get_property_reply_t> reply(
         xcb_get_property_reply(m_connection.get(),
-                               xcb_get_property(m_connection.get(), 0, root,
+                               xcb_get_property(m_connection.get(), 0, root(),
                                                 atom("_NET_ACTIVE_WINDOW"), XCB_ATOM_WINDOW, 0, 1),
                                nullptr),
         std::free);
@@ -107,13 +105,34 @@ void KeyLoggingWindow::grabKey(int keycode) {
     hasFocus();
 }
 
-void KeyLoggingWindow::grabKeyboard(bool grab) {
+void KeyLoggingWindow::grabKeyOfDesktop(int keycode, bool grab) {
+    const auto key = static_cast<xcb_keycode_t>(keycode);
     if (grab)
-        xcb_grab_keyboard_unchecked(m_connection.get(), 0, m_window, XCB_CURRENT_TIME,
-                                    XCB_GRAB_MODE_ASYNC, XCB_GRAB_MODE_ASYNC);
+        xcb_grab_key(m_connection.get(), 0, root(), 0, key, XCB_GRAB_MODE_ASYNC,
+                     XCB_GRAB_MODE_ASYNC);
     else
-        xcb_ungrab_keyboard(m_connection.get(), XCB_CURRENT_TIME);
+        xcb_ungrab_key(m_connection.get(), key, root(), 0);
     hasFocus();
+}
+
+bool KeyLoggingWindow::grabKeyboard(bool grab) {
+    xcb_connection_t* connection = m_connection.get();
+    if (!grab)
+        xcb_ungrab_keyboard(connection, XCB_CURRENT_TIME);
+    hasFocus();
+    if (!grab)
+        return true;
+    const Memory<xcb_grab_keyboard_reply_t> reply(
+        xcb_grab_keyboard_reply(connection,
+                                xcb_grab_keyboard(connection, 0, m_window, XCB_CURRENT_TIME,
+                                                  XCB_GRAB_MODE_ASYNC, XCB_GRAB_MODE_ASYNC),
+                                nullptr),
+        std::free);
+    return reply && reply->status == XCB_GRAB_STATUS_SUCCESS;
+}
+
+xcb_window_t KeyLoggingWindow::root() const {
+    return xcb_setup_roots_iterator(xcb_get_setup(m_connection.get())).data->root;
 }
 
 void KeyLoggingWindow::slowKeys(std::chrono::milliseconds delay) {

@@ -32,8 +32,10 @@ class KeyLoggingWindow {
     bool isGrabbed(int keycode);
     /// Takes the key of this window for itself, as a program of its own.
     void grabKey(int keycode);
-    /// Takes the whole keyboard, as a screen lock does.
-    void grabKeyboard(bool grab);
+    /// Takes the key of the whole desktop, as a hot-key tool does, or gives it back.
+    void grabKeyOfDesktop(int keycode, bool grab);
+    /// Takes the whole keyboard, as a screen lock does, or gives it back; false when it cannot.
+    bool grabKeyboard(bool grab);
     /// Has the server refuse keys that are not held for so long; 0 ends that.
     void slowKeys(std::chrono::milliseconds delay);
     xcb_window_t window() const { return m_window; }
@@ -42,6 +44,7 @@ class KeyLoggingWindow {
     void read();
     void note(unsigned key, bool press);
     xcb_atom_t atom(const std::string& name);
+    xcb_window_t root() const;
 
     std::unique_ptr<xcb_connection_t, void (*)(xcb_connection_t*)> m_connection;
     xcb_window_t m_window;

@@ -10,6 +10,9 @@ namespace nulo {
 namespace {
 
 constexpr int terminationSignals[] = {SIGTERM, SIGINT, SIGHUP};
+/// A terminal's Ctrl+Z, for one: a program that is stopped while it holds the keyboard takes the
+/// keyboard along.
+constexpr int stopSignals[] = {SIGTSTP, SIGTTIN, SIGTTOU};
 
 // A handler may do next to nothing: it writes a byte into a pipe that the event loop reads.
 int pipeWriteEnd = -1;
@@ -36,12 +39,16 @@ TerminationSignals::TerminationSignals(std::function<void()> callback) {
                      });
     for (const int number : terminationSignals)
         std::signal(number, wakeEventLoop);
+    for (const int number : stopSignals)
+        std::signal(number, SIG_IGN);
 }
 
 TerminationSignals::~TerminationSignals() {
     if (!m_notifier)
         return;
     for (const int number : terminationSignals)
+        std::signal(number, SIG_DFL);
+    for (const int number : stopSignals)
         std::signal(number, SIG_DFL);
     m_notifier.reset();
     close(m_readEnd);

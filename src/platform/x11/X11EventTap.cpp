@@ -5,10 +5,12 @@
 
 #include <atomic>
 #include <chrono>
+#include <condition_variable>
 #include <mutex>
 #include <string>
 #include <thread>
 
+#include "base/Lifetime.h"
 #include "platform/Backends.h"
 #include "platform/x11/X11EventTapSession.h"
 #include "platform/x11/X11EventTapWatchdog.h"
@@ -22,11 +24,18 @@ using Clock = std::chrono::steady_clock;
 /// what should never be, and wakes up the tap's thread and the server.
 constexpr auto probeInterval = std::chrono::minutes(1);
 constexpr auto longestProbe = std::chrono::seconds(2);
+constexpr auto longestEnd = std::chrono::seconds(1);
 
-/// What the source knows of its present tap.
+/// What the source and its present tap know of each other.
 struct TapState {
-    std::atomic<bool> working = false;  // connected and grabbing
-    std::atomic<bool> refused = false;  // by the window that has the focus now
+    TapState() : wake(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {}
+    ~TapState() { close(wake); }
+
+    const int wake;                           // the tap's thread
+    std::atomic<bool> working = false;        // connected and grabbing
+    std::atomic<const char*> obstacle = {};   // as X11EventTapSession::obstacle()
+    std::atomic<bool> mustLetGo = false;      // asked of the tap's thread
+    std::function<void()> onObstacleChanged;  // called on the tap's thread
 };
 
 /// The thread and its connections. Everything without a lock is the thread's, once it runs.
@@ -34,21 +43,23 @@ class X11EventTap final : public EventTap {
   public:
     X11EventTap(InjectionGate& gate, EventTapSource::Handler handler,
                 std::shared_ptr<TapState> state)
-        : m_gate(gate),
-          m_handler(std::move(handler)),
-          m_state(std::move(state)),
-          m_wake(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {}
+        : m_gate(gate), m_handler(std::move(handler)), m_state(std::move(state)) {}
 
+    /// While the chord is held, its end is waited for, but not for long: Space must not begin to
+    /// repeat in the application.
     ~X11EventTap() override {
         {
-            const std::lock_guard lock(m_mutex);
+            std::unique_lock lock(m_mutex);
             m_quit = true;
+            wake();
+            m_ended.wait_for(lock, longestEnd,
+                             [this] { return !m_thread.joinable() || m_hasEnded; });
+            m_hurry = true;
         }
         m_watchdog.cut();
         wake();
         if (m_thread.joinable())
             m_thread.join();
-        close(m_wake);
         m_state->working = false;
     }
 
@@ -57,6 +68,9 @@ class X11EventTap final : public EventTap {
         auto session = open(false);
         if (!session)
             return session.error();
+        if (const char* obstacle = session.value()->obstacle())
+            return Error{obstacle};
+        m_state->mustLetGo = false;
         adopt(std::move(session.value()));
         m_thread = std::thread([this] { run(); });
         return Success{};
@@ -92,7 +106,7 @@ class X11EventTap final : public EventTap {
     }
 
   private:
-    void wake() { eventfd_write(m_wake, 1); }
+    void wake() { eventfd_write(m_state->wake, 1); }
 
     Result<std::unique_ptr<X11EventTapSession>> open(bool hideSpace) {
         return X11EventTapSession::open(
@@ -103,7 +117,13 @@ class X11EventTap final : public EventTap {
         m_session = std::move(session);
         m_watchdog.watch(m_session ? m_session->sockets() : std::vector<int>());
         m_state->working = m_session != nullptr;
-        m_state->refused = false;
+        tellObstacle();
+    }
+
+    void tellObstacle() {
+        const char* const obstacle = m_session ? m_session->obstacle() : nullptr;
+        if (m_state->obstacle.exchange(obstacle) != obstacle)
+            m_state->onObstacleChanged();
     }
 
     void run() {
@@ -114,7 +134,7 @@ class X11EventTap final : public EventTap {
         pthread_sigmask(SIG_BLOCK, &pipe, nullptr);
 
         bool begins = true;
-        while (!hasQuit()) {
+        while (!hasQuit() || isHidingSpaceAtTheEnd()) {
             if (isEnableRequested()) {
                 reopen();
                 begins = true;
@@ -125,11 +145,19 @@ class X11EventTap final : public EventTap {
             waitForWork();
         }
         closeSession();
+        const std::lock_guard lock(m_mutex);
+        m_hasEnded = true;
+        m_ended.notify_all();
     }
 
     bool hasQuit() {
         const std::lock_guard lock(m_mutex);
         return m_quit;
+    }
+
+    bool isHidingSpaceAtTheEnd() {
+        const std::lock_guard lock(m_mutex);
+        return !m_hurry && m_session && m_session->isKeyboardHeld() && m_session->isHidingSpace();
     }
 
     bool isEnableRequested() {
@@ -141,8 +169,9 @@ class X11EventTap final : public EventTap {
         const bool hidSpace = m_session ? m_session->isHidingSpace() : m_hidSpace;
         closeSession();
         auto opened = open(hidSpace);
+        const auto isObstructed = [&] { return !opened || opened.value()->obstacle(); };
         // The server may not have noticed yet that the connection before, with its grabs, is gone.
-        for (int tries = 1; !opened && tries < 5 && !hasQuit(); ++tries) {
+        for (int tries = 1; isObstructed() && tries < 5 && !hasQuit(); ++tries) {
             std::this_thread::sleep_for(std::chrono::milliseconds(20));
             opened = open(hidSpace);
         }
@@ -156,8 +185,10 @@ class X11EventTap final : public EventTap {
         m_watchdog.beginWork();
         if (begins)
             m_session->begin();
+        if (m_state->mustLetGo.exchange(false))
+            m_session->letGo();
         const bool alive = m_session->handleEvents();
-        m_state->refused = m_session->isRefused();
+        tellObstacle();
         m_watchdog.endWork(m_session->isKeyboardHeld());
         if (alive)
             return;
@@ -183,6 +214,7 @@ class X11EventTap final : public EventTap {
         }
         m_watchdog.beginWork();
         const bool alive = m_session && m_session->grabsAreAlive();
+        tellObstacle();
         m_watchdog.endWork(m_session && m_session->isKeyboardHeld());
         const std::lock_guard lock(m_mutex);
         m_grabsAreAlive = alive;
@@ -192,26 +224,28 @@ class X11EventTap final : public EventTap {
     void waitForWork() {
         {
             const std::lock_guard lock(m_mutex);
-            if (m_enableRequested || m_quit)
+            if (m_enableRequested || (m_quit && m_hurry))
                 return;
         }
-        pollfd sources[] = {{m_wake, POLLIN, 0},
+        pollfd sources[] = {{m_state->wake, POLLIN, 0},
                             {m_session ? m_session->sockets().front() : -1, POLLIN, 0}};
         poll(sources, 2, -1);
         eventfd_t ignored;
-        eventfd_read(m_wake, &ignored);
+        eventfd_read(m_state->wake, &ignored);
     }
 
     InjectionGate& m_gate;
     const EventTapSource::Handler m_handler;
     const std::shared_ptr<TapState> m_state;
-    const int m_wake;
     X11EventTapWatchdog m_watchdog;
     std::unique_ptr<X11EventTapSession> m_session;
     bool m_hidSpace = false;
 
     std::mutex m_mutex;
     bool m_quit = false;
+    bool m_hurry = false;  // with a chord that is held, too
+    bool m_hasEnded = false;
+    std::condition_variable m_ended;
     bool m_enableRequested = false;
     bool m_grabsAreAlive = true;
     bool m_probeIsWanted = false;
@@ -222,15 +256,22 @@ class X11EventTap final : public EventTap {
 
 class X11EventTapSource final : public EventTapSource {
   public:
-    X11EventTapSource(InjectionGate& gate, Print print) : m_gate(gate), m_print(std::move(print)) {}
+    X11EventTapSource(InjectionGate& gate, MainQueue& mainQueue, Print print)
+        : m_gate(gate), m_mainQueue(mainQueue), m_print(std::move(print)) {
+        m_state->onObstacleChanged = [this, look = m_lifetime.guard([this] {
+            obstacleChanged();
+        })] { m_mainQueue.async(look); };
+    }
 
+    /// While a tap works, an obstacle is not a matter of trust: it comes and goes with the window.
     bool isTrusted() override {
         if (m_state->working)
-            return !m_state->refused;
+            return true;
         const auto session = X11EventTapSession::open(
             m_gate, m_ignore, [](auto) {}, false);
-        explain(session ? std::string() : session.error().description);
-        return session.ok();
+        const char* const obstacle = session ? session.value()->obstacle() : nullptr;
+        explain(!session ? session.error().description : obstacle ? obstacle : "");
+        return session && !obstacle;
     }
 
     std::unique_ptr<EventTap> createTap(Handler handler) override {
@@ -240,6 +281,11 @@ class X11EventTapSource final : public EventTapSource {
         return outcome ? std::move(tap) : nullptr;
     }
 
+    void letGo() override {
+        m_state->mustLetGo = true;
+        eventfd_write(m_state->wake, 1);
+    }
+
   private:
     void explain(const std::string& reason) {
         if (reason != m_lastReason && !reason.empty())
@@ -247,11 +293,24 @@ class X11EventTapSource final : public EventTapSource {
         m_lastReason = reason;
     }
 
+    void obstacleChanged() {
+        const char* const obstacle = m_state->obstacle;
+        explain(obstacle ? obstacle : "");
+        if (m_wasObstructed == (obstacle != nullptr))
+            return;
+        m_wasObstructed = obstacle != nullptr;
+        if (const auto callback = onObstructed)
+            callback(m_wasObstructed);
+    }
+
     InjectionGate& m_gate;
+    MainQueue& m_mainQueue;
     const Print m_print;
     const Handler m_ignore = [](const KeyEvent&) { return EventFate::pass; };
     const std::shared_ptr<TapState> m_state = std::make_shared<TapState>();
     std::string m_lastReason;  // printed once, not at every look
+    bool m_wasObstructed = false;
+    Lifetime m_lifetime;
 };
 
 class UnavailableEventTapSource final : public EventTapSource {
@@ -262,8 +321,9 @@ class UnavailableEventTapSource final : public EventTapSource {
 
 }  // namespace
 
-std::unique_ptr<EventTapSource> makeX11EventTapSource(InjectionGate& gate, Print print) {
-    return std::make_unique<X11EventTapSource>(gate, std::move(print));
+std::unique_ptr<EventTapSource> makeX11EventTapSource(InjectionGate& gate, MainQueue& mainQueue,
+                                                      Print print) {
+    return std::make_unique<X11EventTapSource>(gate, mainQueue, std::move(print));
 }
 
 std::unique_ptr<EventTapSource> makeUnavailableEventTapSource() {

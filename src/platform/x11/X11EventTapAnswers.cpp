@@ -303,7 +303,7 @@ void X11EventTapSession::moveGrabs(xcb_window_t window) {
     m_grabWindow = window;
     if (window != m_root)
         xcb_change_window_attributes(m_connection.get(), window, XCB_CW_EVENT_MASK, &focusEvents);
-    m_refused = !grabOptionKeys();
+    m_windowIsTaken = !grabOptionKeys();
 }
 
 bool X11EventTapSession::grabOptionKeys() {
@@ -331,7 +331,26 @@ void X11EventTapSession::dropGrabs() {
     m_grabWindow = XCB_NONE;
 }
 
+/// A grab on the root goes before all others, so its program gets Option without a trace here.
+void X11EventTapSession::lookForGrabOnDesktop() {
+    m_desktopIsTaken = false;
+    if (m_grabWindow == m_root)
+        return;
+    xcb_connection_t* probe = m_probe.get();
+    for (int key = 0; key < 256; ++key) {
+        if (!m_keys->optionKeys().test(key))
+            continue;
+        const auto code = static_cast<xcb_keycode_t>(key);
+        const auto grab = xcb_grab_key_checked(probe, 0, m_root, 0, code, XCB_GRAB_MODE_ASYNC,
+                                               XCB_GRAB_MODE_ASYNC);
+        xcb_ungrab_key(probe, code, m_root, 0);
+        const XcbMemory<xcb_generic_error_t> error(xcb_request_check(probe, grab));
+        m_desktopIsTaken = m_desktopIsTaken || (error && error->error_code == XCB_ACCESS);
+    }
+}
+
 bool X11EventTapSession::grabsAreAlive() {
+    lookForGrabOnDesktop();
     xcb_keycode_t key = 0;
     while (key < 255 && !m_keys->optionKeys().test(key))
         ++key;

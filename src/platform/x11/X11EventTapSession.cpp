@@ -46,8 +46,7 @@ Result<std::unique_ptr<X11EventTapSession>> X11EventTapSession::open(InjectionGa
     session->refresh();
     if (xcb_connection_has_error(session->m_connection.get()))
         return noAnswer;
-    if (session->m_refused)
-        return Error{"another program has taken the Alt key of the focused window"};
+    session->lookForGrabOnDesktop();
     session->m_hidingSpace =
         hideSpace && session->m_keys->isOptionDown() && session->m_keys->isSpaceDown();
     return session;
@@ -248,9 +247,13 @@ void X11EventTapSession::reportModifier(const xcb_input_raw_key_press_event_t& r
         } else if (press && m_keys->optionKeys().test(key)) {
             m_heraldedOption = {key, raw.time, raw.full_sequence};
             awaitHeraldedGrab();
-        } else if (isOption && !m_keys->isOptionDown()) {
-            reportOption(false);
+        } else if (!press && m_heraldedOption && m_heraldedOption->key == key) {
+            // It went to another program, or there is a screen lock.
+            m_heraldedOption.reset();
+            lookForGrabOnDesktop();
         }
+        if (!press && isOption && !m_keys->isOptionDown())
+            reportOption(false);
         return;
     }
     const EventFate fate = reportOption(m_keys->isOptionDown());
@@ -315,6 +318,7 @@ void X11EventTapSession::handleGrabbedKey(const xcb_key_press_event_t& event) {
         setHeld(true);
         m_heldSince = m_heraldedOption->sequence;
         m_heraldedOption.reset();
+        m_desktopIsTaken = false;
         m_optionIsCurrent = true;
         m_armed = reportOption(true) == EventFate::swallow;
         m_queue.push_back({event.detail, true, EventFate::swallow});
@@ -337,6 +341,20 @@ EventFate X11EventTapSession::reportOption(bool set) {
         m_takenOption.reset();
     }
     return m_handler({.type = KeyEvent::Type::flagsChanged, .optionSet = set});
+}
+
+void X11EventTapSession::letGo() {
+    m_hidingSpace = false;
+    reportOption(false);
+    if (m_held)
+        release();
+    xcb_flush(m_connection.get());
+}
+
+const char* X11EventTapSession::obstacle() const {
+    return m_windowIsTaken    ? "another program has taken the Alt key of the focused window"
+           : m_desktopIsTaken ? "another program has taken the Alt key of the whole desktop"
+                              : nullptr;
 }
 
 void X11EventTapSession::postOptionDown() {

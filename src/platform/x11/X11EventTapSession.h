@@ -60,10 +60,13 @@ class X11EventTapSession {
 
     bool isKeyboardHeld() const { return m_held; }
     bool isHidingSpace() const { return m_hidingSpace; }
-    /// Another program has the Option keys of the focus window for itself.
-    bool isRefused() const { return m_refused; }
-    /// Asks the server, on a connection of its own, whether the grabs are still there.
+    /// Why Option does not get here at present, in one line; null when it does.
+    const char* obstacle() const;
+    /// Asks the server, on a connection of its own, whether the grabs are still there, and whether
+    /// another program's go before them.
     bool grabsAreAlive();
+    /// Ends the chord, as if Option had been let go, and what holds the keyboard.
+    void letGo();
 
   private:
     using Event = XcbEvent;
@@ -122,6 +125,7 @@ class X11EventTapSession {
     void moveGrabs(xcb_window_t window);
     bool grabOptionKeys();
     void dropGrabs();
+    void lookForGrabOnDesktop();
 
     InjectionGate& m_gate;
     const Handler& m_handler;
@@ -160,7 +164,8 @@ class X11EventTapSession {
 
     // The passive grabs.
     xcb_window_t m_grabWindow = XCB_NONE;
-    bool m_refused = false;
+    bool m_windowIsTaken = false;   // its Option keys are another program's
+    bool m_desktopIsTaken = false;  // likewise, of the root window, before every other window
     bool m_focusMayHaveMoved = false;
     bool m_grabWindowIsGone = false;
     bool m_layoutChanged = false;

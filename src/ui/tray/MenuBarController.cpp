@@ -41,7 +41,8 @@ MenuBarController::~MenuBarController() {
 }
 
 void MenuBarController::updateIcon() {
-    StatusIcon icon = !accessibilityGranted            ? warningIcon()
+    const bool warns = !accessibilityGranted || shortcutIsObstructed;
+    StatusIcon icon = warns                            ? warningIcon()
                       : m_recorder.isRecording().get() ? recordingIcon()
                                                        : idleIcon();
     icon.detail = failure;

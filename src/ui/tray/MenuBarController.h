@@ -42,6 +42,8 @@ class MenuBarController {
     bool accessibilityGranted = false;
     /// What went wrong last, for the icon's tooltip; whoever sets it calls updateIcon().
     std::string failure;
+    /// Another program gets the chord's keys at present; whoever sets it calls updateIcon().
+    bool shortcutIsObstructed = false;
 
     /// The warning goes before recording, recording before idle.
     void updateIcon();
