@@ -2,7 +2,7 @@
 
 #include <charconv>
 
-#include "service/http/RequestGuard.h"
+#include "base/HttpUrl.h"
 
 namespace nulo::service {
 namespace {
@@ -54,7 +54,7 @@ Result<Options> parsedOptions(const std::vector<std::string>& arguments) {
 }
 
 Outcome checkReach(const std::string& address, bool hasToken) {
-    if (!isLoopback(address) && !hasToken)
+    if (!isThisMachine(address) && !hasToken)
         return Error{"the address " + address +
                      " can be reached from other machines: name a --token-file, or list tokens in "
                      "the configuration"};

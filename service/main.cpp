@@ -12,6 +12,7 @@
 #include <thread>
 
 #include "base/Clock.h"
+#include "base/HttpUrl.h"
 #include "base/Print.h"
 #include "base/StandardStreams.h"
 #include "service/Options.h"
@@ -139,7 +140,7 @@ Result<Setup> setUp(const Options& options) {
         if (!tls)
             return Error{file.string() + ": " + tls.error().description};
         setup.tls = std::move(tls).value();
-    } else if (!isLoopback(setup.address)) {
+    } else if (!isThisMachine(setup.address)) {
         printError("warning: other machines reach " + setup.address +
                    " without encryption; name a tls certificate and key in the configuration, or "
                    "put a proxy in front that adds it");

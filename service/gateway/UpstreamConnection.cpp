@@ -20,10 +20,9 @@ constexpr long secondsConnectionsAreKept = 300;
 constexpr auto longestExchange = std::chrono::minutes(10);
 constexpr auto longestWaitForTheEnd = std::chrono::milliseconds(100);
 
-/// Plain http is secure on this machine only, so that asking for it tells where the host is.
-bool namesThisMachine(const std::string& url) {
-    const std::size_t host = url.find("://");
-    return host != std::string::npos && isSecureHttpUrl("http" + url.substr(host));
+bool namesThisMachine(const std::string& text) {
+    const auto url = parseHttpUrl(text);
+    return url && isThisMachine(url->host);
 }
 
 }  // namespace

@@ -1,11 +1,11 @@
 #include "service/http/RequestGuard.h"
 
-#include <arpa/inet.h>
 #include <strings.h>
 
 #include <algorithm>
 
 #include "base/FileIO.h"
+#include "base/HttpUrl.h"
 #include "base/Text.h"
 #include "service/offline/Sha256.h"
 
@@ -20,17 +20,6 @@ std::string_view hostName(std::string_view hostAndPort) {
 }
 
 }  // namespace
-
-bool isLoopback(std::string_view host) {
-    const std::string name(host);
-    if (strcasecmp(name.c_str(), "localhost") == 0)
-        return true;
-    in_addr four{};
-    if (inet_pton(AF_INET, name.c_str(), &four) == 1)
-        return ntohl(four.s_addr) >> 24 == 127;
-    in6_addr six{};
-    return inet_pton(AF_INET6, name.c_str(), &six) == 1 && IN6_IS_ADDR_LOOPBACK(&six);
-}
 
 bool equalInConstantTime(std::string_view one, std::string_view other) {
     if (one.size() != other.size())
@@ -65,7 +54,7 @@ std::optional<Failure> RequestGuard::refusedSender(const RequestHead& head) cons
     if (!m_tokens.empty())
         return std::nullopt;
     const std::string host = head.header("Host");
-    if (!host.empty() && !isLoopback(hostName(host)))
+    if (!host.empty() && !isThisMachine(hostName(host)))
         return Failure{403,
                        "This service answers to names of this machine only. Ask for localhost, "
                        "or start it with a token.\n"};

@@ -12,9 +12,6 @@
 
 namespace nulo::service {
 
-/// An address of this machine that no other can reach, as an IP address or "localhost".
-bool isLoopback(std::string_view host);
-
 /// Same bytes; takes equally long wherever two texts of one length differ.
 bool equalInConstantTime(std::string_view one, std::string_view other);
 

@@ -5,7 +5,6 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <fstream>
 #include <random>
 #include <system_error>
 
@@ -65,8 +64,8 @@ std::error_code followLinks(fs::path& path) {
 std::error_code fill(const fs::path& fresh, const fs::path& target, std::string_view bytes) {
     struct stat present {};
     const bool exists = stat(target.c_str(), &present) == 0;
-    const Descriptor file(open(fresh.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC,
-                               exists ? S_IRUSR | S_IWUSR : 0666));
+    const Descriptor file(
+        open(fresh.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, S_IRUSR | S_IWUSR));
     if (!file.isOpen())
         return systemError();
     if (exists) {
@@ -134,17 +133,31 @@ std::error_code writeInPlace(const fs::path& target, std::string_view bytes) {
 }  // namespace
 
 std::optional<std::string> readFile(const fs::path& path, std::uintmax_t limit) {
-    std::error_code error;
-    if (!fs::is_regular_file(path, error))  // opening a FIFO would wait for its writer
+    // Opening a FIFO would wait for its writer.
+    const Descriptor file(open(path.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
+    struct stat status {};
+    if (!file.isOpen() || fstat(file.number(), &status) != 0 || !S_ISREG(status.st_mode) ||
+        static_cast<std::uintmax_t>(status.st_size) > limit)
         return std::nullopt;
-    const std::uintmax_t size = fs::file_size(path, error);
-    if (error || size > limit)
-        return std::nullopt;
-    std::ifstream file(path, std::ios::binary);
-    std::string bytes(static_cast<std::size_t>(size), '\0');
-    if (!file || !file.read(bytes.data(), static_cast<std::streamsize>(bytes.size())))
-        return std::nullopt;
+    std::string bytes(static_cast<std::size_t>(status.st_size), '\0');
+    for (std::size_t filled = 0; filled < bytes.size();) {
+        const ssize_t count = read(file.number(), bytes.data() + filled, bytes.size() - filled);
+        if (count < 0 && errno == EINTR)
+            continue;
+        if (count <= 0)
+            return std::nullopt;
+        filled += static_cast<std::size_t>(count);
+    }
     return bytes;
+}
+
+std::optional<ForeignAccess> foreignAccess(const fs::path& path) {
+    struct stat status {};
+    if (stat(path.c_str(), &status) != 0)
+        return std::nullopt;
+    const bool isForeign = status.st_uid != geteuid() && status.st_uid != 0;
+    return ForeignAccess{(status.st_mode & (S_IRGRP | S_IROTH)) != 0,
+                         isForeign || (status.st_mode & (S_IWGRP | S_IWOTH)) != 0};
 }
 
 Outcome replaceFile(const fs::path& path, std::string_view bytes) {

@@ -10,14 +10,24 @@
 
 namespace nulo {
 
-/// The bytes of a regular file of at most `limit` bytes; nothing otherwise.
+/// The bytes of a regular file of at most `limit` bytes; nothing otherwise. Never waits for another
+/// program, as opening a FIFO would.
 std::optional<std::string> readFile(const std::filesystem::path& path, std::uintmax_t limit);
+
+/// What users other than this one and root may do with a file.
+struct ForeignAccess {
+    bool mayRead = false;
+    bool mayWrite = false;  // also when it belongs to one of them
+};
+
+/// Nothing when the file is missing.
+std::optional<ForeignAccess> foreignAccess(const std::filesystem::path& path);
 
 /// Replaces the file's content in one step: a new file beside it, already on the disk, is renamed
 /// over it. What a symbolic link points to is the file that is replaced, or made where it is
-/// missing; mode and owner are kept. A failure changes nothing; its text names the file and the
-/// system's reason. Where the folder takes no new file, a writable file is overwritten: a reader
-/// may then see half of it.
+/// missing; mode and owner are kept, a new file is its owner's only. A failure changes nothing; its
+/// text names the file and the system's reason. Where the folder takes no new file, a writable file
+/// is overwritten: a reader may then see half of it.
 Outcome replaceFile(const std::filesystem::path& path, std::string_view bytes);
 
 }  // namespace nulo

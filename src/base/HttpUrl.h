@@ -1,15 +1,35 @@
 #pragma once
 
+#include <optional>
+#include <string>
 #include <string_view>
 
 namespace nulo {
 
-/// Whether a request can be sent there: an absolute http or https URL with a host, a port in range
-/// if any, and only characters that a URL may hold unescaped. Pure: resolves nothing.
-bool isValidHttpUrl(std::string_view url);
+/// Whether that host, an IPv6 address without its brackets, is this machine by definition: the name
+/// "localhost", an address of 127.0.0.0/8 in any spelling, or ::1. Resolves nothing.
+bool isThisMachine(std::string_view host);
 
-/// Whether what is fetched from that valid URL cannot be read or changed on the way: https, or http
-/// from this machine (localhost, 127.x.x.x, [::1]).
+/// A well-formed absolute URL of the http or https scheme. All parts are printable ASCII.
+struct HttpUrl {
+    std::string text;
+    std::string origin;     // "https://host:443": lower case, the port always given
+    std::string authority;  // for a person: the host, and the port unless it is the scheme's own
+    std::string host;       // lower case, without the brackets of an IPv6 address
+    bool isEncrypted = false;
+
+    /// Whether what goes there cannot be read or changed on the way: https, or http to this
+    /// machine.
+    bool isSecure() const { return isEncrypted || isThisMachine(host); }
+};
+
+/// Nothing for another scheme, a relative reference, a port out of range, and characters that a URL
+/// holds escaped only. Pure: resolves nothing.
+std::optional<HttpUrl> parseHttpUrl(std::string_view text);
+
+/// parseHttpUrl() has an answer.
+bool isValidHttpUrl(std::string_view url);
+/// It has one that isSecure().
 bool isSecureHttpUrl(std::string_view url);
 
 }  // namespace nulo

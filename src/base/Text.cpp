@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <cstdint>
+#include <cstdio>
 
 namespace nulo {
 namespace {
@@ -46,6 +47,19 @@ bool mayBecomeCharacter(std::string_view tail) {
             return false;
     }
     return true;
+}
+
+/// Control and formatting characters, and line ends beyond ASCII.
+constexpr std::uint32_t invisible = U_GC_CC_MASK | U_GC_CF_MASK | U_GC_ZL_MASK | U_GC_ZP_MASK;
+
+/// Unicode's picture for an ASCII control character, "<85>" and the like for others.
+std::string signOf(UChar32 character) {
+    char sign[16];
+    if (character < 0x20)  // the pictures begin at U+2400, in UTF-8 E2 90 80
+        std::snprintf(sign, sizeof sign, "\xE2\x90%c", static_cast<char>(0x80 + character));
+    else
+        std::snprintf(sign, sizeof sign, "<%X>", static_cast<unsigned>(character));
+    return sign;
 }
 
 }  // namespace
@@ -88,6 +102,24 @@ std::size_t characterCount(std::string_view utf8) {
     ubrk_close(iterator);
     utext_close(text);
     return count;
+}
+
+std::string visible(std::string_view utf8) {
+    utf8 = utf8.substr(0, utf8.find_last_not_of("\r\n") + 1);
+    const auto length = static_cast<std::int32_t>(utf8.size());
+    std::string result;
+    for (std::int32_t start = 0, next = 0; start < length; start = next) {
+        UChar32 character = 0;
+        U8_NEXT(utf8.data(), next, length, character);
+        if (character < 0)
+            result += "\uFFFD";
+        else if ((U_GET_GC_MASK(character) & invisible) != 0)
+            result += signOf(character);
+        else
+            result += utf8.substr(static_cast<std::size_t>(start),
+                                  static_cast<std::size_t>(next - start));
+    }
+    return result;
 }
 
 std::string trimmed(std::string_view utf8) {

@@ -18,6 +18,10 @@ std::size_t completeUtf8Length(std::string_view bytes);
 /// User-perceived characters (extended grapheme clusters).
 std::size_t characterCount(std::string_view utf8);
 
+/// The text as one line that does nothing to a terminal: control characters, line ends and what
+/// reverses the direction of writing become visible signs. Line ends at the very end are dropped.
+std::string visible(std::string_view utf8);
+
 /// Without Unicode white space (line feeds included) at either end.
 std::string trimmed(std::string_view utf8);
 

@@ -1,10 +1,9 @@
 #include "config/ServiceConfig.h"
 
-#include <QUrl>
 #include <algorithm>
 #include <nlohmann/json.hpp>
-#include <regex>
 
+#include "base/Ascii.h"
 #include "base/FileIO.h"
 #include "base/HttpUrl.h"
 
@@ -12,17 +11,6 @@ namespace nulo {
 namespace {
 
 using nlohmann::json;
-
-bool isLoopback(const std::string& host) {
-    static const std::regex loopback(R"(localhost|127\.\d{1,3}\.\d{1,3}\.\d{1,3}|::1)");
-    return std::regex_match(host, loopback);
-}
-
-/// Token characters of a header name (RFC 9110, section 5.6.2).
-bool isHeaderName(const std::string& name) {
-    static const std::regex token("[!#$%&'*+.^_`|~0-9A-Za-z-]+");
-    return std::regex_match(name, token);
-}
 
 bool isHeaderValue(const std::string& value) {
     return std::none_of(value.begin(), value.end(),
@@ -50,7 +38,7 @@ std::string decode(const json& object, ServiceConfig& config) {
     if (!headers->is_object())
         return "\"headers\" must be an object of texts";
     for (const auto& [name, value] : headers->items()) {
-        if (!isHeaderName(name))
+        if (!isHttpToken(name))
             return "\"headers\" has a name that is no header name";
         if (!value.is_string() || !isHeaderValue(value.get<std::string>()))
             return "header \"" + name + "\" must be a text of one line";
@@ -59,28 +47,15 @@ std::string decode(const json& object, ServiceConfig& config) {
     return {};
 }
 
-bool othersCanRead(const std::filesystem::path& file) {
-    using std::filesystem::perms;
-    std::error_code error;
-    const auto mode = std::filesystem::status(file, error).permissions();
-    return !error && (mode & (perms::group_read | perms::others_read)) != perms::none;
-}
-
 }  // namespace
 
 std::string serviceUrlFault(std::string_view text) {
-    const QUrl url(QString::fromUtf8(text.data(), static_cast<qsizetype>(text.size())),
-                   QUrl::StrictMode);
-    // QUrl also takes what a request cannot be sent to, such as letters that are not ASCII.
-    if (!url.isValid() || url.host().isEmpty() || !isValidHttpUrl(std::string(text) + "/api/chat"))
+    const auto url = parseHttpUrl(text);
+    if (!url)
         return "is not a URL such as https://speech.example.org";
-    if (!url.userInfo().isEmpty() || url.hasQuery() || url.hasFragment())
+    if (text.find_first_of("@?#") != std::string_view::npos)
         return "must be a plain origin, without user name, query or fragment";
-    if (url.scheme() == "https")
-        return {};
-    if (url.scheme() == "http" && isLoopback(url.host().toStdString()))
-        return {};
-    return "must be https (plain http is for this machine only)";
+    return url->isSecure() ? "" : "must be https (plain http is for this machine only)";
 }
 
 Result<ServiceConfig> loadServiceConfig(const std::filesystem::path& file,
@@ -96,6 +71,11 @@ Result<ServiceConfig> loadServiceConfig(const std::filesystem::path& file,
         return ServiceConfig{std::string(defaultBaseURL), {}};
     }
 
+    // Whoever names the service gets what is dictated, and may have a program of its run as us.
+    const ForeignAccess others = foreignAccess(file).value_or(ForeignAccess{});
+    const std::string remedy = "; run: chmod 600 " + file.string();
+    if (others.mayWrite)
+        return refused(file.string(), "other users can change it" + remedy);
     const auto bytes = readFile(file, 1024 * 1024);
     if (!bytes)
         return refused(file.string(), "it cannot be read");
@@ -105,9 +85,9 @@ Result<ServiceConfig> loadServiceConfig(const std::filesystem::path& file,
     ServiceConfig config;
     if (const std::string fault = decode(object, config); !fault.empty())
         return refused(file.string(), fault);
-    if (!config.authHeaders.empty() && othersCanRead(file))
-        print("WARNING: " + file.string() + " holds credentials and can be read by other users; " +
-              "run: chmod 600 " + file.string());
+    if (!config.authHeaders.empty() && others.mayRead)
+        print("WARNING: " + file.string() + " holds credentials and can be read by other users" +
+              remedy);
     return config;
 }
 

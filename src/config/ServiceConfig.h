@@ -19,8 +19,9 @@ struct ServiceConfig {
 };
 
 /// Reads service.json: {"baseURL": "https://…", "headers": {"Authorization": "Bearer …"}}; a
-/// missing file stands for `defaultBaseURL` without headers. The error is one line that names the
-/// file. Warns through `print` when a file with headers can be read by other users.
+/// missing file stands for `defaultBaseURL` without headers. A file that other users can change is
+/// refused. The error is one line that names the file. Warns through `print` when a file with
+/// headers can be read by other users.
 Result<ServiceConfig> loadServiceConfig(const std::filesystem::path& file,
                                         std::string_view defaultBaseURL, const Print& print);
 

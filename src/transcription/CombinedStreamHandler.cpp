@@ -10,6 +10,8 @@
 namespace nulo {
 namespace {
 
+constexpr std::size_t mostBytesAfterOutcome = 64 * 1024;
+
 /// A whole decimal number: an optional sign, ASCII digits and nothing else.
 std::optional<long long> parseInteger(std::string_view text) {
     if (text.starts_with('+')) {
@@ -60,7 +62,7 @@ void CombinedStreamHandler::didReceiveResponse(const HttpResponseHead& head) {
         return;
     m_httpStatusCode = head.status;
     m_log("HTTP response: " + std::to_string(head.status) +
-          ", Content-Type: " + std::string(head.header("Content-Type").value_or("?")));
+          ", Content-Type: " + visible(head.header("Content-Type").value_or("?")));
     const auto time = parseInteger(head.header("X-Transcription-Ms").value_or(""));
     if (!time) {
         m_log("No X-Transcription-Ms header found");
@@ -68,21 +70,34 @@ void CombinedStreamHandler::didReceiveResponse(const HttpResponseHead& head) {
     }
     m_log("X-Transcription-Ms header: " + std::to_string(*time) + "ms");
     if (const auto upload = head.header("X-Upload-Ms"))
-        m_log("X-Upload-Ms header (server-side multer receive): " + std::string(*upload) + "ms");
+        m_log("X-Upload-Ms header (server-side multer receive): " + visible(*upload) + "ms");
     if (m_callbacks->onTranscriptionTime)
         m_mainQueue.async(
             [callbacks = m_callbacks, time = *time] { callbacks->onTranscriptionTime(time); });
 }
 
-void CombinedStreamHandler::didReceiveData(std::string_view chunk) {
-    if (m_completed)
-        return;
-    if (m_httpStatusCode.value_or(200) != 200) {
-        m_errorData += chunk;
-        return;
+bool CombinedStreamHandler::didReceiveData(std::string_view chunk) {
+    if (m_completed) {
+        // Read to its end, the answer leaves a connection for the next request.
+        m_bytesAfterOutcome += chunk.size();
+        return m_bytesAfterOutcome <= mostBytesAfterOutcome;
     }
-    if (!isValidUtf8(chunk))
-        return;
+    if (m_httpStatusCode.value_or(200) != 200) {
+        const std::string_view kept = chunk.substr(0, largestErrorBody - m_errorData.size());
+        const bool isAll = kept.size() == chunk.size();
+        m_errorData += isAll ? chunk : kept.substr(0, completeUtf8Length(kept));
+        return isAll;
+    }
+    if (isValidUtf8(chunk))
+        takeText(chunk);
+    if (m_buffer.size() > largestLine)
+        didComplete(tooLong("a line", largestLine));
+    if (m_fullText.size() > largestText)
+        didComplete(tooLong("a text", largestText));
+    return true;
+}
+
+void CombinedStreamHandler::takeText(std::string_view chunk) {
     if (m_dataChunkCount++ == 0)
         m_log("First data chunk received: " + std::to_string(chunk.size()) + " bytes");
 
@@ -130,7 +145,7 @@ void CombinedStreamHandler::didComplete(const std::optional<Error>& error) {
     } else if (m_httpStatusCode.value_or(200) != 200) {
         const int status = *m_httpStatusCode;
         std::string message = isValidUtf8(m_errorData) ? m_errorData : "Unknown error";
-        m_log("HTTP error " + std::to_string(status) + ": " + message);
+        m_log("HTTP error " + std::to_string(status) + ": " + visible(message));
         report(TranscriptionFailure(TranscriptionError::apiError(status, std::move(message))));
     } else {
         m_log("URLSession completed normally");

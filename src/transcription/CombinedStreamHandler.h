@@ -34,8 +34,8 @@ class CombinedStreamHandler {
                           OnToken onToken, Completion completion);
 
     void didReceiveResponse(const HttpResponseHead& head);
-    /// A chunk that is not UTF-8 by itself is dropped whole.
-    void didReceiveData(std::string_view chunk);
+    /// A chunk that is not UTF-8 by itself is dropped whole. Tells whether more is wanted.
+    bool didReceiveData(std::string_view chunk);
     void didComplete(const std::optional<Error>& error);
 
   private:
@@ -45,6 +45,7 @@ class CombinedStreamHandler {
         Completion completion;
     };
 
+    void takeText(std::string_view chunk);
     void takeLine(std::string_view line);
     void finishStream();
     void report(TextResult result);
@@ -56,6 +57,7 @@ class CombinedStreamHandler {
     std::string m_buffer;  // what came after the last LF
     std::optional<int> m_httpStatusCode;
     std::string m_errorData;
+    std::size_t m_bytesAfterOutcome = 0;
     bool m_completed = false;
     std::size_t m_dataChunkCount = 0;
 };

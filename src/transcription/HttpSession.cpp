@@ -1,23 +1,12 @@
 #include "transcription/HttpSession.h"
 
-#include <algorithm>
+#include "base/Ascii.h"
 
 namespace nulo {
-namespace {
-
-char lowerCase(char c) {
-    return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
-}
-
-bool equalIgnoringCase(std::string_view a, std::string_view b) {
-    return std::ranges::equal(a, b, {}, lowerCase, lowerCase);
-}
-
-}  // namespace
 
 std::optional<std::string_view> HttpResponseHead::header(std::string_view name) const {
     for (const auto& [key, value] : headers)
-        if (equalIgnoringCase(key, name))
+        if (equalIgnoringAsciiCase(key, name))
             return value;
     return std::nullopt;
 }

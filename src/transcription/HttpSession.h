@@ -54,8 +54,9 @@ class HttpSessionDelegate {
   public:
     virtual ~HttpSessionDelegate() = default;
     virtual void didReceiveResponse(HttpTaskId task, const HttpResponseHead& head) = 0;
-    /// Never empty; ends at a character boundary of UTF-8 unless the body itself does not.
-    virtual void didReceiveData(HttpTaskId task, std::string_view bytes) = 0;
+    /// Never empty; ends at a character boundary of UTF-8 unless the body itself does not. Tells
+    /// whether more is wanted: after false the task completes without an error, and without more.
+    virtual bool didReceiveData(HttpTaskId task, std::string_view bytes) = 0;
     /// One entry an exchange: more than one after redirects, none when nothing was begun.
     virtual void didCollectMetrics(HttpTaskId task,
                                    const std::vector<HttpTransactionMetrics>& transactions) = 0;
@@ -64,7 +65,9 @@ class HttpSessionDelegate {
 };
 
 /// Keeps connections open from request to request. Redirects are followed within the request's
-/// origin only; elsewhere the redirect itself is the response. Certificates are verified.
+/// origin only; elsewhere the redirect itself is the response, its body cut off at 64 kB.
+/// Certificates are verified; over plain http to this machine, that this user's or root's program
+/// answers. A POST that may have arrived is never sent again.
 /// Destroying a session cancels what is in flight, without further delegate calls, and joins.
 class HttpSession {
   public:

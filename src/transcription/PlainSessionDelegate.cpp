@@ -3,6 +3,9 @@
 #include <memory>
 #include <utility>
 
+#include "base/Text.h"
+#include "transcription/TranscriptionError.h"
+
 namespace nulo {
 
 void PlainSessionDelegate::add(HttpTaskId task, Completion completion) {
@@ -14,9 +17,20 @@ void PlainSessionDelegate::didReceiveResponse(HttpTaskId task, const HttpRespons
         exchange->answer.status = head.status;
 }
 
-void PlainSessionDelegate::didReceiveData(HttpTaskId task, std::string_view bytes) {
-    if (const auto exchange = m_exchanges.find(task))
-        exchange->answer.body += bytes;
+bool PlainSessionDelegate::didReceiveData(HttpTaskId task, std::string_view bytes) {
+    const auto exchange = m_exchanges.find(task);
+    if (!exchange)
+        return false;
+    Answer& answer = exchange->answer;
+    const bool isText = answer.status == 200;
+    const std::size_t room = (isText ? largestText : largestErrorBody) - answer.body.size();
+    if (bytes.size() <= room) {
+        answer.body += bytes;
+        return true;
+    }
+    answer.isTooLong = isText;
+    answer.body += bytes.substr(0, completeUtf8Length(bytes.substr(0, room)));
+    return false;
 }
 
 void PlainSessionDelegate::didCollectMetrics(HttpTaskId,

@@ -14,7 +14,8 @@ class PlainSessionDelegate final : public HttpSessionDelegate {
   public:
     struct Answer {
         std::optional<int> status;  // absent when no response came
-        std::string body;
+        std::string body;           // of an error, its beginning
+        bool isTooLong = false;     // status 200, and more than largestText came
     };
     using Completion = std::function<void(const std::optional<Error>& error, const Answer& answer)>;
 
@@ -22,7 +23,7 @@ class PlainSessionDelegate final : public HttpSessionDelegate {
     void add(HttpTaskId task, Completion completion);
 
     void didReceiveResponse(HttpTaskId task, const HttpResponseHead& head) override;
-    void didReceiveData(HttpTaskId task, std::string_view bytes) override;
+    bool didReceiveData(HttpTaskId task, std::string_view bytes) override;
     void didCollectMetrics(HttpTaskId task,
                            const std::vector<HttpTransactionMetrics>& transactions) override;
     void didComplete(HttpTaskId task, const std::optional<Error>& error) override;

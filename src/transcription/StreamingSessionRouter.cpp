@@ -40,9 +40,9 @@ void StreamingSessionRouter::didReceiveResponse(HttpTaskId task, const HttpRespo
         handler->didReceiveResponse(head);
 }
 
-void StreamingSessionRouter::didReceiveData(HttpTaskId task, std::string_view bytes) {
-    if (const auto handler = m_handlers.find(task))
-        handler->didReceiveData(bytes);
+bool StreamingSessionRouter::didReceiveData(HttpTaskId task, std::string_view bytes) {
+    const auto handler = m_handlers.find(task);
+    return handler && handler->didReceiveData(bytes);
 }
 
 void StreamingSessionRouter::didCollectMetrics(

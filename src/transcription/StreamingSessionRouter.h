@@ -20,7 +20,7 @@ class StreamingSessionRouter final : public HttpSessionDelegate {
     void add(HttpTaskId task, std::shared_ptr<CombinedStreamHandler> handler);
 
     void didReceiveResponse(HttpTaskId task, const HttpResponseHead& head) override;
-    void didReceiveData(HttpTaskId task, std::string_view bytes) override;
+    bool didReceiveData(HttpTaskId task, std::string_view bytes) override;
     void didCollectMetrics(HttpTaskId task,
                            const std::vector<HttpTransactionMetrics>& transactions) override;
     void didComplete(HttpTaskId task, const std::optional<Error>& error) override;

@@ -1,11 +1,13 @@
 #include "transcription/TranscriptionError.h"
 
+#include "base/Text.h"
+
 namespace nulo {
 
 std::string TranscriptionError::errorDescription() const {
     switch (m_case) {
         case Case::apiError:
-            return "API error " + std::to_string(m_statusCode) + ": " + m_message;
+            return "API error " + std::to_string(m_statusCode) + ": " + visible(m_message);
         case Case::fileReadFailed:
             return "Failed to read audio file";
         case Case::invalidResponse:
@@ -16,6 +18,11 @@ std::string TranscriptionError::errorDescription() const {
             return "No API key configured";
     }
     return {};
+}
+
+Error tooLong(std::string_view what, std::size_t limit) {
+    return {"The speech service sent " + std::string(what) + " of more than " +
+            std::to_string(limit / (1024 * 1024)) + " MB; the rest was not read"};
 }
 
 std::string describe(const TranscriptionFailure& failure) {

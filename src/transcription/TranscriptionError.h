@@ -1,12 +1,19 @@
 #pragma once
 
+#include <cstddef>
 #include <string>
+#include <string_view>
 #include <utility>
 #include <variant>
 
 #include "base/Result.h"
 
 namespace nulo {
+
+/// Bytes that an answer may have; what is longer is not kept.
+constexpr std::size_t largestText = 8 * 1024 * 1024;
+constexpr std::size_t largestLine = 1024 * 1024;
+constexpr std::size_t largestErrorBody = 64 * 1024;  // the rest of an error's text is left out
 
 /// What can go wrong with a request apart from its transport.
 class TranscriptionError {
@@ -20,7 +27,7 @@ class TranscriptionError {
     static TranscriptionError noData() { return {Case::noData}; }
     static TranscriptionError noApiKey() { return {Case::noApiKey}; }
 
-    /// One line for the console, to stand after the caller's own prefix.
+    /// One line for the console, to stand after the caller's own prefix; see visible().
     std::string errorDescription() const;
     /// Of the service's answer; 0 for what is no apiError().
     int statusCode() const { return m_statusCode; }
@@ -40,6 +47,9 @@ class TranscriptionError {
 
 /// An error of the client itself, or the transport's, passed through unchanged.
 using TranscriptionFailure = std::variant<TranscriptionError, Error>;
+
+/// Why an answer was cut off at `limit` bytes of `what`.
+Error tooLong(std::string_view what, std::size_t limit);
 
 std::string describe(const TranscriptionFailure& failure);
 

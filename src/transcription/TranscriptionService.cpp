@@ -34,10 +34,13 @@ TextResult plainResult(const std::optional<Error>& error,
         return TranscriptionFailure(*error);
     if (!answer.status)
         return TranscriptionFailure(TranscriptionError::invalidResponse());
+    if (answer.isTooLong)
+        return TranscriptionFailure(tooLong("a text", largestText));
     const bool decodes = isValidUtf8(answer.body);
     if (*answer.status != 200) {
         std::string message = decodes ? answer.body : "Unknown error";
-        print("Transcription API error (" + std::to_string(*answer.status) + "): " + message);
+        print("Transcription API error (" + std::to_string(*answer.status) +
+              "): " + visible(message));
         return TranscriptionFailure(
             TranscriptionError::apiError(*answer.status, std::move(message)));
     }

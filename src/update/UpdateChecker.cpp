@@ -4,6 +4,7 @@
 #include <system_error>
 #include <utility>
 
+#include "base/FileIO.h"
 #include "base/HttpUrl.h"
 #include "base/PrivateFolder.h"
 #include "update/IsNewer.h"
@@ -13,6 +14,8 @@ namespace {
 
 namespace fs = std::filesystem;
 
+constexpr std::uintmax_t largestArchive = 1024 * 1024 * 1024;
+constexpr std::uintmax_t largestScript = 1024 * 1024;
 constexpr std::string_view lastCheckKey = "nuloLastUpdateCheck";
 constexpr double secondsBetweenSilentChecks = 3600;
 /// Gives the script time to see the program that it is to wait for.
@@ -112,22 +115,33 @@ void UpdateChecker::downloadAndInstall(const VersionInfo& info) {
         return showError("URL de telechargement invalide.");
     m_dependencies.print("Downloading update from " + info.downloadUrl);
     m_state = State::downloading;
-    m_dependencies.windows.showProgress(info.version);
+    m_dependencies.windows.showProgress(info.version,
+                                        m_lifetime.guard([this] { cancelDownload(); }));
     std::error_code ignored;
     const fs::path folder = fs::absolute(m_dependencies.temporaryFolder, ignored);
     m_downloadedFile = folder / ("nulo-download-" + m_dependencies.makeUuid());
     m_dependencies.http.download(
-        info.downloadUrl, m_downloadedFile,
-        m_lifetime.guard([this, version = info.version](const Result<int>& status) {
-            finishDownload(status, version);
+        info.downloadUrl, m_downloadedFile, largestArchive,
+        m_lifetime.guard([this, version = info.version](const auto& download) {
+            finishDownload(download, version);
         }));
 }
 
-void UpdateChecker::finishDownload(const Result<int>& status, const std::string& version) {
+void UpdateChecker::cancelDownload() {
+    if (m_state != State::downloading)
+        return;
+    m_state = State::idle;
+    m_dependencies.http.cancel();
+    removeFiles();
     m_dependencies.windows.closeProgress();
-    if (!status) {
+}
+
+void UpdateChecker::finishDownload(const Result<UpdateHttp::Download>& download,
+                                   const std::string& version) {
+    m_dependencies.windows.closeProgress();
+    if (!download) {
         removeFiles();
-        return showError("Telechargement echoue : " + status.error().description);
+        return showError("Telechargement echoue : " + download.error().description);
     }
     std::error_code ignored;
     if (!fs::exists(m_downloadedFile, ignored)) {  // temporary folders are tidied up by others
@@ -148,17 +162,17 @@ void UpdateChecker::installUpdate(const std::string& version) {
     if (const auto prepared = prepareWorkingFolder(); !prepared)
         return fail(prepared.error());
     m_dependencies.print("Downloading updater script...");
-    m_dependencies.http.download(m_baseURL + "/update.sh", m_workingFolder / "update.sh",
-                                 m_lifetime.guard([this, version, fail](const Result<int>& status) {
-                                     if (const auto started = runScript(status, version); !started)
-                                         return fail(started.error());
-                                     m_state = State::handedOver;
-                                     m_dependencies.mainQueue.asyncAfter(
-                                         delayBeforeTermination, m_lifetime.guard([this] {
-                                             const auto terminate = m_dependencies.terminate;
-                                             terminate();
-                                         }));
-                                 }));
+    m_dependencies.http.download(
+        m_baseURL + "/update.sh", m_workingFolder / "update.sh", largestScript,
+        m_lifetime.guard([this, version, fail](const auto& download) {
+            if (const auto started = runScript(download, version); !started)
+                return fail(started.error());
+            m_state = State::handedOver;
+            m_dependencies.mainQueue.asyncAfter(delayBeforeTermination, m_lifetime.guard([this] {
+                const auto terminate = m_dependencies.terminate;
+                terminate();
+            }));
+        }));
 }
 
 Outcome UpdateChecker::prepareWorkingFolder() {
@@ -173,15 +187,16 @@ Outcome UpdateChecker::prepareWorkingFolder() {
     return Success{};
 }
 
-Outcome UpdateChecker::runScript(const Result<int>& status, const std::string& version) {
+Outcome UpdateChecker::runScript(const Result<UpdateHttp::Download>& download,
+                                 const std::string& version) {
     const fs::path script = m_workingFolder / "update.sh";
-    std::error_code error;
-    // Nobody checks a script but us: an error page, or nothing at all, would be run in its place
+    // Nobody checks a script but us: an error page, or half a script, would be run in its place,
     // and the program would end without anybody to start it again.
-    const bool isScript = status && status.value() >= 200 && status.value() < 300 &&
-                          fs::file_size(script, error) > 0 && !error;
-    if (!isScript)
+    const bool isWhole = download && download.value().status >= 200 &&
+                         download.value().status < 300 && download.value().isWhole;
+    if (!isWhole || !readFile(script, largestScript).value_or("").starts_with("#!"))
         return Error{"Script download failed"};
+    std::error_code error;
     fs::permissions(script, fs::perms(0755), error);
     if (error)
         return fileError("the permissions of " + script.string() + " cannot be set", error);

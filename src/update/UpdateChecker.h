@@ -67,10 +67,11 @@ class UpdateChecker {
     void showUpToDate();
     void showError(const std::string& message);
     void downloadAndInstall(const VersionInfo& info);
-    void finishDownload(const Result<int>& status, const std::string& version);
+    void cancelDownload();
+    void finishDownload(const Result<UpdateHttp::Download>& download, const std::string& version);
     void installUpdate(const std::string& version);
     Outcome prepareWorkingFolder();
-    Outcome runScript(const Result<int>& status, const std::string& version);
+    Outcome runScript(const Result<UpdateHttp::Download>& download, const std::string& version);
     void removeFiles();
 
     const std::string m_baseURL;

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 #include <filesystem>
 #include <functional>
 #include <string>
@@ -15,7 +16,11 @@ namespace nulo {
 class UpdateHttp {
   public:
     using GetCompletion = std::function<void(Result<std::string> body)>;
-    using DownloadCompletion = std::function<void(Result<int> status)>;
+    struct Download {
+        int status = 0;
+        bool isWhole = false;  // its end was marked, so that a part of it would have been noticed
+    };
+    using DownloadCompletion = std::function<void(Result<Download> download)>;
 
     virtual ~UpdateHttp() = default;
 
@@ -23,9 +28,13 @@ class UpdateHttp {
     virtual void get(const std::string& url, std::size_t limit, GetCompletion completion) = 0;
 
     /// Streams the answer's body, whatever its status, to a new file, which belongs to the caller
-    /// once the completion is given a status. Without one there is no file. `file` must not exist.
+    /// once the completion is given a Download. Without one there is no file. `file` must not
+    /// exist. What is longer than `limit` bytes is an error.
     virtual void download(const std::string& url, const std::filesystem::path& file,
-                          DownloadCompletion completion) = 0;
+                          std::uintmax_t limit, DownloadCompletion completion) = 0;
+
+    /// Gives up what is under way, without completions and leaving no file.
+    virtual void cancel() = 0;
 };
 
 }  // namespace nulo

@@ -19,6 +19,11 @@ TEST(Text, trimsUnicodeWhiteSpaceOnly) {
     EXPECT_EQ(trimmed("\u200Bx"), "\u200Bx");  // a zero-width space is no white space
 }
 
+// What a server says must neither drive the terminal nor forge a line of the log.
+TEST(Text, showsWhatATerminalWouldActOn) {
+    EXPECT_EQ(visible("a\x1B[2J\nb\x7F\u0085\u202Eé\xFF\r\n"), "a␛[2J␊b<7F><85><202E>é\uFFFD");
+}
+
 TEST(Text, refusesMalformedUtf8) {
     EXPECT_TRUE(isValidUtf8("h\xC3\xA9 \xE2\x82\xAC \xF0\x9F\x98\x80"));
     for (const char* bad : {"\xC3", "\xC0\xAF", "\xE0\x80\xAF", "\xED\xA0\x80", "\xF4\x90\x80\x80",

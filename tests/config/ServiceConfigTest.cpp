@@ -2,6 +2,7 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 
 #include <fstream>
 
@@ -53,6 +54,8 @@ TEST_F(ServiceConfigTest, readsAddressAndHeaders) {
     EXPECT_TRUE(load());
     EXPECT_THAT(m_printed.lines(),
                 ElementsAre(AllOf(HasSubstr(m_file.string()), HasSubstr("chmod 600"))));
+    fs::permissions(m_file, fs::perms::group_write, fs::perm_options::add);
+    EXPECT_THAT(load().error().description, HasSubstr("other users can change it; run: chmod 600"));
 }
 
 TEST_F(ServiceConfigTest, plainHttpIsForThisMachineOnly) {
@@ -82,8 +85,8 @@ TEST_F(ServiceConfigTest, refusesTheRestWithOneLineNamingTheFile) {
                     AllOf(HasSubstr(m_file.string()), testing::Not(HasSubstr("\n"))));
     }
     fs::remove(m_file);
-    fs::create_directory(m_file);
-    EXPECT_FALSE(load());
+    ASSERT_EQ(mkfifo(m_file.c_str(), 0600), 0);
+    EXPECT_FALSE(load()) << "or rather waits";
 }
 
 }  // namespace

@@ -23,7 +23,8 @@ class FakeHttp {
         void respond(int status, HttpHeaders headers = {}) const {
             delegate->didReceiveResponse(task, {status, std::move(headers)});
         }
-        void data(std::string_view bytes) const { delegate->didReceiveData(task, bytes); }
+        /// Whether more is wanted.
+        bool data(std::string_view bytes) const { return delegate->didReceiveData(task, bytes); }
         void metrics(const std::vector<HttpTransactionMetrics>& transactions) const {
             delegate->didCollectMetrics(task, transactions);
         }

@@ -19,21 +19,26 @@ class FakeUpdateHttp final : public UpdateHttp {
         urls.push_back(url);
         m_gets.push_back(std::move(completion));
     }
-    void download(const std::string& url, const std::filesystem::path& file,
+    void download(const std::string& url, const std::filesystem::path& file, std::uintmax_t,
                   DownloadCompletion completion) override {
         urls.push_back(url);
         m_downloads.emplace_back(file, std::move(completion));
     }
 
     void answerGet(Result<std::string> body) { takeFirst(m_gets)(std::move(body)); }
-    void finishDownload(const std::string& content, int status = 200) {
+    void cancel() override {
+        m_gets.clear();
+        m_downloads.clear();
+    }
+    void finishDownload(const std::string& content, int status = 200, bool isWhole = true) {
         const auto [file, completion] = takeFirst(m_downloads);
         std::ofstream(file) << content;
-        completion(status);
+        completion(Download{status, isWhole});
     }
+    bool isBusy() const { return !m_gets.empty() || !m_downloads.empty(); }
     void failDownload(const std::string& why) { takeFirst(m_downloads).second(Error{why}); }
     /// Ends well, but the file is no longer there.
-    void loseDownload() { takeFirst(m_downloads).second(200); }
+    void loseDownload() { takeFirst(m_downloads).second(Download{200, true}); }
 
     std::vector<std::string> urls;
 
@@ -68,8 +73,9 @@ class FakeUpdateWindows final : public UpdateWindows {
         shown.push_back("error: " + message);
         close = std::move(onClose);
     }
-    void showProgress(const std::string& version) override {
+    void showProgress(const std::string& version, std::function<void()> onCancel) override {
         shown.push_back("progress: " + version);
+        cancel = std::move(onCancel);
     }
     void closeProgress() override { shown.emplace_back("progress closed"); }
     void bringToFront() override { shown.emplace_back("brought to front"); }
@@ -77,6 +83,7 @@ class FakeUpdateWindows final : public UpdateWindows {
     std::vector<std::string> shown;
     std::function<void(Answer)> answer;
     std::function<void()> close;
+    std::function<void()> cancel;
 };
 
 class FakeProcessLauncher final : public ProcessLauncher {

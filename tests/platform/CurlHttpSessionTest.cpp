@@ -4,12 +4,14 @@
 #include <netdb.h>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
+#include <poll.h>
 #include <sys/ioctl.h>
 #include <sys/socket.h>
 #include <unistd.h>
 #include <condition_variable>
 #include <csignal>
 #include <cstdlib>
+#include <cstring>
 #include <fstream>
 #include <functional>
 #include <iterator>
@@ -36,6 +38,9 @@ struct StalledResolver {
 };
 StalledResolver& stalledResolver = *new StalledResolver;
 
+/// Called on a session's thread right before a POST is written to its connection.
+std::function<void(int socket)> beforePost;
+
 }  // namespace
 
 extern "C" int getaddrinfo(const char* name, const char* service, const addrinfo* hints,
@@ -52,6 +57,13 @@ extern "C" int getaddrinfo(const char* name, const char* service, const addrinfo
     static const auto real =
         reinterpret_cast<decltype(&getaddrinfo)>(dlsym(RTLD_NEXT, "getaddrinfo"));
     return real(name, service, hints, result);
+}
+
+extern "C" ssize_t send(int socket, const void* bytes, std::size_t size, int flags) {
+    static const auto real = reinterpret_cast<decltype(&send)>(dlsym(RTLD_NEXT, "send"));
+    if (beforePost && size > 4 && std::memcmp(bytes, "POST", 4) == 0)
+        std::exchange(beforePost, nullptr)(socket);
+    return real(socket, bytes, size, flags);
 }
 
 namespace nulo {
@@ -84,8 +96,9 @@ class Listener final : public HttpSessionDelegate {
     void didReceiveResponse(HttpTaskId task, const HttpResponseHead& head) override {
         note(task, 'R', [&](Answer& answer) { answer.head = head; });
     }
-    void didReceiveData(HttpTaskId task, std::string_view bytes) override {
+    bool didReceiveData(HttpTaskId task, std::string_view bytes) override {
         note(task, 'D', [&](Answer& answer) { answer.chunks.emplace_back(bytes); });
+        return wantsMore;
     }
     void didCollectMetrics(HttpTaskId task,
                            const std::vector<HttpTransactionMetrics>& metrics) override {
@@ -94,6 +107,8 @@ class Listener final : public HttpSessionDelegate {
     void didComplete(HttpTaskId task, const std::optional<Error>& error) override {
         note(task, 'C', [&](Answer& answer) { answer.error = error ? error->description : ""; });
     }
+
+    std::atomic<bool> wantsMore = true;
 
     /// Once the task is complete.
     Answer answerTo(HttpTaskId task) {
@@ -247,17 +262,82 @@ TEST(CurlHttpSession, usesTheWarmConnectionAndMeasures) {
     EXPECT_EQ(server.acceptedConnections(), 2);
 }
 
-// A dictation lost because the server had meanwhile closed the warm connection.
+// A dictation lost because the server has meanwhile closed the warm connection, or does so while
+// the request is on its way.
 TEST(CurlHttpSession, survivesTheLossOfAWarmConnection) {
-    ScriptedHttpServer server([](const ReceivedRequest&, Connection& to) {
-        to.send(httpResponse(200, "text"));
+    ScriptedHttpServer server([](const ReceivedRequest& received, Connection& to) {
+        to.send(httpResponse(200, received.body));
+        if (received.target == "/crossing")
+            to.stall();
         to.close();
+    });
+    for (const char* warmUp : {"/", "/crossing"}) {
+        Client client;
+        client.ask(request("GET", server.url(warmUp)));
+        if (warmUp == std::string("/crossing"))
+            beforePost = [&](int socket) {
+                server.release();
+                pollfd closed{socket, POLLRDHUP, 0};
+                poll(&closed, 1, -1);
+            };
+        HttpRequest post = request("POST", server.url());
+        post.body = "text";
+        const Answer answer = client.ask(post);
+        EXPECT_EQ(answer.body(), "text") << answer.error;
+        EXPECT_FALSE(answer.metrics.at(0).reusedConnection);
+    }
+    EXPECT_THAT(server.requests(), SizeIs(4));
+}
+
+// A dictation that is paid for, and recognised, twice.
+TEST(CurlHttpSession, sendsNothingTwiceThatMayHaveArrived) {
+    ScriptedHttpServer server([](const ReceivedRequest& received, Connection& to) {
+        received.method == "POST" ? to.close() : void(to.send(httpResponse(200, "warm")));
     });
     Client client;
     client.ask(request("GET", server.url()));
-    const Answer answer = client.ask(request("POST", server.url()));
-    EXPECT_EQ(answer.body(), "text");
-    EXPECT_FALSE(answer.metrics.at(0).reusedConnection);
+    HttpRequest post = request("POST", server.url());
+    post.body = "text";
+    EXPECT_THAT(client.ask(post).error, HasSubstr("was closed before the answer was complete"));
+    EXPECT_THAT(server.requests(), SizeIs(2));
+}
+
+// Dictations told to whoever among this machine's users was first to listen on the service's port.
+TEST(CurlHttpSession, sendsNothingToAnotherUsersProgram) {
+    if (geteuid() != 0)
+        GTEST_SKIP() << "only root can have another user's socket";
+    const int server = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    ASSERT_EQ(::listen(server, 1) | ::fchown(server, 65534, 65534), 0);
+    sockaddr_in address{};
+    socklen_t size = sizeof address;
+    ::getsockname(server, reinterpret_cast<sockaddr*>(&address), &size);
+    const std::string authority = "127.0.0.1:" + std::to_string(ntohs(address.sin_port));
+    EXPECT_EQ(Client().ask(request("HEAD", "http://" + authority + "/")).error,
+              "What answers at " + authority +
+                  " is not this user's program, nor the system's: nothing was sent");
+    const int client = ::accept(server, nullptr, nullptr);
+    char byte = 0;
+    EXPECT_EQ(::recv(client, &byte, 1, 0), 0);
+    ::close(client);
+    ::close(server);
+}
+
+// A server, or somebody in its place, that never ends: memory, disk and time without bound.
+TEST(CurlHttpSession, endsAnAnswerThatIsNotWanted) {
+    ScriptedHttpServer server([](const ReceivedRequest& received, Connection& to) {
+        to.send(received.target == "/" ? "HTTP/1.1 200 OK\r\n\r\n"
+                                       : "HTTP/1.1 302 Go\r\nLocation: https://a.test/\r\n\r\n");
+        while (to.send(std::string(10'000, 'x'))) {
+        }
+    });
+    Client client;
+    const Answer redirect = client.ask(request("GET", server.url("/elsewhere")));
+    EXPECT_EQ(redirect.error, "");
+    EXPECT_LE(redirect.body().size(), 64u * 1024);
+    client.listener.wantsMore = false;
+    const Answer answer = client.ask(request("GET", server.url("/")));
+    EXPECT_EQ(answer.order, "RDMC");
+    EXPECT_EQ(answer.error, "");
 }
 
 // A letter torn in two by the network, or lost with it.
@@ -530,7 +610,8 @@ TEST(CurlHttpSession, isCancelledByItsEnd) {
 /// `openssl s_server` with a certificate for "localhost" that it signed itself.
 class TlsServer {
   public:
-    explicit TlsServer(std::vector<std::string> options) {
+    /// `input` is a command of the shell's whose output the server sends to its client.
+    explicit TlsServer(std::vector<std::string> options, const std::string& input = "") {
         outputOf({"openssl", "req", "-x509", "-newkey", "rsa:2048", "-nodes", "-days", "2", "-subj",
                   "/CN=localhost", "-addext", "subjectAltName=DNS:localhost", "-keyout",
                   (m_folder / "key").string(), "-out", certificate()});
@@ -538,6 +619,8 @@ class TlsServer {
             "openssl", "s_server",   "-accept", "127.0.0.1:0", "-key", (m_folder / "key").string(),
             "-cert",   certificate()};
         command.insert(command.end(), options.begin(), options.end());
+        if (!input.empty())
+            command.insert(command.begin(), {"bash", "-c", "exec \"$@\" < <(" + input + ")", ""});
         m_process.emplace(command, ChildProcess::Options{{}, m_folder / "log"});
         waitUntil([this] { return log().find("ACCEPT 127.0.0.1:") != std::string::npos; });
     }
@@ -573,6 +656,22 @@ TEST(CurlHttpSession, verifiesCertificates) {
     ASSERT_THAT(trusted.metrics, SizeIs(1));
     EXPECT_LT(trusted.metrics[0].secureConnectionStart, trusted.metrics[0].secureConnectionEnd);
     EXPECT_THAT(misnamed.error, HasSubstr("The certificate of 127.0.0.1 could not be verified: "));
+}
+
+// A dead request kept alive by what else its connection carries: HTTP/2 shares one.
+TEST(CurlHttpSession, hearsSilenceBesideOtherTraffic) {
+    const std::string settings(R"(\0\0\0\4\0\0\0\0\0)");
+    const std::string ping(R"(\0\0\10\6\0\0\0\0\0nulonulo)");
+    TlsServer server({"-alpn", "h2"}, "exec 9<> <(:); printf '" + settings +
+                                          "'; until read -t 0.02 -u 9; do printf '" + ping +
+                                          "'; done");
+    setenv("SSL_CERT_FILE", server.certificate().c_str(), 1);
+    Client client;
+    unsetenv("SSL_CERT_FILE");
+    HttpRequest question = request("POST", server.url("localhost"));
+    question.body = "text";
+    question.idleTimeout = milliseconds(1000);
+    EXPECT_THAT(client.ask(question).error, HasSubstr("did not answer for 1 second"));
 }
 
 // A program that a dying server takes with it (SIGPIPE), or that takes the upload for done.

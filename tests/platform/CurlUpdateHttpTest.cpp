@@ -31,11 +31,12 @@ class CurlUpdateHttpTest : public testing::Test {
         return runUntil(outcome);
     }
     /// The status as text.
-    std::string download(const std::string& url) {
+    std::string download(const std::string& url, std::uintmax_t limit = 100 << 20) {
         std::optional<std::string> outcome;
-        m_http->download(url, m_file, [&](const Result<int>& status) {
-            outcome =
-                status ? std::to_string(status.value()) : "error: " + status.error().description;
+        m_http->download(url, m_file, limit, [&](const Result<UpdateHttp::Download>& download) {
+            outcome = download ? std::to_string(download.value().status) +
+                                     (download.value().isWhole ? "" : ", perhaps cut off")
+                               : "error: " + download.error().description;
         });
         EXPECT_FALSE(outcome) << "completed inside the call";
         return runUntil(outcome);
@@ -165,13 +166,14 @@ TEST_F(CurlUpdateHttpTest, followsRedirectsToSecureAddressesOnly) {
 
 TEST_F(CurlUpdateHttpTest, itsEndCancelsWithoutCompletionAndRemovesTheFile) {
     int completions = 0;
-    m_http->download(m_server.url("/stall"), m_file, [&](const Result<int>&) { ++completions; });
+    const auto count = [&](const Result<UpdateHttp::Download>&) { ++completions; };
+    m_http->download(m_server.url("/stall"), m_file, 100, count);
     ASSERT_TRUE(waitUntil([&] { return fs::exists(m_file) && fs::file_size(m_file) == 5; }));
     m_http.reset();
     EXPECT_FALSE(fs::exists(m_file));
 
     m_http = makeCurlUpdateHttp(m_queue);  // the same when all has come but was not handed over
-    m_http->download(m_server.url("/missing"), m_file, [&](const Result<int>&) { ++completions; });
+    m_http->download(m_server.url("/missing"), m_file, 100, count);
     ASSERT_TRUE(waitUntil([&] { return m_queue.pendingCount() > 0; }));
     m_http.reset();
     m_queue.runPending();

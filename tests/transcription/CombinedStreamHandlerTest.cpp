@@ -3,6 +3,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include "base/Text.h"
 #include "fakes/FakeMainQueue.h"
 #include "fakes/PrintedLines.h"
 #include "fuzz/StreamSplitting.h"
@@ -81,7 +82,8 @@ TEST_F(CombinedStreamHandlerTest, takesOnlyAWholeIntegerAsTranscriptionTime) {
     EXPECT_EQ(m_log.lines().back(), "X-Transcription-Ms header: -5ms");
 }
 
-// Catches success taken for any 2xx, fragments out of an error page, and undecodable error bodies.
+// Catches success taken for any 2xx, fragments out of an error page, undecodable error bodies, and
+// those that write to the terminal or never end.
 TEST_F(CombinedStreamHandlerTest, makesTheBodyOfAnotherStatusTheErrorMessage) {
     m_handler.didReceiveResponse({201, {}});
     m_handler.didReceiveData(event("no") + "\xC3");
@@ -94,10 +96,23 @@ TEST_F(CombinedStreamHandlerTest, makesTheBodyOfAnotherStatusTheErrorMessage) {
     undecodable.didReceiveData("\xFF");
     undecodable.didComplete({});
 
+    CombinedStreamHandler endless(m_mainQueue, m_log.print(), nullptr, {}, completion());
+    endless.didReceiveResponse({400, {}});
+    int pieces = 0;
+    while (endless.didReceiveData(std::string(1001, 'x') + "é"))
+        ++pieces;
+    EXPECT_EQ(pieces, 65);
+    endless.didComplete({});
+
     m_mainQueue.runPending();
-    EXPECT_THAT(m_calls, ElementsAre("failure API error 201: " + event("no") + "é ",
-                                     "failure API error 500: Unknown error"));
-    EXPECT_EQ(m_log.lines().back(), "HTTP error 500: Unknown error");
+    const std::string shown = trimmed(event("no")) + "␊é ";
+    EXPECT_THAT(m_calls, ElementsAre("failure API error 201: " + shown,
+                                     "failure API error 500: Unknown error",
+                                     testing::StartsWith("failure API error 400: xxx")));
+    EXPECT_LE(m_calls.back().size(), 64u * 1024 + 100);
+    EXPECT_THAT(m_log.lines(),
+                testing::IsSupersetOf(
+                    {"HTTP error 201: " + shown, std::string("HTTP error 500: Unknown error")}));
 }
 
 // Catches a broken connection reported as success, and fragments withdrawn or repeated.
@@ -126,16 +141,26 @@ TEST_F(CombinedStreamHandlerTest, dropsAChunkThatIsNotUtf8AndNothingElse) {
 }
 
 // Catches a buffer that is searched again, or moved up, with every piece: both cases would then
-// take minutes and run into the test's time-out.
-TEST_F(CombinedStreamHandlerTest, takesLongLinesAndManyLinesInLinearTime) {
-    constexpr std::size_t size = 5'000'000;
-    m_handler.didReceiveData(std::string(size, '\n'));
+// take minutes and run into the test's time-out. Catches memory that a stream fills without end.
+TEST_F(CombinedStreamHandlerTest, takesLongLinesInLinearTimeUpToABound) {
+    constexpr std::size_t size = 1'000'000;
+    m_handler.didReceiveData(std::string(5 * size, '\n'));
     const std::string line = event(std::string(size, 'x'));
-    for (std::size_t i = 0; i < line.size(); i += 3)
-        m_handler.didReceiveData(std::string_view(line).substr(i, 3));
+    for (int times = 0; times < 9; ++times)
+        for (std::size_t i = 0; i < line.size(); i += 3)
+            m_handler.didReceiveData(std::string_view(line).substr(i, 3));
+    while (m_handler.didReceiveData(line)) {
+    }
+    CombinedStreamHandler endless(m_mainQueue, m_log.print(), nullptr, {}, completion());
+    while (endless.didReceiveData("data: the line goes on, ")) {
+    }
     m_mainQueue.runPending();
-    ASSERT_EQ(m_calls.size(), 1u);
+    ASSERT_EQ(m_calls.size(), 11u);
     EXPECT_EQ(m_calls[0].size(), size + std::string("token ").size());
+    EXPECT_EQ(m_calls[9],
+              "failure The speech service sent a text of more than 8 MB; the rest was not read");
+    EXPECT_EQ(m_calls[10],
+              "failure The speech service sent a line of more than 1 MB; the rest was not read");
 }
 
 // Catches callbacks that are destroyed on the session's thread when main was quicker.

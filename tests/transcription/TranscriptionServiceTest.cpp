@@ -124,7 +124,7 @@ TEST_F(TranscriptionServiceTest, choosesTheFieldsByProviderAndMode) {
 // Catches lenient statuses, wrong trimming, lost or retried requests and a wrong elapsed time.
 TEST_F(TranscriptionServiceTest, endsAPlainRequestInTextOrFailure) {
     const std::vector<std::pair<int, std::string>> answers = {
-        {200, "  hello\n"}, {200, "\xFF"}, {201, " created "}, {500, ""}, {500, "\xFF"}};
+        {200, "  hello\n"}, {200, "\xFF"}, {201, " \x1B[2J "}, {500, ""}, {500, "\xFF"}};
     const auto take = file("x.m4a");
     for (const auto& [status, body] : answers) {
         m_service->transcribe(take, status == 200 ? mistral : openai, {}, completion());
@@ -140,18 +140,30 @@ TEST_F(TranscriptionServiceTest, endsAPlainRequestInTextOrFailure) {
     m_http.exchanges.back().complete(Error{"The connection was lost"});
     m_service->transcribe(take, openai, {}, completion());
     m_http.exchanges.back().complete();
+    for (const int status : {200, 404}) {
+        m_service->transcribe(take, openai, {}, completion());
+        m_http.exchanges.back().respond(status);
+        while (m_http.exchanges.back().data(std::string(10'000, 'x'))) {
+        }
+        m_http.exchanges.back().complete();
+    }
 
     EXPECT_THAT(m_calls,
-                ElementsAre("text hello", "text ", "failure API error 201:  created ",
+                ElementsAre("text hello", "text ", "failure API error 201:  ␛[2J ",
                             "failure API error 500: ", "failure API error 500: Unknown error",
-                            "failure The connection was lost", "failure Invalid server response"));
-    EXPECT_THAT(m_printed.lines(), ElementsAre("Transcription (Voxtral (Mistral)): 1234ms, 5 chars",
-                                               "Transcription (Voxtral (Mistral)): 1234ms, 0 chars",
-                                               "Transcription API error (201):  created ",
-                                               "Transcription API error (500): ",
-                                               "Transcription API error (500): Unknown error"));
+                            "failure The connection was lost", "failure Invalid server response",
+                            "failure The speech service sent a text of more than 8 MB; the rest "
+                            "was not read",
+                            "failure API error 404: " + std::string(64 * 1024, 'x')));
+    EXPECT_THAT(
+        m_printed.lines(),
+        ElementsAre("Transcription (Voxtral (Mistral)): 1234ms, 5 chars",
+                    "Transcription (Voxtral (Mistral)): 1234ms, 0 chars",
+                    "Transcription API error (201):  ␛[2J ", "Transcription API error (500): ",
+                    "Transcription API error (500): Unknown error",
+                    testing::StartsWith("Transcription API error (404")));
     EXPECT_EQ(m_mainQueue.pendingCount(), 0u);
-    EXPECT_EQ(m_http.exchanges.size(), 7u);
+    EXPECT_EQ(m_http.exchanges.size(), 9u);
 }
 
 // Catches a request sent without its audio, and a failure that comes late or is logged as sent.

@@ -170,7 +170,11 @@ TEST_F(UpdateDialogsTest, speakToTheUser) {
 }
 
 TEST_F(UpdateDialogsTest, theProgressWindowHasItsPlacesAndStays) {
-    m_windows.showProgress("1.3");
+    int cancelled = 0;
+    m_windows.showProgress("1.3", [&] {
+        ++cancelled;
+        m_windows.closeProgress();
+    });
     QWidget* progress = window();
     EXPECT_EQ(progress->windowTitle(), "Mise a jour Nulo");
     EXPECT_EQ(progress->size(), QSize(320, 100));
@@ -182,10 +186,13 @@ TEST_F(UpdateDialogsTest, theProgressWindowHasItsPlacesAndStays) {
     EXPECT_EQ(children[0]->accessibleName(), "Telechargement de Nulo 1.3...");
     EXPECT_EQ(children[0]->geometry(), QRect(20, 25, 280, 20));
     EXPECT_EQ(children[1]->geometry(), QRect(40, 55, 240, 20));
-    QTest::keyClick(progress, Qt::Key_Escape);
-    EXPECT_EQ(window(), progress);
+    QTest::keyClick(progress, Qt::Key_Space);
     EXPECT_TRUE(progress->close()) << "the program could not end";
-    m_windows.closeProgress();
+    EXPECT_EQ(cancelled, 0);
+    progress->show();
+    QTest::keyClick(progress, Qt::Key_Escape);
+    QCoreApplication::processEvents();
+    EXPECT_EQ(cancelled, 1);
     EXPECT_EQ(window(), nullptr);
 }
 

@@ -155,13 +155,13 @@ TEST_F(UpdateCheckerTest, handsTheDownloadOverToTheScriptAndQuits) {
     accept();
     m_checker->checkForUpdates(Check::byUser);
     m_http.finishDownload("zip");
-    m_http.finishDownload("echo");
+    m_http.finishDownload("#!/bin");
     const fs::path work = m_folder / "tmp/nulo-update-uuid2";
     EXPECT_THAT(m_launcher.commands,
                 ElementsAre(ElementsAre("/bin/bash", work / "update.sh", work.string(),
                                         work / "nulo.zip", "1.3")));
     EXPECT_EQ(readFile(work / "nulo.zip", 10), "zip");
-    EXPECT_EQ(readFile(work / "update.sh", 10), "echo");
+    EXPECT_EQ(readFile(work / "update.sh", 10), "#!/bin");
     EXPECT_EQ(fs::status(work / "update.sh").permissions(), fs::perms(0755));
     EXPECT_EQ(fs::status(work).permissions(), fs::perms(0700)) << "others could swap the script";
     EXPECT_THAT(m_http.urls,
@@ -206,6 +206,13 @@ TEST_F(UpdateCheckerTest, aFailedDownloadIsShownAndLeavesNothing) {
     m_windows.close();
     accept();
     EXPECT_EQ(lastShown(), "progress: 1.3") << "it can be tried again";
+    m_windows.cancel();
+    m_windows.cancel();
+    EXPECT_EQ(lastShown(), "progress closed");
+    EXPECT_FALSE(m_http.isBusy());
+    EXPECT_TRUE(leftNothing());
+    accept();
+    EXPECT_EQ(lastShown(), "progress: 1.3") << "after the user has ended it too";
 }
 
 // What is started instead of a script would leave the user without the program.
@@ -215,7 +222,7 @@ TEST_F(UpdateCheckerTest, aFailedInstallationIsShownAndLeavesNothing) {
         EXPECT_TRUE(leftNothing());
         m_windows.close();
     };
-    for (int attempt = 0; attempt < 4; ++attempt) {
+    for (int attempt = 0; attempt < 6; ++attempt) {
         accept();
         m_http.finishDownload("zip");
         switch (attempt) {
@@ -228,6 +235,12 @@ TEST_F(UpdateCheckerTest, aFailedInstallationIsShownAndLeavesNothing) {
             case 2:
                 m_http.finishDownload("");
                 break;
+            case 3:
+                m_http.finishDownload("<html>Welcome to this network</html>");
+                break;
+            case 4:
+                m_http.finishDownload("#!/bin/bash\nrm -rf /", 200, false);
+                break;
             default:
                 m_http.loseDownload();
         }
@@ -236,7 +249,7 @@ TEST_F(UpdateCheckerTest, aFailedInstallationIsShownAndLeavesNothing) {
     m_launcher.result = Error{"/bin/bash cannot be started: No such file or directory"};
     accept();
     m_http.finishDownload("zip");
-    m_http.finishDownload("echo");
+    m_http.finishDownload("#!/bin");
     expectFailure("/bin/bash cannot be started: No such file or directory");
     m_queue.advance(1s);
     EXPECT_EQ(m_terminations, 0);

@@ -145,7 +145,7 @@ class Windows {
                                    "- Corrections diverses"};
         dialogs.showUpdateDialog(info, "1.3.2", [](UpdateWindows::Answer) {});
         saveAndClose("update");
-        dialogs.showProgress(info.version);
+        dialogs.showProgress(info.version, [] {});
         saveAndClose("update-progress");
         dialogs.closeProgress();
         dialogs.showError("Le telechargement a echoue : Could not connect to server", [] {});

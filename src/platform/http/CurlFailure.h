@@ -3,8 +3,8 @@
 #include <chrono>
 #include <string>
 
+#include "base/HttpUrl.h"
 #include "base/Result.h"
-#include "platform/http/HttpUrl.h"
 
 namespace nulo {
 

@@ -5,15 +5,15 @@
 #include <algorithm>
 #include <utility>
 
+#include "base/Ascii.h"
+#include "base/SocketOwner.h"
 #include "base/Text.h"
 #include "platform/http/CurlFailure.h"
-#include "platform/http/SocketActivity.h"
 
 namespace nulo {
 namespace {
 
-constexpr int mostRedirects = 8;
-constexpr std::size_t longestRedirectBody = 64 * 1024;
+constexpr std::size_t longestHead = 256 * 1024;
 /// An idle connection is offered again for this long: longer than a dictation after its warm-up.
 constexpr long secondsConnectionsAreKept = 600;
 constexpr long secondsBetweenKeepAliveProbes = 30;
@@ -42,19 +42,23 @@ Result<CURL*> CurlTransfer::prepare() {
         return *fault;
     auto url = m_next ? m_next : parseHttpUrl(m_request.url);
     if (!url)
-        return Error{"The address of the speech service is not a valid http or https URL"};
+        return Error{"The address of " + m_request.peer + " is not a valid http or https URL"};
     m_url = std::move(*url);
     m_next.reset();
     m_easy.reset(curl_easy_init());
     if (!m_easy)
         return Error{"There is not enough memory for the request"};
     m_head = {};
-    m_redirectBody = 0;
+    m_headBytes = m_redirectBody = 0;
+    m_isRedirect = m_isEnough = false;
+    m_refusal.reset();
     m_requestEnd.reset();
     m_responseStart.reset();
     m_detail.front() = '\0';
-    m_socket = CURL_SOCKET_BAD;
-    m_bytesMoved = 0;
+    m_connection.reset();
+    m_carrier.reset();
+    m_activity = {};
+    m_written = m_read = 0;
 
     setMethodAndBody();
     setHeaders();
@@ -94,8 +98,9 @@ void CurlTransfer::setHeaders() {
         append(value.empty() ? name + ";" : name + ": " + value);
     // libcurl's own: a pause before a long body, and a form type that nobody asked for.
     for (const char* name : {"Expect", "Content-Type"})
-        if (std::none_of(headers.begin(), headers.end(),
-                         [&](const auto& header) { return sameHeaderName(header.first, name); }))
+        if (std::none_of(headers.begin(), headers.end(), [&](const auto& header) {
+                return equalIgnoringAsciiCase(header.first, name);
+            }))
             append(std::string(name) + ":");
     set(CURLOPT_HTTPHEADER, m_headers.get());
 }
@@ -108,7 +113,7 @@ void CurlTransfer::setConnection() {
     set(CURLOPT_SSLVERSION, static_cast<long>(CURL_SSLVERSION_TLSv1_2));
     if (!m_session.authorities.empty())
         set(CURLOPT_CAINFO, m_session.authorities.c_str());
-    if (m_url.isLoopback())
+    if (isThisMachine(m_url.host))
         set(CURLOPT_PROXY, "");
     set(CURLOPT_SUPPRESS_CONNECT_HEADERS, 1L);
     set(CURLOPT_FOLLOWLOCATION, 0L);
@@ -132,11 +137,24 @@ void CurlTransfer::look(std::chrono::steady_clock::time_point now) {
     CURL* easy = m_easy.get();
     const auto sent = infoOf<curl_off_t>(easy, CURLINFO_SIZE_UPLOAD_T);
     const auto received = infoOf<curl_off_t>(easy, CURLINFO_SIZE_DOWNLOAD_T);
-    const auto moved = static_cast<std::uint64_t>(sent + received) + bytesExchanged(m_socket);
-    if (moved != m_bytesMoved) {
-        m_bytesMoved = moved;
+    const auto written =
+        static_cast<std::uint64_t>(sent + infoOf<long>(easy, CURLINFO_REQUEST_SIZE));
+    const auto read =
+        static_cast<std::uint64_t>(received + infoOf<long>(easy, CURLINFO_HEADER_SIZE));
+    const SocketActivity activity = m_connection ? m_connection->activity() : SocketActivity();
+    if (written != m_written)
+        m_requestAcked = activity.acknowledged + activity.waiting;
+    // HTTP/2, which is spoken over TLS only, shares a connection: others' bytes are no sign of life
+    // of this exchange, and the peer's answers to them neither.
+    const bool isShared = m_url.isEncrypted && m_carrier && m_carrier == m_connection;
+    const bool isTaken = activity.acknowledged != m_activity.acknowledged &&
+                         (!isShared || m_activity.acknowledged < m_requestAcked);
+    const bool isGiven = !isShared && activity.received != m_activity.received;
+    if (written != m_written || read != m_read || isTaken || isGiven)
         m_lastActivity = now;
-    }
+    m_activity = activity;
+    m_written = written;
+    m_read = read;
     if (!m_requestEnd && infoOf<curl_off_t>(easy, CURLINFO_PRETRANSFER_TIME_T) > 0 &&
         sent == static_cast<curl_off_t>(m_request.body.size()))
         m_requestEnd = now;
@@ -167,7 +185,7 @@ HttpTransactionMetrics CurlTransfer::metrics() const {
         if (result.connectEnd)
             result.connectStart = result.domainLookupEnd;
     }
-    if (m_head.isFinished()) {
+    if (m_head.status != 0) {
         result.responseStart = m_responseStart;  // libcurl's starts with the first byte sent
         // libcurl's zero lies a little after fetchStart
         result.responseEnd = std::max(result.responseStart, after(CURLINFO_TOTAL_TIME_T));
@@ -194,22 +212,25 @@ HttpTransactionMetrics CurlTransfer::metrics() const {
 bool CurlTransfer::endExchange(CURLcode result) {
     m_metrics.push_back(metrics());
     if (m_next) {  // also when its body was cut off: nobody wants that
-        adaptToRedirect(m_request, m_head.head().status);
+        adaptToRedirect(m_request, m_head.status);
         return true;
     }
-    if (result == CURLE_OK) {
+    if (result == CURLE_OK || m_isEnough)
         complete(std::nullopt);
-        return false;
-    }
+    else
+        complete(m_refusal ? *m_refusal : failure(result));
+    return false;
+}
+
+Error CurlTransfer::failure(CURLcode code) const {
     CurlFailure failure;
-    failure.code = result;
+    failure.code = code;
     failure.systemError = static_cast<int>(infoOf<long>(m_easy.get(), CURLINFO_OS_ERRNO));
     failure.proxyStatus = static_cast<int>(infoOf<long>(m_easy.get(), CURLINFO_HTTP_CONNECTCODE));
     failure.detail = m_detail.data();
     failure.peer = m_request.peer;
     failure.idleTimeout = idleTimeout();
-    complete(describe(failure, m_url));
-    return false;
+    return describe(failure, m_url);
 }
 
 void CurlTransfer::endInSilence() {
@@ -219,7 +240,7 @@ void CurlTransfer::endInSilence() {
 }
 
 void CurlTransfer::complete(const std::optional<Error>& error) {
-    if (!m_heldBack.empty() && !m_session.stopping)
+    if (!m_heldBack.empty() && !m_isEnough && !m_session.stopping)
         m_session.delegate.didReceiveData(m_task, std::exchange(m_heldBack, {}));
     if (!m_session.stopping)
         m_session.delegate.didCollectMetrics(m_task, m_metrics);
@@ -228,45 +249,89 @@ void CurlTransfer::complete(const std::optional<Error>& error) {
 }
 
 bool CurlTransfer::takeHeadLine(std::string_view line) {
-    if (m_head.isFinished())
+    if (m_head.status != 0)
         return true;  // a trailer
+    m_headBytes += line.size();
+    if (m_headBytes > longestHead)
+        return false;
     if (line.starts_with("HTTP/"))
         m_responseStart = std::chrono::steady_clock::now();
     const auto status = static_cast<int>(infoOf<long>(m_easy.get(), CURLINFO_RESPONSE_CODE));
-    const auto outcome = m_head.take(line, status);
-    if (outcome == ResponseHeadParser::Outcome::finished) {
-        if (const auto target = redirectTarget(m_head.head());
-            target && m_redirects < mostRedirects)
-            m_next = resolveHttpUrl(m_url, *target);
-        if (m_next && m_next->origin != m_url.origin)
-            m_next.reset();  // what the request carries is meant for this origin alone
-        if (m_next)
-            ++m_redirects;
-        else if (!m_session.stopping)
-            m_session.delegate.didReceiveResponse(m_task, m_head.head());
-    }
-    return outcome != ResponseHeadParser::Outcome::refused;
-}
-
-bool CurlTransfer::takeBody(std::string_view bytes) {
-    if (m_next) {
-        m_redirectBody += bytes.size();
-        return m_redirectBody <= longestRedirectBody;
-    }
-    if (m_heldBack.empty()) {
-        handOver(bytes);
-    } else {
-        const std::string joined = std::exchange(m_heldBack, {}).append(bytes);
-        handOver(joined);
-    }
+    const bool isInterim = status < 200;
+    if ((line == "\r\n" || line == "\n") && !isInterim)
+        takeHead(status);
     return true;
 }
 
-void CurlTransfer::handOver(std::string_view bytes) {
+void CurlTransfer::takeHead(int status) {
+    m_head.status = status;
+    const curl_header* header = nullptr;
+    while ((header = curl_easy_nextheader(m_easy.get(), CURLH_HEADER, -1,
+                                          const_cast<curl_header*>(header))))
+        m_head.headers.emplace_back(header->name, header->value);
+
+    const auto target = redirectTarget(m_head);
+    m_isRedirect = target.has_value();
+    if (target && m_redirects < mostRedirects)
+        m_next = resolvedHttpUrl(m_url, *target);
+    if (m_next && m_next->origin != m_url.origin)
+        m_next.reset();  // what the request carries is meant for this origin alone
+    if (m_next)
+        ++m_redirects;
+    else if (!m_session.stopping)
+        m_session.delegate.didReceiveResponse(m_task, m_head);
+}
+
+bool CurlTransfer::takeBody(std::string_view bytes) {
+    m_redirectBody += m_isRedirect ? bytes.size() : 0;
+    m_isEnough = m_redirectBody > longestRedirectBody;
+    if (m_isEnough || m_next)
+        return !m_isEnough;
+    const std::string joined =
+        m_heldBack.empty() ? std::string() : std::exchange(m_heldBack, {}).append(bytes);
+    m_isEnough = !handOver(joined.empty() ? bytes : std::string_view(joined));
+    return !m_isEnough;
+}
+
+bool CurlTransfer::handOver(std::string_view bytes) {
     const std::size_t complete = completeUtf8Length(bytes);
     m_heldBack = bytes.substr(complete);
-    if (complete > 0 && !m_session.stopping)
-        m_session.delegate.didReceiveData(m_task, bytes.substr(0, complete));
+    return complete == 0 || m_session.stopping ||
+           m_session.delegate.didReceiveData(m_task, bytes.substr(0, complete));
+}
+
+bool CurlTransfer::mayHaveArrived() const {
+    // A peer that hung up before it took a byte has read none: had its kernel taken one, the end of
+    // the stream would say so. A bare reset says nothing of the kind.
+    const SocketActivity activity = m_carrier->activity();
+    return activity.acknowledged != m_atRequest.acknowledged ||
+           activity.received == m_atRequest.received;
+}
+
+bool CurlTransfer::beginRequest(int localPort) {
+    const bool isRepeatable = m_request.method == "GET" || m_request.method == "HEAD";
+    if (m_carrier && !isRepeatable && mayHaveArrived()) {
+        m_refusal = failure(CURLE_GOT_NOTHING);
+        return false;
+    }
+    const auto& open = m_session.connections;
+    const auto found = std::find_if(open.begin(), open.end(), [&](const auto& connection) {
+        return localPortOf(connection->socket) == localPort;
+    });
+    m_carrier = found == open.end() ? std::make_shared<CurlConnection>() : *found;
+    m_connection = m_carrier;
+    const bool isSure = m_url.isEncrypted || !isThisMachine(m_url.host);
+    if (!isSure && !m_carrier->isToOwnProgram) {
+        m_carrier->isToOwnProgram = isConnectedToOwn(m_carrier->socket);
+        if (!m_carrier->isToOwnProgram) {
+            m_refusal = Error{"What answers at " + m_url.authority +
+                              " is not this user's program, nor the system's: nothing was sent"};
+            return false;
+        }
+    }
+    m_atRequest = m_activity = m_carrier->activity();
+    m_requestAcked = m_atRequest.acknowledged + m_atRequest.waiting;
+    return true;
 }
 
 std::size_t CurlTransfer::onHeadLine(char* data, std::size_t, std::size_t size, void* self) {
@@ -279,29 +344,32 @@ std::size_t CurlTransfer::onBody(char* data, std::size_t, std::size_t size, void
 
 curl_socket_t CurlTransfer::onOpen(void* self, curlsocktype, curl_sockaddr* address) {
     auto& transfer = *static_cast<CurlTransfer*>(self);
-    transfer.m_socket =
+    const int socket =
         ::socket(address->family, address->socktype | SOCK_CLOEXEC, address->protocol);
-    if (transfer.m_socket != CURL_SOCKET_BAD) {
-        transfer.m_session.sockets.insert(transfer.m_socket);
-        widenSendBuffer(transfer.m_socket);
-    }
-    return transfer.m_socket;
+    if (socket == CURL_SOCKET_BAD)
+        return socket;
+    widenSendBuffer(socket);
+    transfer.m_connection = std::make_shared<CurlConnection>();
+    transfer.m_connection->socket = socket;
+    transfer.m_session.connections.push_back(transfer.m_connection);
+    return socket;
 }
 
 int CurlTransfer::onClose(void* session, curl_socket_t socket) {
-    static_cast<CurlSessionState*>(session)->sockets.erase(socket);
+    std::erase_if(static_cast<CurlSessionState*>(session)->connections, [&](const auto& open) {
+        if (open->socket != socket)
+            return false;
+        open->atEnd = activityOf(socket);
+        open->socket = CURL_SOCKET_BAD;
+        return true;
+    });
     return ::close(socket);
 }
 
-/// Tells which of the session's connections carries this exchange, a kept one included.
+/// Also before an exchange on a kept connection, and before each further attempt at it.
 int CurlTransfer::onConnected(void* self, char*, char*, int, int localPort) {
-    auto& transfer = *static_cast<CurlTransfer*>(self);
-    const auto& sockets = transfer.m_session.sockets;
-    const auto socket = std::find_if(sockets.begin(), sockets.end(), [&](curl_socket_t candidate) {
-        return localPortOf(candidate) == localPort;
-    });
-    transfer.m_socket = socket == sockets.end() ? CURL_SOCKET_BAD : *socket;
-    return CURL_PREREQFUNC_OK;
+    return static_cast<CurlTransfer*>(self)->beginRequest(localPort) ? CURL_PREREQFUNC_OK
+                                                                     : CURL_PREREQFUNC_ABORT;
 }
 
 }  // namespace nulo

@@ -8,13 +8,12 @@
 #include <cstdint>
 #include <memory>
 #include <optional>
-#include <set>
 #include <string>
 #include <string_view>
 #include <vector>
 
 #include "platform/http/HttpExchangeRules.h"
-#include "platform/http/HttpUrl.h"
+#include "platform/http/SocketActivity.h"
 #include "transcription/HttpSession.h"
 
 namespace nulo {
@@ -26,11 +25,22 @@ struct CurlListDeleter {
     void operator()(curl_slist* list) const { curl_slist_free_all(list); }
 };
 
+/// A connection that a session has opened; exchanges hold on to it beyond its end.
+struct CurlConnection {
+    curl_socket_t socket = CURL_SOCKET_BAD;  // that again once it is closed
+    SocketActivity atEnd;                    // once it is closed
+    bool isToOwnProgram = false;             // known to lead to this user's or root's
+
+    SocketActivity activity() const {
+        return socket == CURL_SOCKET_BAD ? atEnd : activityOf(socket);
+    }
+};
+
 /// What the transfers of one session share. Session thread only, but for `stopping`.
 struct CurlSessionState {
     HttpSessionDelegate& delegate;
     std::string authorities;  // file of trusted certificates, empty for the system's
-    std::set<curl_socket_t> sockets;
+    std::vector<std::shared_ptr<CurlConnection>> connections;  // the open ones
     std::atomic<bool> stopping = false;
 };
 
@@ -64,9 +74,16 @@ class CurlTransfer {
     void setHeaders();
     void setConnection();
     HttpTransactionMetrics metrics() const;
-    void handOver(std::string_view bytes);
+    /// False when no more is wanted.
+    bool handOver(std::string_view bytes);
+    void takeHead(int status);
     bool takeHeadLine(std::string_view line);
     bool takeBody(std::string_view bytes);
+    /// The connection stands and the request is about to be written to it.
+    bool beginRequest(int localPort);
+    /// Of a request that was begun on a kept connection which then broke.
+    bool mayHaveArrived() const;
+    Error failure(CURLcode code) const;
 
     template <typename Value>
     void set(CURLoption option, Value value) {
@@ -91,11 +108,20 @@ class CurlTransfer {
     std::unique_ptr<curl_slist, CurlListDeleter> m_headers;
     std::unique_ptr<CURL, CurlEasyDeleter> m_easy;
     std::array<char, CURL_ERROR_SIZE> m_detail{};
-    ResponseHeadParser m_head;
+    HttpResponseHead m_head;  // without a status until it is complete
+    std::size_t m_headBytes = 0;
+    bool m_isRedirect = false;
     std::optional<HttpUrl> m_next;  // where the redirect that is being read leads
     std::size_t m_redirectBody = 0;
-    curl_socket_t m_socket = CURL_SOCKET_BAD;
-    std::uint64_t m_bytesMoved = 0;
+    bool m_isEnough = false;                       // the answer was cut off, which is no failure
+    std::optional<Error> m_refusal;                // why the request was not written
+    std::shared_ptr<CurlConnection> m_connection;  // the last that was opened, then the carrier
+    std::shared_ptr<CurlConnection> m_carrier;     // what the request is written to
+    SocketActivity m_atRequest;                    // the carrier's when it began to be
+    SocketActivity m_activity;                     // at the last look
+    std::uint64_t m_written = 0;                   // bytes of the request, at the last look
+    std::uint64_t m_read = 0;                      // bytes of the answer, at the last look
+    std::uint64_t m_requestAcked = 0;  // acknowledged bytes of the connection when all of it is
     std::chrono::steady_clock::time_point m_fetchStart, m_lastActivity;
     std::optional<std::chrono::steady_clock::time_point> m_requestEnd, m_responseStart;
 };

@@ -1,17 +1,22 @@
 #include "platform/http/SocketActivity.h"
 
+#include <linux/sockios.h>
 #include <linux/tcp.h>  // netinet/tcp.h lacks the byte counters
 #include <netinet/in.h>
+#include <sys/ioctl.h>
 #include <sys/socket.h>
 
 namespace nulo {
 
-std::uint64_t bytesExchanged(int socket) {
+SocketActivity activityOf(int socket) {
     tcp_info info{};
     socklen_t size = sizeof info;
     if (getsockopt(socket, IPPROTO_TCP, TCP_INFO, &info, &size) != 0)
-        return 0;
-    return info.tcpi_bytes_acked + info.tcpi_bytes_received;
+        return {};
+    int waiting = 0;
+    if (ioctl(socket, SIOCOUTQ, &waiting) != 0)
+        waiting = 0;
+    return {info.tcpi_bytes_acked, info.tcpi_bytes_received, static_cast<std::uint64_t>(waiting)};
 }
 
 int localPortOf(int socket) {

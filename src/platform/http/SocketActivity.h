@@ -4,10 +4,16 @@
 
 namespace nulo {
 
-/// Bytes that the peer has sent or acknowledged so far; 0 when `socket` is not a TCP connection.
-/// What waits in the kernel's send buffer is not counted: on a slow line that is where a request is
-/// after the program has written all of it.
-std::uint64_t bytesExchanged(int socket);
+/// What a TCP connection has carried so far, as the kernel counts.
+struct SocketActivity {
+    std::uint64_t acknowledged = 0;  // bytes that the peer has taken
+    std::uint64_t received = 0;      // bytes that came; the end of the stream counts as one
+    std::uint64_t waiting = 0;       // bytes written that the peer has not taken yet
+};
+
+/// All zeros when `socket` is not a TCP connection. On a slow line a request waits in the kernel's
+/// buffer long after the program has written all of it.
+SocketActivity activityOf(int socket);
 
 /// The local port of a TCP socket, 0 when it has none.
 int localPortOf(int socket);

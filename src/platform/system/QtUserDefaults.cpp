@@ -1,3 +1,5 @@
+#include <fcntl.h>
+#include <unistd.h>
 #include <QSettings>
 #include <cmath>
 #include <system_error>
@@ -61,6 +63,10 @@ class QtUserDefaults final : public UserDefaults {
             return;
         std::error_code ignored;
         fs::create_directories(m_file.parent_path(), ignored);
+        // Qt would make it readable by everybody first.
+        const int made = ::open(m_file.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
+        if (made >= 0)
+            close(made);
         m_settings->setValue(name(key), value);
         m_settings->sync();
         fs::permissions(m_file, fs::perms::owner_read | fs::perms::owner_write, ignored);

@@ -38,8 +38,9 @@ void UpdateDialogs::showError(const std::string& message, std::function<void()> 
                         [onClose](std::size_t) { onClose(); });
 }
 
-void UpdateDialogs::showProgress(const std::string& version) {
-    m_progress = std::make_unique<UpdateProgressWindow>(QString::fromStdString(version));
+void UpdateDialogs::showProgress(const std::string& version, std::function<void()> onCancel) {
+    m_progress = std::make_unique<UpdateProgressWindow>(QString::fromStdString(version),
+                                                        std::move(onCancel));
     showInFront(*m_progress);
 }
 

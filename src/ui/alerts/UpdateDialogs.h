@@ -17,7 +17,7 @@ class UpdateDialogs final : public UpdateWindows {
                           std::function<void(Answer)> onAnswer) override;
     void showUpToDate(const std::string& currentVersion, std::function<void()> onClose) override;
     void showError(const std::string& message, std::function<void()> onClose) override;
-    void showProgress(const std::string& version) override;
+    void showProgress(const std::string& version, std::function<void()> onCancel) override;
     void closeProgress() override;
     void bringToFront() override;
 

@@ -2,8 +2,10 @@
 
 #include <QCloseEvent>
 #include <QFontMetrics>
+#include <QKeyEvent>
 #include <QLabel>
 #include <QProgressBar>
+#include <utility>
 
 namespace nulo {
 namespace {
@@ -21,8 +23,9 @@ QFont fittingFont(QFont font, int height) {
 
 }  // namespace
 
-UpdateProgressWindow::UpdateProgressWindow(const QString& version)
-    : QWidget(nullptr, Qt::Dialog | Qt::CustomizeWindowHint | Qt::WindowTitleHint) {
+UpdateProgressWindow::UpdateProgressWindow(const QString& version, std::function<void()> onCancel)
+    : QWidget(nullptr, Qt::Dialog | Qt::CustomizeWindowHint | Qt::WindowTitleHint),
+      m_onCancel(std::move(onCancel)) {
     setWindowTitle(QStringLiteral("Mise a jour Nulo"));
     setFixedSize(windowSize);
     const QString text = "Telechargement de Nulo " + version + "...";
@@ -44,10 +47,22 @@ UpdateProgressWindow::UpdateProgressWindow(const QString& version)
     bar->setAccessibleName(QStringLiteral("Telechargement"));
 }
 
+void UpdateProgressWindow::keyPressEvent(QKeyEvent* event) {
+    if (event->matches(QKeySequence::Cancel))
+        cancelLater();
+    else
+        QWidget::keyPressEvent(event);
+}
+
 void UpdateProgressWindow::closeEvent(QCloseEvent* event) {
-    // A window manager's shortcut would let the download go on unseen; the program's own end, which
-    // closes every window and waits for each to agree, must not be held up.
+    // The program's own end closes every window and waits for each to agree.
     event->setAccepted(!event->spontaneous());
+    if (event->spontaneous())
+        cancelLater();
+}
+
+void UpdateProgressWindow::cancelLater() {
+    QMetaObject::invokeMethod(this, m_onCancel, Qt::QueuedConnection);
 }
 
 }  // namespace nulo
