@@ -9,7 +9,7 @@
 namespace nulo {
 
 /// Whose the sockets are that this machine's programs talk through, as the system lists them. Any
-/// thread. Each call reads the list of all TCP sockets: about a millisecond.
+/// thread. Each call reads the list of all TCP sockets: some milliseconds.
 
 /// The socket at the other end of a TCP connection.
 struct FarEnd {

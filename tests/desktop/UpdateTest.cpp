@@ -186,7 +186,7 @@ TEST_F(UpdateTest, saysWhatWentWrongAndLeavesNothing) {
               sends(httpResponse(404, "Not here"))},
              {"Installation echouee : /bin/bash cannot be given a text with a NUL character",
               sends(versionResponse(std::string("9.\0", 3))), archive,
-              sends(httpResponse(200, "exit"))}}) {
+              sends(httpResponse(200, "#!/bin/bash"))}}) {
         answer("/api/version", row.version);
         answer("/nulo.zip", row.archive);
         answer("/update.sh", row.script);
@@ -205,7 +205,7 @@ TEST_F(UpdateTest, downloadsAndHandsOverToTheScript) {
     for (int i = 0; i < 300'000; ++i)
         zip += static_cast<char>(i * 7 + i / 256);
     answer("/nulo.zip", stalls(httpResponse(200, zip)));
-    answer("/update.sh", sends(httpResponse(200, R"sh(
+    answer("/update.sh", sends(httpResponse(200, R"sh(#!/bin/bash
         printf '%s|' "$0" "$@" >"$1/arguments"
         readlink /proc/$$/fd/[012] >"$1/descriptors"
         while kill -0 "$NULO_PID" && [ -d "$1" ]; do sleep 0.05; done
