@@ -98,9 +98,10 @@ void processFor(BenchClock::duration duration) {
 
 void measureFirstToken(MainQueue& queue, xcb_connection_t* server) {
     Published<std::vector<float>> levels;
+    const std::unique_ptr<OverlayPlacement> placement = makeX11OverlayPlacement();
     Samples samples;
     for (int i = 0; i < 60; ++i) {
-        WaveformWindow overlay(queue, systemClock());
+        WaveformWindow overlay(queue, systemClock(), *placement);
         overlay.show(levels);
         overlay.showTranscribing();
         overlay.showStreaming("");
@@ -159,8 +160,9 @@ double loadOfLevels(Published<std::vector<float>>& levels) {
 
 void measureRecording(MainQueue& queue) {
     Published<std::vector<float>> levels;
+    const std::unique_ptr<OverlayPlacement> placement = makeX11OverlayPlacement();
     const double without = loadOfLevels(levels);
-    WaveformWindow overlay(queue, systemClock());
+    WaveformWindow overlay(queue, systemClock(), *placement);
     overlay.show(levels);
     const double with = loadOfLevels(levels);
     report({.figure = "overlay while recording, of one core",

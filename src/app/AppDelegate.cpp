@@ -5,6 +5,7 @@
 
 #include "app/FailureTexts.h"
 #include "app/StartUpDialogs.h"
+#include "ui/WindowPlace.h"
 #include "ui/settings/SettingsWindow.h"
 
 namespace nulo {
@@ -28,7 +29,8 @@ AppDelegate::AppDelegate(Dependencies dependencies)
                  m_dependencies.recordingsFolder),
       m_keyMonitor(m_dependencies.eventTapSource, m_dependencies.mainQueue, m_dependencies.print,
                    m_dependencies.openShortcutHelp),
-      m_waveformWindow(m_dependencies.mainQueue, m_dependencies.clock),
+      m_waveformWindow(m_dependencies.mainQueue, m_dependencies.clock,
+                       m_dependencies.overlayPlacement),
       m_pipeline({.mainQueue = m_dependencies.mainQueue,
                   .clock = m_dependencies.clock,
                   .print = m_dependencies.print,
@@ -158,7 +160,9 @@ std::unique_ptr<QWidget> AppDelegate::settingsWindow(
                       .programMenu = [this] { return m_menuBarController->menu(); },
                       // Without a tray the window is the only way to the rest of the menu.
                       .showsProgramMenu = !m_dependencies.statusItem.isShown()};
-    return makeSettingsWindow(config, std::move(host));
+    auto window = makeSettingsWindow(config, std::move(host));
+    placeInMiddle(*window, m_dependencies.overlayPlacement.visibleFrame());
+    return window;
 }
 
 void AppDelegate::wireKeyMonitor() {
@@ -167,7 +171,7 @@ void AppDelegate::wireKeyMonitor() {
         if (granted)
             m_dependencies.print("Accessibility granted — Nulo is ready.");
     };
-    m_around.eventTapSource.onObstructed = m_lifetime.guard([this](bool obstructed) {
+    m_dependencies.eventTapSource.onObstructed = m_lifetime.guard([this](bool obstructed) {
         m_menuBarController->shortcutIsObstructed = obstructed;
         m_menuBarController->updateIcon();
     });
@@ -218,15 +222,16 @@ void AppDelegate::showAccessibility(bool granted) {
 
 void AppDelegate::showAccessibilityAlert() {
     if (m_accessibilityAlert)
-        return showInFront(*m_accessibilityAlert);
-    m_accessibilityAlert = showAlert(accessibilityAlert(), [this](std::size_t button) {
-        if (button == 0)
-            m_keyMonitor.openAccessibilitySettings();
-    });
+        return m_dependencies.alerts.showInFront(*m_accessibilityAlert);
+    m_accessibilityAlert =
+        m_dependencies.alerts.show(accessibilityAlert(), [this](std::size_t button) {
+            if (button == 0)
+                m_keyMonitor.openAccessibilitySettings();
+        });
 }
 
 void AppDelegate::proposeLoginItem() {
-    m_loginItemOffer = showAlert(loginItemOffer(), [this](std::size_t button) {
+    m_loginItemOffer = m_dependencies.alerts.show(loginItemOffer(), [this](std::size_t button) {
         if (button != 0)
             return;
         const Outcome registered = m_dependencies.loginItem.registerItem();

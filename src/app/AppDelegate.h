@@ -25,6 +25,7 @@
 #include "pasting/Pasting.h"
 #include "platform/dbus/RemoteControl.h"
 #include "transcription/TranscriptionService.h"
+#include "ui/alerts/Alert.h"
 #include "ui/overlay/WaveformWindow.h"
 #include "ui/tray/MenuBarController.h"
 #include "update/UpdateChecker.h"
@@ -55,6 +56,8 @@ class AppDelegate {
         PasteKeystroke& pasteKeystroke;
         std::function<std::unique_ptr<HttpSession>(HttpSessionDelegate&)> makeHttpSession;
         std::function<void()> openShortcutHelp;
+        OverlayPlacement& overlayPlacement;
+        const Alerts& alerts;
         StatusItem& statusItem;
         RemoteControl& remoteControl;
         Notifications& notifications;

@@ -96,7 +96,9 @@ int run(int argc, char** argv, bool isQuiet) {
     const std::unique_ptr<LoginItem> loginItem =
         makeLoginItem(folders.config, QCoreApplication::applicationFilePath().toStdString());
     const std::unique_ptr<UpdateHttp> updateHttp = makeCurlUpdateHttp(*mainQueue);
-    UpdateDialogs updateWindows;
+    const std::unique_ptr<OverlayPlacement> overlayPlacement = makeX11OverlayPlacement();
+    const Alerts alerts(systemClock(), [&] { return overlayPlacement->visibleFrame(); });
+    UpdateDialogs updateWindows(alerts);
     const std::unique_ptr<ProcessLauncher> processLauncher = makeProcessLauncher();
 
     AppDelegate* present = nullptr;
@@ -128,6 +130,8 @@ int run(int argc, char** argv, bool isQuiet) {
                  return made;
              },
          .openShortcutHelp = openShortcutHelp,
+         .overlayPlacement = *overlayPlacement,
+         .alerts = alerts,
          .statusItem = statusItem,
          .remoteControl = *claimed.remoteControl,
          .notifications = *notifications,

@@ -23,6 +23,7 @@
 namespace nulo {
 
 class InjectionGate;
+class OverlayPlacement;
 
 /// Work queue on Qt's event loop. After QCoreApplication was made, on its thread.
 std::unique_ptr<MainQueue> makeQtMainQueue();
@@ -57,6 +58,10 @@ std::unique_ptr<EventTapSource> makeUnavailableEventTapSource();
 
 /// Keys of the X server named by $DISPLAY. `gate` outlives it.
 std::unique_ptr<PasteKeystroke> makeX11PasteKeystroke(InjectionGate& gate);
+
+/// By the X server's focus, bars and compositing manager; as the toolkit knows its screens where it
+/// runs on no X server.
+std::unique_ptr<OverlayPlacement> makeX11OverlayPlacement();
 
 /// Main thread, with a QGuiApplication.
 std::unique_ptr<Pasteboard> makeQtPasteboard();

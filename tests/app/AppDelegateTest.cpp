@@ -16,6 +16,7 @@
 #include "fakes/FakeUpdateParts.h"
 #include "fakes/FakeUserDefaults.h"
 #include "fakes/PrintedLines.h"
+#include "platform/Backends.h"
 #include "rig/process/FakeClock.h"
 #include "rig/process/TemporaryFolder.h"
 #include "rig/sound/FakeMicrophone.h"
@@ -87,6 +88,8 @@ class AppDelegateTest : public testing::Test {
                                       .pasteKeystroke = m_ignored,
                                       .makeHttpSession = m_http.factory(),
                                       .openShortcutHelp = [this] { ++m_helpOpened; },
+                                      .overlayPlacement = *m_overlayPlacement,
+                                      .alerts = m_alerts,
                                       .statusItem = m_statusItem,
                                       .remoteControl = m_remoteControl,
                                       .notifications = m_notifications,
@@ -144,6 +147,8 @@ class AppDelegateTest : public testing::Test {
     FakeEventTapSource m_tapSource;
     FakeHttp m_http;
     Ignored m_ignored;
+    std::unique_ptr<OverlayPlacement> m_overlayPlacement = makeX11OverlayPlacement();
+    Alerts m_alerts{m_clock, [this] { return m_overlayPlacement->visibleFrame(); }};
     FakeStatusItem m_statusItem;
     FakeRemoteControl m_remoteControl;
     FakeNotifications m_notifications;

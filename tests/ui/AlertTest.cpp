@@ -9,7 +9,9 @@
 #include <QScrollBar>
 #include <QTest>
 #include <QTextEdit>
+#include <QWindow>
 
+#include "rig/process/FakeClock.h"
 #include "ui/alerts/UpdateDialogs.h"
 #include "ui/alerts/UpdateProgressWindow.h"
 
@@ -26,8 +28,8 @@ class AlertTest : public testing::Test {
         QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
     }
     void show(AlertContent content) {
-        m_alert = showAlert(std::move(content),
-                            [this](std::size_t button) { m_answers.push_back(button); });
+        m_alert = m_alerts.show(std::move(content),
+                                [this](std::size_t button) { m_answers.push_back(button); });
     }
     static AlertContent threeButtons() {
         return {AlertContent::Style::warning, "Message", "Text", {"First", "R&D", "Last"}};
@@ -52,6 +54,11 @@ class AlertTest : public testing::Test {
         return nullptr;
     }
 
+    void press(Qt::Key key) { QTest::keyClick(m_alert->windowHandle(), key); }
+
+    FakeClock m_clock;
+    const Alerts m_alerts{m_clock,
+                          [] { return QGuiApplication::primaryScreen()->availableGeometry(); }};
     QPointer<QWidget> m_alert;
     std::vector<std::size_t> m_answers;
 };
@@ -75,13 +82,21 @@ TEST_F(AlertTest, keysChooseTheDefaultOrTheLast) {
              {Qt::Key_Return, 0}, {Qt::Key_Enter, 0}, {Qt::Key_Escape, 2}}) {
         m_answers.clear();
         show(threeButtons());
-        QTest::keyClick(m_alert->focusWidget(), key);
+        press(key);
+        EXPECT_THAT(m_answers, IsEmpty()) << "meant for another program";
+        m_clock.advance(std::chrono::seconds(1));
+        press(Qt::Key_A);
+        press(key);
+        EXPECT_THAT(m_answers, IsEmpty()) << "typed";
+        m_clock.advance(std::chrono::seconds(1));
+        press(key);
         EXPECT_THAT(m_answers, ElementsAre(answer)) << key;
     }
     m_answers.clear();
     show(threeButtons());
     m_alert->findChild<QTextEdit*>()->setFocus();  // after a text was selected with the mouse
-    QTest::keyClick(m_alert->findChild<QTextEdit*>(), Qt::Key_Return);
+    m_clock.advance(std::chrono::seconds(1));
+    press(Qt::Key_Return);
     EXPECT_THAT(m_answers, ElementsAre(0u));
     m_answers.clear();
     show(threeButtons());
@@ -90,7 +105,7 @@ TEST_F(AlertTest, keysChooseTheDefaultOrTheLast) {
 }
 
 TEST_F(AlertTest, mayBeDestroyedFromItsAnswerAndLeftUnanswered) {
-    m_alert = showAlert(threeButtons(), [this](std::size_t) { delete m_alert; });
+    m_alert = m_alerts.show(threeButtons(), [this](std::size_t) { delete m_alert; });
     button("First")->click();
     EXPECT_TRUE(m_alert.isNull());
     show(threeButtons());
@@ -136,7 +151,7 @@ class UpdateDialogsTest : public AlertTest {
     }
     std::vector<std::string> shownTexts() { return texts<QTextEdit>(*window()); }
 
-    UpdateDialogs m_windows;
+    UpdateDialogs m_windows{m_alerts};
 };
 
 TEST_F(UpdateDialogsTest, speakToTheUser) {

@@ -17,10 +17,22 @@ namespace {
 
 constexpr MainQueue::Delay fade(0.2);
 
+/// A desktop with one screen.
+struct FakePlacement final : OverlayPlacement {
+    QRect visibleFrame() override { return QGuiApplication::primaryScreen()->availableGeometry(); }
+    bool isComposited() override { return composited; }
+    void prepare(QWidget& window) override { window.setWindowFlags(Qt::FramelessWindowHint); }
+    void place(QWidget& window, const QRect& panel, int margin) override {
+        window.setGeometry(panel.adjusted(-margin, -margin, margin, margin));
+    }
+    bool composited = true;
+};
+
 class WaveformWindowTest : public testing::Test {
   protected:
     WaveformView& view() { return *overlay.waveformView(); }
-    QRect frame() { return overlay.window()->geometry(); }
+    /// Of the panel, as it is on the screen.
+    QRect frame() { return view().geometry().translated(overlay.window()->pos()); }
 
     /// Times that the view is drawn over a second.
     int redrawsInASecond() {
@@ -43,7 +55,8 @@ class WaveformWindowTest : public testing::Test {
     FakeClock clock;
     FakeMainQueue queue{&clock};
     Published<std::vector<float>> levels;
-    WaveformWindow overlay{queue, clock};
+    FakePlacement placement;
+    WaveformWindow overlay{queue, clock, placement};
 };
 
 // A panel that jumps when the text comes, grows upward, or grows out of the screen.
@@ -96,17 +109,22 @@ TEST_F(WaveformWindowTest, goesThroughTheModesOfADictation) {
     overlay.showStreaming("Mail");
     EXPECT_FALSE(view().statusText);
     EXPECT_EQ(view().streamingText, "");
-    EXPECT_NEAR(redrawsInASecond(), 20, 1);
+    EXPECT_EQ(frame().width(), 300) << "it jumped";
+    queue.advance(MainQueue::Delay(0.1));
+    const QRect widening = frame();
+    EXPECT_NEAR(widening.width(), 350, 20);
+    queue.advance(fade);
     const QRect wide = frame();
-    EXPECT_EQ(wide.width(), 400);
-    EXPECT_EQ(wide.height(), 60);
+    EXPECT_EQ(wide, streamingPanelFrame(
+                        initialPanelFrame(QGuiApplication::primaryScreen()->availableGeometry())));
+    EXPECT_EQ(widening.center().x(), wide.center().x());
+    EXPECT_NEAR(redrawsInASecond(), 20, 1);
 
     overlay.appendStreamingText("un\ndeux\n");
     overlay.appendStreamingText("trois\nquatre\ncinq");
     EXPECT_EQ(view().streamingText, "un\ndeux\ntrois\nquatre\ncinq");
     EXPECT_EQ(frame().top(), wide.top());
     EXPECT_GT(frame().height(), 80);
-    EXPECT_EQ(view().geometry(), QRect({0, 0}, frame().size()));
 
     overlay.hide();
     EXPECT_EQ(overlay.waveformView(), nullptr);
@@ -178,7 +196,7 @@ TEST_F(WaveformWindowTest, debugStepsComeFromAnyThreadInOrder) {
     overlay.showStreaming("");
     EXPECT_EQ(view().debugLines.size(), 2u);
 
-    auto shortLived = std::make_unique<WaveformWindow>(queue, clock);
+    auto shortLived = std::make_unique<WaveformWindow>(queue, clock, placement);
     shortLived->show(levels);
     shortLived->showTranscribing();
     shortLived->showDebugStep("late");
@@ -202,6 +220,8 @@ TEST_F(WaveformWindowTest, isDraggedByItsBackground) {
     EXPECT_EQ(frame(), start.translated(10, -20));
     overlay.showStreaming("");
     mouse(QEvent::MouseMove, pointer + QPoint(15, -25));
+    EXPECT_EQ(frame(), start.translated(15, -25)) << "widens from here";
+    queue.advance(fade);
     EXPECT_EQ(frame(), streamingPanelFrame(start).translated(15, -25));
     overlay.appendStreamingText("un\ndeux\ntrois\nquatre\ncinq");
     mouse(QEvent::MouseMove, pointer + QPoint(15, -30));

@@ -71,9 +71,9 @@ class Windows {
         if (isScreenSmall())
             return;
         drawManyWords();
-        showAlert(loginItemOffer(), [](std::size_t) {});
+        m_alerts.show(loginItemOffer(), [](std::size_t) {});
         saveAndClose("login-item-offer");
-        showAlert(accessibilityAlert(), [](std::size_t) {});
+        m_alerts.show(accessibilityAlert(), [](std::size_t) {});
         saveAndClose("accessibility");
         drawUpdate();
         if (!m_look.isDark)  // it looks the same in both
@@ -137,7 +137,7 @@ class Windows {
     }
 
     void drawUpdate() {
-        UpdateDialogs dialogs;
+        UpdateDialogs dialogs(m_alerts);
         const VersionInfo info{.version = "1.4.0",
                                .releaseNotes =
                                    "- Mode Espagnol plus naturel\n"
@@ -154,9 +154,11 @@ class Windows {
 
     void drawOverlay() {
         const std::unique_ptr<MainQueue> mainQueue = makeQtMainQueue();
-        FakeClock clock;                                // for the same picture every time
-        clock.advance(std::chrono::milliseconds(580));  // to where the cursor's blink is brightest
-        WaveformWindow overlay(*mainQueue, clock);
+        FakeClock clock;  // for the same picture every time
+        // The widening's end is where the cursor's blink is brightest.
+        constexpr std::chrono::milliseconds brightest(580), widening(200);
+        clock.advance(brightest - widening);
+        WaveformWindow overlay(*mainQueue, clock, *m_placement);
         Published<std::vector<float>> levels;
         overlay.show(levels);
         std::vector<float> spoken;
@@ -167,6 +169,10 @@ class Windows {
         overlay.showTranscribing();
         saveOverlay(*overlay.window(), "overlay-transcribing");
         overlay.showStreaming("");
+        clock.advance(widening);
+        const int panelWidth = overlay.window()->frame().width();
+        while (overlay.waveformView()->width() < panelWidth)
+            QApplication::processEvents(QEventLoop::WaitForMoreEvents);
         overlay.appendStreamingText(
             "Bonjour Anaïs, la réunion de jeudi est déplacée à quatorze heures. Peux-tu prévenir "
             "l'équipe de Saint-Malo ?");
@@ -201,18 +207,29 @@ class Windows {
     /// On a piece of a desktop, which shines through.
     void saveOverlay(QWidget& overlay, const std::string& name) {
         const QImage panel = pictureOf(overlay);
-        const int margin = int(24 * panel.devicePixelRatio());
-        QImage picture(panel.width() + 2 * margin, panel.height() + 2 * margin,
-                       QImage::Format_RGB32);
-        picture.setDevicePixelRatio(panel.devicePixelRatio());
-        QPainter painter(&picture);
-        const QRectF whole(QPointF(), picture.deviceIndependentSize());
-        painter.fillRect(whole, QColor(0x7d, 0x9b, 0xab));
-        painter.drawImage(QPointF(24, 24), panel);
+        write(on(QColor(0x7d, 0x9b, 0xab), panel), name);
+        QImage sheet(panel.width(), 3 * panel.height(), QImage::Format_RGB32);
+        QPainter painter(&sheet);
+        int y = 0;
+        for (const Qt::GlobalColor behind : {Qt::white, Qt::gray, Qt::black}) {
+            QImage picture = on(behind, panel);
+            picture.setDevicePixelRatio(1);
+            painter.drawImage(0, y, picture);
+            y += panel.height();
+        }
         painter.end();
-        write(picture, name);
+        write(sheet, name + "-edges");
+    }
+    static QImage on(const QColor& desktop, const QImage& panel) {
+        QImage picture(panel.size(), QImage::Format_RGB32);
+        picture.setDevicePixelRatio(panel.devicePixelRatio());
+        picture.fill(desktop);
+        QPainter(&picture).drawImage(QPointF(), panel);
+        return picture;
     }
 
+    const std::unique_ptr<OverlayPlacement> m_placement = makeX11OverlayPlacement();
+    const Alerts m_alerts{systemClock(), [this] { return m_placement->visibleFrame(); }};
     const std::filesystem::path m_folder;
     const Look m_look;
     std::string m_suffix;

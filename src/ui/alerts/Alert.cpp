@@ -1,21 +1,22 @@
 #include "ui/alerts/Alert.h"
 
 #include <QApplication>
-#include <QCursor>
 #include <QDialog>
 #include <QFontInfo>
 #include <QHBoxLayout>
 #include <QPushButton>
-#include <QScreen>
 #include <QScrollBar>
 #include <QTextDocument>
 #include <QTextEdit>
 #include <QVBoxLayout>
+#include <QWindow>
 #include <algorithm>
 #include <memory>
 #include <utility>
 
+#include "ui/WindowPlace.h"
 #include "ui/alerts/AlertSign.h"
+#include "ui/alerts/KeyGuard.h"
 #include "ui/settings/SettingsStyle.h"
 
 namespace nulo {
@@ -28,11 +29,6 @@ constexpr double largestShareOfScreen = 0.6;
 /// In UTF-16 units. More would take seconds to lay out, and nobody reads it.
 constexpr qsizetype longestMessage = 300;
 constexpr qsizetype longestInformativeText = 16 * 1024;
-
-QScreen* screenOfPointer() {
-    QScreen* screen = QGuiApplication::screenAt(QCursor::pos());
-    return screen ? screen : QGuiApplication::primaryScreen();
-}
 
 QString shownText(const std::string& utf8, qsizetype longest) {
     QString text = QString::fromStdString(utf8);
@@ -80,10 +76,13 @@ class TextBlock final : public QTextEdit {
 
 class AlertWindow final : public QDialog {
   public:
-    AlertWindow(const AlertContent& content, std::function<void(std::size_t)> onAnswer)
+    /// `screenHeight` is in points.
+    AlertWindow(const AlertContent& content, const Clock& clock, int screenHeight,
+                std::function<void(std::size_t)> onAnswer)
         : QDialog(nullptr, Qt::Dialog | Qt::CustomizeWindowHint | Qt::WindowTitleHint |
                                Qt::WindowSystemMenuHint | Qt::WindowCloseButtonHint |
                                Qt::WindowStaysOnTopHint),
+          m_keys(clock),
           m_onAnswer(std::move(onAnswer)),
           m_last(content.buttons.size() - 1) {
         setWindowTitle(QStringLiteral("Nulo"));
@@ -95,7 +94,8 @@ class AlertWindow final : public QDialog {
         rows->setContentsMargins(margin, margin, margin, margin);
         rows->setSpacing(margin);
         rows->setSizeConstraint(QLayout::SetFixedSize);
-        rows->addLayout(texts(content.style, message, informativeText));
+        rows->addLayout(
+            texts(content.style, message, informativeText, screenHeight * largestShareOfScreen));
         rows->addLayout(buttons(content));
         m_first->setDefault(true);
         m_first->setProperty("prominent", true);
@@ -106,6 +106,16 @@ class AlertWindow final : public QDialog {
     void reject() override { answer(m_last); }
 
   protected:
+    void showEvent(QShowEvent* event) override {
+        QDialog::showEvent(event);
+        windowHandle()->installEventFilter(&m_keys);
+        m_keys.begin();
+    }
+    bool event(QEvent* event) override {
+        if (event->type() == QEvent::WindowActivate)
+            m_keys.begin();
+        return QDialog::event(event);
+    }
     void changeEvent(QEvent* event) override {
         QDialog::changeEvent(event);
         if (event->type() == QEvent::PaletteChange || event->type() == QEvent::ThemeChange)
@@ -120,8 +130,7 @@ class AlertWindow final : public QDialog {
     }
 
     QLayout* texts(AlertContent::Style alertStyle, const QString& messageText,
-                   const QString& informativeText) {
-        const auto height = screenOfPointer()->availableGeometry().height() * largestShareOfScreen;
+                   const QString& informativeText, double height) {
         QFont bold = font();
         bold.setBold(true);
         bold.setPointSizeF(QFontInfo(bold).pointSizeF() * 1.15);
@@ -166,6 +175,7 @@ class AlertWindow final : public QDialog {
             onAnswer(button);
     }
 
+    KeyGuard m_keys;
     std::function<void(std::size_t)> m_onAnswer;  // empty once it was called
     const std::size_t m_last;
     QPushButton* m_first = nullptr;
@@ -173,26 +183,26 @@ class AlertWindow final : public QDialog {
 
 }  // namespace
 
-QPointer<QWidget> showAlert(AlertContent content,
-                            std::function<void(std::size_t button)> onAnswer) {
+Alerts::Alerts(const Clock& clock, std::function<QRect()> visibleFrame)
+    : m_clock(clock), m_visibleFrame(std::move(visibleFrame)) {}
+
+QPointer<QWidget> Alerts::show(AlertContent content,
+                               std::function<void(std::size_t button)> onAnswer) const {
     if (content.buttons.empty())
         content.buttons.emplace_back("OK");
-    auto* window = new AlertWindow(content, std::move(onAnswer));
+    auto* window =
+        new AlertWindow(content, m_clock, m_visibleFrame().height(), std::move(onAnswer));
     QObject::connect(qApp, &QCoreApplication::aboutToQuit, window, [window] { delete window; });
     showInFront(*window);
     return window;
 }
 
-void showInFront(QWidget& window) {
+void Alerts::showInFront(QWidget& window) const {
     if (!window.isVisible()) {
         window.adjustSize();
-        QRect frame(QPoint(), window.size());
-        frame.moveCenter(screenOfPointer()->availableGeometry().center());
-        window.move(frame.topLeft());
-        window.show();
+        placeInMiddle(window, m_visibleFrame());
     }
-    window.raise();
-    window.activateWindow();
+    bringToFront(window);
 }
 
 }  // namespace nulo

@@ -1,6 +1,5 @@
 #include "ui/alerts/UpdateDialogs.h"
 
-#include "ui/alerts/Alert.h"
 #include "ui/alerts/UpdateProgressWindow.h"
 
 namespace nulo {
@@ -11,37 +10,37 @@ UpdateDialogs::~UpdateDialogs() {
 
 void UpdateDialogs::showUpdateDialog(const VersionInfo& info, const std::string& currentVersion,
                                      std::function<void(Answer)> onAnswer) {
-    m_alert = showAlert({.style = AlertContent::Style::informational,
-                         .message = "Nulo " + info.version + " est disponible",
-                         .informativeText = "Vous utilisez la version " + currentVersion + ".\n\n" +
-                                            info.releaseNotes,
-                         .buttons = {"Installer maintenant", "Plus tard"}},
-                        [onAnswer](std::size_t button) {
-                            onAnswer(button == 0 ? Answer::install : Answer::later);
-                        });
+    m_alert = m_alerts.show({.style = AlertContent::Style::informational,
+                             .message = "Nulo " + info.version + " est disponible",
+                             .informativeText = "Vous utilisez la version " + currentVersion +
+                                                ".\n\n" + info.releaseNotes,
+                             .buttons = {"Installer maintenant", "Plus tard"}},
+                            [onAnswer](std::size_t button) {
+                                onAnswer(button == 0 ? Answer::install : Answer::later);
+                            });
 }
 
 void UpdateDialogs::showUpToDate(const std::string& currentVersion, std::function<void()> onClose) {
-    m_alert =
-        showAlert({.style = AlertContent::Style::informational,
-                   .message = "Nulo est a jour",
-                   .informativeText = "Vous utilisez la derniere version (" + currentVersion + ").",
-                   .buttons = {"OK"}},
-                  [onClose](std::size_t) { onClose(); });
+    m_alert = m_alerts.show(
+        {.style = AlertContent::Style::informational,
+         .message = "Nulo est a jour",
+         .informativeText = "Vous utilisez la derniere version (" + currentVersion + ").",
+         .buttons = {"OK"}},
+        [onClose](std::size_t) { onClose(); });
 }
 
 void UpdateDialogs::showError(const std::string& message, std::function<void()> onClose) {
-    m_alert = showAlert({.style = AlertContent::Style::warning,
-                         .message = "Erreur de mise a jour",
-                         .informativeText = message,
-                         .buttons = {"OK"}},
-                        [onClose](std::size_t) { onClose(); });
+    m_alert = m_alerts.show({.style = AlertContent::Style::warning,
+                             .message = "Erreur de mise a jour",
+                             .informativeText = message,
+                             .buttons = {"OK"}},
+                            [onClose](std::size_t) { onClose(); });
 }
 
 void UpdateDialogs::showProgress(const std::string& version, std::function<void()> onCancel) {
     m_progress = std::make_unique<UpdateProgressWindow>(QString::fromStdString(version),
                                                         std::move(onCancel));
-    showInFront(*m_progress);
+    m_alerts.showInFront(*m_progress);
 }
 
 void UpdateDialogs::closeProgress() {
@@ -50,9 +49,9 @@ void UpdateDialogs::closeProgress() {
 
 void UpdateDialogs::bringToFront() {
     if (m_progress)
-        showInFront(*m_progress);
+        m_alerts.showInFront(*m_progress);
     else if (m_alert && m_alert->isVisible())
-        showInFront(*m_alert);
+        m_alerts.showInFront(*m_alert);
 }
 
 }  // namespace nulo

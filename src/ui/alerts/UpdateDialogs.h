@@ -4,6 +4,7 @@
 #include <QWidget>
 #include <memory>
 
+#include "ui/alerts/Alert.h"
 #include "update/UpdateWindows.h"
 
 namespace nulo {
@@ -11,6 +12,8 @@ namespace nulo {
 /// The windows of an update. They go with it, without an answer.
 class UpdateDialogs final : public UpdateWindows {
   public:
+    /// `alerts` outlives the dialogs.
+    explicit UpdateDialogs(const Alerts& alerts) : m_alerts(alerts) {}
     ~UpdateDialogs() override;
 
     void showUpdateDialog(const VersionInfo& info, const std::string& currentVersion,
@@ -22,6 +25,7 @@ class UpdateDialogs final : public UpdateWindows {
     void bringToFront() override;
 
   private:
+    const Alerts& m_alerts;
     QPointer<QWidget> m_alert;
     std::unique_ptr<QWidget> m_progress;
 };

@@ -1,6 +1,7 @@
 #include "ui/overlay/OverlayPanel.h"
 
 #include <QMouseEvent>
+#include <QPainter>
 #include <algorithm>
 #include <utility>
 
@@ -10,22 +11,49 @@
 namespace nulo {
 namespace {
 
-using Seconds = std::chrono::duration<double>;
-constexpr Seconds fadeDuration(0.15);
-constexpr MainQueue::Delay fadeStep(1.0 / 60);
+constexpr std::chrono::duration<double> fadeDuration(0.15);
+constexpr std::chrono::duration<double> wideningDuration(0.2);
+constexpr MainQueue::Delay animationStep(1.0 / 60);
+
+/// Around the panel where nothing can shine through: reads on white and on black.
+const QColor edgeColor(96, 96, 96);
+constexpr int edgeWidth = 1;
 
 }  // namespace
 
-OverlayPanel::OverlayPanel(MainQueue& mainQueue, const Clock& clock)
-    // Unmanaged, a window is on all desktops and the window manager gives it no focus.
-    : QWidget(nullptr, Qt::Tool | Qt::FramelessWindowHint | Qt::WindowStaysOnTopHint |
-                           Qt::WindowDoesNotAcceptFocus | Qt::BypassWindowManagerHint),
-      m_mainQueue(mainQueue),
-      m_clock(clock) {
+OverlayPanel::OverlayPanel(MainQueue& mainQueue, const Clock& clock, OverlayPlacement& placement)
+    : m_mainQueue(mainQueue),
+      m_clock(clock),
+      m_placement(placement),
+      m_isComposited(placement.isComposited()),
+      m_margin(m_isComposited ? OverlayShadow::margin : edgeWidth) {
+    m_placement.prepare(*this);
     setAttribute(Qt::WA_ShowWithoutActivating);
     setAttribute(Qt::WA_TranslucentBackground);
     setWindowTitle("Nulo");
     setWindowOpacity(0);
+}
+
+void OverlayPanel::setContent(QWidget& content) {
+    m_content = &content;
+}
+
+void OverlayPanel::setFrame(const QRect& frame) {
+    m_frame = frame;
+    place();
+}
+
+void OverlayPanel::widenTo(const QRect& frame) {
+    const int shownWidth = m_frame.width() - 2 * m_missingWidth;
+    const int missing = (frame.width() - shownWidth) / 2;
+    m_frame = frame;
+    const auto show = [this, missing](double progress) {
+        const double eased = progress * progress * (3 - 2 * progress);
+        m_missingWidth = qRound(missing * (1 - eased));
+        place();
+    };
+    run(m_widening, wideningDuration, show, nullptr);
+    show(0);
 }
 
 void OverlayPanel::fadeIn() {
@@ -37,18 +65,34 @@ void OverlayPanel::fadeOut(std::function<void()> onDone) {
 }
 
 void OverlayPanel::fadeTo(double opacity, std::function<void()> onDone) {
-    const auto step = [this, opacity, onDone = std::move(onDone), from = windowOpacity(),
-                       start = m_clock.now()] {
-        const double progress = std::min(Seconds(m_clock.now() - start) / fadeDuration, 1.0);
-        setWindowOpacity(from + (opacity - from) * progress);
+    const double from = windowOpacity();
+    run(
+        m_fade, fadeDuration,
+        [this, opacity, from](double progress) {
+            setWindowOpacity(from + (opacity - from) * progress);
+        },
+        std::move(onDone));
+}
+
+/// Calls `show` with the share of the duration that is over, until that is 1.
+void OverlayPanel::run(Animation& animation, Seconds duration, std::function<void(double)> show,
+                       std::function<void()> onDone) {
+    const auto step = [this, &animation, duration, show = std::move(show),
+                       onDone = std::move(onDone), start = m_clock.now()] {
+        const double progress = std::min(Seconds(m_clock.now() - start) / duration, 1.0);
+        show(progress);
         if (progress < 1)
             return;
         const auto done = onDone;  // goes with the timer, or with the panel
-        m_fade.reset();
+        animation.reset();
         if (done)
             done();
     };
-    m_fade = m_mainQueue.every(fadeStep, step);
+    animation = m_mainQueue.every(animationStep, step);
+}
+
+void OverlayPanel::place() {
+    m_placement.place(*this, m_frame.adjusted(m_missingWidth, 0, -m_missingWidth, 0), m_margin);
 }
 
 void OverlayPanel::mousePressEvent(QMouseEvent* event) {
@@ -60,15 +104,31 @@ void OverlayPanel::mouseMoveEvent(QMouseEvent* event) {
         return;
     // By the way made since the last event: the panel may have been moved or resized meanwhile.
     const QPoint position = event->globalPosition().toPoint();
-    move(pos() + position - m_dragPosition);
+    setFrame(m_frame.translated(position - m_dragPosition));
     m_dragPosition = position;
+}
+
+void OverlayPanel::paintEvent(QPaintEvent* event) {
+    QPainter painter(this);
+    if (!m_isComposited) {
+        painter.fillRect(event->rect(), edgeColor);
+        return;
+    }
+    // The content covers the panel but for its corners, and is drawn far more often than this.
+    const QRect panel = rect().marginsRemoved({m_margin, m_margin, m_margin, m_margin});
+    constexpr int corner = overlayCornerRadius;
+    painter.setClipRegion(event->region() - panel.adjusted(corner, 0, -corner, 0) -
+                          panel.adjusted(0, corner, 0, -corner));
+    m_shadow.draw(painter, rect());
 }
 
 void OverlayPanel::resizeEvent(QResizeEvent* event) {
     QWidget::resizeEvent(event);
-    // Where nothing composes windows, a transparent corner would show rubbish. The half covered
-    // pixels of the edge stay in, so that it is smooth where windows are composed.
-    setMask(roundedRegion(size(), overlayCornerRadius));
+    if (m_content)
+        m_content->setGeometry(rect().marginsRemoved({m_margin, m_margin, m_margin, m_margin}));
+    // Where nothing composes windows, a transparent corner would show rubbish.
+    if (!m_isComposited)
+        setMask(roundedRegion(size(), overlayCornerRadius + m_margin));
 }
 
 }  // namespace nulo

@@ -1,21 +1,36 @@
 #pragma once
 
 #include <QPoint>
+#include <QRect>
 #include <QWidget>
 #include <functional>
 #include <memory>
 
 #include "base/Clock.h"
 #include "base/MainQueue.h"
+#include "ui/overlay/OverlayPlacement.h"
+#include "ui/overlay/OverlayShadow.h"
 
 namespace nulo {
 
-/// A frameless, translucent window above all others and on all desktops that never takes the
-/// keyboard focus and can be dragged by its background. Main thread.
+/// The overlay's window: a panel that never takes the keyboard focus and is dragged by its
+/// background, in a margin for what sets it off from the desktop behind it: a shadow, or a mere
+/// line where windows cannot be translucent. Frames are the panel's, without the margin. Main
+/// thread.
 class OverlayPanel final : public QWidget {
   public:
-    /// Both outlive the panel. It starts fully transparent and hidden.
-    OverlayPanel(MainQueue& mainQueue, const Clock& clock);
+    /// All outlive the panel. It starts fully transparent and hidden.
+    OverlayPanel(MainQueue& mainQueue, const Clock& clock, OverlayPlacement& placement);
+
+    /// Fills the panel with a child of this widget.
+    void setContent(QWidget& content);
+
+    /// Where a widening under way will end, or where the panel is.
+    const QRect& frame() const { return m_frame; }
+    /// At once, but for a widening under way, which goes on.
+    void setFrame(const QRect& frame);
+    /// Animated, from the frame at the moment and about its centre.
+    void widenTo(const QRect& frame);
 
     /// Each ends the one before and starts from the opacity that it had reached.
     void fadeIn();
@@ -25,15 +40,30 @@ class OverlayPanel final : public QWidget {
   protected:
     void mousePressEvent(QMouseEvent* event) override;
     void mouseMoveEvent(QMouseEvent* event) override;
+    void paintEvent(QPaintEvent* event) override;
     void resizeEvent(QResizeEvent* event) override;
 
   private:
+    using Seconds = std::chrono::duration<double>;
+    using Animation = std::unique_ptr<MainQueue::Timer>;
+
     void fadeTo(double opacity, std::function<void()> onDone);
+    void run(Animation& animation, Seconds duration, std::function<void(double)> show,
+             std::function<void()> onDone);
+    void place();
 
     MainQueue& m_mainQueue;
     const Clock& m_clock;
+    OverlayPlacement& m_placement;
+    const bool m_isComposited;
+    const int m_margin;
+    OverlayShadow m_shadow;
+    QWidget* m_content = nullptr;
+    QRect m_frame;
+    int m_missingWidth = 0;  // on either side, until the widening has ended
     QPoint m_dragPosition;
-    std::unique_ptr<MainQueue::Timer> m_fade;
+    Animation m_fade;
+    Animation m_widening;
 };
 
 }  // namespace nulo

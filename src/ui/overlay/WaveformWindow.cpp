@@ -12,25 +12,27 @@ namespace {
 constexpr MainQueue::Delay redrawInterval(0.05);
 
 /// The screen that most of the panel is on.
-QRect screenGeometry(const QWidget& panel) {
-    const QScreen* screen = QGuiApplication::screenAt(panel.geometry().center());
+QRect screenGeometry(const OverlayPanel& panel) {
+    const QScreen* screen = QGuiApplication::screenAt(panel.frame().center());
     return (screen ? screen : panel.screen())->geometry();
 }
 
 }  // namespace
 
-WaveformWindow::WaveformWindow(MainQueue& mainQueue, const Clock& clock)
-    : m_mainQueue(mainQueue), m_clock(clock) {}
+WaveformWindow::WaveformWindow(MainQueue& mainQueue, const Clock& clock,
+                               OverlayPlacement& placement)
+    : m_mainQueue(mainQueue), m_clock(clock), m_placement(placement) {}
 
 void WaveformWindow::show(Published<std::vector<float>>& audioLevels) {
     ++m_panel;
-    const QScreen* screen = QGuiApplication::primaryScreen();
-    if (!screen)
+    const QRect visibleFrame = m_placement.visibleFrame();
+    if (visibleFrame.isEmpty())
         return;
     m_animationTimer.reset();
-    m_window = std::make_unique<OverlayPanel>(m_mainQueue, m_clock);
+    m_window = std::make_unique<OverlayPanel>(m_mainQueue, m_clock, m_placement);
     m_waveformView = new WaveformView(m_clock, m_window.get());
-    setFrame(initialPanelFrame(screen->availableGeometry()));
+    m_window->setContent(*m_waveformView);
+    m_window->setFrame(initialPanelFrame(visibleFrame));
     m_window->show();
     m_window->raise();
     m_window->fadeIn();
@@ -60,7 +62,7 @@ void WaveformWindow::showStreaming(std::string_view) {
     m_waveformView->update();
     m_cancellable.reset();
     animate();
-    setFrame(streamingPanelFrame(m_window->geometry()));
+    m_window->widenTo(streamingPanelFrame(m_window->frame()));
 }
 
 void WaveformWindow::appendStreamingText(std::string_view text) {
@@ -70,9 +72,9 @@ void WaveformWindow::appendStreamingText(std::string_view text) {
         m_waveformView->streamingText.emplace();
     *m_waveformView->streamingText += text;
     m_waveformView->update();
-    const QRect frame = m_window->geometry();
+    const QRect frame = m_window->frame();
     const double idealHeight = m_waveformView->idealHeightForStreamingText(frame.width());
-    setFrame(resizedPanelFrame(frame, idealHeight, screenGeometry(*m_window)));
+    m_window->setFrame(resizedPanelFrame(frame, idealHeight, screenGeometry(*m_window)));
 }
 
 void WaveformWindow::finishStreaming() {
@@ -114,11 +116,6 @@ void WaveformWindow::hide() {
         return;
     m_waveformView = nullptr;
     m_window->fadeOut([this] { m_window.reset(); });
-}
-
-void WaveformWindow::setFrame(const QRect& frame) {
-    m_window->setGeometry(frame);
-    m_waveformView->setGeometry(0, 0, frame.width(), frame.height());
 }
 
 void WaveformWindow::animate() {

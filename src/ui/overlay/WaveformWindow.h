@@ -25,8 +25,8 @@ namespace nulo {
 /// QApplication, but where said otherwise.
 class WaveformWindow final : public DictationOverlay {
   public:
-    /// Both outlive the window; `clock` runs the animations.
-    WaveformWindow(MainQueue& mainQueue, const Clock& clock);
+    /// All outlive the window; `clock` runs the animations.
+    WaveformWindow(MainQueue& mainQueue, const Clock& clock, OverlayPlacement& placement);
 
     /// Puts a new panel on the screen, in place of one still there, and draws each new value of
     /// `audioLevels` (0...1, oldest first) until the next mode. Does nothing without a screen.
@@ -49,16 +49,16 @@ class WaveformWindow final : public DictationOverlay {
     /// What is on the screen; null while hidden. Valid until the next show() or hide().
     WaveformView* waveformView() { return m_waveformView; }
     /// Its window, which is there until it has faded away; null while hidden.
-    QWidget* window() { return m_window.get(); }
+    OverlayPanel* window() { return m_window.get(); }
 
   private:
-    void setFrame(const QRect& frame);
     void animate();
     /// Later, on main, unless another panel is shown by then.
     void changeDebugLines(std::function<void(std::vector<std::string>& lines)> change);
 
     MainQueue& m_mainQueue;
     const Clock& m_clock;
+    OverlayPlacement& m_placement;
     std::atomic<Panel> m_panel = 0;
     std::unique_ptr<OverlayPanel> m_window;
     WaveformView* m_waveformView = nullptr;  // the panel's; null as soon as it fades away

@@ -2,6 +2,7 @@
 
 #include <utility>
 
+#include "ui/WindowPlace.h"
 #include "ui/tray/StatusIcons.h"
 
 namespace nulo {
@@ -13,13 +14,6 @@ void callIfSet(const std::function<void()>& callback) {
     const auto copy = callback;  // it may destroy its owner
     if (copy)
         copy();
-}
-
-void bringToFront(QWidget& window) {
-    window.setWindowState(window.windowState() & ~Qt::WindowMinimized);
-    window.show();
-    window.raise();
-    window.activateWindow();
 }
 
 }  // namespace
