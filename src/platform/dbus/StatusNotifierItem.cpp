@@ -1,10 +1,13 @@
 #include <unistd.h>
 
+#include <QCoreApplication>
 #include <QDBusMetaType>
 #include <QDBusPendingCallWatcher>
 #include <QDBusPendingReply>
 #include <QDBusServiceWatcher>
 #include <QDBusVariant>
+#include <QDir>
+#include <QFileInfo>
 #include <QTimer>
 #include <QtEndian>
 #include <limits>
@@ -94,6 +97,15 @@ const char introspection[] = R"xml(<interface name="org.kde.StatusNotifierItem">
 </interface>
 )xml";
 
+/// The folder of icon themes that is installed beside the program, if the icon is in there: a panel
+/// that looked for a name in vain would show nothing, or something else.
+QString themeFolderOf(const QString& icon) {
+    const QString folder =
+        QDir::cleanPath(QCoreApplication::applicationDirPath() + "/../share/icons");
+    const QString file = folder + "/hicolor/symbolic/apps/" + icon + ".svg";
+    return !icon.isEmpty() && QFileInfo::exists(file) ? folder : QString();
+}
+
 IconPixmap pixmapOf(const IconPixels& pixels) {
     IconPixmap pixmap{pixels.width, pixels.width, {}};
     const auto count = static_cast<qsizetype>(pixels.argb.size());
@@ -115,6 +127,7 @@ class ItemObject final : public BusObject {
 
     void setIcon(const StatusIcon& icon) {
         m_draw = icon.draw;
+        m_name = QString::fromStdString(icon.symbolicName);
         m_pixmaps.clear();
         m_description = QString::fromStdString(icon.description);
         m_detail = QString::fromStdString(icon.detail).toHtmlEscaped();  // a tooltip is markup
@@ -131,18 +144,20 @@ class ItemObject final : public BusObject {
         const QVariant pixmaps = QVariant::fromValue(drawn());
         const QVariant none = QVariant::fromValue(QList<IconPixmap>());
         const bool needsAttention = m_status == needsAttentionStatus;
+        const QString themeFolder = themeFolderOf(m_name);
+        const QString name = themeFolder.isEmpty() ? QString() : m_name;
         return {{"Id", "nulo"},
                 {"Category", "ApplicationStatus"},
                 {"Title", "Nulo"},
                 {"Status", m_status},
                 {"WindowId", 0},
-                {"IconThemePath", ""},
-                {"IconName", ""},
+                {"IconThemePath", themeFolder},
+                {"IconName", name},
                 {"IconPixmap", pixmaps},
                 {"IconAccessibleDesc", m_description},
                 {"OverlayIconName", ""},
                 {"OverlayIconPixmap", none},
-                {"AttentionIconName", ""},
+                {"AttentionIconName", needsAttention ? name : QString()},
                 {"AttentionIconPixmap", needsAttention ? pixmaps : none},
                 {"AttentionAccessibleDesc", m_description},
                 {"AttentionMovieName", ""},
@@ -166,6 +181,7 @@ class ItemObject final : public BusObject {
 
     std::function<IconPixels(int)> m_draw;
     mutable QList<IconPixmap> m_pixmaps;
+    QString m_name;
     QString m_description;
     QString m_detail;
     QString m_status = "Active";

@@ -3,12 +3,16 @@
 #include <utility>
 
 #include "ui/WindowPlace.h"
+#include "ui/tray/OneLine.h"
 #include "ui/tray/StatusIcons.h"
 
 namespace nulo {
 namespace {
 
 using Kind = MenuEntry::Kind;
+
+/// In UTF-16 units; a menu grows with its widest entry, off the screen.
+constexpr qsizetype longestModeName = 50;
 
 void callIfSet(const std::function<void()>& callback) {
     const auto copy = callback;  // it may destroy its owner
@@ -66,7 +70,7 @@ Menu MenuBarController::menu() {
     for (const PromptMode& mode : config.availableModes()) {
         const bool active = !anyChecked && mode.id == config.activeMode;
         anyChecked = anyChecked || active;
-        menu.push_back({Kind::choice, mode.name,
+        menu.push_back({Kind::choice, oneLine(mode.name, longestModeName).toStdString(),
                         m_lifetime.guard([this, id = mode.id] { selectMode(id); }), active});
     }
     menu.push_back(separator);

@@ -8,17 +8,9 @@
 namespace nulo {
 namespace {
 
-constexpr int widestTitle = 420;  // in points; a menu grows with its widest entry, off the screen
-
-QString displayed(const std::string& title, const QFont& font) {
-    // By far more than fits, so that measuring a huge title takes no time.
-    QString text = QString::fromUtf8(title.data(), static_cast<qsizetype>(title.size())).left(500);
-    for (QChar& character : text)
-        if (character.category() == QChar::Other_Control || character == QChar::LineSeparator ||
-            character == QChar::ParagraphSeparator)
-            character = u' ';  // a tab would begin the column of shortcuts
-    text = QFontMetrics(font).elidedText(text, Qt::ElideRight, widestTitle);
-    return text.replace(u'&', QStringLiteral("&&"));
+/// With no mnemonics.
+QString displayed(const std::string& title) {
+    return QString::fromStdString(title).replace(u'&', QStringLiteral("&&"));
 }
 
 }  // namespace
@@ -49,7 +41,7 @@ void MenuWidget::fill(const Menu& entries) {
             addSeparator();
             continue;
         }
-        auto* const row = new QAction(displayed(entry.title, font()), this);
+        auto* const row = new QAction(displayed(entry.title), this);
         addAction(row);
         row->setEnabled(entry.kind != Kind::header);
         if (!entry.shortcut.empty()) {

@@ -9,13 +9,14 @@
 namespace nulo {
 
 /// A menu of the toolkit's own that shows a Menu. Choosing an entry runs its action after the menu
-/// has closed, so that the action may fill the menu anew or destroy it. Main thread.
+/// has closed, so that the action may fill the menu anew or destroy it. The entries' shortcuts work
+/// in the open menu and, once it was filled, in the window of its parent. Main thread.
 class MenuWidget final : public QMenu {
   public:
     explicit MenuWidget(QWidget* parent = nullptr);
     ~MenuWidget() override;
 
-    /// Replaces all entries. Long titles are cut, line feeds become spaces.
+    /// Replaces all entries.
     void fill(const Menu& entries);
 
   protected:

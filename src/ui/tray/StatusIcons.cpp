@@ -129,15 +129,15 @@ IconPixels drawWarning(int width) {
 }  // namespace
 
 StatusIcon idleIcon() {
-    return {drawIdle, "Nulo"};
+    return {drawIdle, "Nulo", false, "org.nulo.Nulo-symbolic"};
 }
 
 StatusIcon recordingIcon() {
-    return {drawRecording, "Nulo"};
+    return {drawRecording, "Nulo", false, "org.nulo.Nulo-recording-symbolic"};
 }
 
 StatusIcon warningIcon() {
-    return {drawWarning, "Nulo - Accessibilite requise", true};
+    return {drawWarning, "Nulo - Accessibilite requise", true, "org.nulo.Nulo-warning-symbolic"};
 }
 
 }  // namespace nulo

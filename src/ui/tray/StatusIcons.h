@@ -5,8 +5,8 @@
 namespace nulo {
 
 /// The program's signs in the tray: five bars of a wave. Recording is red; a missing permission is
-/// orange, with an exclamation mark; idle reads on dark and on light panels, of which a tray item
-/// never learns.
+/// orange, with an exclamation mark. A tray item never learns the colour of its panel: panels that
+/// take an icon by its name colour it themselves, the drawn idle icon reads on dark and on light.
 StatusIcon idleIcon();
 StatusIcon recordingIcon();
 StatusIcon warningIcon();
