@@ -11,7 +11,7 @@
 #include <string>
 #include <vector>
 
-#include "platform/x11/XcbMemory.h"
+#include "platform/x11/Xcb.h"
 
 namespace nulo {
 namespace {

@@ -9,7 +9,7 @@
 
 #include "platform/Backends.h"
 #include "platform/x11/X11MainScreen.h"
-#include "platform/x11/XcbMemory.h"
+#include "platform/x11/Xcb.h"
 
 namespace nulo {
 namespace {
