@@ -5,8 +5,7 @@
 
 #include "app/FailureTexts.h"
 #include "app/StartUpDialogs.h"
-#include "ui/WindowPlace.h"
-#include "ui/settings/SettingsWindow.h"
+#include "ui/settings/SettingsView.h"
 
 namespace nulo {
 namespace {
@@ -160,9 +159,8 @@ std::unique_ptr<QWidget> AppDelegate::settingsWindow(
                       .programMenu = [this] { return m_menuBarController->menu(); },
                       // Without a tray the window is the only way to the rest of the menu.
                       .showsProgramMenu = !m_dependencies.statusItem.isShown()};
-    auto window = makeSettingsWindow(config, std::move(host));
-    placeInMiddle(*window, m_dependencies.overlayPlacement.visibleFrame());
-    return window;
+    return makeSettingsWindow(config, std::move(host),
+                              m_dependencies.overlayPlacement.visibleFrame());
 }
 
 void AppDelegate::wireKeyMonitor() {

@@ -1,4 +1,4 @@
-#include "ui/settings/SettingsWindow.h"
+#include "ui/settings/SettingsView.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -40,7 +40,7 @@ class SettingsWindowTest : public testing::Test {
         open();
     }
     void open() {
-        m_window = makeSettingsWindow(m_file.load().value(), m_host);
+        m_window = makeSettingsWindow(m_file.load().value(), m_host, m_visibleFrame);
         m_window->show();
         m_window->activateWindow();
         ASSERT_TRUE(QTest::qWaitForWindowActive(m_window.get()));
@@ -101,6 +101,7 @@ class SettingsWindowTest : public testing::Test {
     ConfigFile m_file{m_home.path(), m_printed.print()};
     int m_saves = 0;
     std::string m_diskFault;
+    QRect m_visibleFrame{0, 0, 1000, 800};
     std::unique_ptr<QWidget> m_window;
     SettingsHost m_host{[this] { return m_file.load(); },
                         [this](const AppConfig& config) -> Outcome {
@@ -120,10 +121,6 @@ TEST_F(SettingsWindowTest, editsByKeyboardAndSaves) {
     EXPECT_EQ(m_window->windowTitle(), "Nulo - Reglages");
     EXPECT_EQ(m_window->size(), QSize(580, 620));
     EXPECT_EQ(m_window->minimumSize(), QSize(550, 560));
-    for (const QSize screen : {QSize(960, 540), QSize(1093, 614), QSize(1024, 600)}) {
-        const QRect available(QPoint(0, 28), screen - QSize(0, 28));  // below a panel
-        EXPECT_TRUE(available.contains(settingsPlace(available).adjusted(-1, -38, 1, 1)));
-    }
 
     type("  Ada Lovelace ");
     press(Qt::Key_Return);
@@ -164,6 +161,17 @@ TEST_F(SettingsWindowTest, editsByKeyboardAndSaves) {
     EXPECT_EQ(saved, config);
     EXPECT_TRUE(shows("Enregistre."));
     EXPECT_TRUE(m_window->isVisible());
+}
+
+// A title bar above the screen, or a button below it.
+TEST_F(SettingsWindowTest, fitsASmallScreen) {
+    for (const QSize screen : {QSize(960, 540), QSize(1093, 614), QSize(1024, 600)}) {
+        m_visibleFrame = QRect(QPoint(0, 28), screen - QSize(0, 28));  // below a panel
+        open(defaultConfig());
+        EXPECT_TRUE(m_visibleFrame.contains(m_window->geometry().adjusted(-1, -38, 1, 1)));
+        m_window->resize(m_window->minimumSize());
+        EXPECT_TRUE(m_visibleFrame.contains(titled<QPushButton>("Enregistrer").mapToGlobal(QPoint())));
+    }
 }
 
 // A chip's button that removes another word, or an emptied dictionary that traps the focus.
@@ -261,7 +269,7 @@ TEST_F(SettingsWindowTest, asksBeforeDeletingAMode) {
 }
 
 TEST_F(SettingsWindowTest, withoutModesThereIsNothingToEdit) {
-    m_window = makeSettingsWindow(AppConfig(), m_host);
+    m_window = makeSettingsWindow(AppConfig(), m_host, m_visibleFrame);
     m_window->show();
     EXPECT_TRUE(shows("Selectionnez un mode"));
     EXPECT_FALSE(deleteButton().isEnabled());

@@ -23,7 +23,7 @@
 #include "ui/alerts/Alert.h"
 #include "ui/alerts/UpdateDialogs.h"
 #include "ui/overlay/WaveformWindow.h"
-#include "ui/settings/SettingsWindow.h"
+#include "ui/settings/SettingsView.h"
 
 namespace nulo::gallery {
 namespace {
@@ -81,6 +81,7 @@ class Windows {
     }
 
   private:
+    static QRect visibleFrame() { return QGuiApplication::primaryScreen()->availableGeometry(); }
     static QSize screen() { return QGuiApplication::primaryScreen()->size(); }
     static bool isScreenSmall() { return screen().height() < 700; }
 
@@ -89,7 +90,7 @@ class Windows {
         for (int i = 1; i <= 60; ++i)
             config.dictionary.push_back("Mot " + std::string(std::size_t(i) % 9, 'a') +
                                         std::to_string(i));
-        const std::unique_ptr<QWidget> window = makeSettingsWindow(config, {});
+        const std::unique_ptr<QWidget> window = makeSettingsWindow(config, {}, visibleFrame());
         window->show();
         save(*window, "settings-many-words");
         window->resize(1000, 900);
@@ -100,7 +101,8 @@ class Windows {
     void drawSettings() {
         const SettingsHost host{.load = [] { return std::nullopt; },
                                 .onSave = [](const AppConfig&) { return Outcome(Success()); }};
-        const std::unique_ptr<QWidget> window = makeSettingsWindow(someonesSettings(), host);
+        const std::unique_ptr<QWidget> window =
+            makeSettingsWindow(someonesSettings(), host, visibleFrame());
         window->show();
         save(*window, "settings");
         window->resize(window->minimumSize());

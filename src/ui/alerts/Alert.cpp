@@ -15,9 +15,9 @@
 #include <utility>
 
 #include "ui/WindowPlace.h"
+#include "ui/WindowStyle.h"
 #include "ui/alerts/AlertSign.h"
 #include "ui/alerts/KeyGuard.h"
-#include "ui/settings/SettingsStyle.h"
 
 namespace nulo {
 namespace {
@@ -99,7 +99,7 @@ class AlertWindow final : public QDialog {
         rows->addLayout(buttons(content));
         m_first->setDefault(true);
         m_first->setProperty("prominent", true);
-        applyTheme();
+        dressWindow(*this);
         m_first->setFocus();
     }
 
@@ -116,19 +116,8 @@ class AlertWindow final : public QDialog {
             m_keys.begin();
         return QDialog::event(event);
     }
-    void changeEvent(QEvent* event) override {
-        QDialog::changeEvent(event);
-        if (event->type() == QEvent::PaletteChange || event->type() == QEvent::ThemeChange)
-            applyTheme();
-    }
 
   private:
-    void applyTheme() {
-        const QString sheet = settingsStyleSheet(settingsColors());
-        if (sheet != styleSheet())  // setting one changes palettes, which leads here again
-            setStyleSheet(sheet);
-    }
-
     QLayout* texts(AlertContent::Style alertStyle, const QString& messageText,
                    const QString& informativeText, double height) {
         QFont bold = font();

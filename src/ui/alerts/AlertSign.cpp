@@ -4,7 +4,7 @@
 #include <QPainterPath>
 #include <QPolygonF>
 
-#include "ui/settings/SettingsStyle.h"
+#include "ui/WindowStyle.h"
 
 namespace nulo {
 namespace {
@@ -29,7 +29,7 @@ void drawTriangle(QPainter& painter) {
     drawMark(painter, onAmber);
 }
 
-void drawDisc(QPainter& painter, const SettingsColors& colors) {
+void drawDisc(QPainter& painter, const WindowColors& colors) {
     painter.setPen(Qt::NoPen);
     painter.setBrush(colors.accent);
     painter.drawEllipse(QRectF(1, 1, side - 2, side - 2));
@@ -51,7 +51,7 @@ void AlertSign::paintEvent(QPaintEvent*) {
     if (m_style == AlertContent::Style::warning)
         drawTriangle(painter);
     else
-        drawDisc(painter, settingsColors());
+        drawDisc(painter, windowColors());
 }
 
 }  // namespace nulo

@@ -7,7 +7,7 @@
 #include <QVBoxLayout>
 #include <utility>
 
-#include "ui/settings/SettingsLayout.h"
+#include "ui/WindowStyle.h"
 #include "ui/tray/OneLine.h"
 
 namespace nulo {

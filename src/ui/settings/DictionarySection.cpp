@@ -3,8 +3,8 @@
 #include <QHBoxLayout>
 #include <QVBoxLayout>
 
-#include "ui/settings/SettingsLayout.h"
-#include "ui/settings/SymbolButton.h"
+#include "ui/WindowStyle.h"
+#include "ui/settings/Symbols.h"
 
 namespace nulo {
 
@@ -12,8 +12,6 @@ DictionarySection::DictionarySection(SettingsModel& model, QWidget* parent)
     : QWidget(parent), m_model(model) {
     auto* card = makeCard(this);
     m_chips = new WordChips(model.words(), card);
-    m_chips->setAccessibleName("Dictionnaire");
-    m_chips->setAccessibleDescription("Suppr retire le mot choisi");
     m_chips->setVisible(!model.words().empty());
     m_newWord = new PasteableTextField(PasteableTextField::Kind::plain, "Ajouter un mot...", card);
     m_newWord->field().setAccessibleName("Ajouter un mot");

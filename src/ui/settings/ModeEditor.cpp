@@ -5,7 +5,7 @@
 #include <QTextDocument>
 #include <QVBoxLayout>
 
-#include "ui/settings/SettingsLayout.h"
+#include "ui/WindowStyle.h"
 
 namespace nulo {
 namespace {

@@ -1,16 +1,13 @@
 #include "ui/settings/ModeList.h"
 
 #include <QAbstractListModel>
-#include <QHelpEvent>
 #include <QPainter>
 #include <QScrollBar>
 #include <QStyle>
-#include <QStyledItemDelegate>
-#include <QToolTip>
 #include <algorithm>
 #include <cmath>
 
-#include "ui/settings/SettingsStyle.h"
+#include "ui/WindowStyle.h"
 #include "ui/tray/OneLine.h"
 
 namespace nulo {
@@ -40,6 +37,8 @@ class ModeListModel final : public QAbstractListModel {
         const PromptMode& mode = m_model.modes()[static_cast<std::size_t>(index.row())];
         if (role == Qt::DisplayRole)
             return oneLine(mode.name);
+        if (role == Qt::ToolTipRole)
+            return oneLine(mode.name).toHtmlEscaped();
         if (role == Qt::AccessibleTextRole)
             return mode.isBuiltIn ? oneLine(mode.name) + ", " + builtInMark : oneLine(mode.name);
         if (role == builtInRole)
@@ -68,16 +67,15 @@ class ModeListModel final : public QAbstractListModel {
 
 namespace {
 
-class ModeRowDelegate final : public QStyledItemDelegate {
+class ModeRowPainter final : public ItemPainter {
   public:
-    using QStyledItemDelegate::QStyledItemDelegate;
+    using ItemPainter::ItemPainter;
 
     QSize sizeHint(const QStyleOptionViewItem& option, const QModelIndex&) const override {
         return {1, option.fontMetrics.height() + 2 * rowPadding};  // rows are as wide as the list
     }
 
-    /// Of a row that shows its whole name.
-    static int wantedWidth(const QStyleOptionViewItem& option, const QModelIndex& index) {
+    int wantedWidth(const QStyleOptionViewItem& option, const QModelIndex& index) const override {
         const QFontMetricsF exact(option.font);  // the rounded ones may be a fraction too small
         return widthBesideName(option, index) +
                static_cast<int>(std::ceil(exact.horizontalAdvance(index.data().toString())));
@@ -85,7 +83,7 @@ class ModeRowDelegate final : public QStyledItemDelegate {
 
     void paint(QPainter* painter, const QStyleOptionViewItem& option,
                const QModelIndex& index) const override {
-        const SettingsColors colors = settingsColors();
+        const WindowColors colors = windowColors();
         const bool isSelected = option.state & QStyle::State_Selected;
         const bool isFocused = option.state & QStyle::State_HasFocus;
         const bool isHovered = option.state & QStyle::State_MouseOver;
@@ -121,14 +119,6 @@ class ModeRowDelegate final : public QStyledItemDelegate {
         painter->restore();
     }
 
-    bool helpEvent(QHelpEvent* event, QAbstractItemView* view, const QStyleOptionViewItem& option,
-                   const QModelIndex& index) override {
-        const bool isCut = wantedWidth(option, index) > option.rect.width();
-        QToolTip::showText(event->globalPos(),
-                           isCut ? index.data().toString().toHtmlEscaped() : QString(), view);
-        return true;
-    }
-
   private:
     static QFont markFont(const QStyleOptionViewItem& option) {
         QFont small = option.font;
@@ -147,18 +137,13 @@ class ModeRowDelegate final : public QStyledItemDelegate {
 }  // namespace
 
 ModeList::ModeList(SettingsModel& model, QWidget* parent)
-    : QListView(parent), m_model(model), m_rows(new ModeListModel(model, this)) {
-    setAccessibleName("Modes");
+    : PaintedList("Modes", parent),
+      m_model(model),
+      m_rows(new ModeListModel(model, this)),
+      m_painter(new ModeRowPainter(this)) {
     setUniformItemSizes(true);
     setSelectionMode(QAbstractItemView::SingleSelection);
-    setEditTriggers(QAbstractItemView::NoEditTriggers);
-    setVerticalScrollMode(QAbstractItemView::ScrollPerPixel);
-    setHorizontalScrollBarPolicy(Qt::ScrollBarAlwaysOff);
-    setFrameShape(QFrame::NoFrame);
-    setTabKeyNavigation(false);
-    setMouseTracking(true);
-    viewport()->setAutoFillBackground(false);
-    setItemDelegate(new ModeRowDelegate(this));
+    setItemDelegate(m_painter);
     setModel(m_rows);
     selectRow();
     connect(selectionModel(), &QItemSelectionModel::currentRowChanged, this,
@@ -177,7 +162,7 @@ QSize ModeList::sizeHint() const {
     initViewItemOption(&option);
     int wanted = 0;
     for (int row = 0; row < m_rows->rowCount() && wanted < most; ++row)
-        wanted = std::max(wanted, ModeRowDelegate::wantedWidth(option, m_rows->index(row)));
+        wanted = std::max(wanted, m_painter->wantedWidth(option, m_rows->index(row)));
     if (m_rows->rowCount() > rowsInSight)
         wanted += verticalScrollBar()->sizeHint().width();
     return {std::min(wanted, most), rowsInSight * (fontMetrics().height() + 2 * rowPadding)};

@@ -1,8 +1,8 @@
 #pragma once
 
-#include <QListView>
 #include <functional>
 
+#include "ui/settings/PaintedList.h"
 #include "ui/settings/SettingsModel.h"
 
 namespace nulo {
@@ -11,7 +11,7 @@ class ModeListModel;
 
 /// The modes by name, a row each, the built-in ones marked "inclus". Changes of the modes go
 /// through it, so that its rows always are the model's. Main thread.
-class ModeList final : public QListView {
+class ModeList final : public PaintedList {
   public:
     /// `model` outlives the list.
     ModeList(SettingsModel& model, QWidget* parent);
@@ -37,6 +37,7 @@ class ModeList final : public QListView {
 
     SettingsModel& m_model;
     ModeListModel* m_rows;
+    ItemPainter* m_painter;
     // While a row goes, the view makes a neighbour the current one, which nobody chose.
     bool m_isChangingRows = false;
 };

@@ -3,8 +3,8 @@
 #include <QHBoxLayout>
 #include <QVBoxLayout>
 
+#include "ui/WindowStyle.h"
 #include "ui/settings/DeleteConfirmation.h"
-#include "ui/settings/SettingsLayout.h"
 
 namespace nulo {
 

@@ -6,7 +6,7 @@
 #include "ui/settings/ModeEditor.h"
 #include "ui/settings/ModeList.h"
 #include "ui/settings/SettingsModel.h"
-#include "ui/settings/SymbolButton.h"
+#include "ui/settings/Symbols.h"
 
 namespace nulo {
 

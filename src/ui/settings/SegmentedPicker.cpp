@@ -7,7 +7,7 @@
 #include <algorithm>
 #include <utility>
 
-#include "ui/settings/SettingsStyle.h"
+#include "ui/WindowStyle.h"
 
 namespace nulo {
 namespace {
@@ -37,7 +37,7 @@ class SegmentButton final : public QRadioButton {
     bool hitButton(const QPoint& position) const override { return rect().contains(position); }
 
     void paintEvent(QPaintEvent*) override {
-        const SettingsColors colors = settingsColors();
+        const WindowColors colors = windowColors();
         QPainter painter(this);
         painter.setRenderHint(QPainter::Antialiasing);
         if (isChecked() || hasFocus() || underMouse()) {
@@ -114,7 +114,7 @@ void SegmentedPicker::paintEvent(QPaintEvent*) {
     QPainter painter(this);
     painter.setRenderHint(QPainter::Antialiasing);
     painter.setPen(Qt::NoPen);
-    painter.setBrush(settingsColors().fill);
+    painter.setBrush(windowColors().fill);
     painter.drawRoundedRect(rect(), trackRadius, trackRadius);
 }
 

@@ -4,31 +4,69 @@
 #include <QCloseEvent>
 #include <QDialog>
 #include <QHBoxLayout>
+#include <QLabel>
+#include <QMargins>
 #include <QPointer>
 #include <QPushButton>
 #include <QResizeEvent>
+#include <QScreen>
 #include <QScrollArea>
 #include <QShortcut>
 #include <QStyle>
 #include <QVBoxLayout>
+#include <QWindow>
 #include <utility>
 
-#include "ui/settings/SettingsLayout.h"
-#include "ui/settings/SettingsStyle.h"
-#include "ui/settings/SymbolButton.h"
+#include "ui/WindowStyle.h"
+#include "ui/settings/DictionarySection.h"
+#include "ui/settings/ModesSection.h"
+#include "ui/settings/SettingsModel.h"
+#include "ui/settings/Symbols.h"
 #include "ui/tray/MenuWidget.h"
 
 namespace nulo {
 namespace {
 
+constexpr QSize usualSize(580, 620);
+constexpr QSize leastSize(550, 560);
+// What a window manager puts around the window. It says so only when the window is on the screen,
+// where its place is settled already; so this is as much as any of the usual ones takes.
+constexpr QMargins windowFrame(6, 40, 6, 6);
 constexpr int padding = 20;
 const QString notKept = QStringLiteral("Mode inclus : ce changement ne sera pas enregistre.");
 
-}  // namespace
+/// The content of the settings window: dictionary, modes and, below them, the button that saves.
+/// Edits copies; nothing is written before the user asks for it. Main thread.
+class SettingsView final : public QWidget {
+  public:
+    SettingsView(const AppConfig& config, SettingsHost host);
+
+    /// Makes the window as small as `visibleFrame` requires, and lets the user do so.
+    void fitInto(const QRect& visibleFrame);
+
+  protected:
+    void closeEvent(QCloseEvent* event) override;
+    void resizeEvent(QResizeEvent* event) override;
+
+  private:
+    QWidget* makeContent();
+    QWidget* makeBottomBar();
+    QWidget* makeMenuButton(QWidget* parent);
+    void takeShortcutsOfProgramMenu();
+    void saveConfig();
+    void showStatus(const QString& text, bool isError);
+    void edited();
+
+    SettingsHost m_host;
+    SettingsModel m_model;
+    DictionarySection* m_dictionary = nullptr;
+    ModesSection* m_modes = nullptr;
+    QLabel* m_status = nullptr;
+};
 
 SettingsView::SettingsView(const AppConfig& config, SettingsHost host)
     : m_host(std::move(host)), m_model(config) {
-    applyTheme();
+    dressWindow(*this);
     auto* scrollArea = new QScrollArea(this);
     scrollArea->setWidgetResizable(true);
     scrollArea->setFocusPolicy(Qt::NoFocus);
@@ -148,21 +186,15 @@ void SettingsView::edited() {
         showStatus(status, false);
 }
 
-void SettingsView::applyTheme() {
-    const QString sheet = settingsStyleSheet(settingsColors());
-    if (sheet != styleSheet())  // setting one changes palettes, which leads here again
-        setStyleSheet(sheet);
+void SettingsView::fitInto(const QRect& visibleFrame) {
+    const QSize room = visibleFrame.marginsRemoved(windowFrame).size();
+    setMinimumSize(leastSize.boundedTo(room));
+    resize(size().boundedTo(room));
 }
 
 void SettingsView::resizeEvent(QResizeEvent* event) {
     QWidget::resizeEvent(event);
     m_dictionary->setMostHeightOfWords(height() / 3);
-}
-
-void SettingsView::changeEvent(QEvent* event) {
-    QWidget::changeEvent(event);
-    if (event->type() == QEvent::PaletteChange || event->type() == QEvent::ThemeChange)
-        applyTheme();
 }
 
 void SettingsView::closeEvent(QCloseEvent* event) {
@@ -171,6 +203,29 @@ void SettingsView::closeEvent(QCloseEvent* event) {
     event->accept();
     if (const auto close = m_host.onClose)
         close();
+}
+
+}  // namespace
+
+std::unique_ptr<QWidget> makeSettingsWindow(const AppConfig& config, SettingsHost host,
+                                            const QRect& visibleFrame) {
+    auto window = std::make_unique<SettingsView>(config, std::move(host));
+    window->setWindowTitle("Nulo - Reglages");
+    window->setWindowFlags(Qt::Window | Qt::WindowTitleHint | Qt::WindowSystemMenuHint |
+                           Qt::WindowMinimizeButtonHint | Qt::WindowCloseButtonHint);
+    window->setAttribute(Qt::WA_QuitOnClose, false);
+    window->resize(usualSize);
+    window->fitInto(visibleFrame);
+    QRect place(QPoint(), window->size());
+    place.moveCenter(visibleFrame.marginsRemoved(windowFrame).center());
+    window->setGeometry(place);
+    window->winId();  // makes the window handle, which alone tells of another screen
+    QObject::connect(window->windowHandle(), &QWindow::screenChanged, window.get(),
+                     [view = window.get()](const QScreen* screen) {
+                         if (screen)
+                             view->fitInto(screen->availableGeometry());
+                     });
+    return window;
 }
 
 }  // namespace nulo

@@ -1,7 +1,10 @@
 #include "ui/settings/Symbols.h"
 
+#include <QPainter>
 #include <QTransform>
 #include <algorithm>
+
+#include "ui/WindowStyle.h"
 
 namespace nulo {
 namespace {
@@ -43,6 +46,32 @@ QPainterPath symbolPath(Symbol symbol, const QRectF& box) {
     return QTransform::fromTranslate(box.center().x(), box.center().y())
         .scale(scale, scale)
         .map(unitPath(symbol));
+}
+
+SymbolButton::SymbolButton(Symbol symbol, const QString& name, QWidget* parent)
+    : QToolButton(parent), m_symbol(symbol) {
+    setAccessibleName(name);
+    setToolTip(name);
+    setFocusPolicy(Qt::StrongFocus);
+    setSizePolicy(QSizePolicy::Fixed, QSizePolicy::Fixed);
+    setAttribute(Qt::WA_Hover);
+}
+
+void SymbolButton::paintEvent(QPaintEvent*) {
+    const WindowColors colors = windowColors();
+    QPainter painter(this);
+    painter.setRenderHint(QPainter::Antialiasing);
+    const QRectF box = QRectF(rect()).adjusted(1, 1, -1, -1);
+    painter.setPen(hasFocus() ? QPen(colors.focus, 2) : QPen(Qt::NoPen));
+    if (isEnabled() && (isDown() || underMouse()))
+        painter.setBrush(isDown() ? colors.border : colors.fill);
+    painter.drawRoundedRect(box, 6, 6);
+    painter.setPen(Qt::NoPen);
+    painter.setOpacity(isEnabled() ? 1 : 0.35);
+    painter.setBrush(colors.text);
+    QRectF symbolBox(0, 0, 14, 14);
+    symbolBox.moveCenter(QRectF(rect()).center());
+    painter.drawPath(symbolPath(m_symbol, symbolBox));
 }
 
 }  // namespace nulo

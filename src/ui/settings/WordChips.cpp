@@ -1,16 +1,13 @@
 #include "ui/settings/WordChips.h"
 
 #include <QAbstractListModel>
-#include <QHelpEvent>
 #include <QKeyEvent>
 #include <QMouseEvent>
 #include <QPainter>
-#include <QStyledItemDelegate>
-#include <QToolTip>
 #include <algorithm>
 #include <utility>
 
-#include "ui/settings/SettingsStyle.h"
+#include "ui/WindowStyle.h"
 #include "ui/settings/Symbols.h"
 #include "ui/tray/OneLine.h"
 
@@ -49,6 +46,8 @@ class WordChipsModel final : public QAbstractListModel {
             return chip.shown;
         if (role == Qt::AccessibleTextRole)
             return chip.word;
+        if (role == Qt::ToolTipRole)
+            return oneLine(chip.word.toStdString(), longestToolTip).toHtmlEscaped();
         return {};
     }
 
@@ -86,10 +85,15 @@ class WordChipsModel final : public QAbstractListModel {
 
 namespace {
 
-class ChipDelegate final : public QStyledItemDelegate {
+class ChipPainter final : public ItemPainter {
   public:
-    ChipDelegate(const WordChipsModel& model, const QListView& view, QObject* parent)
-        : QStyledItemDelegate(parent), m_model(model), m_view(view) {}
+    ChipPainter(const WordChipsModel& model, const QListView& view, QObject* parent)
+        : ItemPainter(parent), m_model(model), m_view(view) {}
+
+    int wantedWidth(const QStyleOptionViewItem& option, const QModelIndex& index) const override {
+        return m_model.textWidth(index.row(), option.fontMetrics) + textMargin + buttonSide +
+               2 * buttonMargin;
+    }
 
     QSize sizeHint(const QStyleOptionViewItem& option, const QModelIndex& index) const override {
         const int widest = m_view.viewport()->width() - 2 * WordChips::chipMargin;
@@ -99,7 +103,7 @@ class ChipDelegate final : public QStyledItemDelegate {
 
     void paint(QPainter* painter, const QStyleOptionViewItem& option,
                const QModelIndex& index) const override {
-        const SettingsColors colors = settingsColors();
+        const WindowColors colors = windowColors();
         const bool isFocused = option.state & QStyle::State_HasFocus;
         const bool isHovered = option.state & QStyle::State_MouseOver;
         const QRectF shape = QRectF(option.rect).adjusted(1, 1, -1, -1);
@@ -125,22 +129,7 @@ class ChipDelegate final : public QStyledItemDelegate {
         painter->restore();
     }
 
-    bool helpEvent(QHelpEvent* event, QAbstractItemView* view, const QStyleOptionViewItem& option,
-                   const QModelIndex& index) override {
-        const bool isCut = wantedWidth(option, index) > option.rect.width() ||
-                           index.data().toString() != index.data(Qt::AccessibleTextRole);
-        const std::string word = index.data(Qt::AccessibleTextRole).toString().toStdString();
-        QToolTip::showText(event->globalPos(),
-                           isCut ? oneLine(word, longestToolTip).toHtmlEscaped() : QString(), view);
-        return true;
-    }
-
   private:
-    int wantedWidth(const QStyleOptionViewItem& option, const QModelIndex& index) const {
-        return m_model.textWidth(index.row(), option.fontMetrics) + textMargin + buttonSide +
-               2 * buttonMargin;
-    }
-
     const WordChipsModel& m_model;
     const QListView& m_view;
 };
@@ -148,21 +137,15 @@ class ChipDelegate final : public QStyledItemDelegate {
 }  // namespace
 
 WordChips::WordChips(const std::vector<std::string>& words, QWidget* parent)
-    : QListView(parent), m_model(new WordChipsModel(words, this)) {
+    : PaintedList("Dictionnaire", parent), m_model(new WordChipsModel(words, this)) {
     setFlow(QListView::LeftToRight);
     setWrapping(true);
     setResizeMode(QListView::Adjust);
     setSpacing(chipMargin);
     setSelectionMode(QAbstractItemView::NoSelection);
-    setEditTriggers(QAbstractItemView::NoEditTriggers);
-    setVerticalScrollMode(QAbstractItemView::ScrollPerPixel);
-    setHorizontalScrollBarPolicy(Qt::ScrollBarAlwaysOff);
-    setFrameShape(QFrame::NoFrame);
-    setTabKeyNavigation(false);
-    setMouseTracking(true);
-    viewport()->setAutoFillBackground(false);
+    setAccessibleDescription("Suppr retire le mot choisi");
     setSizePolicy(QSizePolicy::Expanding, QSizePolicy::Maximum);
-    setItemDelegate(new ChipDelegate(*m_model, *this, this));
+    setItemDelegate(new ChipPainter(*m_model, *this, this));
     setModel(m_model);
 }
 

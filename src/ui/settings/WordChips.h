@@ -1,9 +1,10 @@
 #pragma once
 
-#include <QListView>
 #include <functional>
 #include <string>
 #include <vector>
+
+#include "ui/settings/PaintedList.h"
 
 namespace nulo {
 
@@ -12,7 +13,7 @@ class WordChipsModel;
 /// Words as chips that wrap, each with a remove button. As high as its words need while there is
 /// room, else it scrolls. The arrow keys go through the chips, Delete or Backspace removes one.
 /// Chips are painted rather than widgets, so that thousands of them cost nothing. Main thread.
-class WordChips final : public QListView {
+class WordChips final : public PaintedList {
   public:
     /// Points of empty space around each chip.
     static constexpr int chipMargin = 3;

@@ -1,6 +1,9 @@
-#include "ui/settings/SettingsStyle.h"
+#include "ui/WindowStyle.h"
 
+#include <QEvent>
+#include <QFont>
 #include <QGuiApplication>
+#include <QResizeEvent>
 #include <algorithm>
 #include <cmath>
 
@@ -43,7 +46,7 @@ QColor awayFrom(const QColor& other, QColor color, double enough) {
 
 }  // namespace
 
-SettingsColors::SettingsColors(const QPalette& palette)
+WindowColors::WindowColors(const QPalette& palette)
     : window(palette.color(QPalette::Active, QPalette::Window)),
       card(palette.color(QPalette::Active, QPalette::Base)),
       text(palette.color(QPalette::Active, QPalette::WindowText)),
@@ -61,11 +64,13 @@ SettingsColors::SettingsColors(const QPalette& palette)
         focus = awayFrom(ground, focus, visibleContrast);
 }
 
-SettingsColors settingsColors() {
-    return SettingsColors(QGuiApplication::palette());
+WindowColors windowColors() {
+    return WindowColors(QGuiApplication::palette());
 }
 
-QString settingsStyleSheet(const SettingsColors& colors) {
+namespace {
+
+QString styleSheet(const WindowColors& colors) {
     QString sheet = R"(
 QScrollArea, QScrollArea > QWidget > QWidget#content { background: transparent; border: none; }
 QFrame[card="true"] { background: @card; border: 1px solid @border; border-radius: 10px; }
@@ -129,6 +134,89 @@ QScrollBar::add-page, QScrollBar::sub-page { background: transparent; }
     for (const auto& [name, color] : values)
         sheet.replace(name, color.name());
     return sheet;
+}
+
+/// Lives in the window that it dresses.
+class Dresser final : public QObject {
+  public:
+    explicit Dresser(QWidget& window) : QObject(&window), m_window(window) {
+        dress();
+        window.installEventFilter(this);
+    }
+
+    bool eventFilter(QObject*, QEvent* event) override {
+        if (event->type() == QEvent::PaletteChange || event->type() == QEvent::ThemeChange)
+            dress();
+        return false;
+    }
+
+  private:
+    void dress() {
+        const QString sheet = styleSheet(windowColors());
+        if (sheet != m_window.styleSheet())  // setting one changes palettes, which leads here again
+            m_window.setStyleSheet(sheet);
+    }
+
+    QWidget& m_window;
+};
+
+/// Tells its height for the width that it has. With a label that leaves it to the layout to ask for
+/// every width, nothing around it could shrink below its preferred height.
+class WrappedLabel final : public QLabel {
+  public:
+    using QLabel::QLabel;
+
+    bool hasHeightForWidth() const override { return false; }
+    QSize sizeHint() const override { return {QLabel::sizeHint().width(), wrappedHeight()}; }
+    QSize minimumSizeHint() const override { return {60, wrappedHeight()}; }
+
+  protected:
+    void resizeEvent(QResizeEvent* event) override {
+        QLabel::resizeEvent(event);
+        if (event->size().width() != event->oldSize().width())
+            updateGeometry();
+    }
+
+  private:
+    int wrappedHeight() const { return heightForWidth(width()); }
+};
+
+}  // namespace
+
+void dressWindow(QWidget& window) {
+    new Dresser(window);
+}
+
+QLabel* makeTitle(const QString& text, QWidget* parent) {
+    auto* label = new QLabel(text, parent);
+    QFont font = label->font();
+    font.setPointSizeF(font.pointSizeF() * 1.2);
+    font.setWeight(QFont::DemiBold);
+    label->setFont(font);
+    return label;
+}
+
+QLabel* makeSecondaryLabel(const QString& text, QWidget* parent) {
+    auto* label = new WrappedLabel(text, parent);
+    label->setProperty("secondary", true);
+    label->setWordWrap(true);
+    return label;
+}
+
+QFrame* makeCard(QWidget* parent) {
+    auto* card = new QFrame(parent);
+    card->setProperty("card", true);
+    return card;
+}
+
+QFrame* makeLine(Qt::Orientation orientation, QWidget* parent) {
+    auto* line = new QFrame(parent);
+    line->setProperty("line", true);
+    if (orientation == Qt::Horizontal)
+        line->setFixedHeight(1);
+    else
+        line->setFixedWidth(1);
+    return line;
 }
 
 }  // namespace nulo
