@@ -99,7 +99,7 @@ bool refreshBuiltIns(std::vector<PromptMode>& modes) {
         return std::find_if(modes.begin(), modes.end(),
                             [&id](const PromptMode& mode) { return mode.id == id; });
     };
-    // Decided on the list as it was read, so that an empty one gains the built-ins in their order.
+    // Looks at the list as it was read, so that an empty one gains the built-ins in their order.
     const bool hadVoiceToText = byId(voiceToTextMode().id) != modes.end();
     bool changed = false;
     for (const PromptMode& builtIn : defaultModes()) {

@@ -136,7 +136,7 @@ QScrollBar::add-page, QScrollBar::sub-page { background: transparent; }
     return sheet;
 }
 
-/// Lives in the window that it dresses.
+/// Belongs to the window that it dresses.
 class Dresser final : public QObject {
   public:
     explicit Dresser(QWidget& window) : QObject(&window), m_window(window) {

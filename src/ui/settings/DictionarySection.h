@@ -18,10 +18,10 @@ class DictionarySection final : public QWidget {
     /// The user changed the words.
     std::function<void()> onEdited;
 
-    /// In points: what the words may take of the window's height.
+    /// The most points of height that the words take.
     void setMostHeightOfWords(int height) { m_chips->setMostHeight(height); }
 
-    /// What the user types in first.
+    /// The field that has the keyboard when the window opens.
     QWidget& newWordField() { return *m_newWord; }
 
   private:

@@ -48,7 +48,8 @@ QWidget* ModeEditor::makeForm() {
     m_prompt->setAccessibleName("Prompt");
     m_prompt->setTabChangesFocus(true);
     m_prompt->setMinimumHeight(leastLines * m_prompt->fontMetrics().lineSpacing() + 16);
-    m_prompt->setSizePolicy(QSizePolicy::Expanding, QSizePolicy::Ignored);  // what is left over
+    m_prompt->setSizePolicy(QSizePolicy::Expanding,
+                            QSizePolicy::Ignored);  // takes what is left over
     auto* note =
         makeSecondaryLabel("Ce mode retourne la transcription brute sans reformulation.", form);
     note->setAlignment(Qt::AlignLeft | Qt::AlignTop);
@@ -93,7 +94,7 @@ void ModeEditor::showSelectedMode() {
     m_name->setText(QString::fromStdString(m_model.editedName()));
     m_name->setEnabled(!mode->isBuiltIn);
     {
-        const QSignalBlocker blocker(m_prompt);  // what is shown is not an edit
+        const QSignalBlocker blocker(m_prompt);  // showing a prompt is no edit
         m_prompt->setPlainText(QString::fromStdString(m_model.editedPrompt()));
     }
     const bool isRaw = mode->id == rawTranscriptionMode().id;

@@ -16,7 +16,7 @@ namespace {
 constexpr int rowMargin = 6;
 constexpr int textMargin = 8;
 constexpr int rowPadding = 6;  // above and below its name
-// Of the list, in heights of a line: what it keeps in a narrow window, and what it gets at most.
+// The least and the most width of the list, in heights of a line.
 constexpr int narrowest = 6;
 constexpr int widest = 13;
 constexpr int rowsInSight = 5;
@@ -125,7 +125,7 @@ class ModeRowPainter final : public ItemPainter {
         small.setPointSizeF(small.pointSizeF() * 0.85);
         return small;
     }
-    /// Of a row: everything but the name.
+    /// The width that a row needs besides its name.
     static int widthBesideName(const QStyleOptionViewItem& option, const QModelIndex& index) {
         const int margins = 2 * (rowMargin + textMargin);
         if (!index.data(builtInRole).toBool())
@@ -194,7 +194,7 @@ void ModeList::refreshSelectedRow() {
 
 QItemSelectionModel::SelectionFlags ModeList::selectionCommand(const QModelIndex& index,
                                                                const QEvent*) const {
-    // Never the toggling that Ctrl means otherwise: the row in the editor stays marked.
+    // With Ctrl held a click would take the mark from the row that the editor shows.
     return index.isValid() ? QItemSelectionModel::ClearAndSelect : QItemSelectionModel::NoUpdate;
 }
 

@@ -20,7 +20,7 @@ class ItemPainter : public QStyledItemDelegate {
   public:
     using QStyledItemDelegate::QStyledItemDelegate;
 
-    /// Of an item that shows its whole text, in points.
+    /// The width in points at which the item shows its whole text.
     virtual int wantedWidth(const QStyleOptionViewItem& option, const QModelIndex& index) const = 0;
 
     bool helpEvent(QHelpEvent* event, QAbstractItemView* view, const QStyleOptionViewItem& option,

@@ -26,9 +26,9 @@ class EditableNSSecureTextField final : public QLineEdit {
     void keyPressEvent(QKeyEvent* event) override;
 };
 
-/// A text field that keeps a string in step with what it shows, in both directions. Line breaks
-/// that are pasted into it are spaces, as it shows them. It passes the
-/// keyboard focus, and its accessible name, on to the field in it. Main thread.
+/// A text field that keeps a string in step with what it shows, in both directions. It
+/// shows line breaks that are pasted as spaces, and hands them on as spaces. It passes the keyboard
+/// focus, and its accessible name, on to the field in it. Main thread.
 class PasteableTextField final : public QWidget {
   public:
     enum class Kind { plain, secure };

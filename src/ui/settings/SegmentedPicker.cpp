@@ -76,7 +76,7 @@ SegmentedPicker::SegmentedPicker(std::vector<Segment> segments, QWidget* parent)
 
 void SegmentedPicker::setValue(const std::string& value) {
     const QSignalBlocker blocker(&m_group);
-    m_group.setExclusive(false);  // or the last chosen one could not be let go of
+    m_group.setExclusive(false);  // an exclusive group would keep the last one chosen
     for (int row = 0; QAbstractButton* button = m_group.button(row); ++row)
         button->setChecked(m_segments[static_cast<std::size_t>(row)].value == value);
     m_group.setExclusive(true);

@@ -41,7 +41,7 @@ class SettingsView final : public QWidget {
   public:
     SettingsView(const AppConfig& config, SettingsHost host);
 
-    /// Makes the window as small as `visibleFrame` requires, and lets the user do so.
+    /// Makes the window no larger than `visibleFrame` and its frame allow.
     void fitInto(const QRect& visibleFrame);
 
   protected:
@@ -120,7 +120,7 @@ QWidget* SettingsView::makeBottomBar() {
     save->setToolTip(key.toString(QKeySequence::NativeText));
     layout->addWidget(save);
     connect(save, &QPushButton::clicked, this, [this] { saveConfig(); });
-    // Not the button's own shortcut, which would animate a click and save only after that.
+    // The button's own shortcut would animate a click and save only after that.
     for (const QKeySequence& sequence : {key, QKeySequence(Qt::CTRL | Qt::Key_Enter)})
         connect(new QShortcut(sequence, this), &QShortcut::activated, this,
                 [this] { saveConfig(); });
@@ -134,7 +134,7 @@ void SettingsView::takeShortcutsOfProgramMenu() {
         if (entry.shortcut.empty() || !entry.action)
             continue;
         const QKeySequence keys(QString::fromStdString(entry.shortcut));
-        // Later: the action may destroy the window.
+        // Queued, because the action may destroy the window.
         connect(new QShortcut(keys, this), &QShortcut::activated, this, entry.action,
                 Qt::QueuedConnection);
     }
@@ -171,7 +171,7 @@ void SettingsView::showStatus(const QString& text, bool isError) {
     m_status->setText(text);
     m_status->setToolTip(text.toHtmlEscaped());
     m_status->setProperty("error", isError);
-    m_status->style()->polish(m_status);  // or the style sheet would not see the property
+    m_status->style()->polish(m_status);  // makes the style sheet look at the property
     if (text.isEmpty())
         return;
     QAccessibleEvent event(m_status, QAccessible::Alert);
@@ -180,7 +180,7 @@ void SettingsView::showStatus(const QString& text, bool isError) {
 
 void SettingsView::edited() {
     if (m_status->property("error").toBool())
-        return;  // it stays true until the next try
+        return;  // the failure stays true until the next try
     const QString status = m_model.editsAreDropped() ? notKept : QString();
     if (m_status->text() != status)
         showStatus(status, false);
@@ -219,7 +219,7 @@ std::unique_ptr<QWidget> makeSettingsWindow(const AppConfig& config, SettingsHos
     QRect place(QPoint(), window->size());
     place.moveCenter(visibleFrame.marginsRemoved(windowFrame).center());
     window->setGeometry(place);
-    window->winId();  // makes the window handle, which alone tells of another screen
+    window->winId();  // makes the handle, which tells when the window comes to another screen
     QObject::connect(window->windowHandle(), &QWindow::screenChanged, window.get(),
                      [view = window.get()](const QScreen* screen) {
                          if (screen)

@@ -51,7 +51,7 @@ class WordChipsModel final : public QAbstractListModel {
         return {};
     }
 
-    /// Measured once: a layout asks for every chip's width.
+    /// Keeps each width, because every layout asks for all of them.
     int textWidth(int row, const QFontMetrics& metrics) const {
         const Chip& chip = m_chips[static_cast<std::size_t>(row)];
         if (chip.width < 0)
@@ -221,7 +221,7 @@ void WordChips::focusInEvent(QFocusEvent* event) {
 
 void WordChips::resizeEvent(QResizeEvent* event) {
     QListView::resizeEvent(event);
-    // At once: the delayed layout would show chips at their old places, and a wrong height, first.
+    // The delayed layout would first show the chips at their old places, and a wrong height.
     if (event->size().width() != event->oldSize().width())
         doItemsLayout();
 }

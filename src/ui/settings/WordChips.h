@@ -12,7 +12,7 @@ class WordChipsModel;
 
 /// Words as chips that wrap, each with a remove button. As high as its words need while there is
 /// room, else it scrolls. The arrow keys go through the chips, Delete or Backspace removes one.
-/// Chips are painted rather than widgets, so that thousands of them cost nothing. Main thread.
+/// Main thread.
 class WordChips final : public PaintedList {
   public:
     /// Points of empty space around each chip.
@@ -20,7 +20,7 @@ class WordChips final : public PaintedList {
 
     WordChips(const std::vector<std::string>& words, QWidget* parent);
 
-    /// In points; what it may take of the window's height.
+    /// The most points of height that the words take.
     void setMostHeight(int height);
     QSize sizeHint() const override;
     QSize minimumSizeHint() const override;
