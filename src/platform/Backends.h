@@ -5,14 +5,14 @@
 
 #include "audio/AudioFileWriter.h"
 #include "audio/CaptureEngine.h"
-#include "base/LoginItem.h"
 #include "base/MainQueue.h"
 #include "base/Print.h"
-#include "base/StatusItem.h"
+#include "desktop/LoginItem.h"
 #include "desktop/Notifications.h"
+#include "desktop/StatusItem.h"
 #include "pasting/Pasting.h"
 
-#include "base/UserDefaults.h"
+#include "desktop/UserDefaults.h"
 #include "hotkey/EventTap.h"
 #include "transcription/HttpSession.h"
 #include "update/ProcessLauncher.h"

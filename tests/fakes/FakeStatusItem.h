@@ -6,7 +6,7 @@
 #include <utility>
 #include <vector>
 
-#include "base/StatusItem.h"
+#include "desktop/StatusItem.h"
 
 namespace nulo {
 

@@ -3,7 +3,7 @@
 #include <map>
 #include <string>
 
-#include "base/UserDefaults.h"
+#include "desktop/UserDefaults.h"
 
 namespace nulo {
 

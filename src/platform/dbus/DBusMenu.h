@@ -4,7 +4,7 @@
 #include <functional>
 #include <vector>
 
-#include "base/StatusItem.h"
+#include "desktop/StatusItem.h"
 #include "platform/dbus/BusObject.h"
 #include "platform/dbus/DBusMenuTypes.h"
 

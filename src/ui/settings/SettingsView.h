@@ -7,7 +7,7 @@
 #include <optional>
 
 #include "base/Result.h"
-#include "base/StatusItem.h"
+#include "desktop/StatusItem.h"
 #include "config/AppConfig.h"
 
 namespace nulo {

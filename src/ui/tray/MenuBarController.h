@@ -9,8 +9,8 @@
 #include "base/Lifetime.h"
 #include "base/Print.h"
 #include "base/Result.h"
-#include "base/StatusItem.h"
 #include "config/ConfigFile.h"
+#include "desktop/StatusItem.h"
 #include "hotkey/GlobalKeyMonitor.h"
 
 namespace nulo {

@@ -4,7 +4,7 @@
 #include <QProxyStyle>
 #include <set>
 
-#include "base/StatusItem.h"
+#include "desktop/StatusItem.h"
 
 namespace nulo {
 

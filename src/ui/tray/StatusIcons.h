@@ -1,6 +1,6 @@
 #pragma once
 
-#include "base/StatusItem.h"
+#include "desktop/StatusItem.h"
 
 namespace nulo {
 

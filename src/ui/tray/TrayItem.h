@@ -4,7 +4,7 @@
 #include <memory>
 #include <optional>
 
-#include "base/StatusItem.h"
+#include "desktop/StatusItem.h"
 
 namespace nulo {
 

@@ -2,7 +2,7 @@
 
 #include <QSystemTrayIcon>
 
-#include "base/StatusItem.h"
+#include "desktop/StatusItem.h"
 #include "ui/tray/MenuWidget.h"
 
 namespace nulo {

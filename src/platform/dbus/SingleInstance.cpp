@@ -1,4 +1,4 @@
-#include "platform/dbus/RemoteControl.h"
+#include "platform/dbus/SingleInstance.h"
 
 #include <QDBusConnection>
 #include <QDBusMessage>
