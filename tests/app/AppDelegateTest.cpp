@@ -5,7 +5,6 @@
 
 #include <QAbstractButton>
 #include <QApplication>
-#include <QMenu>
 #include <fstream>
 
 #include "fakes/FakeAudioFileWriter.h"
@@ -174,19 +173,6 @@ TEST_F(AppDelegateTest, startsInOrderAndWarmsUpAfterASecond) {
     EXPECT_THAT(requests(), ElementsAre("HEAD http://127.0.0.1:8737/api/version"));
 }
 
-TEST_F(AppDelegateTest, theChordRecordsAndItsEndSendsTheTake) {
-    writeServiceFile(R"({"baseURL": "https://a.example", "headers": {"X-Key": "k"}})");
-    launch();
-    pressChord();
-    EXPECT_TRUE(m_microphone.isRunning());
-    m_queue.advance(2s);
-    releaseChord();
-    EXPECT_FALSE(m_microphone.isRunning());
-    EXPECT_THAT(requests(), Contains("POST https://a.example/api/transcribe"));
-    EXPECT_THAT(m_http.exchanges.back().request.headers,
-                Contains(std::pair<std::string, std::string>("X-Key", "k")));
-}
-
 TEST_F(AppDelegateTest, aRefusedServiceFileIsSaidAndSendsNothingAnywhere) {
     writeServiceFile(R"({"baseURL": "http://example.org"})");
     launch();
@@ -212,6 +198,9 @@ TEST_F(AppDelegateTest, dictatesAsSoonAsTheConfigurationIsMended) {
     EXPECT_THAT(requests(), IsEmpty());
     m_queue.advance(1.1s);
     EXPECT_THAT(m_updateHttp.urls, ElementsAre("https://a.example/api/version"));
+
+    choose(m_statusItem.menu, "Rechercher une mise a jour...");
+    EXPECT_EQ(m_updateHttp.urls.size(), 2u);
 
     m_configFile.save(defaultConfig());
     dictate();
@@ -276,103 +265,58 @@ TEST_F(AppDelegateTest, quittingWhileRecordingSendsNothingAndLetsTheKeyboardGo) 
     m_queue.advance(10s);
 }
 
-// A dialog at every start, one for what the user cannot change, or two on top of each other.
-TEST_F(AppDelegateTest, asksForThePermissionThatTheUserCanGive) {
-    m_permissionIsTheUsersToGive = true;
-    m_tapSource.trusted = false;
-    launch();
-    EXPECT_EQ(m_statusItem.icon.description, "Nulo - Accessibilite requise");
-    m_queue.advance(1.9s);
-    EXPECT_EQ(alertsShown(), 0);
-    m_queue.advance(0.2s);
-    EXPECT_EQ(alertsShown(), 1);
-    click("Ouvrir les Reglages");
-    EXPECT_EQ(m_helpOpened, 1);
-    EXPECT_EQ(alertsShown(), 0);
+// No dialog, two on top of each other, or one each time that another program takes the keyboard.
+TEST_F(AppDelegateTest, explainsAMissingPermission) {
+    for (const bool isTheUsers : {true, false}) {
+        m_permissionIsTheUsersToGive = isTheUsers;
+        m_tapSource.trusted = false;
+        launch();
+        EXPECT_EQ(m_statusItem.icon.description, "Nulo - Accessibilite requise");
+        m_queue.advance(1.9s);
+        EXPECT_EQ(alertsShown(), 0);
+        m_queue.advance(0.2s);
+        EXPECT_EQ(alertsShown(), 1);
+        click("Ouvrir les Reglages");
+        EXPECT_EQ(std::exchange(m_helpOpened, 0), 1);
 
-    m_tapSource.trusted = true;
-    m_queue.advance(2.1s);
-    EXPECT_THAT(m_printed.lines(), Contains("Accessibility granted — Nulo is ready."));
-    EXPECT_EQ(m_statusItem.icon.description, "Nulo");
-    EXPECT_THAT(titles(m_statusItem.menu), Contains("Mode"));
-    m_tapSource.onObstructed(true);
-    EXPECT_EQ(m_statusItem.icon.description, "Nulo - Accessibilite requise");
-    m_tapSource.onObstructed(false);
-    EXPECT_EQ(m_statusItem.icon.description, "Nulo");
-    m_tapSource.trusted = false;
-    m_queue.advance(5.1s);
-    EXPECT_EQ(alertsShown(), 1);
-    EXPECT_THAT(titles(m_statusItem.menu), Contains("⚠️ Accessibilite requise"));
-    m_delegate.reset();
-    EXPECT_EQ(alertsShown(), 0);
-}
-
-// A dialog each time that another program takes the keyboard and gives it back.
-TEST_F(AppDelegateTest, explainsAPermissionThatComesAndGoesOnce) {
-    m_tapSource.trusted = false;
-    launch();
-    m_queue.advance(2.1s);
-    EXPECT_EQ(m_statusItem.icon.description, "Nulo - Accessibilite requise");
-    click("Plus tard");
-    m_tapSource.trusted = true;
-    m_queue.advance(2.1s);
-    m_tapSource.trusted = false;
-    m_queue.advance(5.1s);
-    EXPECT_EQ(m_statusItem.icon.description, "Nulo - Accessibilite requise");
-    EXPECT_EQ(alertsShown(), 0);
+        m_tapSource.trusted = true;
+        m_queue.advance(2.1s);
+        EXPECT_EQ(m_statusItem.icon.description, "Nulo");
+        EXPECT_THAT(titles(m_statusItem.menu), Contains("Mode"));
+        for (const bool obstructed : {true, false}) {
+            m_tapSource.onObstructed(obstructed);
+            EXPECT_EQ(m_statusItem.icon.description,
+                      obstructed ? "Nulo - Accessibilite requise" : "Nulo");
+        }
+        m_tapSource.trusted = false;
+        m_queue.advance(5.1s);
+        EXPECT_EQ(alertsShown(), isTheUsers ? 1 : 0);
+        EXPECT_THAT(titles(m_statusItem.menu), Contains("⚠️ Accessibilite requise"));
+        m_delegate.reset();
+        EXPECT_EQ(alertsShown(), 0);
+    }
+    EXPECT_THAT(m_printed.lines(), Contains("Accessibility granted — Nulo is ready.").Times(2));
     EXPECT_THAT(m_printed.lines(), Contains(HasSubstr("Option+Space is off")).Times(2));
 }
 
-TEST_F(AppDelegateTest, offersToStartAtLoginOnceWhateverTheAnswer) {
+TEST_F(AppDelegateTest, offersToStartAtLoginOnce) {
     m_defaults.booleans.clear();
+    m_loginItem.result = Error{"cannot write it"};
     launch();
     EXPECT_EQ(m_defaults.boolean("nuloHasLaunched"), true);
     m_queue.advance(0.9s);
     EXPECT_EQ(alertsShown(), 0);
     m_queue.advance(0.2s);
-    click("Non merci");
-    EXPECT_EQ(m_loginItem.registrations, 0);
+    click("Oui, activer");
+    EXPECT_THAT(m_printed.lines(), Contains("Failed to register login item: cannot write it"));
     launch();
     m_queue.advance(10s);
     EXPECT_EQ(alertsShown(), 0);
-
-    m_defaults.booleans.clear();
-    launch();
-    m_queue.advance(1.1s);
-    click("Oui, activer");
-    EXPECT_THAT(m_printed.lines(), Contains("Login item registered."));
-
-    m_defaults.booleans.clear();
-    m_loginItem.result = Error{"cannot write it"};
-    launch();
-    m_queue.advance(1.1s);
-    click("Oui, activer");
-    EXPECT_THAT(m_printed.lines(), Contains("Failed to register login item: cannot write it"));
-    EXPECT_EQ(m_loginItem.registrations, 2);
-}
-
-TEST_F(AppDelegateTest, looksForUpdatesQuietlyAfterThreeSecondsAndWhenAsked) {
-    m_defaults.numbers.clear();
-    writeServiceFile(R"({"baseURL": "https://a.example"})");
-    launch();
-    m_queue.advance(2.9s);
-    EXPECT_THAT(m_updateHttp.urls, IsEmpty());
-    m_queue.advance(0.2s);
-    EXPECT_THAT(m_updateHttp.urls, ElementsAre("https://a.example/api/version"));
-    m_updateHttp.answerGet(Error{"unreachable"});
-    EXPECT_THAT(m_updateWindows.shown, IsEmpty());
-
-    choose(m_statusItem.menu, "Rechercher une mise a jour...");
-    m_updateHttp.answerGet(Error{"unreachable"});
-    EXPECT_THAT(m_updateWindows.shown,
-                ElementsAre("error: Impossible de verifier les mises a jour."));
-    choose(m_statusItem.menu, "Quitter");
-    EXPECT_EQ(m_terminations, 1);
 }
 
 // A desktop's own shortcut, pressed twice or while the chord is held.
 TEST_F(AppDelegateTest, isDrivenFromOutsideLikeByTheChord) {
-    writeServiceFile(R"({"baseURL": "https://a.example"})");
+    writeServiceFile(R"({"baseURL": "https://a.example", "headers": {"X-Key": "k"}})");
     launch();
     m_remoteControl.actions.stopRecording();
     m_remoteControl.actions.toggle();
@@ -384,6 +328,8 @@ TEST_F(AppDelegateTest, isDrivenFromOutsideLikeByTheChord) {
     m_remoteControl.actions.stopRecording();
     EXPECT_FALSE(m_microphone.isRunning());
     EXPECT_THAT(requests(), Contains("POST https://a.example/api/transcribe"));
+    EXPECT_THAT(m_http.exchanges.back().request.headers,
+                Contains(std::pair<std::string, std::string>("X-Key", "k")));
     pressChord();
     EXPECT_THAT(m_remoteControl.states, ElementsAre(true, false, true));
     releaseChord();
@@ -391,24 +337,6 @@ TEST_F(AppDelegateTest, isDrivenFromOutsideLikeByTheChord) {
     m_delegate.reset();
     m_remoteControl.actions.toggle();
     EXPECT_FALSE(m_microphone.isRunning());
-}
-
-TEST_F(AppDelegateTest, theSettingsWindowLeadsToTheMenuWhereThereIsNoTray) {
-    launch();
-    const auto hasMenuButton = [this] {
-        m_remoteControl.actions.showSettings();
-        for (QWidget* window : QApplication::topLevelWidgets())
-            if (window->isVisible() && window->windowTitle() == "Nulo - Reglages") {
-                const bool found = window->findChild<QMenu*>() != nullptr;
-                window->close();
-                return found;
-            }
-        ADD_FAILURE() << "no settings window";
-        return false;
-    };
-    EXPECT_TRUE(hasMenuButton());
-    m_statusItem.shown = true;
-    EXPECT_FALSE(hasMenuButton());
 }
 
 }  // namespace

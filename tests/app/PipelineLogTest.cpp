@@ -6,7 +6,6 @@
 #include <fstream>
 #include <sstream>
 
-#include "app/DebugTimer.h"
 #include "fakes/PrintedLines.h"
 #include "rig/process/FakeClock.h"
 #include "rig/process/TemporaryFolder.h"
@@ -67,20 +66,8 @@ TEST(PipelineLog, echoesWhenTheFileCannotBeWritten) {
     FakeClock clock;
     PrintedLines printed;
     PipelineLog log("/dev/null/nulo", clock, printed.print());
-    log.startSession("/dev/null/take");
     log.log("still there");
     EXPECT_EQ(printed.lines().size(), 1u);
-}
-
-TEST(DebugTimer, measuresFromTheLastLapOrForcedStep) {
-    FakeClock clock;
-    DebugTimer timer(clock);
-    EXPECT_EQ(timer.summary(), "Total 0ms");
-    clock.advance(900ms);
-    timer.forceStep("Upload", 312);
-    clock.advance(120ms + 999us);
-    EXPECT_EQ(timer.lap("TTFT"), 120);
-    EXPECT_EQ(timer.summary(), "Upload 312ms | TTFT 120ms | Total 1020ms");
 }
 
 }  // namespace

@@ -46,27 +46,12 @@ ScreenReader::~ScreenReader() {
     QDBusConnection::disconnectFromBus(m_bus.name());
 }
 
-std::vector<std::string> ScreenReader::windows() const {
-    std::vector<std::string> titles;
-    for (const Node& window : shownWindows())
-        titles.push_back(window.name.toStdString());
-    return titles;
-}
-
 bool ScreenReader::waitForWindow(const std::string& title) const {
     return waitUntil([&] { return !shownIn(title).isEmpty(); });
 }
 
 bool ScreenReader::waitForNoWindow() const {
     return waitUntil([&] { return shownWindows().isEmpty(); });
-}
-
-std::vector<std::string> ScreenReader::textsIn(const std::string& window) const {
-    std::vector<std::string> texts;
-    for (const Node& node : shownIn(window))
-        if (!node.name.isEmpty())
-            texts.push_back(node.name.toStdString());
-    return texts;
 }
 
 std::vector<std::string> ScreenReader::buttonsIn(const std::string& window) const {

@@ -21,12 +21,9 @@ class ScreenReader {
     ScreenReader(const ScreenReader&) = delete;
     ScreenReader& operator=(const ScreenReader&) = delete;
 
-    /// Titles of the windows that are shown.
-    std::vector<std::string> windows() const;
+    /// By its title.
     bool waitForWindow(const std::string& title) const;
     bool waitForNoWindow() const;
-    /// Names of all that is shown in the window, in reading order, without those that have none.
-    std::vector<std::string> textsIn(const std::string& window) const;
     /// Names of the buttons shown in the window, in reading order.
     std::vector<std::string> buttonsIn(const std::string& window) const;
     /// Presses the button of that name; false when there is none.
