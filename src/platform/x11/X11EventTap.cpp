@@ -31,7 +31,8 @@ struct TapState {
     TapState() : wake(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {}
     ~TapState() { close(wake); }
 
-    const int wake;                           // the tap's thread
+    const int wake;  // the tap's thread
+    std::atomic<bool> exists = false;
     std::atomic<bool> working = false;        // connected and grabbing
     std::atomic<const char*> obstacle = {};   // as X11EventTapSession::obstacle()
     std::atomic<bool> mustLetGo = false;      // asked of the tap's thread
@@ -60,7 +61,7 @@ class X11EventTap final : public EventTap {
         wake();
         if (m_thread.joinable())
             m_thread.join();
-        m_state->working = false;
+        m_state->working = m_state->exists = false;
     }
 
     /// Once. The thread runs only when this succeeded.
@@ -71,6 +72,7 @@ class X11EventTap final : public EventTap {
         if (const char* obstacle = session.value()->obstacle())
             return Error{obstacle};
         m_state->mustLetGo = false;
+        m_state->exists = true;
         adopt(std::move(session.value()));
         m_thread = std::thread([this] { run(); });
         return Success{};
@@ -263,10 +265,16 @@ class X11EventTapSource final : public EventTapSource {
         })] { m_mainQueue.async(look); };
     }
 
-    /// While a tap works, an obstacle is not a matter of trust: it comes and goes with the window.
+    /// While there is a tap, an obstacle is not a matter of trust: it comes and goes with the
+    /// window.
     bool isTrusted() override {
         if (m_state->working)
             return true;
+        if (m_state->exists) {  // the grabs of a look would be in the way of the tap's own
+            const Outcome outcome = X11EventTapSession::check(m_gate, m_ignore);
+            explain(outcome ? std::string() : outcome.error().description);
+            return outcome.ok();
+        }
         const auto session = X11EventTapSession::open(
             m_gate, m_ignore, [](auto) {}, false);
         const char* const obstacle = session ? session.value()->obstacle() : nullptr;

@@ -2,7 +2,6 @@
 
 #include <xcb/xtest.h>
 
-#include <algorithm>
 #include <string_view>
 
 namespace nulo {
@@ -24,14 +23,19 @@ X11EventTapSession::X11EventTapSession(InjectionGate& gate, const Handler& handl
     : m_gate(gate), m_handler(handler), m_expectDelay(std::move(expectDelay)) {}
 
 X11EventTapSession::~X11EventTapSession() {
-    if (m_connection && !xcb_connection_has_error(m_connection.get())) {
-        // Another session may follow at once: the server must have seen the grabs go before.
-        dropGrabs();
-        xcb_ungrab_keyboard(m_connection.get(), XCB_CURRENT_TIME);
-        focusWindow();
-    }
-    m_connection.reset();
-    m_gate.setKeyboardHeld(false);
+    if (!m_grabs || xcb_connection_has_error(m_connection.get()))
+        return;
+    // Another session may follow at once: the server must have seen the grabs go before.
+    m_grabs->drop();
+    xcb_ungrab_keyboard(m_connection.get(), XCB_CURRENT_TIME);
+    NULO_XCB(xcb_get_input_focus, m_connection.get());
+}
+
+Outcome X11EventTapSession::check(InjectionGate& gate, const Handler& handler) {
+    X11EventTapSession session(gate, handler, [](auto) {});
+    if (const auto error = session.connect())
+        return *error;
+    return Success{};
 }
 
 Result<std::unique_ptr<X11EventTapSession>> X11EventTapSession::open(InjectionGate& gate,
@@ -44,9 +48,9 @@ Result<std::unique_ptr<X11EventTapSession>> X11EventTapSession::open(InjectionGa
         return *error;
     session->m_focusMayHaveMoved = true;
     session->refresh();
+    session->m_grabs->lookForGrabOnDesktop();
     if (xcb_connection_has_error(session->m_connection.get()))
         return noAnswer;
-    session->lookForGrabOnDesktop();
     session->m_hidingSpace =
         hideSpace && session->m_keys->isOptionDown() && session->m_keys->isSpaceDown();
     return session;
@@ -55,15 +59,14 @@ Result<std::unique_ptr<X11EventTapSession>> X11EventTapSession::open(InjectionGa
 std::optional<Error> X11EventTapSession::connect() {
     int screenNumber = 0;
     m_connection.reset(xcb_connect(nullptr, &screenNumber));
-    m_probe.reset(xcb_connect(nullptr, nullptr));
-    m_holder = m_connection.get();
-    xcb_connection_t* connection = m_connection.get();
-    if (xcb_connection_has_error(connection) || xcb_connection_has_error(m_probe.get()))
+    m_helper.reset(xcb_connect(nullptr, nullptr));
+    xcb_connection_t* const connection = m_connection.get();
+    if (xcb_connection_has_error(connection) || xcb_connection_has_error(m_helper.get()))
         return Error{"the X server cannot be reached"};
     auto screen = xcb_setup_roots_iterator(xcb_get_setup(connection));
     for (; screenNumber > 0 && screen.rem > 1; --screenNumber)
         xcb_screen_next(&screen);
-    m_root = screen.data->root;
+    const xcb_window_t root = screen.data->root;
 
     if (!isPresent(connection, &xcb_test_id))
         return Error{"the X server has no XTEST extension"};
@@ -72,40 +75,38 @@ std::optional<Error> X11EventTapSession::connect() {
     m_inputOpcode = xcb_get_extension_data(connection, &xcb_input_id)->major_opcode;
     m_keyboardEvent = xcb_get_extension_data(connection, &xcb_xkb_id)->first_event;
 
-    const auto version = xcb_input_xi_query_version(connection, 2, 2);
-    const auto keyboard = xcb_xkb_use_extension(connection, 1, 0);
-    const auto atom = xcb_intern_atom(connection, 0, 18, "_NET_ACTIVE_WINDOW");
-    const XcbMemory<xcb_input_xi_query_version_reply_t> versionReply(
-        xcb_input_xi_query_version_reply(connection, version, nullptr));
-    const XcbMemory<xcb_xkb_use_extension_reply_t> keyboardReply(
-        xcb_xkb_use_extension_reply(connection, keyboard, nullptr));
-    const XcbMemory<xcb_intern_atom_reply_t> atomReply(
-        xcb_intern_atom_reply(connection, atom, nullptr));
-    if (!versionReply || !keyboardReply || !atomReply)
+    const auto version = NULO_XCB(xcb_input_xi_query_version, connection, 2, 2);
+    const auto keyboard = NULO_XCB(xcb_xkb_use_extension, connection, 1, 0);
+    const auto atom = NULO_XCB(xcb_intern_atom, connection, 0, 18, "_NET_ACTIVE_WINDOW");
+    if (!version || !keyboard || !atom)
         return noAnswer;
-    if (std::pair(versionReply->major_version, versionReply->minor_version) <
+    if (std::pair(version->major_version, version->minor_version) <
         std::pair<std::uint16_t, std::uint16_t>(2, 1))
         return Error{"the X server's input extension is older than 2.1"};
-    m_activeWindow = atomReply->atom;
+    m_activeWindow = atom->atom;
 
-    selectEvents();
-    m_windowManager.emplace(connection, m_root);
+    selectEvents(root);
+    m_events.emplace(connection);
+    m_windowManager.emplace(connection, root);
     m_keys = X11KeyWatch::begin(connection, m_gate);
     if (!m_keys)
         return noAnswer;
+    m_grabs.emplace(connection, m_helper.get(), root, *m_keys);
+    m_queue.emplace(*m_events, m_helper.get(), m_keyboardEvent, *m_keys, *m_windowManager, m_gate,
+                    m_expectDelay);
     return std::nullopt;
 }
 
-void X11EventTapSession::selectEvents() {
-    xcb_connection_t* connection = m_connection.get();
+void X11EventTapSession::selectEvents(xcb_window_t root) {
+    xcb_connection_t* const connection = m_connection.get();
     struct {
         xcb_input_event_mask_t header;
         std::uint32_t bits;
     } mask{{XCB_INPUT_DEVICE_ALL, 1},
            XCB_INPUT_XI_EVENT_MASK_RAW_KEY_PRESS | XCB_INPUT_XI_EVENT_MASK_RAW_KEY_RELEASE |
                XCB_INPUT_XI_EVENT_MASK_RAW_BUTTON_PRESS};
-    xcb_input_xi_select_events(connection, m_root, 1, &mask.header);
-    xcb_change_window_attributes(connection, m_root, XCB_CW_EVENT_MASK, &rootEvents);
+    xcb_input_xi_select_events(connection, root, 1, &mask.header);
+    xcb_change_window_attributes(connection, root, XCB_CW_EVENT_MASK, &rootEvents);
 
     xcb_xkb_per_client_flags(connection, XCB_XKB_ID_USE_CORE_KBD,
                              XCB_XKB_PER_CLIENT_FLAG_DETECTABLE_AUTO_REPEAT,
@@ -113,8 +114,8 @@ void X11EventTapSession::selectEvents() {
     selectKeyboardEvents(connection,
                          XCB_XKB_EVENT_TYPE_NEW_KEYBOARD_NOTIFY | XCB_XKB_EVENT_TYPE_MAP_NOTIFY |
                              XCB_XKB_EVENT_TYPE_STATE_NOTIFY | XCB_XKB_EVENT_TYPE_ACCESS_X_NOTIFY);
-    NULO_XCB(xcb_xkb_use_extension, m_probe.get(), 1, 0);
-    selectKeyboardEvents(m_probe.get(), XCB_XKB_EVENT_TYPE_ACCESS_X_NOTIFY);
+    NULO_XCB(xcb_xkb_use_extension, m_helper.get(), 1, 0);
+    selectKeyboardEvents(m_helper.get(), XCB_XKB_EVENT_TYPE_ACCESS_X_NOTIFY);
 }
 
 void X11EventTapSession::selectKeyboardEvents(xcb_connection_t* connection, std::uint16_t events) {
@@ -129,19 +130,19 @@ void X11EventTapSession::selectKeyboardEvents(xcb_connection_t* connection, std:
 }
 
 std::vector<int> X11EventTapSession::sockets() const {
-    return {xcb_get_file_descriptor(m_connection.get()), xcb_get_file_descriptor(m_probe.get())};
+    return {xcb_get_file_descriptor(m_connection.get()), xcb_get_file_descriptor(m_helper.get())};
 }
 
 void X11EventTapSession::begin() {
     if (m_hidingSpace)
-        hold();
+        m_queue->hold(m_grabs->window());
     if (!m_keys->isOptionDown() || !m_keys->isSpaceDown())
         reportOption(false);
 }
 
 bool X11EventTapSession::handleEvents() {
     while (!xcb_connection_has_error(m_connection.get())) {
-        if (const Event event = nextEvent()) {
+        if (const XcbEvent event = m_events->next()) {
             handleEvent(*event);
             continue;
         }
@@ -154,19 +155,11 @@ bool X11EventTapSession::handleEvents() {
     return !xcb_connection_has_error(m_connection.get());
 }
 
-X11EventTapSession::Event X11EventTapSession::nextEvent() {
-    if (m_deferred.empty())
-        return Event(xcb_poll_for_event(m_connection.get()));
-    Event event = std::move(m_deferred.front());
-    m_deferred.pop_front();
-    return event;
-}
-
 void X11EventTapSession::handleEvent(const xcb_generic_event_t& event) {
-    const int type = event.response_type & 0x7F;
+    const int type = typeOf(event);
     switch (type) {
         case XCB_GE_GENERIC:
-            handleGenericEvent(event);
+            handleRawEvent(reinterpret_cast<const xcb_input_raw_key_press_event_t&>(event));
             return;
         case XCB_KEY_PRESS:
         case XCB_KEY_RELEASE:
@@ -189,7 +182,7 @@ void X11EventTapSession::handleEvent(const xcb_generic_event_t& event) {
         case XCB_DESTROY_NOTIFY:
         case XCB_UNMAP_NOTIFY: {
             const auto window = reinterpret_cast<const xcb_unmap_notify_event_t&>(event).window;
-            if (window == m_grabWindow)
+            if (window == m_grabs->window())
                 m_grabWindowIsGone = m_focusMayHaveMoved = true;
             return;
         }
@@ -202,15 +195,21 @@ void X11EventTapSession::handleEvent(const xcb_generic_event_t& event) {
     }
 }
 
-void X11EventTapSession::handleGenericEvent(const xcb_generic_event_t& event) {
-    const auto& raw = reinterpret_cast<const xcb_input_raw_key_press_event_t&>(event);
+void X11EventTapSession::handleRawEvent(const xcb_input_raw_key_press_event_t& raw) {
     // Masters repeat what their slaves said, but only once the keyboard is no longer frozen.
     if (raw.extension != m_inputOpcode || raw.deviceid != raw.sourceid)
         return;
     if (raw.event_type == XCB_INPUT_RAW_BUTTON_PRESS)
-        handleRawButton();
+        return reportButton();
+    const bool press = raw.event_type == XCB_INPUT_RAW_KEY_PRESS;
+    if (!m_keys->note(raw, press))
+        return;
+    const auto key = static_cast<xcb_keycode_t>(raw.detail);
+    const bool queued = m_queue->holds(raw.full_sequence);
+    if (m_keys->isModifier(key))
+        reportModifier(raw, press, queued);
     else
-        handleRawKey(raw, raw.event_type == XCB_INPUT_RAW_KEY_PRESS);
+        reportKey(key, press, queued);
 }
 
 void X11EventTapSession::handleKeyboardExtensionEvent(const xcb_generic_event_t& event) {
@@ -221,45 +220,61 @@ void X11EventTapSession::handleKeyboardExtensionEvent(const xcb_generic_event_t&
         m_layoutChanged = true;
 }
 
-void X11EventTapSession::handleRawKey(const xcb_input_raw_key_press_event_t& raw, bool press) {
-    if (!m_keys->note(raw, press))
-        return;
-    const auto key = static_cast<xcb_keycode_t>(raw.detail);
-    const bool queued = m_held && !isBefore(raw.full_sequence, m_heldSince);
-    if (m_keys->isModifier(key))
-        reportModifier(raw, press, queued);
-    else
-        reportKey(key, press, queued);
+void X11EventTapSession::handleGrabbedKey(const xcb_key_press_event_t& event) {
+    if (m_queue->isHeld())
+        return;  // a leftover from before the present hold
+    const bool heralded =
+        m_heraldedOption && isPressOf(reinterpret_cast<const xcb_generic_event_t&>(event),
+                                      m_heraldedOption->key, m_heraldedOption->time);
+    // When the key is up again already, the application has got its release, and needs the press.
+    if (heralded && m_keys->isOption(event.detail) && m_keys->isDown(event.detail)) {
+        m_queue->beginWith(event.detail, m_heraldedOption->sequence, m_grabs->window());
+        m_heraldedOption.reset();
+        m_grabs->optionHasArrived();
+        m_armed = reportOption(true) == EventFate::swallow;
+        if (m_armed)
+            return;
+    }
+    // Handed on before, not Option in this group, or repeated: for the application.
+    m_queue->refuse(m_grabs->window());
 }
 
 void X11EventTapSession::reportModifier(const xcb_input_raw_key_press_event_t& raw, bool press,
                                         bool queued) {
+    if (!queued)
+        return reportUnqueuedModifier(raw, press);
     const auto key = static_cast<xcb_keycode_t>(raw.detail);
-    const bool isOption = m_keys->isOption(key);
-    if (!queued) {
-        // What is not held back cannot be swallowed, so it must not begin a chord: keys typed into
-        // a screen lock, for one, which has the keyboard for itself.
-        if (press && m_takenOption && isPressOf(m_takenOption, key, raw.time)) {
-            m_heldSince = raw.full_sequence;
-            m_armed = reportOption(true) == EventFate::swallow;
-            if (!m_armed)
-                forward(asKey(*std::exchange(m_takenOption, nullptr)));
-        } else if (press && m_keys->optionKeys().test(key)) {
-            m_heraldedOption = {key, raw.time, raw.full_sequence};
-            awaitHeraldedGrab();
-        } else if (!press && m_heraldedOption && m_heraldedOption->key == key) {
-            // It went to another program, or there is a screen lock.
-            m_heraldedOption.reset();
-            lookForGrabOnDesktop();
-        }
-        if (!press && isOption && !m_keys->isOptionDown())
-            reportOption(false);
-        return;
-    }
     const EventFate fate = reportOption(m_keys->isOptionDown());
-    if (isOption && press && fate == EventFate::swallow)
+    if (press && m_keys->isOption(key) && fate == EventFate::swallow)
         m_armed = true;
     enqueue(key, press, fate);
+}
+
+/// What is not held back cannot be swallowed, so it must not begin a chord: keys typed into a
+/// screen lock, for one, which has the keyboard for itself.
+void X11EventTapSession::reportUnqueuedModifier(const xcb_input_raw_key_press_event_t& raw,
+                                                bool press) {
+    const auto key = static_cast<xcb_keycode_t>(raw.detail);
+    if (press && m_queue->isTakenOption(key, raw.time)) {
+        const EventFate fate = reportOption(true);
+        m_armed = fate == EventFate::swallow;
+        m_queue->judgeTakenOption(raw.full_sequence, fate);
+    } else if (press && m_keys->isOptionKey(key)) {
+        m_heraldedOption = {key, raw.time, raw.full_sequence};
+        // The passive grab's event mostly comes next. Keys that were pressed meanwhile may come
+        // before it, when the grab had to wait for an earlier queue to end; they are to be judged
+        // as held back, so the grab's event is looked for first.
+        const auto grabbed = m_events->takeFirst(
+            [&](const xcb_generic_event_t& event) { return isPressOf(event, key, raw.time); });
+        if (grabbed)
+            handleGrabbedKey(asKey(*grabbed));
+    } else if (!press && m_heraldedOption && m_heraldedOption->key == key) {
+        // The press went to another program: a hot-key tool, an open menu, or a screen lock.
+        m_heraldedOption.reset();
+        m_grabs->lookForGrabOnDesktop();
+    }
+    if (!press && m_keys->isOption(key) && !m_keys->isOptionDown())
+        reportOption(false);
 }
 
 void X11EventTapSession::reportKey(xcb_keycode_t key, bool press, bool queued) {
@@ -269,7 +284,7 @@ void X11EventTapSession::reportKey(xcb_keycode_t key, bool press, bool queued) {
     if (isSpace && press && fate == EventFate::swallow) {
         m_hidingSpace = true;
         m_armed = false;
-        m_takenOption.reset();
+        m_queue->forgetTakenOption();
     } else if (isSpace && !press) {
         m_hidingSpace = false;
     }
@@ -279,7 +294,7 @@ void X11EventTapSession::reportKey(xcb_keycode_t key, bool press, bool queued) {
         settle();
 }
 
-void X11EventTapSession::handleRawButton() {
+void X11EventTapSession::reportButton() {
     // A window manager that moves windows by Alt and drag would find the keyboard taken.
     if (!m_armed)
         return;
@@ -287,79 +302,90 @@ void X11EventTapSession::handleRawButton() {
     settle();
 }
 
-/// The grab's event comes right behind its herald, unless the queue of an earlier hold was in
-/// between: then what the user did next may have been reported already. It must be known to be held
-/// back before that is judged.
-void X11EventTapSession::awaitHeraldedGrab() {
-    // What the server sent before this answer is all there is.
-    const XcbMemory<xcb_get_input_focus_reply_t> roundTrip(xcb_get_input_focus_reply(
-        m_connection.get(), xcb_get_input_focus(m_connection.get()), nullptr));
-    while (Event event{xcb_poll_for_event(m_connection.get())})
-        m_deferred.push_back(std::move(event));
-    const auto grabbed = std::find_if(m_deferred.begin(), m_deferred.end(), [this](const Event& e) {
-        return isPressOf(e, m_heraldedOption->key, m_heraldedOption->time);
-    });
-    if (grabbed == m_deferred.end())
-        return;
-    const Event event = std::move(*grabbed);
-    m_deferred.erase(grabbed);
-    handleGrabbedKey(asKey(*event));
-}
-
-void X11EventTapSession::handleGrabbedKey(const xcb_key_press_event_t& event) {
-    if (m_held)
-        return;  // a leftover from before the present grab
-    const bool press = (event.response_type & 0x7F) == XCB_KEY_PRESS;
-    const bool heralded = press && m_heraldedOption && event.detail == m_heraldedOption->key &&
-                          !isBefore(event.time, m_heraldedOption->time);
-    // Later than its herald with Slow Keys. One that is up again by now was let go behind our back:
-    // the application has the rest of it.
-    if (heralded && m_keys->isOption(event.detail) && m_keys->isDown(event.detail)) {
-        setHeld(true);
-        m_heldSince = m_heraldedOption->sequence;
-        m_heraldedOption.reset();
-        m_desktopIsTaken = false;
-        m_optionIsCurrent = true;
-        m_armed = reportOption(true) == EventFate::swallow;
-        m_queue.push_back({event.detail, true, EventFate::swallow});
-        if (m_armed)
-            return;
-    }
-    // Handed on before, not Option in this group, or repeated: for the application.
-    replay();
-    setHeld(false);
-}
-
-bool X11EventTapSession::isPressOf(const Event& event, xcb_keycode_t key, std::uint32_t time) {
-    return (event->response_type & 0x7F) == XCB_KEY_PRESS && asKey(*event).detail == key &&
-           !isBefore(asKey(*event).time, time);
-}
-
 EventFate X11EventTapSession::reportOption(bool set) {
     if (!set) {
         m_armed = false;
-        m_takenOption.reset();
+        m_queue->forgetTakenOption();
     }
     return m_handler({.type = KeyEvent::Type::flagsChanged, .optionSet = set});
-}
-
-void X11EventTapSession::letGo() {
-    m_hidingSpace = false;
-    reportOption(false);
-    if (m_held)
-        release();
-    xcb_flush(m_connection.get());
-}
-
-const char* X11EventTapSession::obstacle() const {
-    return m_windowIsTaken    ? "another program has taken the Alt key of the focused window"
-           : m_desktopIsTaken ? "another program has taken the Alt key of the whole desktop"
-                              : nullptr;
 }
 
 void X11EventTapSession::postOptionDown() {
     m_optionHandedOn = true;
     m_armed = false;
+}
+
+void X11EventTapSession::letGo() {
+    m_hidingSpace = false;
+    reportOption(false);
+    if (m_queue->isHeld())
+        m_queue->release();
+    xcb_flush(m_connection.get());
+}
+
+void X11EventTapSession::enqueue(xcb_keycode_t key, bool press, EventFate fate) {
+    m_queue->add(key, press, fate);
+    // A key that passes while Space is hidden waits for what else has arrived: once it is let
+    // through, so is everything behind it.
+    if (m_optionHandedOn || fate == EventFate::swallow || !mustHold())
+        settle();
+}
+
+/// Answers what is decided; whether the server was talked to.
+bool X11EventTapSession::settle() {
+    if (m_optionHandedOn) {
+        m_optionHandedOn = false;
+        m_hidingSpace = false;
+        m_queue->handOn();
+        return true;
+    }
+    if (m_queue->isHeld() && mustHold() && !m_queue->hasTakenOption() && !m_keys->isOptionDown() &&
+        !m_keys->isSpaceDown()) {
+        // A new layout may have given the keys that were held back another meaning.
+        m_hidingSpace = false;
+        reportOption(false);
+    }
+    if (!m_queue->isHeld() || m_armed || (m_queue->isEmpty() && mustHold()))
+        return false;
+    const auto taken = m_queue->takeOutHidden();
+    if (taken == X11FrozenQueue::Taken::refused)
+        m_hidingSpace = false;  // for the server, no key of the chord is down
+    if (taken != X11FrozenQueue::Taken::done)
+        return true;
+    if (m_queue->isEmpty() && !mustHold())
+        m_queue->release();
+    else if (!m_queue->isEmpty() && mustHold())
+        m_queue->letThrough();
+    else if (!m_queue->isEmpty())
+        m_queue->letGoFromNext();
+    return true;
+}
+
+/// Follows the focus and the layout; whether there was something to do.
+bool X11EventTapSession::refresh() {
+    if (m_grabWindowIsGone && m_queue->isHeld()) {
+        // The server has dropped the grab with its window, and let the queue go.
+        m_queue->wasLost();
+        if (m_armed)
+            reportOption(false);
+    }
+    if (m_armed || !(m_focusMayHaveMoved || m_layoutChanged))
+        return false;
+    if (m_layoutChanged) {
+        m_layoutChanged = false;
+        if (m_keys->layoutChanged()) {
+            m_grabs->drop();
+            m_focusMayHaveMoved = true;
+        }
+    }
+    if (m_focusMayHaveMoved) {
+        m_focusMayHaveMoved = m_grabWindowIsGone = false;
+        m_grabs->followFocus();
+        m_queue->moveTo(m_grabs->window());
+    }
+    if (m_hidingSpace && !m_queue->isHeld())
+        m_queue->hold(m_grabs->window());
+    return true;
 }
 
 }  // namespace nulo

@@ -68,12 +68,18 @@ bool X11KeyWatch::isDown(xcb_keycode_t key) const {
                        [key](const auto& keyboard) { return keyboard.second.test(key); });
 }
 
-bool X11KeyWatch::isOptionDown() const {
+std::vector<xcb_keycode_t> X11KeyWatch::optionKeys() const {
+    std::vector<xcb_keycode_t> keys;
     for (int key = 0; key < 256; ++key)
-        if (m_keys.optionKeys().test(key) && isOption(static_cast<xcb_keycode_t>(key)) &&
-            isDown(static_cast<xcb_keycode_t>(key)))
-            return true;
-    return false;
+        if (m_keys.optionKeys().test(key))
+            keys.push_back(static_cast<xcb_keycode_t>(key));
+    return keys;
+}
+
+bool X11KeyWatch::isOptionDown() const {
+    const auto keys = optionKeys();
+    return std::any_of(keys.begin(), keys.end(),
+                       [this](xcb_keycode_t key) { return isOption(key) && isDown(key); });
 }
 
 std::vector<xcb_keycode_t> X11KeyWatch::spacesDown() const {

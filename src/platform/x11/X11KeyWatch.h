@@ -5,6 +5,7 @@
 #include <map>
 #include <optional>
 #include <set>
+#include <vector>
 
 #include "pasting/InjectionGate.h"
 #include "platform/x11/X11EventTapKeys.h"
@@ -36,7 +37,9 @@ class X11KeyWatch {
     bool isOption(xcb_keycode_t key) const { return m_keys.isOption(key, m_group); }
     bool isSpace(xcb_keycode_t key) const { return m_keys.isSpace(key, m_group); }
     bool isModifier(xcb_keycode_t key) const { return m_keys.isModifier(key); }
-    const X11EventTapKeys::KeySet& optionKeys() const { return m_keys.optionKeys(); }
+    /// Whether the key is Option in any group; the keys of which that is true.
+    bool isOptionKey(xcb_keycode_t key) const { return m_keys.optionKeys().test(key); }
+    std::vector<xcb_keycode_t> optionKeys() const;
 
   private:
     using Device = xcb_input_device_id_t;

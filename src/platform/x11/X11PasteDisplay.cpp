@@ -5,33 +5,13 @@
 #include <xkbcommon/xkbcommon-keysyms.h>
 #include <xkbcommon/xkbcommon-x11.h>
 
-#include <cstdlib>
 #include <optional>
 #include <string_view>
 #include <utility>
 
-// The one name in xcb/xkb.h that is a C++ keyword.
-#define explicit explicit_
-#include <xcb/xkb.h>
-#undef explicit
+#include "platform/x11/Xcb.h"
 
 namespace nulo {
-namespace {
-
-struct Free {
-    void operator()(void* memory) const { std::free(memory); }
-};
-template <typename T>
-std::unique_ptr<T, Free> owned(T* reply) {
-    return std::unique_ptr<T, Free>(reply);
-}
-
-/// xcb's three calls for one answer; nothing when the server refused or is gone.
-#define NULO_XCB(call, connection, ...) \
-    owned(call##_reply(connection, call(connection __VA_OPT__(, ) __VA_ARGS__), nullptr))
-
-}  // namespace
-
 Result<std::unique_ptr<X11PasteDisplay>> X11PasteDisplay::open(const std::string& name) {
     if (name.empty())
         return Error{"there is no X server, $DISPLAY is not set"};

@@ -47,4 +47,10 @@ inline bool isBefore(std::uint32_t earlier, std::uint32_t later) {
     return static_cast<std::int32_t>(earlier - later) < 0;
 }
 
+/// Whether the event is a press of the key, and not from before this server time.
+inline bool isPressOf(const xcb_generic_event_t& event, xcb_keycode_t key, xcb_timestamp_t time) {
+    return typeOf(event) == XCB_KEY_PRESS && asKey(event).detail == key &&
+           !isBefore(asKey(event).time, time);
+}
+
 }  // namespace nulo

@@ -1,0 +1,44 @@
+#pragma once
+
+#include "platform/x11/X11KeyWatch.h"
+#include "platform/x11/Xcb.h"
+
+namespace nulo {
+
+/// The synchronous passive grabs of the Option keys, on the window that has the focus. One thread.
+class X11OptionGrabs {
+  public:
+    /// `probe` is another connection, which asks as another program would. Both connections and the
+    /// keys outlive it.
+    X11OptionGrabs(xcb_connection_t* connection, xcb_connection_t* probe, xcb_window_t root,
+                   const X11KeyWatch& keys)
+        : m_connection(connection), m_probe(probe), m_root(root), m_keys(keys) {}
+
+    xcb_window_t window() const { return m_window; }
+    /// Puts the grabs where the focus is now.
+    void followFocus();
+    void drop();
+
+    /// Why Option does not get here at present, in one line; null when it does.
+    const char* obstacle() const;
+    /// A grab on the root goes before all others, so its program gets Option without a trace here.
+    void lookForGrabOnDesktop();
+    void optionHasArrived() { m_desktopIsTaken = false; }
+    /// Asks the server whether the grabs are still there, and looks for others.
+    bool areAlive();
+
+  private:
+    xcb_window_t focusWindow();
+    void moveTo(xcb_window_t window);
+    bool grab();
+
+    xcb_connection_t* const m_connection;
+    xcb_connection_t* const m_probe;
+    const xcb_window_t m_root;
+    const X11KeyWatch& m_keys;
+    xcb_window_t m_window = XCB_NONE;
+    bool m_windowIsTaken = false;   // its Option keys are another program's
+    bool m_desktopIsTaken = false;  // the root window's are
+};
+
+}  // namespace nulo
