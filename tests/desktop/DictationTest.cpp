@@ -137,7 +137,7 @@ TEST_F(DictationTest, aTextThatArrivesDuringTheNextTakeIsPastedFirst) {
         const bool first = ++count == 1;
         if (first)
             client.stall();
-        client.send(httpResponse(200, eventStream(first ? "one " : "two")));
+        client.send(httpResponse(200, eventStream(first ? "one" : "two")));
     });
     dictate();
     ASSERT_TRUE(waitUntil([&] { return count == 1; }));
@@ -152,7 +152,7 @@ TEST_F(DictationTest, aTextThatArrivesDuringTheNextTakeIsPastedFirst) {
     });
     dictate();
     arrival.join();
-    expectPasted("one two");
+    expectPasted("onetwo");
 }
 
 }  // namespace
