@@ -49,6 +49,7 @@ TEST(DesktopNotifications, replacesTheNoticeThatIsShown) {
     ASSERT_TRUE(processUntil([&] { return service.shown.size() == 2; }));
     EXPECT_THAT(service.shown, ElementsAre("0: a &lt; b", "7: " + std::string(400, 'x') + "..."));
     QDBusConnection::disconnectFromBus("notification-service");
+    testBus().stop();
 }
 
 }  // namespace
