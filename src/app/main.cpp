@@ -27,10 +27,16 @@
 namespace nulo {
 namespace {
 
-std::unique_ptr<EventTapSource> makeKeyTap(KeyTapChoice::Backend backend, InjectionGate& gate,
-                                           MainQueue& mainQueue) {
-    return backend == KeyTapChoice::Backend::x11 ? makeX11EventTapSource(gate, mainQueue, printLine)
-                                                 : makeUnavailableEventTapSource();
+/// The first of a capability's backends that can be made.
+template <typename Make>
+auto makeFirst(const char* capability, const std::vector<BackendCandidate>& candidates, Make make) {
+    decltype(make(Backend::none)) made;
+    for (std::size_t i = 0; !made && i < candidates.size(); ++i) {
+        made = make(candidates[i].backend);
+        if (made)
+            printLine(std::string("[nulo] ") + capability + ": " + candidates[i].reason);
+    }
+    return made;
 }
 
 /// The page that says how the shortcut works and what it needs, beside the installed program.
@@ -82,12 +88,17 @@ int run(int argc, char** argv, bool isQuiet) {
     const std::unique_ptr<MainQueue> mainQueue = makeQtMainQueue();
     const std::unique_ptr<Microphone> microphone = makeMicrophone(*mainQueue, printLine);
     InjectionGate gate;
-    const KeyTapChoice keyTap = chooseKeyTap(facts);
-    printLine("[nulo] Key tap: " + keyTap.reason);
-    const std::unique_ptr<EventTapSource> eventTapSource =
-        makeKeyTap(keyTap.backend, gate, *mainQueue);
-    const std::unique_ptr<PasteKeystroke> pasteKeystroke = makeX11PasteKeystroke(gate);
-    const std::unique_ptr<Pasteboard> pasteboard = makeQtPasteboard();
+    const BackendChoice choice = chooseBackends(facts);
+    const auto eventTapSource = makeFirst("Key tap", choice.keySource, [&](Backend backend) {
+        return backend == Backend::x11 ? makeX11EventTapSource(gate, *mainQueue, printLine)
+                                       : makeUnavailableEventTapSource();
+    });
+    const auto pasteboard =
+        makeFirst("Clipboard", choice.clipboard, [](Backend) { return makeQtPasteboard(); });
+    const auto pasteKeystroke = makeFirst("Paste", choice.paste, [&](Backend backend) {
+        return backend == Backend::x11 ? makeX11PasteKeystroke(gate) : makeNoPasteKeystroke();
+    });
+    printLine("[nulo] Overlay: " + choice.overlay.front().reason);
     TrayItem statusItem(makeStatusNotifierItem(),
                         [] { return std::make_unique<XEmbedTrayIcon>(); });
     const std::unique_ptr<Notifications> notifications = makeDesktopNotifications();
@@ -120,7 +131,7 @@ int run(int argc, char** argv, bool isQuiet) {
          .microphone = *microphone,
          .makeAudioFileWriter = makeAacFileWriter,
          .eventTapSource = *eventTapSource,
-         .permissionIsTheUsersToGive = keyTap.backend == KeyTapChoice::Backend::unavailable,
+         .permissionIsTheUsersToGive = choice.keySource.front().backend == Backend::none,
          .pasteboard = *pasteboard,
          .pasteKeystroke = *pasteKeystroke,
          .makeHttpSession =

@@ -26,9 +26,6 @@ class ChordStateMachine {
     /// The two kinds of tapDisabled… change nothing.
     Reaction handle(const KeyEvent& event);
 
-    bool isRecording() const { return m_isRecording; }
-    bool optionHeld() const { return m_optionHeld; }
-
   private:
     Reaction optionChanged(bool optionSet);
     Reaction keyDown(bool isSpace);

@@ -34,7 +34,9 @@ class EventTap {
     virtual void postOptionDown() = 0;
 };
 
-/// Where taps come from, and whether the session allows them.
+/// Where taps come from, and whether the session allows them. A source that only learns when the
+/// chord goes down and up, from a desktop that watches it, makes the events of an Option+Space
+/// itself and does not heed the fates.
 class EventTapSource {
   public:
     /// Called with each event, on the tap's own thread, one at a time and in order; the answer

@@ -2,6 +2,7 @@
 
 #include <filesystem>
 #include <memory>
+#include <string>
 
 #include "audio/AudioFileWriter.h"
 #include "audio/CaptureEngine.h"
@@ -62,6 +63,12 @@ std::unique_ptr<PasteKeystroke> makeX11PasteKeystroke(InjectionGate& gate);
 /// By the X server's focus, bars and compositing manager; as the toolkit knows its screens where it
 /// runs on no X server.
 std::unique_ptr<OverlayPlacement> makeX11OverlayPlacement();
+
+/// Where no keys can be sent: the user pastes.
+std::unique_ptr<PasteKeystroke> makeNoPasteKeystroke();
+
+/// Whether an X server answers there; Qt ends the process when none does. Waits for the server.
+bool x11DisplayAnswers(const std::string& display);
 
 /// Main thread, with a QGuiApplication.
 std::unique_ptr<Pasteboard> makeQtPasteboard();

@@ -25,8 +25,6 @@ std::string reactionsTo(const std::string& events) {
                      .isSpace = letter == 'S' || letter == 's'};
         const auto [fate, report, posted] = machine.handle(event);
         const bool swallowed = fate == EventFate::swallow;
-        EXPECT_TRUE(swallowed || report == ChordStateMachine::Report::none);
-        EXPECT_FALSE(swallowed && posted);
         answers += report == ChordStateMachine::Report::recordStart  ? '+'
                    : report == ChordStateMachine::Report::recordStop ? '-'
                    : posted                                          ? 'p'

@@ -66,27 +66,26 @@ class KeyDesktop {
         return window.keysUntil(Keyboard::f12);
     }
 
-    /// Capitals press, small letters release: O Option, S Space, A and X other keys, F Shift,
-    /// R the right Option key. A 2 before it: on a second keyboard.
+    /// O Option, S Space, A and X other keys, F Shift, R the right Option key, T Tab, Q F4.
+    static Keyboard::Key keyOf(char letter) {
+        static const std::map<char, Keyboard::Key> keys{
+            {'O', Keyboard::altLeft}, {'S', Keyboard::space}, {'A', Keyboard::a},
+            {'X', Keyboard::s},       {'F', Keyboard::shift}, {'R', Keyboard::altRight},
+            {'T', Keyboard::tab},     {'Q', Keyboard::f4}};
+        return keys.at(static_cast<char>(std::toupper(letter)));
+    }
+
+    /// Capitals press, small letters release; a 2 before one: on a second keyboard.
     void play(const std::string& events) {
-        auto device = XTestKeyboard::Device::injecting;
+        auto device = Keyboard::Device::injecting;
         for (const char event : events) {
             if (event == '2') {
-                device = XTestKeyboard::Device::own;
+                device = Keyboard::Device::own;
                 continue;
             }
-            const auto key =
-                std::map<char, Keyboard::Key>{
-                    {'O', Keyboard::altLeft}, {'S', Keyboard::space}, {'A', Keyboard::a},
-                    {'X', Keyboard::s},       {'F', Keyboard::shift}, {'R', Keyboard::altRight},
-                    {'T', Keyboard::tab},     {'Q', Keyboard::f4},
-                }
-                    .at(static_cast<char>(std::toupper(event)));
-            if (std::isupper(event))
-                keyboard->press(key, device);
-            else
-                keyboard->release(key, device);
-            device = XTestKeyboard::Device::injecting;
+            std::isupper(event) ? keyboard->press(keyOf(event), device)
+                                : keyboard->release(keyOf(event), device);
+            device = Keyboard::Device::injecting;
         }
     }
 

@@ -1,13 +1,11 @@
 #include <sys/socket.h>
 
-#include <condition_variable>
 #include <filesystem>
 #include <fstream>
 #include <future>
-#include <mutex>
-#include <sstream>
 #include <thread>
 
+#include "base/FileIO.h"
 #include "platform/KeyDesktop.h"
 #include "rig/process/TemporaryFolder.h"
 
@@ -16,8 +14,7 @@ namespace {
 
 using testing::Contains;
 using testing::ElementsAre;
-
-constexpr auto started = "Global key monitor started (Option+Space)";
+using testing::HasSubstr;
 
 std::set<int> openSockets() {
     std::set<int> sockets;
@@ -33,20 +30,14 @@ std::set<int> openSockets() {
 // or loses the focus.
 TEST(X11EventTapFault, survivesTheFocusedWindow) {
     KeyDesktop desktop;
-    std::optional<KeyLoggingWindow> window(std::in_place);
-    ASSERT_TRUE(desktop.isTapped(*window));
-    desktop.play("OS");
-    window.reset();
-    desktop.play("so");
-    EXPECT_EQ(desktop.takeCalls(2), "+-");
-
-    window.emplace();
-    ASSERT_TRUE(desktop.isTapped(*window));
-    desktop.play("O");
-    window.reset();
-    desktop.play("Aao");
-    EXPECT_EQ(desktop.takeCalls(0), "");
-
+    for (const auto& [before, after, calls] : {std::tuple("OS", "so", "+-"), {"O", "Aao", ""}}) {
+        std::optional<KeyLoggingWindow> window(std::in_place);
+        ASSERT_TRUE(desktop.isTapped(*window));
+        desktop.play(before);
+        window.reset();
+        desktop.play(after);
+        EXPECT_EQ(desktop.takeCalls(std::string(calls).size()), calls);
+    }
     KeyLoggingWindow before;
     ASSERT_TRUE(desktop.isTapped(before));
     desktop.play("OS");
@@ -66,31 +57,10 @@ TEST(X11EventTapFault, beginsNothingWithKeysItDoesNotHold) {
     desktop.play("OSso");
     EXPECT_EQ(desktop.typed(window), "+64 +65 -65 -64");
     window.grabKeyboard(false);
-    {
-        const auto injecting = desktop.gate.enter();
-        desktop.play("OSso");
-        EXPECT_EQ(desktop.typed(window), "+64 +65 -65 -64");
-    }
+    const auto injecting = desktop.gate.enter();
+    desktop.play("OSso");
+    EXPECT_EQ(desktop.typed(window), "+64 +65 -65 -64");
     EXPECT_EQ(desktop.takeCalls(0), "");
-}
-
-// Keys injected into a frozen keyboard, where they would wait for, or be taken for, the user's.
-TEST(X11EventTapFault, keepsInjectionWaitingWhileItHoldsTheKeyboard) {
-    KeyDesktop desktop;
-    KeyLoggingWindow window;
-    ASSERT_TRUE(desktop.isTapped(window));
-    desktop.play("OS");
-    desktop.takeCalls(1);
-    std::atomic<bool> entered = false;
-    std::thread paste([&] {
-        const auto scope = desktop.gate.enter();
-        entered = true;
-    });
-    desktop.play("AaXx");
-    EXPECT_FALSE(entered);
-    desktop.play("so");
-    EXPECT_TRUE(waitUntil([&] { return entered.load(); }));
-    paste.join();
 }
 
 // A screen that cannot be locked while somebody dictates.
@@ -126,75 +96,44 @@ TEST(X11EventTapFault, hidesSpaceUntilItIsLetGoWhenItEnds) {
 
 // A tap that is never made again, and a take that goes on because its end was not seen.
 TEST(X11EventTapFault, comesBackAfterItsConnectionIsKilled) {
-    VirtualDisplay server;
-    PrintedLines printed;
-    InjectionGate gate;
-    FakeMainQueue queue;
-    std::string calls;
-    const auto source = makeX11EventTapSource(gate, queue, printed.print());
-    XTestKeyboard keyboard;
+    KeyDesktop desktop;
     KeyLoggingWindow window;
+    desktop.monitor->stop();
     const auto others = openSockets();
-    GlobalKeyMonitor monitor(*source, queue, printed.print(), nullptr);
-    monitor.onRecordStart = [&] { calls += '+'; };
-    monitor.onRecordStop = [&] { calls += '-'; };
-    monitor.start();
-    ASSERT_TRUE(KeyDesktop::isTapped(window));
-    keyboard.press(Keyboard::altLeft);
-    keyboard.press(Keyboard::space);
-    ASSERT_TRUE(waitUntil([&] {
-        queue.runPending();
-        return calls == "+";
-    }));
+    desktop.monitor->start();
+    ASSERT_TRUE(desktop.isTapped(window));
+    desktop.play("OS");
+    EXPECT_EQ(desktop.takeCalls(1), "+");
     for (const int socket : openSockets())
         if (!others.contains(socket))
             shutdown(socket, SHUT_RDWR);
     ASSERT_TRUE(waitUntil([&] { return !window.isGrabbed(Keyboard::altLeft); }));
-    keyboard.release(Keyboard::space);
-    keyboard.release(Keyboard::altLeft);
-    const auto health = [&] {
-        queue.advance(MainQueue::Delay(5));
-        return calls == "+-";
-    };
-    EXPECT_TRUE(waitUntil(health)) << calls;
-    EXPECT_THAT(printed.lines(), Contains("Event tap was disabled — re-enabling..."));
-
-    ASSERT_TRUE(KeyDesktop::isTapped(window));
-    keyboard.tap(Keyboard::f12);
-    window.keysUntil(Keyboard::f12);
-    for (const auto key : {Keyboard::altLeft, Keyboard::space})
-        keyboard.press(key);
-    for (const auto key : {Keyboard::space, Keyboard::altLeft})
-        keyboard.release(key);
-    keyboard.tap(Keyboard::f12);
-    EXPECT_EQ(window.keysUntil(Keyboard::f12), "-64");
+    desktop.play("so");
     EXPECT_TRUE(waitUntil([&] {
-        queue.runPending();
-        return calls == "+-+-";
+        desktop.queue.advance(MainQueue::Delay(5));
+        return desktop.calls == "-";
     }));
-
-    // The server dies: no tap any more, and a process that lives on.
-    server.kill();
-    const auto lost = [&] {
-        queue.advance(MainQueue::Delay(5));
-        return !monitor.isAccessibilityGranted() && !monitor.isEventTapAlive();
-    };
-    EXPECT_TRUE(waitUntil(lost));
+    EXPECT_THAT(desktop.printed.lines(), Contains("Event tap was disabled — re-enabling..."));
+    ASSERT_TRUE(desktop.isTapped(window));
+    desktop.typed(window);
+    desktop.play("OSso");
+    EXPECT_EQ(desktop.typed(window), "-64");
+    EXPECT_EQ(desktop.takeCalls(3), "-+-");
 }
 
-// No display, and programs that take the key for themselves: said once, and no crash.
+// No display, and programs that take the key for themselves: said once, and no crash. While there
+// is a tap, it stays.
 TEST(X11EventTapFault, saysWhyItDoesNotWork) {
     PrintedLines printed;
     InjectionGate gate;
     FakeMainQueue queue;
     VirtualDisplay server;
-    const std::string display = server.display();
     setenv("DISPLAY", ":nowhere", 1);
     const auto source = makeX11EventTapSource(gate, queue, printed.print());
     EXPECT_FALSE(source->isTrusted());
     EXPECT_FALSE(source->isTrusted());
     EXPECT_EQ(source->createTap([](const KeyEvent&) { return EventFate::pass; }), nullptr);
-    setenv("DISPLAY", display.c_str(), 1);
+    setenv("DISPLAY", server.display().c_str(), 1);
     EXPECT_TRUE(source->isTrusted());
 
     std::string obstructed;
@@ -205,16 +144,15 @@ TEST(X11EventTapFault, saysWhyItDoesNotWork) {
             return obstructed == calls;
         });
     };
+    constexpr auto desktop = KeyLoggingWindow::Where::desktop;
     KeyLoggingWindow window;
-    window.grabKey(Keyboard::altLeft);
+    window.grabKey(Keyboard::altLeft, KeyLoggingWindow::Where::window);
     EXPECT_FALSE(source->isTrusted());
     KeyLoggingWindow other;
-    other.grabKeyOfDesktop(Keyboard::altLeft, true);
+    other.grabKey(Keyboard::altLeft, desktop);
     EXPECT_FALSE(source->isTrusted());
-    other.grabKeyOfDesktop(Keyboard::altLeft, false);
+    other.grabKey(Keyboard::altLeft, desktop, false);
     EXPECT_TRUE(source->isTrusted());
-
-    // An obstacle that comes later, in one window or on the desktop: the tap stays.
     const auto tap = source->createTap([](const KeyEvent&) { return EventFate::pass; });
     ASSERT_NE(tap, nullptr);
     EXPECT_TRUE(tap->isEnabled());
@@ -225,32 +163,30 @@ TEST(X11EventTapFault, saysWhyItDoesNotWork) {
     EXPECT_TRUE(hasCalled("yes no ")) << obstructed;
     EXPECT_TRUE(tap->isEnabled());  // by the server's own answer, which the first call asked for
     XTestKeyboard keyboard;
-    window.grabKeyOfDesktop(Keyboard::altLeft, true);
+    window.grabKey(Keyboard::altLeft, desktop);
     keyboard.tap(Keyboard::altLeft);
     EXPECT_TRUE(hasCalled("yes no yes ")) << obstructed;
-    window.grabKeyOfDesktop(Keyboard::altLeft, false);
+    window.grabKey(Keyboard::altLeft, desktop, false);
     keyboard.tap(Keyboard::altLeft);
     EXPECT_TRUE(hasCalled("yes no yes no ")) << obstructed;
-    constexpr auto ofWindow =
-        "No global shortcut: another program has taken the Alt key of the focused window";
-    constexpr auto ofDesktop =
-        "No global shortcut: another program has taken the Alt key of the whole desktop";
-    EXPECT_THAT(printed.lines(), ElementsAre("No global shortcut: the X server cannot be reached",
-                                             ofWindow, ofDesktop, ofWindow, ofDesktop));
-    EXPECT_FALSE(makeUnavailableEventTapSource()->isTrusted());
+    const auto ofWindow = HasSubstr("the Alt key of the focused window");
+    const auto ofDesktop = HasSubstr("the Alt key of the whole desktop");
+    const auto unreachable = "No global shortcut: the X server cannot be reached";
+    EXPECT_THAT(printed.lines(),
+                ElementsAre(unreachable, ofWindow, ofDesktop, ofWindow, ofDesktop));
+
+    server.kill();
+    EXPECT_TRUE(waitUntil([&] { return !source->isTrusted() && !tap->isEnabled(); }));
 }
 
 // A tap whose own thread hangs with the keyboard frozen: a dead keyboard for good.
 TEST(X11EventTapFault, letsGoOfTheKeyboardWhenItsThreadHangs) {
-    VirtualDisplay server;
-    InjectionGate gate;
-    FakeMainQueue queue;
-    XTestKeyboard keyboard;
+    KeyDesktop desktop;
     KeyLoggingWindow window;
+    desktop.monitor->stop();
     std::promise<void> finish;
     std::promise<void> timedOut;
-    const auto source = makeX11EventTapSource(gate, queue, [](std::string_view) {});
-    const auto tap = source->createTap([&](const KeyEvent& event) {
+    const auto tap = desktop.source->createTap([&](const KeyEvent& event) {
         if (event.type == KeyEvent::Type::tapDisabledByTimeout)
             timedOut.set_value();
         else if (event.type == KeyEvent::Type::keyDown)
@@ -258,87 +194,62 @@ TEST(X11EventTapFault, letsGoOfTheKeyboardWhenItsThreadHangs) {
         return event.type == KeyEvent::Type::flagsChanged && event.optionSet ? EventFate::swallow
                                                                              : EventFate::pass;
     });
-    ASSERT_TRUE(KeyDesktop::isTapped(window));
-    keyboard.press(Keyboard::altLeft);
-    keyboard.press(Keyboard::a);
-    keyboard.release(Keyboard::a);
-    keyboard.release(Keyboard::altLeft);
-    keyboard.tap(Keyboard::f12);
-    EXPECT_EQ(window.keysUntil(Keyboard::f12), "+38 -38 -64");
+    ASSERT_TRUE(desktop.isTapped(window));
+    desktop.play("OAao");
+    EXPECT_EQ(desktop.typed(window), "+38 -38 -64");
     finish.set_value();
     EXPECT_EQ(timedOut.get_future().wait_for(std::chrono::seconds(10)), std::future_status::ready);
     EXPECT_FALSE(tap->isEnabled());
-    EXPECT_THAT(keyboard.keysDown(), testing::IsEmpty());
 }
-
-/// The monitor in a process that can be stopped and killed.
-class MonitorProcess {
-  public:
-    explicit MonitorProcess(KeyLoggingWindow& window)
-        : process({NULO_BINARY_FOLDER "/key_monitor"}, {.environment = {}, .log = folder / "log"}) {
-        EXPECT_TRUE(prints(started));
-        EXPECT_TRUE(KeyDesktop::isTapped(window));
-    }
-
-    bool prints(const std::string& line) {
-        return waitUntil([&] {
-            std::ostringstream text;
-            text << std::ifstream(folder / "log").rdbuf();
-            return text.str().find(line + "\n") != std::string::npos;
-        });
-    }
-
-    /// Returns when not one of its threads runs any more.
-    bool stop() {
-        process.signal(SIGSTOP);
-        return waitUntil([&] {
-            const auto threads = "/proc/" + std::to_string(process.pid()) + "/task";
-            for (const auto& thread : std::filesystem::directory_iterator(threads)) {
-                std::ostringstream text;
-                text << std::ifstream(thread.path() / "stat").rdbuf();
-                if (text.str().find(") T ") == std::string::npos)
-                    return false;
-            }
-            return true;
-        });
-    }
-
-    TemporaryFolder folder;
-    ChildProcess process;
-};
 
 // The program stopped by a debugger, or killed, between Option's press and what follows.
 TEST(X11EventTapFault, givesTheKeyboardBackAfterBeingStopped) {
-    VirtualDisplay server;
-    XTestKeyboard keyboard;
+    KeyDesktop desktop;
     KeyLoggingWindow window;
-    MonitorProcess monitor(window);
-    keyboard.press(Keyboard::altLeft);
-    keyboard.press(Keyboard::space);
-    ASSERT_TRUE(monitor.prints("start"));
-    ASSERT_TRUE(monitor.stop());
-    keyboard.release(Keyboard::space);
-    keyboard.release(Keyboard::altLeft);
-    keyboard.tap(Keyboard::a);
+    desktop.monitor->stop();
+    TemporaryFolder folder;
+    ChildProcess process({NULO_BINARY_FOLDER "/key_monitor"},
+                         {.environment = {}, .log = folder / "log"});
+    const auto prints = [&](const std::string& line) {
+        return waitUntil([&] {
+            return readFile(folder / "log", 10'000).value_or("").find(line + "\n") !=
+                   std::string::npos;
+        });
+    };
+    // Returns when not one of its threads runs any more.
+    const auto stop = [&] {
+        process.signal(SIGSTOP);
+        return waitUntil([&] {
+            const auto threads = "/proc/" + std::to_string(process.pid()) + "/task";
+            std::string state;
+            for (const auto& thread : std::filesystem::directory_iterator(threads))
+                if (!std::getline(std::ifstream(thread.path() / "stat"), state) ||
+                    state.find(") T ") == std::string::npos)
+                    return false;
+            return true;
+        });
+    };
+    ASSERT_TRUE(desktop.isTapped(window));
+    desktop.play("OS");
+    ASSERT_TRUE(prints("start"));
+    ASSERT_TRUE(stop());
+    desktop.play("soAa");
     // For longer than the tap may leave events unanswered.
     std::this_thread::sleep_for(std::chrono::milliseconds(500));
     EXPECT_EQ(window.keys(), "") << "the keyboard was not frozen: the test shows nothing";
-    monitor.process.signal(SIGCONT);
-    keyboard.tap(Keyboard::f12);
-    EXPECT_THAT(window.keysUntil(Keyboard::f12), testing::EndsWith("+38 -38"));
-    EXPECT_TRUE(monitor.prints("Event tap re-enabled after timeout"));
-    EXPECT_TRUE(monitor.prints("stop"));
-    EXPECT_THAT(keyboard.keysDown(), testing::IsEmpty());
+    process.signal(SIGCONT);
+    EXPECT_THAT(desktop.typed(window), testing::EndsWith("+38 -38"));
+    EXPECT_TRUE(prints("Event tap re-enabled after timeout"));
+    EXPECT_TRUE(prints("stop"));
 
-    ASSERT_TRUE(KeyDesktop::isTapped(window));
-    keyboard.press(Keyboard::altLeft);
-    ASSERT_TRUE(monitor.stop());
-    keyboard.tap(Keyboard::a);
+    ASSERT_TRUE(desktop.isTapped(window));
+    desktop.play("O");
+    ASSERT_TRUE(stop());
+    desktop.play("Aa");
     EXPECT_EQ(window.keys(), "");
-    monitor.process.signal(SIGKILL);
-    keyboard.release(Keyboard::altLeft);
-    keyboard.tap(Keyboard::f12);
-    EXPECT_EQ(window.keysUntil(Keyboard::f12), "+38 -38 -64");
+    process.signal(SIGKILL);
+    desktop.play("o");
+    EXPECT_EQ(desktop.typed(window), "+38 -38 -64");
 }
 
 }  // namespace

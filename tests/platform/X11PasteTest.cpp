@@ -80,7 +80,7 @@ class X11PasteTest : public testing::Test {
     /// Nobody's, as far as the server knows.
     static bool isAnyKeyDown() { return !XTestKeyboard().keysDown().empty(); }
 
-    InputTestServer m_server{{1, "dvorak"}};
+    InputTestServer m_server{"dvorak"};
     TemporaryFolder m_folder;
     const std::filesystem::path m_text = m_folder / "text";
     const std::filesystem::path m_keys = m_folder / "keys";

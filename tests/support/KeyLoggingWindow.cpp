@@ -1,56 +1,51 @@
 #include "support/KeyLoggingWindow.h"
 
-#include <cstdlib>
+#include <xcb/xinput.h>
+
 #include <stdexcept>
 #include <utility>
-
-#define explicit explicit_  // a field's name in this C header
-#include <xcb/xkb.h>
-#undef explicit
-#include <xcb/xinput.h>
 
 #include "rig/process/WaitUntil.h"
 
 namespace nulo {
-namespace {
 
-template <typename T>
-using Memory = std::unique_ptr<T, decltype(&std::free)>;
-
-}  // namespace
-
-KeyLoggingWindow::KeyLoggingWindow(Input input)
-    : m_connection(xcb_connect(nullptr, nullptr), xcb_disconnect) {
-    xcb_connection_t* connection = m_connection.get();
-    if (xcb_connection_has_error(connection))
+KeyLoggingWindow::KeyLoggingWindow(Input input) : m_connection(xcb_connect(nullptr, nullptr)) {
+    xcb_connection_t* const server = m_connection.get();
+    if (xcb_connection_has_error(server))
         throw std::runtime_error("no X server for the window");
-    std::free(
-        xcb_xkb_use_extension_reply(connection, xcb_xkb_use_extension(connection, 1, 0), nullptr));
-    xcb_xkb_per_client_flags(connection, XCB_XKB_ID_USE_CORE_KBD,
+    NULO_XCB(xcb_xkb_use_extension, server, 1, 0);
+    xcb_xkb_per_client_flags(server, XCB_XKB_ID_USE_CORE_KBD,
                              XCB_XKB_PER_CLIENT_FLAG_DETECTABLE_AUTO_REPEAT,
                              XCB_XKB_PER_CLIENT_FLAG_DETECTABLE_AUTO_REPEAT, 0, 0, 0);
-    const xcb_screen_t* screen = xcb_setup_roots_iterator(xcb_get_setup(connection)).data;
-    m_window = xcb_generate_id(connection);
-    const std::uint32_t events = input == Input::xi2
-                                     ? XCB_EVENT_MASK_NO_EVENT
-                                     : XCB_EVENT_MASK_KEY_PRESS | XCB_EVENT_MASK_KEY_RELEASE;
-    xcb_create_window(connection, XCB_COPY_FROM_PARENT, m_window, screen->root, 0, 0, 200, 100, 0,
+    m_window = xcb_generate_id(server);
+    const std::uint32_t events =
+        input == Input::core ? XCB_EVENT_MASK_KEY_PRESS | XCB_EVENT_MASK_KEY_RELEASE : 0;
+    xcb_create_window(server, XCB_COPY_FROM_PARENT, m_window, root(), 0, 0, 200, 100, 0,
                       XCB_WINDOW_CLASS_INPUT_OUTPUT, XCB_COPY_FROM_PARENT, XCB_CW_EVENT_MASK,
                       &events);
-    struct {
-        xcb_input_event_mask_t header;
-        std::uint32_t bits;
-    } mask{{XCB_INPUT_DEVICE_ALL_MASTER, 1},
-           XCB_INPUT_XI_EVENT_MASK_KEY_PRESS | XCB_INPUT_XI_EVENT_MASK_KEY_RELEASE};
     if (input == Input::xi2) {
-        std::free(xcb_input_xi_query_version_reply(
-            connection, xcb_input_xi_query_version(connection, 2, 2), nullptr));
-        xcb_input_xi_select_events(connection, m_window, 1, &mask.header);
+        const struct {
+            xcb_input_event_mask_t header{XCB_INPUT_DEVICE_ALL_MASTER, 1};
+            std::uint32_t bits =
+                XCB_INPUT_XI_EVENT_MASK_KEY_PRESS | XCB_INPUT_XI_EVENT_MASK_KEY_RELEASE;
+        } mask;
+        NULO_XCB(xcb_input_xi_query_version, server, 2, 2);
+        xcb_input_xi_select_events(server, m_window, 1, &mask.header);
     }
     const xcb_atom_t deleteWindow = atom("WM_DELETE_WINDOW");
-    xcb_change_property(connection, XCB_PROP_MODE_REPLACE, m_window, atom("WM_PROTOCOLS"),
+    xcb_change_property(server, XCB_PROP_MODE_REPLACE, m_window, atom("WM_PROTOCOLS"),
                         XCB_ATOM_ATOM, 32, 1, &deleteWindow);
     takeFocus();
+}
+
+xcb_window_t KeyLoggingWindow::root() const {
+    return xcb_setup_roots_iterator(xcb_get_setup(m_connection.get())).data->root;
+}
+
+xcb_atom_t KeyLoggingWindow::atom(const std::string& name) {
+    const auto reply = NULO_XCB(xcb_intern_atom, m_connection.get(), 0,
+                                static_cast<std::uint16_t>(name.size()), name.c_str());
+    return reply ? reply->atom : static_cast<xcb_atom_t>(XCB_NONE);
 }
 
 void KeyLoggingWindow::takeFocus() {
@@ -65,74 +60,49 @@ void KeyLoggingWindow::takeFocus() {
 }
 
 bool KeyLoggingWindow::hasFocus() {
-    const Memory<xcb_get_input_focus_reply_t> reply(
-        xcb_get_input_focus_reply(m_connection.get(), xcb_get_input_focus(m_connection.get()),
-                                  nullptr),
-        std::free);
+    const auto reply = NULO_XCB(xcb_get_input_focus, m_connection.get());
     return reply && reply->focus == m_window;
 }
 
 bool KeyLoggingWindow::isActive() {
-    const Memory<xcb_get_property_reply_t> reply(
-        xcb_get_property_reply(m_connection.get(),
-                               xcb_get_property(m_connection.get(), 0, root(),
-                                                atom("_NET_ACTIVE_WINDOW"), XCB_ATOM_WINDOW, 0, 1),
-                               nullptr),
-        std::free);
+    const auto reply = NULO_XCB(xcb_get_property, m_connection.get(), 0, root(),
+                                atom("_NET_ACTIVE_WINDOW"), XCB_ATOM_WINDOW, 0, 1);
     return reply && xcb_get_property_value_length(reply.get()) == 4 &&
            *static_cast<xcb_window_t*>(xcb_get_property_value(reply.get())) == m_window;
 }
 
 bool KeyLoggingWindow::isGrabbed(int keycode) {
-    xcb_connection_t* connection = m_connection.get();
+    xcb_connection_t* const server = m_connection.get();
     const auto key = static_cast<xcb_keycode_t>(keycode);
-    xcb_grab_server(connection);  // so that nobody finds the key grabbed by the question
-    const Memory<xcb_generic_error_t> error(
-        xcb_request_check(connection,
-                          xcb_grab_key_checked(connection, 0, m_window, XCB_MOD_MASK_ANY, key,
-                                               XCB_GRAB_MODE_ASYNC, XCB_GRAB_MODE_ASYNC)),
-        std::free);
+    xcb_grab_server(server);  // so that nobody finds the key grabbed by the question
+    const auto error = owned(
+        xcb_request_check(server, xcb_grab_key_checked(server, 0, m_window, XCB_MOD_MASK_ANY, key,
+                                                       XCB_GRAB_MODE_ASYNC, XCB_GRAB_MODE_ASYNC)));
     if (!error)
-        xcb_ungrab_key(connection, key, m_window, XCB_MOD_MASK_ANY);
-    xcb_ungrab_server(connection);
-    xcb_flush(connection);
+        xcb_ungrab_key(server, key, m_window, XCB_MOD_MASK_ANY);
+    xcb_ungrab_server(server);
+    xcb_flush(server);
     return error && error->error_code == XCB_ACCESS;
 }
 
-void KeyLoggingWindow::grabKey(int keycode) {
-    xcb_grab_key(m_connection.get(), 0, m_window, XCB_MOD_MASK_ANY,
-                 static_cast<xcb_keycode_t>(keycode), XCB_GRAB_MODE_ASYNC, XCB_GRAB_MODE_ASYNC);
-    hasFocus();
-}
-
-void KeyLoggingWindow::grabKeyOfDesktop(int keycode, bool grab) {
+void KeyLoggingWindow::grabKey(int keycode, Where where, bool grab) {
     const auto key = static_cast<xcb_keycode_t>(keycode);
+    const xcb_window_t window = where == Where::desktop ? root() : m_window;
     if (grab)
-        xcb_grab_key(m_connection.get(), 0, root(), 0, key, XCB_GRAB_MODE_ASYNC,
+        xcb_grab_key(m_connection.get(), 0, window, 0, key, XCB_GRAB_MODE_ASYNC,
                      XCB_GRAB_MODE_ASYNC);
     else
-        xcb_ungrab_key(m_connection.get(), key, root(), 0);
+        xcb_ungrab_key(m_connection.get(), key, window, 0);
     hasFocus();
 }
 
 bool KeyLoggingWindow::grabKeyboard(bool grab) {
-    xcb_connection_t* connection = m_connection.get();
+    xcb_ungrab_keyboard(m_connection.get(), XCB_CURRENT_TIME);
     if (!grab)
-        xcb_ungrab_keyboard(connection, XCB_CURRENT_TIME);
-    hasFocus();
-    if (!grab)
-        return true;
-    const Memory<xcb_grab_keyboard_reply_t> reply(
-        xcb_grab_keyboard_reply(connection,
-                                xcb_grab_keyboard(connection, 0, m_window, XCB_CURRENT_TIME,
-                                                  XCB_GRAB_MODE_ASYNC, XCB_GRAB_MODE_ASYNC),
-                                nullptr),
-        std::free);
+        return hasFocus();
+    const auto reply = NULO_XCB(xcb_grab_keyboard, m_connection.get(), 0, m_window,
+                                XCB_CURRENT_TIME, XCB_GRAB_MODE_ASYNC, XCB_GRAB_MODE_ASYNC);
     return reply && reply->status == XCB_GRAB_STATUS_SUCCESS;
-}
-
-xcb_window_t KeyLoggingWindow::root() const {
-    return xcb_setup_roots_iterator(xcb_get_setup(m_connection.get())).data->root;
 }
 
 void KeyLoggingWindow::slowKeys(std::chrono::milliseconds delay) {
@@ -149,7 +119,16 @@ void KeyLoggingWindow::slowKeys(std::chrono::milliseconds delay) {
 
 std::string KeyLoggingWindow::keys() {
     hasFocus();  // a round trip brings all that is on its way
-    read();
+    while (const XcbEvent event{xcb_poll_for_event(m_connection.get())}) {
+        const auto& extended = reinterpret_cast<const xcb_input_key_press_event_t&>(*event);
+        const int type = typeOf(*event);
+        if (type == XCB_KEY_PRESS || type == XCB_KEY_RELEASE)
+            note(asKey(*event).detail, type == XCB_KEY_PRESS);
+        if (type == XCB_GE_GENERIC)
+            note(extended.detail & 0xFF, extended.event_type == XCB_INPUT_KEY_PRESS);
+        if (type == XCB_CLIENT_MESSAGE)
+            m_askedToClose = true;
+    }
     return m_keys;
 }
 
@@ -168,34 +147,10 @@ bool KeyLoggingWindow::wasAskedToClose() {
     return m_askedToClose;
 }
 
-void KeyLoggingWindow::read() {
-    while (Memory<xcb_generic_event_t> event{xcb_poll_for_event(m_connection.get()), std::free}) {
-        const int type = event->response_type & 0x7F;
-        if (type == XCB_KEY_PRESS || type == XCB_KEY_RELEASE)
-            note(event->pad0, type == XCB_KEY_PRESS);
-        const auto& extended = reinterpret_cast<const xcb_input_key_press_event_t&>(*event);
-        if (type == XCB_GE_GENERIC)
-            note(extended.detail, extended.event_type == XCB_INPUT_KEY_PRESS);
-        if (type == XCB_CLIENT_MESSAGE)
-            m_askedToClose = true;
-    }
-}
-
 void KeyLoggingWindow::note(unsigned key, bool press) {
-    const bool repeats = press && m_down[key & 0xFF];
-    m_down[key & 0xFF] = press;
+    const bool repeats = press && std::exchange(m_down[key], press);
+    m_down[key] = press;
     m_keys += (repeats ? "=" : press ? "+" : "-") + std::to_string(key) + " ";
-}
-
-xcb_atom_t KeyLoggingWindow::atom(const std::string& name) {
-    const Memory<xcb_intern_atom_reply_t> reply(
-        xcb_intern_atom_reply(
-            m_connection.get(),
-            xcb_intern_atom(m_connection.get(), 0, static_cast<std::uint16_t>(name.size()),
-                            name.c_str()),
-            nullptr),
-        std::free);
-    return reply ? reply->atom : static_cast<xcb_atom_t>(XCB_NONE);
 }
 
 }  // namespace nulo

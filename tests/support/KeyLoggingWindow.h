@@ -1,10 +1,9 @@
 #pragma once
 
-#include <xcb/xcb.h>
-
 #include <chrono>
-#include <memory>
 #include <string>
+
+#include "platform/x11/Xcb.h"
 
 namespace nulo {
 
@@ -30,10 +29,10 @@ class KeyLoggingWindow {
     bool isActive();
     /// Whether another program holds this key of this window.
     bool isGrabbed(int keycode);
-    /// Takes the key of this window for itself, as a program of its own.
-    void grabKey(int keycode);
-    /// Takes the key of the whole desktop, as a hot-key tool does, or gives it back.
-    void grabKeyOfDesktop(int keycode, bool grab);
+    enum class Where { window, desktop };
+    /// Takes the key of this window, as its own program does, or of the whole desktop, as a hot-key
+    /// tool does; or gives it back.
+    void grabKey(int keycode, Where where, bool grab = true);
     /// Takes the whole keyboard, as a screen lock does, or gives it back; false when it cannot.
     bool grabKeyboard(bool grab);
     /// Has the server refuse keys that are not held for so long; 0 ends that.
@@ -41,12 +40,11 @@ class KeyLoggingWindow {
     xcb_window_t window() const { return m_window; }
 
   private:
-    void read();
     void note(unsigned key, bool press);
     xcb_atom_t atom(const std::string& name);
     xcb_window_t root() const;
 
-    std::unique_ptr<xcb_connection_t, void (*)(xcb_connection_t*)> m_connection;
+    XcbConnection m_connection;
     xcb_window_t m_window;
     std::string m_keys;
     bool m_down[256] = {};

@@ -1,7 +1,5 @@
 #include "platform/session/BackendChoice.h"
 
-#include <xcb/xcb.h>
-
 #include <cstdlib>
 
 namespace nulo {
@@ -14,26 +12,33 @@ std::string variable(const char* name) {
 
 }  // namespace
 
-KeyTapChoice chooseKeyTap(const SessionFacts& facts) {
-    using Backend = KeyTapChoice::Backend;
-    if (facts.sessionType == "wayland" || !facts.waylandDisplay.empty())
-        return {Backend::unavailable,
-                "Option+Space cannot be watched in a Wayland session yet; log in to an X11 (Xorg) "
-                "session to use it"};
-    if (facts.display.empty())
-        return {Backend::unavailable, "no display ($DISPLAY is not set)"};
-    return {Backend::x11, "X11 session on display " + facts.display};
-}
-
-bool x11DisplayAnswers(const std::string& display) {
-    xcb_connection_t* const connection = xcb_connect(display.c_str(), nullptr);
-    const bool answers = !xcb_connection_has_error(connection);
-    xcb_disconnect(connection);
-    return answers;
-}
-
 SessionFacts sessionFacts() {
     return {variable("XDG_SESSION_TYPE"), variable("DISPLAY"), variable("WAYLAND_DISPLAY")};
+}
+
+BackendChoice chooseBackends(const SessionFacts& facts) {
+    BackendChoice choice;
+    choice.clipboard = {{Backend::qt, "the desktop's clipboard and primary selection"}};
+    if (facts.isWayland()) {
+        choice.keySource = {{Backend::none,
+                             "Option+Space cannot be watched in a Wayland session yet; log in to "
+                             "an X11 (Xorg) session to use it"}};
+        choice.paste = {
+            {Backend::none,
+             "by hand: no keys can be sent to other programs in a Wayland session yet"}};
+        choice.overlay = {{Backend::qt, "where the compositor puts it"}};
+        return choice;
+    }
+    if (facts.display.empty()) {
+        const BackendCandidate none{Backend::none, "no display ($DISPLAY is not set)"};
+        choice.keySource = choice.paste = choice.overlay = {none};
+        return choice;
+    }
+    choice.keySource = {{Backend::x11, "X11 session on display " + facts.display}};
+    choice.paste = {{Backend::x11, "the focused program's own keys, by XTEST"},
+                    {Backend::none, "by hand"}};
+    choice.overlay = {{Backend::x11, "above all windows of the display"}};
+    return choice;
 }
 
 }  // namespace nulo

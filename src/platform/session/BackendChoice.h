@@ -1,6 +1,7 @@
 #pragma once
 
 #include <string>
+#include <vector>
 
 namespace nulo {
 
@@ -9,22 +10,30 @@ struct SessionFacts {
     std::string sessionType;     // $XDG_SESSION_TYPE
     std::string display;         // $DISPLAY
     std::string waylandDisplay;  // $WAYLAND_DISPLAY
+
+    bool isWayland() const { return sessionType == "wayland" || !waylandDisplay.empty(); }
 };
 
-struct KeyTapChoice {
-    enum class Backend { x11, unavailable };
+/// This process's session.
+SessionFacts sessionFacts();
+
+enum class Backend { x11, qt, none };
+
+struct BackendCandidate {
     Backend backend;
     std::string reason;  // one line for the diagnostics, in English
 };
 
-/// By session type, never by whether a call succeeds: under XWayland an X11 key grab succeeds and
-/// then does not fire in Wayland windows.
-KeyTapChoice chooseKeyTap(const SessionFacts& facts);
+/// The backends for each capability, the best first. A list's last one can always be made.
+struct BackendChoice {
+    std::vector<BackendCandidate> keySource;
+    std::vector<BackendCandidate> clipboard;
+    std::vector<BackendCandidate> paste;
+    std::vector<BackendCandidate> overlay;
+};
 
-/// Whether an X server answers there; Qt ends the process when none does. Waits for the server.
-bool x11DisplayAnswers(const std::string& display);
-
-/// This process's session.
-SessionFacts sessionFacts();
+/// By facts, never by whether a call succeeds: under XWayland an X11 key grab succeeds and then
+/// does not fire in Wayland windows, and neither do keys that are sent reach those.
+BackendChoice chooseBackends(const SessionFacts& facts);
 
 }  // namespace nulo

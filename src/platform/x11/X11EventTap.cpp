@@ -321,21 +321,11 @@ class X11EventTapSource final : public EventTapSource {
     Lifetime m_lifetime;
 };
 
-class UnavailableEventTapSource final : public EventTapSource {
-  public:
-    bool isTrusted() override { return false; }
-    std::unique_ptr<EventTap> createTap(Handler) override { return nullptr; }
-};
-
 }  // namespace
 
 std::unique_ptr<EventTapSource> makeX11EventTapSource(InjectionGate& gate, MainQueue& mainQueue,
                                                       Print print) {
     return std::make_unique<X11EventTapSource>(gate, mainQueue, std::move(print));
-}
-
-std::unique_ptr<EventTapSource> makeUnavailableEventTapSource() {
-    return std::make_unique<UnavailableEventTapSource>();
 }
 
 }  // namespace nulo
