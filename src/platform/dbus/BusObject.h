@@ -17,8 +17,6 @@ class BusObject : public QDBusVirtualObject {
     BusObject(const BusObject&) = delete;
     BusObject& operator=(const BusObject&) = delete;
 
-    const QString& path() const { return m_path; }
-
   protected:
     virtual QVariantMap properties() const = 0;
     /// The reply, or an error made by message.createErrorReply(); an invalid message for a method

@@ -116,7 +116,7 @@ bool DBusMenu::sameRows(const Menu& menu) const {
     return std::equal(menu.begin(), menu.end(), m_menu.begin(), m_menu.end(), same);
 }
 
-/// Hosts keep the rows, and an open menu stays as it is but for the marks.
+/// Tells hosts which marks changed; they keep the rows, also of a menu that is open.
 void DBusMenu::updateChecks(Menu menu) {
     QList<dbusmenu::ItemProperties> updated;
     for (std::size_t i = 0; i < menu.size(); ++i)
@@ -168,7 +168,7 @@ bool DBusMenu::isRow(int id) const {
     return id >= m_firstId && id - m_firstId < static_cast<int>(m_menu.size());
 }
 
-/// Of a row or of the root.
+/// The properties of one row, or of the root above all rows.
 QVariantMap DBusMenu::rowProperties(int id, const QStringList& names) const {
     if (id == rootId)
         return filtered({{"children-display", "submenu"}}, names);
@@ -230,7 +230,7 @@ QDBusMessage DBusMenu::answerAboutToShowGroup(const QDBusMessage& message) {
     return message.createReply({QVariant::fromValue(toUpdate), QVariant::fromValue(unknown)});
 }
 
-/// Whether the host must read the layout again.
+/// Lets the program renew the menu; true when the host must read the layout again.
 bool DBusMenu::aboutToShow() {
     const uint before = m_revision;
     const QPointer<DBusMenu> self(this);
@@ -258,7 +258,7 @@ QDBusMessage DBusMenu::answerEvents(const QDBusMessage& message) {
     return message.createReply(QVariant::fromValue(unknown));
 }
 
-/// The action runs after the host has its answer: it may open a dialog that waits for the user.
+/// Runs the action after the host has its answer, because the action may take long.
 void DBusMenu::handleEvent(int id, const QString& type) {
     if (id == rootId || type != u"clicked")
         return;
@@ -269,7 +269,7 @@ void DBusMenu::handleEvent(int id, const QString& type) {
     m_runChosen.start(0);
 }
 
-/// Any of the actions may destroy this.
+/// Any of the actions may destroy this object.
 void DBusMenu::runChosen() {
     const auto chosen = std::exchange(m_chosen, {});
     for (const auto& action : chosen)

@@ -21,7 +21,7 @@ xcb_connection_t* toolkitConnection() {
     return native ? native->connection() : nullptr;
 }
 
-/// Of $DISPLAY.
+/// The number of the screen in $DISPLAY.
 int defaultScreen() {
     char* host = nullptr;
     int display = 0;

@@ -13,7 +13,7 @@ bool canAnswer(const QKeyEvent& event) {
            key == Qt::Key_Select || key == Qt::Key_Escape;
 }
 
-/// Whether it is part of a text rather than of the window's operation.
+/// True for a key that belongs to a text rather than to the window's operation.
 bool isTyped(const QKeyEvent& event) {
     const bool isCommand =
         event.modifiers() & (Qt::ControlModifier | Qt::AltModifier | Qt::MetaModifier);

@@ -16,7 +16,7 @@ constexpr double softness = 8;
 constexpr double darkest = 0.5;
 constexpr double lineAlpha = 0.22;
 
-/// Of the small panel's shadow, what is not stretched on each side.
+/// The part of each side of the small panel's shadow that is not stretched.
 constexpr int fixedPart = OverlayShadow::margin + overlayCornerRadius + static_cast<int>(drop);
 constexpr int smallSide = 2 * fixedPart + 1;
 

@@ -1,9 +1,10 @@
 #include "ui/overlay/StreamingTextLayout.h"
 
-#include <QFontDatabase>
 #include <QFontMetricsF>
 #include <QTextOption>
 #include <algorithm>
+
+#include "ui/overlay/OverlayFonts.h"
 
 namespace nulo {
 namespace {
@@ -28,20 +29,6 @@ bool endsLine(QChar character) {
 }
 
 }  // namespace
-
-QFont systemFont(int size, QFont::Weight weight) {
-    QFont font = QFontDatabase::systemFont(QFontDatabase::GeneralFont);
-    font.setPixelSize(size);
-    font.setWeight(weight);
-    return font;
-}
-
-QFont monospacedSystemFont(int size, QFont::Weight weight) {
-    QFont font = QFontDatabase::systemFont(QFontDatabase::FixedFont);
-    font.setPixelSize(size);
-    font.setWeight(weight);
-    return font;
-}
 
 void StreamingTextLayout::update(const std::string& text, double width) {
     if (width == m_width && text == m_text)

@@ -1,6 +1,5 @@
 #pragma once
 
-#include <QFont>
 #include <QPainter>
 #include <QString>
 #include <QTextLayout>
@@ -55,12 +54,5 @@ class StreamingTextLayout {
     double m_height = 0;
     std::vector<Piece> m_pieces;
 };
-
-/// The desktop's general font at a size in points of 1/72 inch of an unscaled screen (logical
-/// pixels), whatever resolution the desktop claims for it.
-QFont systemFont(int size, QFont::Weight weight);
-
-/// The same for the desktop's monospaced font.
-QFont monospacedSystemFont(int size, QFont::Weight weight);
 
 }  // namespace nulo

@@ -5,6 +5,8 @@
 #include <cmath>
 #include <span>
 
+#include "ui/overlay/OverlayFonts.h"
+
 namespace nulo {
 namespace {
 

@@ -1,16 +1,34 @@
 #pragma once
 
+#include <QColor>
 #include <QPainter>
 #include <QSizeF>
+#include <optional>
+#include <string>
+#include <vector>
 
 #include "ui/overlay/StreamingTextLayout.h"
-#include "ui/overlay/WaveformContent.h"
 #include "ui/overlay/WaveformPictures.h"
 
 namespace nulo {
 
-/// Of the overlay's background.
+/// Radius of the overlay's background, in points.
 constexpr int overlayCornerRadius = 12;
+
+/// What the overlay shows. A streaming text takes precedence over a status, a status over levels,
+/// levels over the idle dot.
+struct WaveformContent {
+    /// 0...1 each, oldest first.
+    std::vector<float> audioLevels;
+    std::optional<std::string> statusText;
+    /// The text received so far; an empty one still counts as present.
+    std::optional<std::string> streamingText;
+    /// Without a cursor once true.
+    bool streamingDone = false;
+    /// Debug steps, shown in one line at the bottom edge of a status or a streaming text.
+    std::vector<std::string> debugLines;
+    QColor barColor = QColor::fromRgbF(1.0f, 0.25f, 0.25f);
+};
 
 /// What is kept from one drawing to the next, to be quicker; it has no influence on the picture.
 struct WaveformMemory {

@@ -3,8 +3,8 @@
 namespace nulo {
 namespace {
 
-/// More than a row's bars at each place between the pixels that they come through: two where a
-/// point is a pixel, as a new level moves a growing row by half a bar's way.
+/// Enough for a row of bars at each place that a bar takes between two pixels. There are two such
+/// places where a point is a pixel, because each new level moves a growing row by 2.5 points.
 constexpr int maxPictures = 300;
 
 /// Qt hands a shape of more than 95 pieces of pixel rows to a pool of threads; waking those costs

@@ -3,7 +3,6 @@
 #include <QWidget>
 
 #include "base/Clock.h"
-#include "ui/overlay/WaveformContent.h"
 #include "ui/overlay/WaveformPainting.h"
 
 namespace nulo {

@@ -40,7 +40,7 @@ class WaveformWindow final : public DictationOverlay {
 
     /// Adds a line to the debug strip. Any thread; in the order of the calls, later, on main.
     void showDebugStep(std::string text) override;
-    /// Replaces the strip's last line, if there is one. As showDebugStep().
+    /// Replaces the strip's last line, if there is one. Any thread, in order with showDebugStep().
     void updateDebugStep(std::string text) override;
     void clearDebugSteps() override;
 

@@ -8,7 +8,7 @@
 namespace nulo {
 namespace {
 
-/// With no mnemonics.
+/// Doubles what would mark a mnemonic.
 QString displayed(const std::string& title) {
     return QString::fromStdString(title).replace(u'&', QStringLiteral("&&"));
 }

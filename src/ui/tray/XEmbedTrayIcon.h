@@ -21,7 +21,7 @@ class XEmbedTrayIcon final : public StatusItem {
     bool isShown() const override;
 
   private:
-    /// The widget has them from its first opening on: measuring titles loads the fonts.
+    /// Given to the widget when it opens: measuring their titles at the start would load the fonts.
     Menu m_entries;
     MenuWidget m_menu;
     QSystemTrayIcon m_icon;
