@@ -57,8 +57,7 @@ class Panel final : private QDBusVirtualObject {
     /// Calls the registered item; the reply may be an error.
     QDBusMessage call(const QString& path, const QString& interface, const QString& method,
                       const QVariantList& arguments = {}) {
-        QDBusMessage message =
-            QDBusMessage::createMethodCall(m_items.value(0), path, interface, method);
+        auto message = QDBusMessage::createMethodCall(m_items.value(0), path, interface, method);
         message.setArguments(arguments);
         QDBusPendingCall pending = m_connection.asyncCall(message, 10'000);
         processUntil([&] { return pending.isFinished(); });
@@ -68,10 +67,12 @@ class Panel final : private QDBusVirtualObject {
         return call("/MenuBar", "com.canonical.dbusmenu", method, arguments);
     }
     QVariant itemProperty(const QString& name) {
-        const QDBusMessage reply =
-            call("/StatusNotifierItem", "org.freedesktop.DBus.Properties", "Get",
-                 {QStringLiteral("org.kde.StatusNotifierItem"), name});
-        return reply.arguments().value(0).value<QDBusVariant>().variant();
+        return call("/StatusNotifierItem", "org.freedesktop.DBus.Properties", "Get",
+                    {QStringLiteral("org.kde.StatusNotifierItem"), name})
+            .arguments()
+            .value(0)
+            .value<QDBusVariant>()
+            .variant();
     }
 
     struct Row {

@@ -3,8 +3,15 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <fstream>
+
+#include "fakes/FakeEventTap.h"
+#include "fakes/FakeMainQueue.h"
 #include "fakes/FakeStatusItem.h"
-#include "fakes/TrayProgram.h"
+#include "fakes/PrintedLines.h"
+#include "rig/process/FakeClock.h"
+#include "rig/process/TemporaryFolder.h"
+#include "rig/sound/FakeMicrophone.h"
 #include "ui/tray/StatusIcons.h"
 
 namespace nulo {
@@ -13,170 +20,133 @@ namespace {
 using testing::ElementsAre;
 using testing::IsEmpty;
 
+/// A controller on a real configuration file; everything else is fake.
 class MenuBarControllerTest : public testing::Test {
   protected:
     MenuBarControllerTest() {
-        controller.accessibilityGranted = true;
-        controller.rebuildMenu();
+        configFile.createDefaultIfNeeded();
+        controller->onCheckForUpdates = [this] { calls.emplace_back("updates"); };
+        controller->onQuit = [this] { calls.emplace_back("quit"); };
+        controller->accessibilityGranted = true;
+        controller->rebuildMenu();
     }
-    std::string printedLast() { return program.printed.lines().back(); }
+    void writeConfig(const std::string& text) { std::ofstream(configFile.configFile()) << text; }
+    /// What is marked when the menu opens on a file like this.
+    std::vector<std::string> marksWith(const std::string& activeMode,
+                                       const std::vector<PromptMode>& more = {}) {
+        AppConfig config = defaultConfig();
+        config.activeMode = activeMode;
+        config.modes.insert(config.modes.end(), more.begin(), more.end());
+        configFile.save(config);
+        item.onAboutToShow();
+        return checkedTitles(item.menu);
+    }
 
+    std::vector<std::string> calls;
     FakeStatusItem item;
-    TrayProgram program{item};
-    MenuBarController& controller = program.controller;
+    TemporaryFolder home;
+    PrintedLines printed;
+    FakeClock clock;
+    FakeMainQueue queue{&clock};
+    FakeMicrophone microphone;
+    FakeEventTapSource taps;
+    ConfigFile configFile{home.path(), [](std::string_view) {}};
+    AudioRecorder recorder{microphone, nullptr, queue, clock, printed.print(), home.path()};
+    GlobalKeyMonitor keys{taps, queue, printed.print(), [this] { calls.emplace_back("help"); }};
+    int settingsMade = 0;
+    AppConfig settingsConfig;
+    std::function<Outcome(const AppConfig&)> save;
+    std::function<void()> close;
+    QWidget* window = nullptr;
+    std::unique_ptr<MenuBarController> controller = std::make_unique<MenuBarController>(
+        item, recorder, keys, configFile, printed.print(),
+        [this](const AppConfig& config, auto onSave, auto onClose) {
+            ++settingsMade;
+            settingsConfig = config;
+            save = onSave;
+            close = onClose;
+            auto made = std::make_unique<QWidget>();
+            window = made.get();
+            return made;
+        });
 };
 
-// A row that is missing, misplaced, misspelt, of the wrong kind or with the wrong key.
+// A row that is missing, misplaced or of the wrong kind; an entry that does another's work.
 TEST_F(MenuBarControllerTest, hasTheRowsOfItsTable) {
     EXPECT_THAT(titles(item.menu),
                 ElementsAre("Mode", "Voice to Text", "Transcription brute", "Commande systeme",
                             "Email", "Francais → Espagnol", "", "Reglages...",
                             "Rechercher une mise a jour...", "", "Quitter"));
-    EXPECT_THAT(checkedTitles(item.menu), ElementsAre("Voice to Text"));
     EXPECT_EQ(item.menu[0].kind, MenuEntry::Kind::header);
-    EXPECT_EQ(item.menu[5].kind, MenuEntry::Kind::choice);
-    EXPECT_EQ(item.menu[6].kind, MenuEntry::Kind::separator);
-    EXPECT_EQ(item.menu[7].shortcut, "Ctrl+,");
-    EXPECT_EQ(item.menu[8].shortcut, "");
-    EXPECT_EQ(item.menu[10].shortcut, "Ctrl+Q");
-    for (const std::size_t silent : {0, 6, 9})
-        EXPECT_FALSE(item.menu[silent].action);
-
-    controller.accessibilityGranted = false;
-    controller.rebuildMenu();
-    ASSERT_EQ(item.menu.size(), 14u);
-    EXPECT_EQ(item.menu[0].title, "\u26A0\uFE0F Accessibilite requise");
+    EXPECT_EQ(item.menu[7].shortcut + item.menu[10].shortcut, "Ctrl+,Ctrl+Q");
+    controller->accessibilityGranted = false;
+    controller->rebuildMenu();
     EXPECT_EQ(item.menu[0].kind, MenuEntry::Kind::warning);
-    EXPECT_EQ(item.menu[1].title, "  Ouvrir les Reglages...");
-    EXPECT_EQ(item.menu[2].kind, MenuEntry::Kind::separator);
-    EXPECT_EQ(item.menu[3].title, "Mode");
+    for (const char* row : {"\u26A0\uFE0F Accessibilite requise", "  Ouvrir les Reglages...",
+                            "Rechercher une mise a jour...", "Quitter"})
+        choose(item.menu, row);
+    EXPECT_THAT(calls, ElementsAre("help", "help", "updates", "quit"));
+    controller.reset();
+    choose(item.menu, "Quitter");  // a late click
 }
 
-// A stale list, marks compared carelessly, two marks.
+// A stale list, marks compared carelessly, two marks, a name as wide as the screen.
 TEST_F(MenuBarControllerTest, showsTheFileAsItIsWhenTheMenuOpens) {
-    for (const PromptMode& mode : defaultModes()) {
-        program.setActiveMode(mode.id);
-        item.onAboutToShow();
-        EXPECT_THAT(checkedTitles(item.menu), ElementsAre(mode.name));
-    }
-    for (const char* unknown : {"", "EMAIL", "email "}) {
-        program.setActiveMode(unknown);
-        item.onAboutToShow();
-        EXPECT_THAT(checkedTitles(item.menu), IsEmpty()) << unknown;
-    }
-    AppConfig config = program.configFile.load().value();
-    config.modes.push_back({"long", "two\nlines " + std::string(300, 'x')});
-    config.modes.push_back({"twice", "A"});
-    config.modes.push_back({"twice", "B"});
-    config.activeMode = "twice";
-    program.configFile.save(config);
+    EXPECT_THAT(marksWith("email"), ElementsAre("Email"));
+    EXPECT_THAT(marksWith("EMAIL"), IsEmpty());
+    EXPECT_THAT(marksWith("twice", {{"twice", "A"}, {"twice", "B"}}), ElementsAre("A"));
+    EXPECT_THAT(marksWith("long", {{"long", "two\nlines " + std::string(300, 'x')}}),
+                ElementsAre("two lines " + std::string(40, 'x') + "…"));
+    writeConfig("{ not json");
     item.onAboutToShow();
-    EXPECT_THAT(checkedTitles(item.menu), ElementsAre("A"));
-    EXPECT_EQ(item.menu[6].title, "two lines " + std::string(40, 'x') + "…");
-
-    program.writeConfig("{ not json");
-    item.onAboutToShow();
-    EXPECT_EQ(item.menu.size(), 11u);
     EXPECT_THAT(checkedTitles(item.menu), ElementsAre("Voice to Text"));
+    choose(item.menu, "Email");
+    EXPECT_FALSE(configFile.load());
 }
 
-// A choice that is not written, loses other settings, or overwrites a file it cannot read.
+// A choice that is not written, or loses other settings.
 TEST_F(MenuBarControllerTest, choosingAModeWritesIt) {
-    AppConfig expected = program.configFile.load().value();
+    AppConfig expected = configFile.load().value();
     expected.dictionary = {"Nulo"};
-    program.configFile.save(expected);
+    configFile.save(expected);
     expected.activeMode = "email";
-    for (int i = 0; i < 2; ++i) {  // the second time it is the active one already
-        const int before = item.menusSet;
-        choose(item.menu, "Email");
-        EXPECT_EQ(program.configFile.load(), expected);
-        EXPECT_THAT(checkedTitles(item.menu), ElementsAre("Email"));
-        EXPECT_EQ(item.menusSet, before + 1);
-        EXPECT_EQ(program.printed.lines().size(), i + 1u);
-        EXPECT_EQ(printedLast(), "Mode changed to: Email");
-    }
-    controller.selectMode("gone");
-    EXPECT_EQ(printedLast(), "Mode changed to: Voice to Text");
-
-    program.writeConfig("{ not json");
-    const int before = item.menusSet;
-    choose(item.menu, "Transcription brute");
-    EXPECT_FALSE(program.configFile.load());
-    EXPECT_EQ(item.menusSet, before);
-    EXPECT_EQ(program.printed.lines().size(), 3u);
-}
-
-// An entry that does nothing, something else, or crashes without a listener or a controller.
-TEST_F(MenuBarControllerTest, theOtherEntriesCallOut) {
-    controller.accessibilityGranted = false;
-    controller.rebuildMenu();
-    for (const std::size_t row : {0, 1, 12, 13}) {
-        if (item.menu[row].action)
-            item.menu[row].action();
-    }
-    choose(item.menu, "Rechercher une mise a jour...");
-    EXPECT_THAT(program.calls, ElementsAre("permission", "permission", "quit", "updates"));
-
-    controller.onQuit = nullptr;
-    controller.onCheckForUpdates = nullptr;
-    choose(item.menu, "Quitter");
-    choose(item.menu, "Rechercher une mise a jour...");
-
-    FakeStatusItem other;
-    {
-        TrayProgram shortLived(other);
-        shortLived.controller.rebuildMenu();
-    }
-    choose(other.menu, "Quitter");
-    choose(other.menu, "Reglages...");
-    EXPECT_FALSE(other.onAboutToShow);
+    choose(item.menu, "Email");
+    EXPECT_EQ(configFile.load(), expected);
+    EXPECT_THAT(checkedTitles(item.menu), ElementsAre("Email"));
+    EXPECT_THAT(printed.lines(), ElementsAre("Mode changed to: Email"));
 }
 
 // A second window over an open one, old settings in a new one, a save that the menu does not show.
 TEST_F(MenuBarControllerTest, opensOneSettingsWindow) {
     choose(item.menu, "Reglages...");
-    ASSERT_EQ(program.settingsMade, 1);
-    ASSERT_TRUE(program.settingsWindow->isVisible());
-    program.settingsWindow->showMinimized();
+    window->showMinimized();
     choose(item.menu, "Reglages...");
-    EXPECT_EQ(program.settingsMade, 1);
-    EXPECT_FALSE(program.settingsWindow->isMinimized());
-
-    AppConfig edited = program.settingsConfig;
+    EXPECT_EQ(settingsMade, 1);
+    EXPECT_FALSE(window->isMinimized());
+    AppConfig edited = settingsConfig;
     edited.modes.push_back({"0a1b2c3d", "Notes"});
-    EXPECT_TRUE(program.saveSettings(edited).ok());
+    EXPECT_TRUE(save(edited).ok());
     EXPECT_EQ(item.menu[6].title, "Notes");
-    EXPECT_TRUE(program.settingsWindow->isVisible());
-
-    program.closeSettings();
-    EXPECT_FALSE(program.settingsWindow->isVisible());
+    close();
+    EXPECT_FALSE(window->isVisible());
     choose(item.menu, "Reglages...");
-    EXPECT_EQ(program.settingsMade, 2);
-    EXPECT_EQ(program.settingsConfig, edited);
-    program.closeSettings();
-    program.writeConfig("[]");
-    choose(item.menu, "Reglages...");
-    EXPECT_EQ(program.settingsConfig, defaultConfig());
-
-    std::filesystem::remove_all(program.configFile.configDir());
-    std::ofstream(program.configFile.configDir()) << "in the way";
-    EXPECT_FALSE(program.saveSettings(edited).ok());
+    EXPECT_EQ(settingsConfig, edited);
+    std::filesystem::remove_all(configFile.configDir());
+    std::ofstream(configFile.configDir()) << "in the way";
+    EXPECT_FALSE(save(edited).ok());
 }
 
 // The wrong sign: recording hidden, or shown although nothing can be recorded.
 TEST_F(MenuBarControllerTest, theWarningGoesBeforeRecording) {
-    const auto shows = [&](const StatusIcon& expected) {
-        controller.updateIcon();
-        return item.icon.draw(32).argb == expected.draw(32).argb &&
-               item.icon.description == expected.description &&
-               item.icon.needsAttention == expected.needsAttention;
+    const auto shown = [&] {
+        controller->updateIcon();
+        return item.icon.symbolicName;
     };
-    EXPECT_TRUE(shows(idleIcon()));
-    program.recorder.isRecording().set(true);
-    EXPECT_TRUE(shows(recordingIcon()));
-    controller.accessibilityGranted = false;
-    EXPECT_TRUE(shows(warningIcon()));
-    EXPECT_EQ(item.icon.description, "Nulo - Accessibilite requise");
+    EXPECT_EQ(shown(), idleIcon().symbolicName);
+    recorder.isRecording().set(true);
+    EXPECT_EQ(shown(), recordingIcon().symbolicName);
+    controller->accessibilityGranted = false;
+    EXPECT_EQ(shown(), warningIcon().symbolicName);
 }
 
 }  // namespace

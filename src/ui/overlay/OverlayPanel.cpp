@@ -109,17 +109,17 @@ void OverlayPanel::mouseMoveEvent(QMouseEvent* event) {
 }
 
 void OverlayPanel::paintEvent(QPaintEvent* event) {
-    QPainter painter(this);
-    if (!m_isComposited) {
-        painter.fillRect(event->rect(), edgeColor);
-        return;
-    }
     // The content covers the panel but for its corners, and is drawn far more often than this.
     const QRect panel = rect().marginsRemoved({m_margin, m_margin, m_margin, m_margin});
     constexpr int corner = overlayCornerRadius;
-    painter.setClipRegion(event->region() - panel.adjusted(corner, 0, -corner, 0) -
-                          panel.adjusted(0, corner, 0, -corner));
-    m_shadow.draw(painter, rect());
+    const QRegion uncovered = event->region() - panel.adjusted(corner, 0, -corner, 0) -
+                              panel.adjusted(0, corner, 0, -corner);
+    QPainter painter(this);
+    painter.setClipRegion(uncovered);
+    if (m_isComposited)
+        m_shadow.draw(painter, rect());
+    else
+        painter.fillRect(rect(), edgeColor);
 }
 
 void OverlayPanel::resizeEvent(QResizeEvent* event) {
