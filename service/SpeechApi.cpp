@@ -6,8 +6,8 @@
 #include <cstdint>
 #include <nlohmann/json.hpp>
 
-#include "service/gateway/EventStream.h"
 #include "service/gateway/Routing.h"
+#include "service/http/EventStream.h"
 
 namespace nulo::service {
 namespace {

@@ -2,7 +2,6 @@
 #include <pthread.h>
 #include <signal.h>
 #include <sys/resource.h>
-#include <sys/stat.h>
 
 #include <algorithm>
 #include <atomic>
@@ -16,6 +15,7 @@
 #include "base/Print.h"
 #include "base/StandardStreams.h"
 #include "service/Options.h"
+#include "service/Sha256.h"
 #include "service/SpeechApi.h"
 #include "service/gateway/GatewayCleanup.h"
 #include "service/gateway/GatewayConfig.h"
@@ -25,7 +25,6 @@
 #include "service/offline/OfflineRecogniser.h"
 #include "service/offline/PocketSphinxEngine.h"
 #include "service/offline/RuleCleanup.h"
-#include "service/offline/Sha256.h"
 #include "service/offline/WhisperEngine.h"
 
 namespace nulo::service {
@@ -35,10 +34,8 @@ void printError(const std::string& line) {
     std::fputs(("nulo-service: " + line + "\n").c_str(), stderr);
 }
 
-void warnOfReadableToken(const std::filesystem::path& file) {
-    struct stat facts {};
-    if (stat(file.c_str(), &facts) == 0 && (facts.st_mode & (S_IRGRP | S_IROTH)) != 0)
-        printError("warning: others can read the token file " + file.string() + "; chmod 600 it");
+void printWarning(std::string_view line) {
+    printError(std::string(line));
 }
 
 /// Waits for the first SIGINT or SIGTERM; a second one then ends the process at once.
@@ -102,8 +99,7 @@ Result<Setup> setUp(const Options& options) {
             file = defaultGatewayConfigFile();
     }
     if (!file.empty()) {
-        auto config =
-            readGatewayConfig(file, [](std::string_view line) { printError(std::string(line)); });
+        auto config = readGatewayConfig(file, printWarning);
         if (!config)
             return config.error();
         setup.config = std::move(config).value();
@@ -124,7 +120,7 @@ Result<Setup> setUp(const Options& options) {
         const auto token = readToken(options.tokenFile);
         if (!token)
             return token.error();
-        warnOfReadableToken(options.tokenFile);
+        warnIfReadable(options.tokenFile, printWarning);
         setup.tokens.push_back(sha256(token.value()));
     }
     if (const auto allowed = checkReach(setup.address, !setup.tokens.empty()); !allowed)

@@ -3,7 +3,7 @@
 #include <nlohmann/json.hpp>
 
 #include "base/Text.h"
-#include "service/ChatEvents.h"
+#include "service/gateway/ChatEvents.h"
 #include "service/gateway/UpstreamFailure.h"
 
 namespace nulo::service {

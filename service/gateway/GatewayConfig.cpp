@@ -10,7 +10,7 @@
 #include "base/FileIO.h"
 #include "base/HttpUrl.h"
 #include "base/Text.h"
-#include "service/offline/Sha256.h"
+#include "service/Sha256.h"
 
 namespace nulo::service {
 namespace {
@@ -86,12 +86,6 @@ class Section {
 std::filesystem::path resolved(const std::string& text, const std::filesystem::path& folder) {
     const std::filesystem::path path(text);
     return path.is_absolute() ? path : folder / path;
-}
-
-void warnIfReadable(const std::filesystem::path& file, const Print& print) {
-    struct stat facts {};
-    if (stat(file.c_str(), &facts) == 0 && (facts.st_mode & (S_IRGRP | S_IROTH)) != 0)
-        print("warning: others can read the keys in " + file.string() + "; chmod 600 it");
 }
 
 std::string checkedKey(const std::string& key, const std::string& path) {
@@ -228,6 +222,12 @@ const Provider* GatewayConfig::provider(std::string_view name) const {
     return entry == providers.end() ? nullptr : &*entry;
 }
 
+void warnIfReadable(const std::filesystem::path& file, const Print& print) {
+    struct stat facts {};
+    if (stat(file.c_str(), &facts) == 0 && (facts.st_mode & (S_IRGRP | S_IROTH)) != 0)
+        print("warning: others can read the keys in " + file.string() + "; chmod 600 it");
+}
+
 std::filesystem::path defaultGatewayConfigFile() {
     const char* configured = std::getenv("XDG_CONFIG_HOME");
     std::filesystem::path folder = configured ? configured : "";
@@ -245,8 +245,9 @@ Result<GatewayConfig> readGatewayConfig(const std::filesystem::path& file, const
         return Error{name + " cannot be read; it must be a regular file of at most 1 MB"};
     struct stat facts {};
     if (stat(file.c_str(), &facts) != 0 || (facts.st_mode & S_IWOTH) != 0)
-        return Error{name + " can be written by every user of this machine, and says where "
-                            "recordings are sent; chmod 600 it"};
+        return Error{name +
+                     " can be written by every user of this machine, and says where "
+                     "recordings are sent; chmod 600 it"};
     try {
         // Of several values of one key the last would win, unseen.
         std::vector<std::set<std::string>> open;

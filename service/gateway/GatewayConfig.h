@@ -43,6 +43,9 @@ struct GatewayConfig {
     const Provider* provider(std::string_view name) const;
 };
 
+/// One line through `print` when other users can read a file that holds secrets.
+void warnIfReadable(const std::filesystem::path& file, const Print& print);
+
 /// "nulo-service.json" in the user's configuration folder.
 std::filesystem::path defaultGatewayConfigFile();
 

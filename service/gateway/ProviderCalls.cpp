@@ -1,6 +1,6 @@
 #include "service/gateway/ProviderCalls.h"
 
-#include "service/Printable.h"
+#include "service/Strings.h"
 #include "service/gateway/UpstreamFailure.h"
 
 namespace nulo::service {

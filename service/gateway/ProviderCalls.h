@@ -8,10 +8,10 @@
 #include "service/Failure.h"
 #include "service/WorkGate.h"
 #include "service/gateway/GatewayConfig.h"
+#include "service/gateway/Metrics.h"
 #include "service/gateway/RetryPolicy.h"
 #include "service/gateway/Routing.h"
 #include "service/gateway/UpstreamClient.h"
-#include "service/http/Metrics.h"
 
 namespace nulo::service {
 

@@ -22,7 +22,7 @@ const Vendor* vendorNamed(std::string_view name) {
     return found == vendors.end() ? nullptr : &*found;
 }
 
-/// Empty for a model of nobody that is known here.
+/// Empty when no vendor that is known here has the model.
 std::string_view vendorOf(std::string_view model) {
     for (const char* family : {"gpt-", "chatgpt-", "o1", "o3", "o4"})
         if (model.starts_with(family))

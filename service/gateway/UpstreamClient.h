@@ -9,8 +9,8 @@
 #include <vector>
 
 #include "base/Result.h"
+#include "service/Spool.h"
 #include "service/StillWanted.h"
-#include "service/http/Spool.h"
 
 namespace nulo::service {
 

@@ -3,18 +3,14 @@
 #include <algorithm>
 #include <utility>
 
+#include "service/Strings.h"
+
 namespace nulo::service {
 namespace {
 
 constexpr std::string_view lineEnd = "\r\n";
 constexpr std::size_t longestBoundary = 70;  // RFC 2046
 constexpr std::size_t longestHead = 8 * 1024;
-
-bool equalsIgnoringCase(std::string_view one, std::string_view other) {
-    const auto lower = [](char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c + 32) : c; };
-    return std::equal(one.begin(), one.end(), other.begin(), other.end(),
-                      [&](char a, char b) { return lower(a) == lower(b); });
-}
 
 void skipSpaces(std::string_view& text) {
     text.remove_prefix(std::min(text.find_first_not_of(" \t"), text.size()));

@@ -15,7 +15,7 @@
 #include <vector>
 
 #include "base/SocketOwner.h"
-#include "service/Printable.h"
+#include "service/Strings.h"
 
 namespace nulo::service {
 namespace {

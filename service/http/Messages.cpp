@@ -1,17 +1,13 @@
 #include "service/http/Messages.h"
 
-#include <strings.h>
-
 #include <algorithm>
 #include <cctype>
+
+#include "service/Strings.h"
 
 namespace nulo::service {
 
 namespace {
-
-bool equalsIgnoringCase(std::string_view one, std::string_view other) {
-    return one.size() == other.size() && strncasecmp(one.data(), other.data(), one.size()) == 0;
-}
 
 bool isToken(unsigned char c) {
     return std::isalnum(c) ||

@@ -1,5 +1,6 @@
 #include "service/http/RequestGuard.h"
 
+#include <openssl/crypto.h>
 #include <strings.h>
 
 #include <algorithm>
@@ -7,7 +8,7 @@
 #include "base/FileIO.h"
 #include "base/HttpUrl.h"
 #include "base/Text.h"
-#include "service/offline/Sha256.h"
+#include "service/Sha256.h"
 
 namespace nulo::service {
 namespace {
@@ -20,16 +21,6 @@ std::string_view hostName(std::string_view hostAndPort) {
 }
 
 }  // namespace
-
-bool equalInConstantTime(std::string_view one, std::string_view other) {
-    if (one.size() != other.size())
-        return false;
-    unsigned char difference = 0;
-    for (std::size_t i = 0; i < one.size(); ++i)
-        difference |= static_cast<unsigned char>(one[i] ^ other[i]);
-    const volatile unsigned char result = difference;
-    return result == 0;
-}
 
 Result<std::string> readToken(const std::filesystem::path& file) {
     const auto bytes = readFile(file, 4096);
@@ -75,7 +66,8 @@ std::optional<Failure> RequestGuard::refusedToken(const RequestHead& head) const
         const std::string digest = sha256(given.substr(scheme.size()));
         bool known = false;
         for (const std::string& token : m_tokens)
-            known |= equalInConstantTime(digest, token);
+            known |= digest.size() == token.size() &&
+                     CRYPTO_memcmp(digest.data(), token.data(), token.size()) == 0;
         if (known)
             return std::nullopt;
     }

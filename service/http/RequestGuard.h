@@ -12,9 +12,6 @@
 
 namespace nulo::service {
 
-/// Same bytes; takes equally long wherever two texts of one length differ.
-bool equalInConstantTime(std::string_view one, std::string_view other);
-
 /// The token in the file: 16 to 512 visible ASCII characters, white space around them ignored.
 Result<std::string> readToken(const std::filesystem::path& file);
 
@@ -23,8 +20,8 @@ Result<std::string> readToken(const std::filesystem::path& file);
 /// the headers that browsers add and, when it has its own name point to this machine, by the Host.
 class RequestGuard {
   public:
-    /// `tokens` are digests as sha256() makes them; which of them fits takes no part in the time
-    /// that a comparison takes.
+    /// `tokens` are digests as sha256() makes them. They are compared in constant time: how long it
+    /// takes does not reveal which one fits, or nearly fits.
     explicit RequestGuard(std::vector<std::string> tokens) : m_tokens(std::move(tokens)) {}
 
     /// 403 for a web page, and for another user's program. Asked of every request.

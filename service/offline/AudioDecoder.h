@@ -9,8 +9,8 @@
 
 #include "base/Result.h"
 #include "service/Failure.h"
+#include "service/Spool.h"
 #include "service/StillWanted.h"
-#include "service/http/Spool.h"
 
 namespace nulo::service {
 

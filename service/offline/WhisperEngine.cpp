@@ -1,6 +1,6 @@
 #include "service/offline/WhisperEngine.h"
 
-#include "service/offline/Sha256.h"
+#include "service/Sha256.h"
 
 #ifdef NULO_HAS_WHISPER
 #include <whisper.h>
@@ -11,7 +11,7 @@
 #include <vector>
 
 #include "base/Text.h"
-#include "service/Utf8.h"
+#include "service/Strings.h"
 #endif
 
 namespace nulo::service {

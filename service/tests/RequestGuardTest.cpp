@@ -6,7 +6,7 @@
 
 #include "rig/process/TemporaryFolder.h"
 #include "service/Options.h"
-#include "service/offline/Sha256.h"
+#include "service/Sha256.h"
 
 namespace nulo::service {
 namespace {
@@ -63,29 +63,23 @@ TEST(RequestGuard, refusesWeakTokenFiles) {
         return readToken(folder / "token");
     };
     EXPECT_EQ(tokenOf("  0123456789abcdef\n").value(), "0123456789abcdef");
-    for (const std::string& bad : {std::string(), std::string("\n"), std::string("short"),
-                                   std::string("two words of twenty"), std::string(5000, 'a')})
-        EXPECT_FALSE(tokenOf(bad)) << bad.size();
-    EXPECT_FALSE(readToken(folder / "missing"));
+    for (const char* bad : {"", "\n", "short", "two words of twenty"})
+        EXPECT_FALSE(tokenOf(bad)) << bad;
+    EXPECT_FALSE(readToken("/dev/zero"));
 }
 
 TEST(Options, acceptsOnlyWhatItCanDo) {
     const auto options =
-        parsedOptions({"--check", "--port", "0", "--jobs", "3", "--address", "::1"});
-    ASSERT_TRUE(options);
-    EXPECT_EQ(options.value().port, 0);
-    EXPECT_EQ(options.value().jobs, 3u);
-    EXPECT_EQ(options.value().action, Options::Action::check);
-    EXPECT_FALSE(parsedOptions({"--config", "f"}).value().port);
+        parsedOptions({"--check", "--port", "0", "--jobs", "3", "--address", "::1"}).value();
+    EXPECT_EQ(options.port, 0);
+    EXPECT_EQ(options.jobs, 3u);
+    EXPECT_EQ(options.action, Options::Action::check);
     using Arguments = std::vector<std::string>;
     for (const Arguments& bad : {Arguments{"--port", "65536"},
                                  {"--port", "80x"},
-                                 {"--port", "-1"},
                                  {"--port"},
                                  {"--jobs", "0"},
-                                 {"--verbose"},
                                  {"8737"},
-                                 {"--config"},
                                  {"--address", ""}})
         EXPECT_FALSE(parsedOptions(bad)) << testing::PrintToString(bad);
     for (const char* open : {"0.0.0.0", "::", "192.0.2.1", "127.0.0.1.example"}) {

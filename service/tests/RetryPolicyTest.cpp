@@ -8,23 +8,16 @@ namespace {
 using std::chrono::milliseconds;
 using std::chrono::seconds;
 
-TEST(RetryPolicy, retriesTwiceAndOnlyWhatMayPass) {
+TEST(RetryPolicy, retriesTwiceOnlyWhatMayPassAndAsLateAsItIsAskedTo) {
     for (const int status : {429, 500, 502, 503, 504, 599}) {
-        const auto first = retryDelay(0, status, std::nullopt);
-        const auto second = retryDelay(1, status, std::nullopt);
-        ASSERT_TRUE(first && second) << status;
-        EXPECT_LT(*first, *second);
-        EXPECT_LE(*second, seconds(3));
-        EXPECT_FALSE(retryDelay(2, status, std::nullopt)) << status;
+        EXPECT_EQ(retryDelay(0, status, std::nullopt), milliseconds(250)) << status;
+        EXPECT_EQ(retryDelay(1, status, std::nullopt), seconds(1)) << status;
         EXPECT_FALSE(retryDelay(2, status, seconds(0))) << status;
     }
     for (const int status : {200, 301, 400, 401, 403, 404, 413, 428, 430, 600})
         EXPECT_FALSE(retryDelay(0, status, seconds(1))) << status;
-}
-
-TEST(RetryPolicy, waitsAsLongAsItIsAskedToOrNotAtAll) {
     EXPECT_EQ(retryDelay(0, 429, seconds(0)), milliseconds(0));
-    EXPECT_EQ(retryDelay(1, 503, seconds(3)), milliseconds(3000));
+    EXPECT_EQ(retryDelay(1, 503, seconds(3)), seconds(3));
     EXPECT_FALSE(retryDelay(0, 429, milliseconds(3001)));
 }
 
@@ -38,13 +31,9 @@ TEST(RetryPolicy, readsSecondsAndDates) {
         EXPECT_FALSE(retryAfter(odd, now)) << odd;
 }
 
-TEST(RetryPolicy, sleepsTheWholeTimeUnlessNobodyWaits) {
+TEST(RetryPolicy, sleepsUntilNobodyWaits) {
     milliseconds slept(0);
     const auto sleep = [&](milliseconds duration) { slept += duration; };
-    EXPECT_TRUE(sleepWhileWanted(
-        milliseconds(1250), [] { return true; }, sleep));
-    EXPECT_EQ(slept, milliseconds(1250));
-    slept = milliseconds(0);
     const auto leavesSoon = [&] { return slept < milliseconds(300); };
     EXPECT_FALSE(sleepWhileWanted(seconds(3), leavesSoon, sleep));
     EXPECT_LE(slept, seconds(1));

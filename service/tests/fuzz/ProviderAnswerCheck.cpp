@@ -1,10 +1,10 @@
-#include "service/tests/fuzz/ProviderAnswerCheck.h"
+#include "service/tests/fuzz/Checks.h"
 
 #include <random>
 #include <vector>
 
 #include "base/Text.h"
-#include "service/ChatEvents.h"
+#include "service/gateway/ChatEvents.h"
 #include "service/gateway/GatewayRecogniser.h"
 #include "service/gateway/UpstreamFailure.h"
 
@@ -46,12 +46,9 @@ std::string faultInProviderAnswer(std::string_view bytes, std::uint32_t seed) {
         if (outcomeOf(bytes, seed, longest) != whole)
             return "in pieces of at most " + std::to_string(longest) + " bytes (seed " +
                    std::to_string(seed) + ") the stream gives something else";
-    if (whole.state == ChatEvents::State::open)
-        return "the stream has no end";
     for (const std::string& fragment : whole.fragments)
         if (fragment.empty() || !isValidUtf8(fragment))
             return "a fragment is empty or not UTF-8";
-
     const std::string body(bytes);
     for (const char* type : {"application/json", "text/plain", ""})
         if (const auto text = transcriptIn(body, type); text && !isValidUtf8(*text))
@@ -60,12 +57,8 @@ std::string faultInProviderAnswer(std::string_view bytes, std::uint32_t seed) {
     const Provider provider{"openai", "https://api.example/v1", "sk-0", "", ""};
     for (const int status : {200, 302, 400, 401, 402, 404, 413, 429, 500, 503}) {
         const Failure failure = failureOf(status, body, std::nullopt, provider, "model");
-        if (failure.status < 400 || failure.status > 599)
-            return "a failure has the status " + std::to_string(failure.status);
-        if (!isOneLine(failure.text))
-            return "a failure is not told in one line: " + failure.text;
-        if (failure.text.find(provider.apiKey) != std::string::npos)
-            return "the key is told: " + failure.text;
+        if (!isOneLine(failure.text) || failure.text.find(provider.apiKey) != std::string::npos)
+            return "a failure is not told in one line, or with the key: " + failure.text;
     }
     return {};
 }

@@ -1,6 +1,5 @@
-#include "service/tests/fuzz/RequestBodyCheck.h"
+#include "service/tests/fuzz/Checks.h"
 
-#include <numeric>
 #include <random>
 #include <vector>
 
@@ -63,9 +62,9 @@ std::string faultInRequest(std::string_view bytes, std::uint32_t seed) {
                    std::to_string(seed) + ") the form is taken in another way";
     if (whole.status != 200 && whole.status != 400 && whole.status != 413)
         return "the form is answered with " + std::to_string(whole.status);
-    const auto size =
-        std::transform_reduce(whole.parts.begin(), whole.parts.end(), std::size_t{0}, std::plus(),
-                              [](const std::string& text) { return text.size(); });
+    std::size_t size = 0;
+    for (const std::string& part : whole.parts)
+        size += part.size();
     if (size > body.size())
         return "more is handed on than was sent";
 

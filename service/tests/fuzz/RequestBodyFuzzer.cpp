@@ -1,5 +1,5 @@
 #include "fuzz/FuzzedFile.h"
-#include "service/tests/fuzz/RequestBodyCheck.h"
+#include "service/tests/fuzz/Checks.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     const std::string_view bytes(reinterpret_cast<const char*>(data), size);

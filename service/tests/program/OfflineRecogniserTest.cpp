@@ -44,6 +44,14 @@ TEST(OfflineRecogniser, hearsALongTakeInPiecesUntilItIsGivenUp) {
     EXPECT_EQ(givenUp.error().status, clientGone);
     EXPECT_EQ(pieces.size(), 1u);
     EXPECT_TRUE(recogniser.recognise(take, [] { return true; }));  // its place is free again
+
+    // The text names the ways out.
+    take.language = "fr";
+    const auto refused = recogniser.recognise(take, [] { return true; });
+    EXPECT_EQ(refused.error().status, 501);
+    EXPECT_NE(refused.error().text.find("nulo-service.json"), std::string::npos);
+    take.language = "en-GB";
+    EXPECT_TRUE(recogniser.recognise(take, [] { return true; }));
 }
 
 }  // namespace

@@ -5,9 +5,10 @@
 
 #include <fstream>
 #include <regex>
-#include <sstream>
 #include <stdexcept>
 
+#include "base/FileIO.h"
+#include "rig/http/ScriptedHttpServer.h"
 #include "rig/process/ChildProcess.h"
 #include "rig/process/TemporaryFolder.h"
 #include "rig/process/WaitUntil.h"
@@ -16,21 +17,22 @@ namespace nulo::service {
 
 inline const std::string program = NULO_BINARY_FOLDER "/nulo-service";
 
-/// The program itself, on a free port.
+/// The program itself, on a free port, with a configuration where one is given.
 class Service {
   public:
-    explicit Service(std::vector<std::string> options = {})
-        : m_process(arguments(std::move(options)),
+    explicit Service(std::vector<std::string> options = {}, const std::string& configuration = "")
+        : m_process(arguments(std::move(options), configuration),
                     {{"XDG_CONFIG_HOME=" + m_folder.path().string()}, m_folder / "log"}) {
         const std::regex marker("Listening on https?://127\\.0\\.0\\.1:(\\d+)\n");
         std::smatch found;
         std::string text;
-        const auto listens = [&] {
-            text = log();
-            return std::regex_search(text, found, marker);
-        };
-        waitUntil([&] { return listens() || !m_process.isRunning(); }, std::chrono::seconds(60));
-        if (!listens())
+        waitUntil(
+            [&] {
+                text = log();
+                return std::regex_search(text, found, marker) || !m_process.isRunning();
+            },
+            std::chrono::seconds(60));
+        if (found.empty())
             throw std::runtime_error("no service: " + log());
         port = std::stoi(found[1]);
     }
@@ -50,22 +52,28 @@ class Service {
         return answer ? answer->status : 0;
     }
     ChildProcess& process() { return m_process; }
-    std::string log() const {
-        std::ostringstream text;
-        text << std::ifstream(m_folder / "log").rdbuf();
-        return text.str();
-    }
+    std::string log() const { return readFile(m_folder / "log", 1 << 20).value_or(""); }
 
     int port = 0;
 
   private:
-    static std::vector<std::string> arguments(std::vector<std::string> options) {
+    std::vector<std::string> arguments(std::vector<std::string> options,
+                                       const std::string& configuration) const {
         options.insert(options.begin(), {program, "--port", "0", "--jobs", "1"});
+        if (!configuration.empty()) {
+            std::ofstream(m_folder / "given.json") << configuration;
+            options.insert(options.end(), {"--config", m_folder / "given.json"});
+        }
         return options;
     }
 
     TemporaryFolder m_folder;
     ChildProcess m_process;
 };
+
+inline std::string openAiAt(const ScriptedHttpServer& upstream) {
+    return R"({"providers": {"openai": {"apiKey": "sk-secret", "baseURL": ")" +
+           upstream.url("/v1") + R"("}}})";
+}
 
 }  // namespace nulo::service

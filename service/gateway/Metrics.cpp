@@ -1,4 +1,4 @@
-#include "service/http/Metrics.h"
+#include "service/gateway/Metrics.h"
 
 #include <cstdio>
 

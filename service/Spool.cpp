@@ -1,4 +1,4 @@
-#include "service/http/Spool.h"
+#include "service/Spool.h"
 
 #include <fcntl.h>
 #include <unistd.h>

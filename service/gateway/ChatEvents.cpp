@@ -1,8 +1,8 @@
-#include "service/ChatEvents.h"
+#include "service/gateway/ChatEvents.h"
 
 #include <nlohmann/json.hpp>
 
-#include "service/Utf8.h"
+#include "service/Strings.h"
 
 namespace nulo::service {
 namespace {

@@ -1,4 +1,4 @@
-#include "service/offline/Sha256.h"
+#include "service/Sha256.h"
 
 #include <openssl/evp.h>
 

@@ -1,4 +1,4 @@
-#include "service/gateway/EventStream.h"
+#include "service/http/EventStream.h"
 
 #include <nlohmann/json.hpp>
 

@@ -1,0 +1,141 @@
+#pragma once
+
+#include <gtest/gtest.h>
+#include <httplib.h>
+
+#include <future>
+#include <mutex>
+#include <nlohmann/json.hpp>
+
+#include "Form.h"
+#include "RawClient.h"
+#include "rig/http/ScriptedHttpServer.h"
+#include "rig/process/WaitUntil.h"
+#include "service/SpeechApi.h"
+#include "service/gateway/GatewayCleanup.h"
+#include "service/gateway/GatewayRecogniser.h"
+#include "service/http/HttpServer.h"
+#include "service/offline/OfflineRecogniser.h"
+#include "service/offline/RuleCleanup.h"
+
+namespace nulo::service {
+
+using nlohmann::json;
+using Connection = ScriptedHttpServer::Connection;
+using std::chrono::milliseconds;
+
+/// Words of an answer's events, and whether it ended as it should.
+inline std::pair<std::string, bool> textOf(const std::string& stream) {
+    std::istringstream lines(stream);
+    std::string text;
+    for (std::string line; std::getline(lines, line);) {
+        if (line == "data: [DONE]")
+            return {text, true};
+        if (line.starts_with("data: "))
+            text += json::parse(line.substr(6))["choices"][0]["delta"]["content"];
+    }
+    return {text, false};
+}
+
+/// The whole service in this process, with an offline engine that hears when the test says so.
+class CompanionTest : public testing::Test {
+  protected:
+    explicit CompanionTest(HttpServer::Limits serverLimits = {}, ProviderCalls::Limits limits = {})
+        : calls(
+              client, systemClock(),
+              [this](milliseconds duration) {
+                  const std::scoped_lock lock(mutex);
+                  slept += duration;
+              },
+              [this](std::string_view line) { keepLine(line); }, metrics, limits),
+          server(
+              systemClock(), [this](std::string_view line) { keepLine(line); }, serverLimits,
+              [this](const RequestHead& head) { return api.accept(head); }) {
+        const auto socket = openSocket("127.0.0.1", 0).value();
+        EXPECT_TRUE(server.start(socket, std::nullopt));
+        port = socket.port;
+        running = std::thread([this] { server.run(); });
+    }
+    ~CompanionTest() override {
+        letGo();
+        finish();
+        running.join();
+        for (const char* secret : {"sk-secret", "spoken"})
+            EXPECT_EQ(log.find(secret), std::string::npos) << log;
+    }
+
+    void letGo() {
+        if (!std::exchange(m_released, true))
+            m_release.set_value();
+    }
+    void finish() {
+        if (!std::exchange(m_finished, true))
+            server.finish();
+    }
+    void keepLine(std::string_view line) {
+        const std::scoped_lock lock(mutex);
+        log += std::string(line) + "\n";
+    }
+    std::string logged() {
+        const std::scoped_lock lock(mutex);
+        return log;
+    }
+
+    httplib::Client nulo() const {
+        httplib::Client one("127.0.0.1", port);
+        one.set_read_timeout(60);
+        return one;
+    }
+    httplib::Result transcribe(std::vector<std::pair<std::string, std::string>> fields = {}) const {
+        fields.emplace_back("file", speech("0880"));
+        return nulo().Post("/api/transcribe", formOf(fields), formType);
+    }
+    httplib::Result combined() const {
+        return transcribe(
+            {{"provider", "openai"}, {"cleanup_prompt", "Tidy."}, {"cleanup_model", "mistral"}});
+    }
+
+    std::mutex mutex;
+    std::string log;  // with the next, under mutex
+    milliseconds slept{0};
+    std::atomic<int> hearing = 0;
+    GatewayConfig config;
+    Metrics metrics;
+    UpstreamClient client{{}};
+    ProviderCalls calls;
+
+  private:
+    class HeldEngine final : public SpeechEngine {
+      public:
+        explicit HeldEngine(CompanionTest& test) : m_test(test) {}
+        std::string hear(std::span<const std::int16_t>, const std::string&) override {
+            ++m_test.hearing;
+            m_test.m_letGo.wait();
+            return "um spoken words";
+        }
+
+      private:
+        CompanionTest& m_test;
+    };
+    std::promise<void> m_release;
+    std::shared_future<void> m_letGo{m_release.get_future()};
+    bool m_released = false;
+    bool m_finished = false;
+
+  protected:
+    OfflineRecogniser offline{
+        [this] {
+            return Result<std::unique_ptr<SpeechEngine>>(std::make_unique<HeldEngine>(*this));
+        },
+        {.atOnce = 1, .waiting = 0},
+        OfflineRecogniser::Languages::english};
+    RuleCleanup rules;
+    GatewayRecogniser recogniser{config, calls, offline};
+    GatewayCleanup cleanup{config, calls, rules};
+    SpeechApi api{recogniser, cleanup, RequestGuard({}), systemClock(), "1.2", UpdateFolder({})};
+    HttpServer server;
+    int port = 0;
+    std::thread running;
+};
+
+}  // namespace nulo::service
