@@ -12,11 +12,14 @@
 namespace nulo {
 namespace {
 
+// The library reads the addresses once a process, when the first bus is asked for.
+[[maybe_unused]] const int systemBus =
+    setenv("DBUS_SYSTEM_BUS_ADDRESS", testBus().address().c_str(), 1);
+
 // An announcement that nobody hears, on either bus and whatever comes with it: the chord that is
 // held then keeps the screen from being locked.
 TEST(SessionLock, isHeardOf) {
     testBus().start();
-    setenv("DBUS_SYSTEM_BUS_ADDRESS", testBus().address().c_str(), 1);
     int argc = 1;
     char name[] = "test";
     char* argv[] = {name, nullptr};
@@ -40,6 +43,7 @@ TEST(SessionLock, isHeardOf) {
         };
         EXPECT_TRUE(waitUntil(isHeard)) << announcement[1];
     }
+    testBus().stop();
 }
 
 }  // namespace
