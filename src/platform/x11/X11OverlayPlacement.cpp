@@ -62,6 +62,7 @@ class X11OverlayPlacement final : public OverlayPlacement {
         xcb_connection_t* const server = toolkitConnection();
         if (!server || !xcb_get_extension_data(server, &xcb_shape_id)->present)
             return;
+        const auto id = static_cast<xcb_window_t>(window.winId());  // makes it, on its screen
         const double scale = window.devicePixelRatioF();
         const auto pixels = [scale](int points) { return qRound(points * scale); };
         const xcb_rectangle_t clickable{static_cast<std::int16_t>(pixels(margin)),
@@ -69,8 +70,7 @@ class X11OverlayPlacement final : public OverlayPlacement {
                                         static_cast<std::uint16_t>(pixels(panel.width())),
                                         static_cast<std::uint16_t>(pixels(panel.height()))};
         xcb_shape_rectangles(server, XCB_SHAPE_SO_SET, XCB_SHAPE_SK_INPUT,
-                             XCB_CLIP_ORDERING_UNSORTED, static_cast<xcb_window_t>(window.winId()),
-                             0, 0, 1, &clickable);
+                             XCB_CLIP_ORDERING_UNSORTED, id, 0, 0, 1, &clickable);
     }
 };
 
