@@ -1,8 +1,13 @@
 #include "encoder/LibavAacWriter.h"
 
+#include <fcntl.h>
+#include <unistd.h>
+
 #include <algorithm>
+#include <cerrno>
 #include <cmath>
 #include <cstdint>
+#include <cstdio>
 #include <optional>
 #include <string>
 #include <utility>
@@ -15,6 +20,18 @@ extern "C" {
 
 namespace nulo {
 namespace {
+
+/// The index belongs in front of the sound. The sound of a take up to this length is moved behind
+/// it at the end, in no time; a longer take's has room left in front, by which a short file would
+/// grow.
+constexpr int secondsWithoutRoom = 240;
+/// How much longer a take may become before it is given more room.
+constexpr int growthOfRoom = 4;
+
+/// Four bytes are a packet's size, the rest is little.
+std::int64_t roomForIndex(std::int64_t packets) {
+    return 4096 + 5 * packets;
+}
 
 Error libavError(const std::string& what, int code) {
     char reason[AV_ERROR_MAX_STRING_SIZE] = {};
@@ -36,7 +53,8 @@ class LibavAacWriter final : public AudioFileWriter {
         const int rate = static_cast<int>(std::lround(settings.sampleRate));
         Outcome opened = openEncoder(rate, settings);
         if (opened)
-            opened = openContainer(rate);
+            opened = openContainer(m_path, 0);
+        m_framesWithRoom = std::int64_t{secondsWithoutRoom} * rate;
         return opened;
     }
 
@@ -100,9 +118,13 @@ class LibavAacWriter final : public AudioFileWriter {
         return code < 0 ? Outcome(libavError("no buffer for the encoder", code)) : Success{};
     }
 
-    Outcome openContainer(int rate) {
-        // "file:" keeps a colon in the path from being read as a protocol's name.
-        const std::string url = "file:" + m_path.string();
+    // "file:" keeps a colon in the path from being read as a protocol's name.
+    static std::string urlOf(const std::filesystem::path& path) { return "file:" + path.string(); }
+
+    /// With room for that many packets' index in front; without, the index is moved there at the
+    /// end.
+    Outcome openContainer(const std::filesystem::path& path, std::int64_t packets) {
+        const std::string url = urlOf(path);
         int code = avformat_alloc_output_context2(&m_container, nullptr, "ipod", url.c_str());
         if (code < 0)
             return libavError("no MPEG-4 container", code);
@@ -114,16 +136,19 @@ class LibavAacWriter final : public AudioFileWriter {
         if (code >= 0)
             code = avio_open(&m_container->pb, url.c_str(), AVIO_FLAG_WRITE);
         if (code < 0)
-            return libavError("cannot open " + m_path.string(), code);
+            return libavError("cannot open " + path.string(), code);
 
         AVDictionary* options = nullptr;
         // The index in front makes the file readable through a pipe; the time scale keeps its
         // duration from being rounded to milliseconds.
-        av_dict_set(&options, "movflags", "+faststart", 0);
-        av_dict_set_int(&options, "movie_timescale", rate, 0);
+        if (packets > 0)
+            av_dict_set_int(&options, "moov_size", roomForIndex(packets), 0);
+        else
+            av_dict_set(&options, "movflags", "+faststart", 0);
+        av_dict_set_int(&options, "movie_timescale", m_encoder->sample_rate, 0);
         code = avformat_write_header(m_container, &options);
         av_dict_free(&options);
-        return code < 0 ? Outcome(libavError("cannot write " + m_path.string(), code)) : Success{};
+        return code < 0 ? Outcome(libavError("cannot write " + path.string(), code)) : Success{};
     }
 
     float* samples() { return reinterpret_cast<float*>(m_frame->data[0]); }
@@ -135,7 +160,10 @@ class LibavAacWriter final : public AudioFileWriter {
         m_filled = 0;
         if (const int code = avcodec_send_frame(m_encoder, m_frame); code < 0)
             return code;
-        if (const int code = drainPackets(); code < 0)
+        int code = drainPackets();
+        if (code >= 0 && m_framesSent >= m_framesWithRoom)
+            code = makeRoom();
+        if (code < 0)
             return code;
         m_frame->nb_samples = m_encoder->frame_size;
         return av_frame_make_writable(m_frame);
@@ -149,13 +177,48 @@ class LibavAacWriter final : public AudioFileWriter {
             if (code < 0)
                 return code;
             av_packet_rescale_ts(m_packet, m_encoder->time_base, m_stream->time_base);
-            m_packet->stream_index = m_stream->index;
-            code = av_interleaved_write_frame(m_container, m_packet);
+            code = writePacket();
             if (code < 0)
                 return code;
-            if (m_container->pb->error < 0)
-                return m_container->pb->error;
         }
+    }
+
+    int writePacket() {
+        m_packet->stream_index = m_stream->index;
+        const int code = av_interleaved_write_frame(m_container, m_packet);
+        return code < 0 ? code : m_container->pb->error;
+    }
+
+    /// Begins the file again with more room for its index. Amid the take, when nobody waits.
+    int makeRoom() {
+        m_framesWithRoom *= growthOfRoom;
+        if (const int code = completeContainer(); code < 0)
+            return code;
+        avformat_free_context(std::exchange(m_container, nullptr));
+        AVFormatContext* begun = nullptr;
+        if (const int code = avformat_open_input(&begun, urlOf(m_path).c_str(), nullptr, nullptr);
+            code < 0)
+            return code;
+        // Its name is that of a take too, for whoever tidies up should this process be killed.
+        const std::filesystem::path again = m_path.parent_path() / (m_path.stem() += "-.m4a");
+        int code = createFile(again);
+        if (code >= 0 && !openContainer(again, m_framesWithRoom / m_encoder->frame_size))
+            code = AVERROR(EIO);
+        while (code >= 0 && (code = av_read_frame(begun, m_packet)) >= 0) {
+            av_packet_rescale_ts(m_packet, begun->streams[0]->time_base, m_stream->time_base);
+            code = writePacket();
+        }
+        avformat_close_input(&begun);
+        if (code == AVERROR_EOF && std::rename(again.c_str(), m_path.c_str()) == 0)
+            return 0;
+        std::remove(again.c_str());
+        return code == AVERROR_EOF ? AVERROR(errno) : code;
+    }
+
+    /// For its owner only, like the one that it will replace.
+    static int createFile(const std::filesystem::path& path) {
+        const int descriptor = ::open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
+        return descriptor < 0 ? AVERROR(errno) : ::close(descriptor);
     }
 
     int finish() {
@@ -169,8 +232,11 @@ class LibavAacWriter final : public AudioFileWriter {
             code = avcodec_send_frame(m_encoder, nullptr);
         if (code >= 0)
             code = drainPackets();
-        if (code >= 0)
-            code = av_write_trailer(m_container);
+        return code < 0 ? code : completeContainer();
+    }
+
+    int completeContainer() {
+        int code = av_write_trailer(m_container);
         if (code >= 0)
             code = m_container->pb->error;
         const int closed = avio_closep(&m_container->pb);
@@ -201,6 +267,7 @@ class LibavAacWriter final : public AudioFileWriter {
     AVPacket* m_packet = nullptr;
     int m_filled = 0;  // samples that wait in m_frame
     std::int64_t m_framesSent = 0;
+    std::int64_t m_framesWithRoom = 0;  // of the index, or that need none
     std::optional<Error> m_failure;
 };
 
