@@ -41,7 +41,7 @@ std::unique_ptr<Microphone> makeMicrophone(MainQueue& mainQueue, Print print);
 std::unique_ptr<Microphone> makePulseMicrophone(MainQueue& mainQueue, Print print);
 
 /// For machines without a sound server.
-std::unique_ptr<Microphone> makeAlsaMicrophone(MainQueue& mainQueue, Print print);
+std::unique_ptr<Microphone> makeAlsaMicrophone(MainQueue& mainQueue);
 
 /// Each file is encoded by a process of its own, ../libexec/nulo-encoder beside this program, which
 /// starts with the first frames. write() never waits, and fails once the process has ended or is 10

@@ -1,7 +1,6 @@
 #include <gmock/gmock.h>
 #include <signal.h>
 #include <sys/resource.h>
-#include <sys/stat.h>
 #include <sys/wait.h>
 
 #include <cmath>
@@ -9,6 +8,7 @@
 #include <limits>
 #include <numbers>
 
+#include "base/FileIO.h"
 #include "platform/Backends.h"
 #include "platform/DecodedAudio.h"
 #include "rig/process/TemporaryFolder.h"
@@ -17,30 +17,55 @@
 namespace nulo {
 namespace {
 
+namespace fs = std::filesystem;
 using testing::HasSubstr;
 
-std::vector<float> tone(int frames, double rate) {
+std::vector<float> tone(int frames, double rate = 48000) {
     std::vector<float> samples(frames);
     for (int i = 0; i < frames; ++i)
         samples[i] = 0.5F * static_cast<float>(std::sin(2 * std::numbers::pi * 440 * i / rate));
     return samples;
 }
 
-std::unique_ptr<AudioFileWriter> makeWriter(const std::filesystem::path& path,
-                                            double rate = 48000) {
-    auto writer = makeAacFileWriter(path, {.sampleRate = rate, .channels = 1, .bitRate = 64000});
-    EXPECT_TRUE(writer) << (writer ? "" : writer.error().description);
-    return writer ? std::move(writer).value() : nullptr;
-}
+class AacFileWriterTest : public testing::Test {
+  protected:
+    static std::unique_ptr<AudioFileWriter> makeWriter(const fs::path& path, double rate = 48000) {
+        return makeAacFileWriter(path, {.sampleRate = rate}).value();
+    }
+    Outcome recordTenSeconds() const {
+        const auto writer = makeWriter(take);
+        for (int i = 0; i < 10; ++i)
+            (void)writer->write(tone(48000));  // close() says it again
+        return writer->close();
+    }
+    /// The one that this thread has started last; one before may still be on its way out.
+    static pid_t encoder() {
+        std::ifstream children("/proc/thread-self/children");
+        pid_t newest = 0;
+        for (pid_t process = 0; children >> process;)
+            newest = process;
+        return newest;
+    }
+    /// Has taken all that it was sent.
+    static bool isIdle(pid_t process) {
+        std::string facts;
+        std::getline(std::ifstream("/proc/" + std::to_string(process) + "/stat"), facts);
+        return facts.find(") S ") != std::string::npos;
+    }
 
-// Buffers that are no multiple of the encoder's frame, a lost tail, a rounded duration.
-TEST(AacFileWriter, keepsEverySampleOfBuffersOfAnyLength) {
     const TemporaryFolder folder;
-    for (const double rate : {16000.0, 44100.0, 48000.0, 96000.0}) {
-        const std::filesystem::path path =
-            folder / ("take: é " + std::to_string(int(rate)) + ".m4a");
-        const std::vector<float> samples = tone(static_cast<int>(rate) + 7, rate);
-        const auto writer = makeWriter(path, rate);
+    const fs::path take = folder / "take: é.m4a";
+};
+
+// Buffers that are no multiple of the encoder's frame, a lost tail, a rounded duration, an index
+// that readers of a pipe reach too late.
+TEST_F(AacFileWriterTest, keepsEverySampleOfBuffersOfAnyLength) {
+    for (const double rate : {16000.0, 44100.0, 96000.0}) {
+        std::vector<float> samples = tone(static_cast<int>(rate) + 7, rate);
+        // One of these makes the encoder refuse a frame and the next.
+        samples[100] = std::numeric_limits<float>::quiet_NaN();
+        samples.back() = std::numeric_limits<float>::infinity();
+        const auto writer = makeWriter(take, rate);
         std::span<const float> rest(samples);
         for (std::size_t i = 0; !rest.empty(); ++i) {
             const std::size_t lengths[] = {1023, 83, 1, 4800, 1024};
@@ -52,181 +77,102 @@ TEST(AacFileWriter, keepsEverySampleOfBuffersOfAnyLength) {
         EXPECT_FALSE(writer->close());
         EXPECT_FALSE(writer->write(samples));
 
-        const DecodedAudio audio = decodeAudioFile(path);
-        EXPECT_EQ(audio.codec, "aac");
-        EXPECT_EQ(audio.sampleRate, static_cast<int>(rate));
-        EXPECT_EQ(audio.channels, 1);
+        const DecodedAudio audio = decodeAudioFile(take);
+        EXPECT_EQ(audio.format, "aac," + std::to_string(static_cast<int>(rate)) + ",1");
         EXPECT_NEAR(audio.duration, static_cast<double>(samples.size()) / rate, 0.5 / rate);
         EXPECT_NEAR(audio.rootMeanSquare(), 0.5 / std::numbers::sqrt2, 0.01);
         EXPECT_GE(audio.frames.size(), samples.size());
+        const std::string bytes = readFile(take, 1 << 20).value();
+        EXPECT_LT(bytes.find("moov"), bytes.find("mdat"));
     }
+    ASSERT_TRUE(makeWriter(take)->close());
+    EXPECT_EQ(decodeAudioFile(take).rootMeanSquare(), 0);  // without any sound, yet playable
+    EXPECT_FALSE(makeAacFileWriter(take, {.sampleRate = 47999}));
+    EXPECT_FALSE(makeAacFileWriter(folder / "none/take.m4a", {}));
 }
 
-TEST(AacFileWriter, putsTheIndexFirstForReadersOfAPipe) {
-    const TemporaryFolder folder;
-    const auto writer = makeWriter(folder / "take.m4a");
-    ASSERT_TRUE(writer->write(tone(48000, 48000)));
+// It begins its file again, with room for the index.
+TEST_F(AacFileWriterTest, losesNothingOfALongTake) {
+    const auto writer = makeWriter(take, 8000);
+    for (int second = 0; second < 250; second += 5) {
+        ASSERT_TRUE(writer->write(tone(5 * 8000, 8000)));
+        ASSERT_TRUE(waitUntil([&] { return isIdle(encoder()); }));
+    }
     ASSERT_TRUE(writer->close());
-    std::ifstream file(folder / "take.m4a", std::ios::binary);
-    const std::string bytes((std::istreambuf_iterator<char>(file)), {});
+    const DecodedAudio audio = decodeAudioFile(take);
+    EXPECT_NEAR(audio.duration, 250, 1e-4);
+    EXPECT_NEAR(audio.amplitudeAt(0.055), 0.5, 0.01);  // a gap would break its phase
+    const std::string bytes = readFile(take, 4 << 20).value();
     EXPECT_LT(bytes.find("moov"), bytes.find("mdat"));
+    EXPECT_EQ(fs::status(take).permissions(), fs::perms(0600));
+    EXPECT_EQ(std::distance(fs::directory_iterator(folder.path()), {}), 1);
 }
 
-TEST(AacFileWriter, makesAPlayableFileOfATakeWithoutSound) {
-    const TemporaryFolder folder;
-    ASSERT_TRUE(makeWriter(folder / "take.m4a")->close());
-    EXPECT_EQ(decodeAudioFile(folder / "take.m4a").rootMeanSquare(), 0);
-}
-
-// One such sample makes the encoder refuse a frame and the next.
-TEST(AacFileWriter, takesSamplesThatAreNotFiniteForSilence) {
-    const TemporaryFolder folder;
-    std::vector<float> samples = tone(48000, 48000);
-    samples[100] = std::numeric_limits<float>::quiet_NaN();
-    samples[30000] = std::numeric_limits<float>::infinity();
-    samples[47999] = -std::numeric_limits<float>::infinity();
-    const auto writer = makeWriter(folder / "take.m4a");
-    ASSERT_TRUE(writer->write(samples));
-    ASSERT_TRUE(writer->close());
-    const DecodedAudio audio = decodeAudioFile(folder / "take.m4a");
-    EXPECT_NEAR(audio.duration, 1, 1e-4);
-    EXPECT_NEAR(audio.rootMeanSquare(), 0.354, 0.01);
-}
-
-TEST(AacFileWriter, isReadableByItsOwnerOnlyAndFollowsNoLink) {
-    const TemporaryFolder folder;
+TEST_F(AacFileWriterTest, isReadableByItsOwnerOnlyAndFollowsNoLink) {
     std::ofstream(folder / "precious") << "precious";
-    std::filesystem::create_symlink(folder / "precious", folder / "take.m4a");
-    const auto writer = makeWriter(folder / "take.m4a");
-    EXPECT_EQ(std::filesystem::file_size(folder / "precious"), 8u);
-    struct stat status {};
-    ASSERT_EQ(lstat((folder / "take.m4a").c_str(), &status), 0);
-    EXPECT_TRUE(S_ISREG(status.st_mode));
-    EXPECT_EQ(status.st_mode & 0777, 0600u);
-
+    fs::create_symlink(folder / "precious", take);
     // A writer that was dropped unclosed does not reach into the file that took its path.
-    auto abandoned = makeWriter(folder / "twice.m4a");
-    ASSERT_TRUE(abandoned->write(tone(48000, 48000)));
-    const auto second = makeWriter(folder / "twice.m4a");
-    ASSERT_TRUE(second->write(tone(24000, 48000)));
+    auto abandoned = makeWriter(take);
+    ASSERT_TRUE(abandoned->write(tone(48000)));
+    EXPECT_EQ(fs::symlink_status(take).type(), fs::file_type::regular);
+    EXPECT_EQ(fs::status(take).permissions(), fs::perms(0600));
+    const auto second = makeWriter(take);
+    ASSERT_TRUE(second->write(tone(24000)));
     abandoned.reset();
     ASSERT_TRUE(second->close());
-    EXPECT_NEAR(decodeAudioFile(folder / "twice.m4a").duration, 0.5, 1e-4);
+    EXPECT_NEAR(decodeAudioFile(take).duration, 0.5, 1e-4);
+    EXPECT_EQ(readFile(folder / "precious", 100), "precious");
 }
 
-TEST(AacFileWriter, refusesWhatItCannotWrite) {
-    const TemporaryFolder folder;
-    const auto missing = makeAacFileWriter(folder / "none/take.m4a", {});
-    ASSERT_FALSE(missing);
-    EXPECT_THAT(missing.error().description, HasSubstr("No such file"));
-    EXPECT_FALSE(makeAacFileWriter(folder / "take.m4a", {.sampleRate = 47999}));
-    EXPECT_FALSE(makeAacFileWriter(folder / "take.m4a", {.channels = 2}));
-    EXPECT_TRUE(std::filesystem::is_empty(folder.path()));
-}
-
-/// No file of this process grows beyond the limit: writing fails as on a full disk.
-class FileSizeLimit {
-  public:
-    explicit FileSizeLimit(rlim_t bytes) {
-        m_oldHandler = ::signal(SIGXFSZ, SIG_IGN);
-        getrlimit(RLIMIT_FSIZE, &m_old);
-        const rlimit limit{bytes, m_old.rlim_max};
+// Full before and amid the sound, and when the index is moved in front of it at the end.
+TEST_F(AacFileWriterTest, removesTheFileAndSaysSoWhenTheDiskIsFull) {
+    ASSERT_TRUE(recordTenSeconds());
+    const rlim_t size = fs::file_size(take);
+    const auto handler = ::signal(SIGXFSZ, SIG_IGN);
+    rlimit before{};
+    getrlimit(RLIMIT_FSIZE, &before);
+    for (const rlim_t most : {rlim_t{1}, size / 2, size - 10}) {
+        const rlimit limit{most, before.rlim_max};
         setrlimit(RLIMIT_FSIZE, &limit);
-    }
-    ~FileSizeLimit() {
-        setrlimit(RLIMIT_FSIZE, &m_old);
-        ::signal(SIGXFSZ, m_oldHandler);
-    }
-
-  private:
-    rlimit m_old{};
-    sighandler_t m_oldHandler = nullptr;
-};
-
-Outcome recordTenSeconds(const std::filesystem::path& path) {
-    const auto writer = makeWriter(path);
-    for (int i = 0; i < 10; ++i)
-        (void)writer->write(tone(48000, 48000));  // close() says it again
-    return writer->close();
-}
-
-TEST(AacFileWriter, removesTheFileAndSaysSoWhenTheDiskIsFull) {
-    const TemporaryFolder folder;
-    const std::filesystem::path path = folder / "take.m4a";
-    ASSERT_TRUE(recordTenSeconds(path));
-    const rlim_t size = std::filesystem::file_size(path);
-    // Full amid the sound, and full when the index is moved in front of it at the end.
-    for (const rlim_t limit : {size / 2, size - 10}) {
-        Outcome closed = Success{};
-        {
-            const FileSizeLimit full(limit);
-            closed = recordTenSeconds(path);
-        }
-        ASSERT_FALSE(closed) << limit;
+        const Outcome closed = recordTenSeconds();
+        setrlimit(RLIMIT_FSIZE, &before);
+        ASSERT_FALSE(closed) << most;
         EXPECT_THAT(closed.error().description, HasSubstr("File too large"));
-        EXPECT_TRUE(std::filesystem::is_empty(folder.path()));
+        EXPECT_TRUE(fs::is_empty(folder.path()));
     }
-    const FileSizeLimit full(1);
-    EXPECT_FALSE(recordTenSeconds(path));
-    EXPECT_TRUE(std::filesystem::is_empty(folder.path()));
+    ::signal(SIGXFSZ, handler);
 }
 
-/// The encoder that this thread has started last; one before may still be on its way out.
-pid_t encoder() {
-    std::ifstream children("/proc/thread-self/children");
-    pid_t newest = 0;
-    for (pid_t process = 0; children >> process;)
-        newest = process;
-    return newest;
-}
-
-TEST(AacFileWriter, saysSoWhenTheEncoderDiesAndRemovesTheFile) {
-    const TemporaryFolder folder;
-    const auto writer = makeWriter(folder / "take.m4a");
-    ASSERT_TRUE(writer->write(tone(48000, 48000)));
-    ASSERT_GT(encoder(), 0);
-    ASSERT_EQ(kill(encoder(), SIGKILL), 0);
-    EXPECT_TRUE(waitUntil([&] { return !writer->write(tone(1024, 48000)); }));
-    const Outcome closed = writer->close();
-    ASSERT_FALSE(closed);
-    EXPECT_THAT(closed.error().description, HasSubstr("the encoder has ended"));
-    EXPECT_TRUE(std::filesystem::is_empty(folder.path()));
-}
-
-// Both would hold the main thread, the first through the capture thread's lock.
-TEST(AacFileWriter, waitsNeitherInTheTakeNorLongAtItsEndForAnEncoderThatHangs) {
-    const TemporaryFolder folder;
-    for (const int seconds : {5, 30}) {
-        const auto writer = makeWriter(folder / "take.m4a");
-        ASSERT_TRUE(writer->write(tone(1024, 48000)));
-        ASSERT_EQ(kill(encoder(), SIGSTOP), 0);
-        Outcome written = Success{};
-        for (int second = 0; second < seconds && written; ++second)
-            written = writer->write(tone(48000, 48000));
+// Waiting would hold the main thread: at the end, and in the take through the capture thread's
+// lock.
+TEST_F(AacFileWriterTest, endsWithAnEncoderThatDiesOrHangsAndWaitsForNone) {
+    for (const auto& [number, seconds, failure] : {std::tuple(SIGKILL, 30, "the encoder has ended"),
+                                                   {SIGSTOP, 5, "the encoder hangs"},
+                                                   {SIGSTOP, 30, "the encoder does not keep up"}}) {
+        const auto writer = makeWriter(take);
+        ASSERT_TRUE(writer->write(tone(1024)));
+        ASSERT_EQ(kill(encoder(), number), 0);
+        bool failed = false;
+        for (int second = 0; second < seconds && !failed; ++second)
+            failed = !writer->write(tone(48000));
+        EXPECT_EQ(failed, seconds == 30);  // in the take, not only at its end
         const Outcome closed = writer->close();
-        ASSERT_FALSE(closed);
-        EXPECT_EQ(closed.error().description,
-                  written ? "the encoder hangs" : "the encoder does not keep up");
-        EXPECT_EQ(written.ok(), seconds == 5);
-        EXPECT_TRUE(std::filesystem::is_empty(folder.path()));
+        EXPECT_THAT(closed ? "" : closed.error().description, HasSubstr(failure));
+        EXPECT_TRUE(fs::is_empty(folder.path()));
     }
 }
 
-TEST(AacFileWriter, completesTheFileWhenTheProgramIsKilled) {
-    const TemporaryFolder folder;
+TEST_F(AacFileWriterTest, completesTheFileWhenTheProgramIsKilled) {
     const pid_t program = fork();
     if (program == 0) {
-        const auto writer = makeWriter(folder / "take.m4a");
-        (void)writer->write(tone(48000, 48000));
+        const auto writer = makeWriter(take);
+        (void)writer->write(tone(48000));
         raise(SIGKILL);
     }
     waitpid(program, nullptr, 0);
-    EXPECT_TRUE(waitUntil([&] {
-        std::ifstream file(folder / "take.m4a", std::ios::binary);
-        return std::string((std::istreambuf_iterator<char>(file)), {}).find("moov") !=
-               std::string::npos;
-    }));
-    EXPECT_NEAR(decodeAudioFile(folder / "take.m4a").duration, 1, 1e-4);
+    EXPECT_TRUE(waitUntil(
+        [&] { return readFile(take, 1 << 20).value_or("").find("moov") != std::string::npos; }));
+    EXPECT_NEAR(decodeAudioFile(take).duration, 1, 1e-4);
 }
 
 }  // namespace

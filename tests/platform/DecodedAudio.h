@@ -8,15 +8,13 @@ namespace nulo {
 
 /// What another program finds in an audio file.
 struct DecodedAudio {
-    std::string codec;
-    int sampleRate = 0;
-    int channels = 0;
+    std::string format;         // codec, frames per second and channels: "aac,48000,1"
     double duration = 0;        // of the container, seconds
     std::vector<float> frames;  // of the first channel
 
     double rootMeanSquare() const;
-    /// Amplitude of the sine of that frequency in the frames from `start` on.
-    double amplitudeAt(double frequency, double startSeconds = 0) const;
+    /// Of a sine of `turns` a frame, the first 10,000 frames left out.
+    double amplitudeAt(double turns) const;
 };
 
 /// Decodes the whole file; throws when that fails.

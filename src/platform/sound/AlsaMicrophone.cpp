@@ -248,7 +248,7 @@ class AlsaMicrophone final : public Microphone {
 
 }  // namespace
 
-std::unique_ptr<Microphone> makeAlsaMicrophone(MainQueue& mainQueue, Print /*print*/) {
+std::unique_ptr<Microphone> makeAlsaMicrophone(MainQueue& mainQueue) {
     return std::make_unique<AlsaMicrophone>(mainQueue);
 }
 

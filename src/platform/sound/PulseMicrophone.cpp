@@ -280,9 +280,8 @@ std::unique_ptr<Microphone> makePulseMicrophone(MainQueue& mainQueue, Print prin
 }
 
 std::unique_ptr<Microphone> makeMicrophone(MainQueue& mainQueue, Print print) {
-    auto alsa = makeAlsaMicrophone(mainQueue, print);
     return std::make_unique<PulseMicrophone>(mainQueue, std::move(print), PulseTimings{},
-                                             std::move(alsa));
+                                             makeAlsaMicrophone(mainQueue));
 }
 
 }  // namespace nulo
