@@ -36,9 +36,14 @@ if(NULO_SANITIZE)
 endif()
 
 # nulo_library(<name> <link library>...): a static library of the .cpp files in this folder and in
-# its rooms, headers alone making an interface library.
+# its rooms, but for rooms with a list of their own; headers alone make an interface library.
 function(nulo_library name)
   file(GLOB sources CONFIGURE_DEPENDS *.cpp *.h */*.cpp */*.h)
+  file(GLOB lists */CMakeLists.txt)
+  foreach(list ${lists})
+    get_filename_component(room ${list} DIRECTORY)
+    list(FILTER sources EXCLUDE REGEX "^${room}/")
+  endforeach()
   list(FILTER sources EXCLUDE REGEX "/main\\.cpp$|^${CMAKE_CURRENT_SOURCE_DIR}/tests/")
   set(implementation ${sources})
   list(FILTER implementation INCLUDE REGEX "\\.cpp$")

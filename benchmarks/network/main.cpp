@@ -140,7 +140,7 @@ class Program {
     /// no window grown by an earlier upload helps.
     Instant take(const std::string& origin, const fs::path& copy) {
         TranscriptionService service(origin, {{"Authorization", std::string("Bearer ") + token}},
-                                     {.makeSession = makeCurlHttpSession,
+                                     {.makeSession = makeHttpSession,
                                       .mainQueue = *m_queue,
                                       .clock = systemClock(),
                                       .print = silent,

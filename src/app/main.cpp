@@ -106,7 +106,7 @@ int run(int argc, char** argv, bool isQuiet) {
         makeUserDefaults(configFile.configDir() / "defaults.ini");
     const std::unique_ptr<LoginItem> loginItem =
         makeLoginItem(folders.config, QCoreApplication::applicationFilePath().toStdString());
-    const std::unique_ptr<UpdateHttp> updateHttp = makeCurlUpdateHttp(*mainQueue);
+    const std::unique_ptr<UpdateHttp> updateHttp = makeUpdateHttp(*mainQueue);
     const std::unique_ptr<OverlayPlacement> overlayPlacement = makeX11OverlayPlacement();
     const Alerts alerts(systemClock(), [&] { return overlayPlacement->visibleFrame(); });
     UpdateDialogs updateWindows(alerts);
@@ -136,7 +136,7 @@ int run(int argc, char** argv, bool isQuiet) {
          .pasteKeystroke = *pasteKeystroke,
          .makeHttpSession =
              [&](HttpSessionDelegate& session) {
-                 auto made = makeCurlHttpSession(session);
+                 auto made = makeHttpSession(session);
                  withTheDesktop.comeFirst();
                  return made;
              },

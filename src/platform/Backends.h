@@ -31,7 +31,8 @@ std::unique_ptr<MainQueue> makeQtMainQueue();
 
 /// The session's own thread makes all delegate calls; `delegate` outlives the session. Proxies are
 /// those of the environment, never for loopback; $SSL_CERT_FILE replaces the system's authorities.
-std::unique_ptr<HttpSession> makeCurlHttpSession(HttpSessionDelegate& delegate);
+/// The first call loads the module ../libexec/nulo-http.so beside this program.
+std::unique_ptr<HttpSession> makeHttpSession(HttpSessionDelegate& delegate);
 
 /// The sound server's, ALSA's as long as no sound server runs: chosen anew for every take.
 std::unique_ptr<Microphone> makeMicrophone(MainQueue& mainQueue, Print print);
@@ -87,9 +88,8 @@ std::unique_ptr<Notifications> makeDesktopNotifications();
 std::unique_ptr<LoginItem> makeLoginItem(const std::filesystem::path& configHome,
                                          const std::filesystem::path& program);
 
-/// Transfers as those of makeCurlHttpSession(), each with a thread of its own. `mainQueue` outlives
-/// it.
-std::unique_ptr<UpdateHttp> makeCurlUpdateHttp(MainQueue& mainQueue);
+/// Transfers as those of makeHttpSession(), each with a thread of its own. `mainQueue` outlives it.
+std::unique_ptr<UpdateHttp> makeUpdateHttp(MainQueue& mainQueue);
 
 /// Tells what it starts, in $NULO_PID and $NULO_EXECUTABLE, which process and which program this
 /// is.

@@ -154,7 +154,7 @@ HttpRequest request(std::string method, std::string url, HttpHeaders headers = {
 
 struct Client {
     Listener listener;
-    std::unique_ptr<HttpSession> session = makeCurlHttpSession(listener);
+    std::unique_ptr<HttpSession> session = makeHttpSession(listener);
 
     Answer ask(HttpRequest question) {
         const HttpTaskId task = session->createTask(std::move(question));
@@ -587,7 +587,7 @@ TEST(CurlHttpSession, countsConnectingAsSilence) {
 // A program that cannot be quit while a server or a resolver is silent, or is called back after.
 TEST(CurlHttpSession, isCancelledByItsEnd) {
     Listener listener;
-    auto session = makeCurlHttpSession(listener);
+    auto session = makeHttpSession(listener);
     std::atomic<bool> clientLeft = false;
     ScriptedHttpServer server([&](const ReceivedRequest&, Connection& to) {
         to.send("HTTP/1.1 200 OK\r\nContent-Length: 9\r\n\r\n");

@@ -20,7 +20,7 @@ using Connection = ScriptedHttpServer::Connection;
 
 class CurlUpdateHttpTest : public testing::Test {
   protected:
-    CurlUpdateHttpTest() { m_http = makeCurlUpdateHttp(m_queue); }
+    CurlUpdateHttpTest() { m_http = makeUpdateHttp(m_queue); }
 
     std::string get(const std::string& url, std::size_t limit = 100) {
         std::optional<std::string> outcome;
@@ -172,7 +172,7 @@ TEST_F(CurlUpdateHttpTest, itsEndCancelsWithoutCompletionAndRemovesTheFile) {
     m_http.reset();
     EXPECT_FALSE(fs::exists(m_file));
 
-    m_http = makeCurlUpdateHttp(m_queue);  // the same when all has come but was not handed over
+    m_http = makeUpdateHttp(m_queue);  // the same when all has come but was not handed over
     m_http->download(m_server.url("/missing"), m_file, 100, count);
     ASSERT_TRUE(waitUntil([&] { return m_queue.pendingCount() > 0; }));
     m_http.reset();

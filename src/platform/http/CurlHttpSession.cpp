@@ -12,7 +12,7 @@
 #include <utility>
 #include <vector>
 
-#include "platform/Backends.h"
+#include "platform/http/CurlHttp.h"
 #include "platform/http/CurlTransfer.h"
 
 namespace nulo {

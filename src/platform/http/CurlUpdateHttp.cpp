@@ -6,7 +6,7 @@
 
 #include "base/HttpUrl.h"
 #include "base/Lifetime.h"
-#include "platform/Backends.h"
+#include "platform/http/CurlHttp.h"
 #include "platform/http/FileDownload.h"
 #include "platform/http/HttpExchangeRules.h"
 
