@@ -38,6 +38,11 @@ TEST(X11EventTapFault, survivesTheFocusedWindow) {
         desktop.play(after);
         EXPECT_EQ(desktop.takeCalls(std::string(calls).size()), calls);
     }
+    // One that comes at once, and has the id of the one before.
+    for (int i = 0; i < 20; ++i) {
+        KeyLoggingWindow window;
+        ASSERT_TRUE(desktop.isTapped(window));
+    }
     KeyLoggingWindow before;
     ASSERT_TRUE(desktop.isTapped(before));
     desktop.play("OS");

@@ -379,7 +379,10 @@ bool X11EventTapSession::refresh() {
         }
     }
     if (m_focusMayHaveMoved) {
-        m_focusMayHaveMoved = m_grabWindowIsGone = false;
+        m_focusMayHaveMoved = false;
+        // Another window may have got its id already.
+        if (std::exchange(m_grabWindowIsGone, false))
+            m_grabs->drop();
         m_grabs->followFocus();
         m_queue->moveTo(m_grabs->window());
     }
