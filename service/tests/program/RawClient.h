@@ -17,6 +17,8 @@ class RawClient {
         : m_socket(socket(AF_INET, SOCK_STREAM, 0)) {
         if (receiveBuffer > 0)
             setsockopt(m_socket, SOL_SOCKET, SO_RCVBUF, &receiveBuffer, sizeof receiveBuffer);
+        const timeval longest{60, 0};  // a server that says nothing fails a test, and ends it
+        setsockopt(m_socket, SOL_SOCKET, SO_RCVTIMEO, &longest, sizeof longest);
         sockaddr_in address{};
         address.sin_family = AF_INET;
         address.sin_port = htons(static_cast<std::uint16_t>(port));
