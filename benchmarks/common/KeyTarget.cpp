@@ -7,8 +7,8 @@
 #include <stdexcept>
 #include <string>
 
+#include "platform/x11/Xcb.h"
 #include "rig/process/WaitUntil.h"
-#include "support/XcbReply.h"
 
 namespace nulo {
 KeyTarget::KeyTarget()

@@ -7,11 +7,11 @@
 
 #include "fakes/FakeMainQueue.h"
 #include "platform/Backends.h"
+#include "platform/x11/Xcb.h"
 #include "rig/display/VirtualDisplay.h"
 #include "rig/display/XTestKeyboard.h"
 #include "rig/process/WaitUntil.h"
 #include "support/KeyLoggingWindow.h"
-#include "support/XcbReply.h"
 #include "ui/alerts/Alert.h"
 #include "ui/overlay/WaveformWindow.h"
 

@@ -7,10 +7,10 @@
 
 #include "platform/Backends.h"
 #include "platform/TrayDesktop.h"
+#include "platform/x11/Xcb.h"
 #include "rig/display/VirtualDisplay.h"
 #include "rig/display/XTestKeyboard.h"
 #include "support/TrayPanel.h"
-#include "support/XcbReply.h"
 #include "ui/tray/StatusIcons.h"
 #include "ui/tray/TrayItem.h"
 #include "ui/tray/XEmbedTrayIcon.h"
