@@ -80,11 +80,11 @@ std::optional<HttpUrl> parseHttpUrl(std::string_view text) {
     if (!(isBracketed && hostEnd != std::string_view::npos ? isIpv6(host) : isHostName(host)))
         return std::nullopt;
     url.host = asciiLower(host);
-    url.authority = isBracketed ? "[" + url.host + "]" : url.host;
 
     const std::uint16_t ownPort = url.isEncrypted ? 443 : 80;
     std::optional<std::uint16_t> port = ownPort;
     const std::size_t portStart = isBracketed ? hostEnd + 1 : hostEnd;
+    url.authority = asciiLower(rest.substr(0, portStart));
     if (portStart < rest.size())
         port = rest[portStart] == ':' ? portOf(rest.substr(portStart + 1)) : std::nullopt;
     if (!port)

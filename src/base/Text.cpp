@@ -5,49 +5,11 @@
 #include <unicode/utext.h>
 #include <unicode/utf8.h>
 
-#include <algorithm>
 #include <cstdint>
 #include <cstdio>
 
 namespace nulo {
 namespace {
-
-/// Length of the sequence that a lead byte opens; 0 for a byte that opens none.
-std::size_t sequenceLength(unsigned char lead) {
-    if (lead < 0x80)
-        return 1;
-    if (lead >= 0xC2 && lead <= 0xDF)
-        return 2;
-    if (lead >= 0xE0 && lead <= 0xEF)
-        return 3;
-    if (lead >= 0xF0 && lead <= 0xF4)
-        return 4;
-    return 0;
-}
-
-/// Whether `tail` (a lead byte and what follows it) can still become a well-formed sequence.
-/// The second byte's range depends on the lead (Unicode Standard, table 3-7).
-bool mayBecomeCharacter(std::string_view tail) {
-    const auto lead = static_cast<unsigned char>(tail[0]);
-    for (std::size_t i = 1; i < tail.size(); ++i) {
-        const auto byte = static_cast<unsigned char>(tail[i]);
-        unsigned char low = 0x80;
-        unsigned char high = 0xBF;
-        if (i == 1) {
-            if (lead == 0xE0)
-                low = 0xA0;
-            if (lead == 0xED)
-                high = 0x9F;
-            if (lead == 0xF0)
-                low = 0x90;
-            if (lead == 0xF4)
-                high = 0x8F;
-        }
-        if (byte < low || byte > high)
-            return false;
-    }
-    return true;
-}
 
 /// Control and formatting characters, and line ends beyond ASCII.
 constexpr std::uint32_t invisible = U_GC_CC_MASK | U_GC_CF_MASK | U_GC_ZL_MASK | U_GC_ZP_MASK;
@@ -65,28 +27,17 @@ std::string signOf(UChar32 character) {
 }  // namespace
 
 bool isValidUtf8(std::string_view bytes) {
-    for (std::size_t i = 0; i < bytes.size();) {
-        const std::size_t length = sequenceLength(static_cast<unsigned char>(bytes[i]));
-        if (length == 0 || length > bytes.size() - i ||
-            !mayBecomeCharacter(bytes.substr(i, length)))
-            return false;
-        i += length;
-    }
-    return true;
+    const auto length = static_cast<std::int64_t>(bytes.size());
+    UChar32 character = 0;
+    for (std::int64_t next = 0; next < length && character >= 0;)
+        U8_NEXT(bytes.data(), next, length, character);
+    return character >= 0;
 }
 
 std::size_t completeUtf8Length(std::string_view bytes) {
-    const std::size_t most = std::min<std::size_t>(3, bytes.size());
-    for (std::size_t back = 1; back <= most; ++back) {
-        const std::size_t start = bytes.size() - back;
-        const auto byte = static_cast<unsigned char>(bytes[start]);
-        if ((byte & 0xC0) == 0x80)
-            continue;
-        const bool incomplete =
-            sequenceLength(byte) > back && mayBecomeCharacter(bytes.substr(start));
-        return incomplete ? start : bytes.size();
-    }
-    return bytes.size();
+    auto length = static_cast<std::int64_t>(bytes.size());
+    U8_TRUNCATE_IF_INCOMPLETE(bytes.data(), 0, length);
+    return static_cast<std::size_t>(length);
 }
 
 std::size_t characterCount(std::string_view utf8) {

@@ -10,7 +10,6 @@ namespace nulo {
 namespace {
 
 using std::chrono::microseconds;
-using std::chrono::milliseconds;
 using testing::ElementsAre;
 
 class StreamingSessionRouterTest : public testing::Test {
@@ -71,19 +70,19 @@ TEST_F(StreamingSessionRouterTest, holdsNoLockAcrossAHandlerCall) {
 // Catches rounding, swapped ends, missing values taken for 0 and the second line written in vain.
 TEST_F(StreamingSessionRouterTest, writesTheTimingsOfEveryTransaction) {
     const std::chrono::steady_clock::time_point start{std::chrono::hours(1)};
-    HttpTransactionMetrics full;
-    full.protocolName = "h2";
-    full.fetchStart = start;
-    full.domainLookupStart = start + microseconds(100);
-    full.domainLookupEnd = start + microseconds(2099);
-    full.connectStart = start + milliseconds(2);
-    full.connectEnd = start + milliseconds(30);
-    full.secureConnectionStart = start + milliseconds(10);
-    full.secureConnectionEnd = start + milliseconds(29);
-    full.requestStart = start + milliseconds(31);
-    full.requestEnd = start + milliseconds(35);
-    full.responseStart = start + milliseconds(800);
-    full.responseEnd = start + milliseconds(1234);
+    const auto at = [&](int time) { return start + microseconds(time); };
+    const HttpTransactionMetrics full{.protocolName = "h2",
+                                      .fetchStart = start,
+                                      .responseEnd = at(1'234'000),
+                                      .domainLookupStart = at(100),
+                                      .domainLookupEnd = at(2099),
+                                      .connectStart = at(2000),
+                                      .connectEnd = at(30'000),
+                                      .secureConnectionStart = at(10'000),
+                                      .secureConnectionEnd = at(29'000),
+                                      .requestStart = at(31'000),
+                                      .requestEnd = at(35'000),
+                                      .responseStart = at(800'000)};
     HttpTransactionMetrics reused;
     reused.reusedConnection = true;
     reused.fetchStart = start;
