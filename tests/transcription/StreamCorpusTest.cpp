@@ -2,9 +2,8 @@
 #include <gtest/gtest.h>
 
 #include <filesystem>
-#include <fstream>
-#include <iterator>
 
+#include "base/FileIO.h"
 #include "fuzz/StreamSplitting.h"
 
 namespace nulo {
@@ -13,8 +12,7 @@ namespace {
 const std::filesystem::path corpus = std::filesystem::path(NULO_TEST_DATA) / "event-stream";
 
 std::string contentOf(const std::filesystem::path& path) {
-    std::ifstream stream(path, std::ios::binary);
-    return {std::istreambuf_iterator<char>(stream), {}};
+    return readFile(path, 1 << 20).value_or("");
 }
 
 // Catches any dependence on where the network cuts a stream, on every stream that ever made
