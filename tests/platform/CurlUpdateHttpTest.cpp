@@ -58,6 +58,9 @@ class CurlUpdateHttpTest : public testing::Test {
         else if (path == "/cut") {
             connection.send("HTTP/1.1 200 OK\r\nContent-Length: 1000\r\n\r\nbegin");
             connection.close();
+        } else if (path == "/unmarked") {
+            connection.send("HTTP/1.1 200 OK\r\n\r\nbegin");
+            connection.close();
         } else if (path == "/reset")
             connection.reset();
         else if (path == "/stall") {
@@ -112,6 +115,12 @@ TEST_F(CurlUpdateHttpTest, downloadsEveryByteForItsOwnerOnly) {
     fs::remove(m_file);
     EXPECT_EQ(download(m_server.url("/missing")), "404");
     EXPECT_EQ(readFile(m_file, 100), "Not here\n");
+    fs::remove(m_file);
+    EXPECT_EQ(download(m_server.url("/unmarked")), "200, perhaps cut off");
+    fs::remove(m_file);
+    EXPECT_EQ(download(m_server.url("/endless"), 1 << 20), "error: What came is larger than 1 MB");
+    EXPECT_FALSE(fs::exists(m_file));
+    EXPECT_EQ(download(m_server.url("/missing")), "404");
     // What lies there, a link to something precious say, is not written to.
     EXPECT_THAT(download(m_server.url("/file")), HasSubstr("cannot be written: File exists"));
     EXPECT_EQ(readFile(m_file, 100), "Not here\n");
@@ -169,10 +178,10 @@ TEST_F(CurlUpdateHttpTest, itsEndCancelsWithoutCompletionAndRemovesTheFile) {
     const auto count = [&](const Result<UpdateHttp::Download>&) { ++completions; };
     m_http->download(m_server.url("/stall"), m_file, 100, count);
     ASSERT_TRUE(waitUntil([&] { return fs::exists(m_file) && fs::file_size(m_file) == 5; }));
-    m_http.reset();
+    m_http->cancel();
     EXPECT_FALSE(fs::exists(m_file));
 
-    m_http = makeUpdateHttp(m_queue);  // the same when all has come but was not handed over
+    // The same when all has come but was not handed over.
     m_http->download(m_server.url("/missing"), m_file, 100, count);
     ASSERT_TRUE(waitUntil([&] { return m_queue.pendingCount() > 0; }));
     m_http.reset();
