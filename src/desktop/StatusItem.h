@@ -37,9 +37,9 @@ struct StatusIcon {
     std::function<IconPixels(int width)> draw;
     std::string description;  // for screen readers and tooltips
     bool needsAttention = false;
-    std::string detail;  // more for the tooltip, in whole sentences; may be empty
     /// In icon themes, the same icon in the panel's own colours.
     std::string symbolicName;
+    std::string detail;  // more for the tooltip, in whole sentences; may be empty
 };
 
 /// The program's item in the desktop's tray. It comes and goes with the tray by itself. Main
