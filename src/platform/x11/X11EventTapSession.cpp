@@ -16,6 +16,11 @@ bool isPresent(xcb_connection_t* connection, xcb_extension_t* extension) {
     return data && data->present;
 }
 
+bool isSlowPress(const xcb_generic_event_t& event, xcb_keycode_t key) {
+    const auto& notice = reinterpret_cast<const xcb_xkb_access_x_notify_event_t&>(event);
+    return notice.detailt == slowKeyPressed && notice.keycode == key;
+}
+
 }  // namespace
 
 X11EventTapSession::X11EventTapSession(InjectionGate& gate, const Handler& handler,
@@ -218,16 +223,15 @@ void X11EventTapSession::handleKeyboardExtensionEvent(const xcb_generic_event_t&
         m_keys->groupChanged(state.group);
     else if (state.xkbType != XCB_XKB_ACCESS_X_NOTIFY)
         m_layoutChanged = true;
+    else if (m_heraldedOption && isSlowPress(event, m_heraldedOption->key))
+        m_heraldedOption->isDelayed = true;
 }
 
 void X11EventTapSession::handleGrabbedKey(const xcb_key_press_event_t& event) {
     if (m_queue->isHeld())
         return;  // a leftover from before the present hold
-    const bool heralded =
-        m_heraldedOption && isPressOf(reinterpret_cast<const xcb_generic_event_t&>(event),
-                                      m_heraldedOption->key, m_heraldedOption->time);
     // When the key is up again already, the application has got its release, and needs the press.
-    if (heralded && m_keys->isOption(event.detail) && m_keys->isDown(event.detail)) {
+    if (isHeralded(event) && m_keys->isOption(event.detail) && m_keys->isDown(event.detail)) {
         m_queue->beginWith(event.detail, m_heraldedOption->sequence, m_grabs->window());
         m_heraldedOption.reset();
         m_grabs->optionHasArrived();
@@ -237,6 +241,14 @@ void X11EventTapSession::handleGrabbedKey(const xcb_key_press_event_t& event) {
     }
     // Handed on before, not Option in this group, or repeated: for the application.
     m_queue->refuse(m_grabs->window());
+}
+
+bool X11EventTapSession::isHeralded(const xcb_key_press_event_t& event) const {
+    if (!m_heraldedOption)
+        return false;
+    const auto& [key, time, sequence, isDelayed] = *m_heraldedOption;
+    return isPressOf(reinterpret_cast<const xcb_generic_event_t&>(event), key,
+                     isDelayed && isBefore(time, event.time) ? event.time : time);
 }
 
 void X11EventTapSession::reportModifier(const xcb_input_raw_key_press_event_t& raw, bool press,
@@ -260,7 +272,7 @@ void X11EventTapSession::reportUnqueuedModifier(const xcb_input_raw_key_press_ev
         m_armed = fate == EventFate::swallow;
         m_queue->judgeTakenOption(raw.full_sequence, fate);
     } else if (press && m_keys->isOptionKey(key)) {
-        m_heraldedOption = {key, raw.time, raw.full_sequence};
+        m_heraldedOption = {.key = key, .time = raw.time, .sequence = raw.full_sequence};
         // The passive grab's event mostly comes next. Keys that were pressed meanwhile may come
         // before it, when the grab had to wait for an earlier queue to end; they are to be judged
         // as held back, so the grab's event is looked for first.

@@ -72,6 +72,7 @@ class X11EventTapSession {
         xcb_keycode_t key;
         xcb_timestamp_t time;
         std::uint32_t sequence;
+        bool isDelayed = false;  // by Slow Keys: the grab's event comes later, with its own time
     };
 
     X11EventTapSession(InjectionGate& gate, const Handler& handler, ExpectDelay expectDelay);
@@ -86,6 +87,7 @@ class X11EventTapSession {
     void handleRawEvent(const xcb_input_raw_key_press_event_t& raw);
     void handleKeyboardExtensionEvent(const xcb_generic_event_t& event);
     void handleGrabbedKey(const xcb_key_press_event_t& event);
+    bool isHeralded(const xcb_key_press_event_t& event) const;
 
     // What the user does, told to the handler.
     void reportModifier(const xcb_input_raw_key_press_event_t& raw, bool press, bool queued);

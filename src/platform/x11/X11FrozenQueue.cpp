@@ -108,7 +108,6 @@ XcbEvent X11FrozenQueue::await(std::uint32_t since, const Key& key) {
             if (follows)
                 return event;
         } else if (isNotice) {
-            constexpr int slowKeyPressed = 0;  // the header has only the mask of it
             if (notice.detailt == slowKeyPressed)
                 m_expectDelay(std::chrono::milliseconds(notice.slowKeysDelay));
             else if (follows && notice.keycode == key.code)

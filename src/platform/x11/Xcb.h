@@ -47,10 +47,13 @@ inline bool isBefore(std::uint32_t earlier, std::uint32_t later) {
     return static_cast<std::int32_t>(earlier - later) < 0;
 }
 
-/// Whether the event is a press of the key, and not from before this server time.
+/// The detail of an AccessX notice that Slow Keys wait with a press; the header has its mask only.
+constexpr int slowKeyPressed = 0;
+
+/// Whether the event is the press of the key that happened at this server time.
 inline bool isPressOf(const xcb_generic_event_t& event, xcb_keycode_t key, xcb_timestamp_t time) {
     return typeOf(event) == XCB_KEY_PRESS && asKey(event).detail == key &&
-           !isBefore(asKey(event).time, time);
+           asKey(event).time == time;
 }
 
 }  // namespace nulo
