@@ -149,6 +149,7 @@ TEST_F(StatusNotifierItemTest, aPanelReadsTheIcon) {
         argument.endStructure();
         EXPECT_EQ(largest.size(), widths.back() * height * 4);
     }
+    argument.endArray();
     EXPECT_EQ(widths, QList<int>({16, 18, 22, 24, 32, 36, 44, 48, 64, 96, 128}));
     EXPECT_EQ(largest.mid((64 * 128 + 64) * 4, 4), QByteArray("\xff\xff\x3b\x30"));
     item->setIcon(warningIcon());
