@@ -204,6 +204,7 @@ Outcome HttpServer::start(const ListeningSocket& socket, const std::optional<Tls
         MHD_OPTION_NOTIFY_COMPLETED, &Callbacks::onCompleted, this,                    //
         MHD_OPTION_NOTIFY_CONNECTION, &Callbacks::onConnection, this,                  //
         MHD_OPTION_ARRAY, more.data(), MHD_OPTION_END);
+    m_isSocketShared = socket.isShared;
     if (!m_daemon)
         return Error{std::string("the HTTP server cannot start: ") + std::strerror(errno)};
     return Success{};
@@ -214,12 +215,16 @@ void HttpServer::run() {
     while (poll(&entry, 1, static_cast<int>(tickEvery.count())) <= 0)
         tick();
     m_finishing = true;
-    ::close(MHD_quiesce_daemon(m_daemon));
+    // The library's thread may still look at the socket: it is closed when that thread has ended.
+    const int socket = MHD_quiesce_daemon(m_daemon);
+    if (!m_isSocketShared)
+        shutdown(socket, SHUT_RDWR);
     while (!isQuiet()) {
         std::this_thread::sleep_for(tickEvery / 10);
         tick();
     }
     MHD_stop_daemon(std::exchange(m_daemon, nullptr));
+    ::close(socket);
 }
 
 void HttpServer::finish() {

@@ -82,6 +82,7 @@ class HttpServer {
     const Accept m_accept;
     const int m_stopEvent;
     MHD_Daemon* m_daemon = nullptr;
+    bool m_isSocketShared = false;
     std::atomic<bool> m_finishing = false;
     std::atomic<unsigned long> m_refused = 0;  // connections, since the last line about them
     Exchange::Instant m_refusalsLogged;

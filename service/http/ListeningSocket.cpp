@@ -84,12 +84,13 @@ Result<std::optional<ListeningSocket>> inheritedSocket() {
     if (variable("LISTEN_FDS") != "1")
         return Error{"handed " + variable("LISTEN_FDS") +
                      " sockets, but it serves one: give its socket unit one ListenStream="};
-    const auto socket = described(firstDescriptor);
+    auto socket = described(firstDescriptor);
     if (!socket || option(firstDescriptor, SO_TYPE) != SOCK_STREAM ||
         option(firstDescriptor, SO_ACCEPTCONN) != 1)
         return Error{
             "the socket that it was handed is no listening TCP socket: give its socket unit one "
             "ListenStream= with an IP address and a port"};
+    socket->isShared = true;
     fcntl(firstDescriptor, F_SETFD, FD_CLOEXEC);
     return socket;
 }

@@ -12,6 +12,7 @@ struct ListeningSocket {
     int descriptor;
     std::string address;
     int port;
+    bool isShared = false;  // whoever handed it over goes on listening
 };
 
 /// A new one; port 0 takes any free port. The error is a line for the user.
