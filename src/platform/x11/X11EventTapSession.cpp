@@ -63,8 +63,8 @@ Result<std::unique_ptr<X11EventTapSession>> X11EventTapSession::open(InjectionGa
 
 std::optional<Error> X11EventTapSession::connect() {
     int screenNumber = 0;
-    m_connection.reset(xcb_connect(nullptr, &screenNumber));
-    m_helper.reset(xcb_connect(nullptr, nullptr));
+    m_connection = connectToDisplay(nullptr, &screenNumber);
+    m_helper = connectToDisplay(nullptr);
     xcb_connection_t* const connection = m_connection.get();
     if (xcb_connection_has_error(connection) || xcb_connection_has_error(m_helper.get()))
         return Error{"the X server cannot be reached"};

@@ -16,7 +16,7 @@ Result<std::unique_ptr<X11PasteDisplay>> X11PasteDisplay::open(const std::string
     if (name.empty())
         return Error{"there is no X server, $DISPLAY is not set"};
     std::unique_ptr<X11PasteDisplay> display(
-        new X11PasteDisplay(xcb_connect(name.c_str(), nullptr)));
+        new X11PasteDisplay(connectToDisplay(name.c_str()).release()));
     if (const Outcome outcome = display->prepare(); !outcome)
         return Error{outcome.error().description + " (display " + name + ")"};
     return display;

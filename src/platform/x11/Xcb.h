@@ -23,6 +23,9 @@ using XcbMemory = std::unique_ptr<T, XcbFree>;
 using XcbConnection = std::unique_ptr<xcb_connection_t, XcbFree>;
 using XcbEvent = XcbMemory<xcb_generic_event_t>;
 
+/// Any thread; null for $DISPLAY. Never null itself: it may hold an error, as xcb_connect()'s.
+XcbConnection connectToDisplay(const char* display, int* screen = nullptr);
+
 template <typename T>
 XcbMemory<T> owned(T* memory) {
     return XcbMemory<T>(memory);
