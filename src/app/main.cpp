@@ -16,6 +16,7 @@
 #include "platform/Backends.h"
 #include "platform/dbus/SessionLock.h"
 #include "platform/dbus/SingleInstance.h"
+#include "platform/keytap/KeytapSwitch.h"
 #include "platform/session/BackendChoice.h"
 #include "platform/system/AbruptExit.h"
 #include "platform/system/TerminationSignals.h"
@@ -39,8 +40,11 @@ auto makeFirst(const char* capability, const std::vector<BackendCandidate>& cand
     return made;
 }
 
-/// The page that says how the shortcut works and what it needs, beside the installed program.
-void openShortcutHelp() {
+/// Offers what the shortcut needs where that can be switched on; else shows the page that says how
+/// it works and what it needs, beside the installed program.
+void openShortcutSettings() {
+    if (sessionFacts().isWayland() && switchKeytapOn())
+        return;
     const QFileInfo page(QCoreApplication::applicationDirPath() + "/../share/doc/nulo/shortcut.md");
     QDesktopServices::openUrl(QUrl::fromLocalFile(page.canonicalFilePath()));
 }
@@ -89,13 +93,18 @@ int run(int argc, char** argv, bool isQuiet) {
     const std::unique_ptr<Microphone> microphone = makeMicrophone(*mainQueue, printLine);
     InjectionGate gate;
     const BackendChoice choice = chooseBackends(facts);
+    const auto keytap = makeKeytapConnection();
     const auto eventTapSource = makeFirst("Key tap", choice.keySource, [&](Backend backend) {
+        if (backend == Backend::keytap)
+            return makeKeytapEventTapSource(keytap, *mainQueue, printLine);
         return backend == Backend::x11 ? makeX11EventTapSource(gate, *mainQueue, printLine)
                                        : makeUnavailableEventTapSource();
     });
     const auto pasteboard =
         makeFirst("Clipboard", choice.clipboard, [](Backend) { return makeQtPasteboard(); });
     const auto pasteKeystroke = makeFirst("Paste", choice.paste, [&](Backend backend) {
+        if (backend == Backend::keytap)
+            return makeKeytapPasteKeystroke(keytap);
         return backend == Backend::x11 ? makeX11PasteKeystroke(gate) : makeNoPasteKeystroke();
     });
     printLine("[nulo] Overlay: " + choice.overlay.front().reason);
@@ -118,40 +127,41 @@ int run(int argc, char** argv, bool isQuiet) {
             present->desktopIsGone();
         removeTakes(folders.recordings, Clock::WallTime::max());
     });
-    AppDelegate delegate(
-        {.mainQueue = *mainQueue,
-         .clock = systemClock(),
-         .print = printLine,
-         .log = PipelineLog::shared(),
-         .configFile = configFile,
-         .temporaryFolder = folders.temporary,
-         .recordingsFolder = folders.recordings,
-         .defaultBaseURL = build::baseURL(),
-         .version = build::version(),
-         .microphone = *microphone,
-         .makeAudioFileWriter = makeAacFileWriter,
-         .eventTapSource = *eventTapSource,
-         .permissionIsTheUsersToGive = choice.keySource.front().backend == Backend::none,
-         .pasteboard = *pasteboard,
-         .pasteKeystroke = *pasteKeystroke,
-         .makeHttpSession =
-             [&](HttpSessionDelegate& session) {
-                 auto made = makeHttpSession(session);
-                 withTheDesktop.comeFirst();
-                 return made;
-             },
-         .openShortcutHelp = openShortcutHelp,
-         .overlayPlacement = *overlayPlacement,
-         .alerts = alerts,
-         .statusItem = statusItem,
-         .remoteControl = *claimed.remoteControl,
-         .notifications = *notifications,
-         .userDefaults = *userDefaults,
-         .loginItem = *loginItem,
-         .updateHttp = *updateHttp,
-         .updateWindows = updateWindows,
-         .processLauncher = *processLauncher,
-         .terminate = [] { QCoreApplication::quit(); }});
+    AppDelegate delegate({.mainQueue = *mainQueue,
+                          .clock = systemClock(),
+                          .print = printLine,
+                          .log = PipelineLog::shared(),
+                          .configFile = configFile,
+                          .temporaryFolder = folders.temporary,
+                          .recordingsFolder = folders.recordings,
+                          .defaultBaseURL = build::baseURL(),
+                          .version = build::version(),
+                          .microphone = *microphone,
+                          .makeAudioFileWriter = makeAacFileWriter,
+                          .eventTapSource = *eventTapSource,
+                          .permissionIsTheUsersToGive =
+                              choice.keySource.front().backend == Backend::none ||
+                              (facts.isWayland() && facts.keytap == KeytapInstallation::off),
+                          .pasteboard = *pasteboard,
+                          .pasteKeystroke = *pasteKeystroke,
+                          .makeHttpSession =
+                              [&](HttpSessionDelegate& session) {
+                                  auto made = makeHttpSession(session);
+                                  withTheDesktop.comeFirst();
+                                  return made;
+                              },
+                          .openShortcutHelp = openShortcutSettings,
+                          .overlayPlacement = *overlayPlacement,
+                          .alerts = alerts,
+                          .statusItem = statusItem,
+                          .remoteControl = *claimed.remoteControl,
+                          .notifications = *notifications,
+                          .userDefaults = *userDefaults,
+                          .loginItem = *loginItem,
+                          .updateHttp = *updateHttp,
+                          .updateWindows = updateWindows,
+                          .processLauncher = *processLauncher,
+                          .terminate = [] { QCoreApplication::quit(); }});
     QObject::connect(&application, &QCoreApplication::aboutToQuit,
                      [&delegate] { delegate.applicationWillTerminate(); });
     const TerminationSignals terminationSignals([] { QCoreApplication::quit(); });

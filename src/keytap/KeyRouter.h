@@ -28,7 +28,7 @@ class KeyRouter {
     KeyRouter(Send send, OnChord onChord);
 
     /// From now on these are Option, left Alt before; counts as soon as no key is down. All are of
-    /// possibleOptionKeys.
+    /// possibleOptionCodes.
     void setOptionKeys(std::set<KeyCode> keys);
 
     /// No key of it is down yet.

@@ -3,23 +3,18 @@
 #include <linux/input-event-codes.h>
 
 #include <algorithm>
-#include <array>
 #include <cstdint>
+
+#include "keytap/Protocol.h"
 
 namespace nulo::keytap {
 
 /// As the kernel numbers keys, before any layout.
 using KeyCode = std::uint16_t;
 
-/// The keys that a layout may make an Alt key. A client that could name any key would learn from
-/// the chord when that key is pressed.
-inline constexpr std::array<KeyCode, 7> possibleOptionKeys{
-    KEY_LEFTALT,  KEY_RIGHTALT,  KEY_LEFTMETA, KEY_RIGHTMETA,
-    KEY_LEFTCTRL, KEY_RIGHTCTRL, KEY_CAPSLOCK};
-
 constexpr bool isPossibleOption(KeyCode key) {
-    return std::find(possibleOptionKeys.begin(), possibleOptionKeys.end(), key) !=
-           possibleOptionKeys.end();
+    return std::find(possibleOptionCodes.begin(), possibleOptionCodes.end(), key) !=
+           possibleOptionCodes.end();
 }
 
 constexpr bool isModifier(KeyCode key) {

@@ -9,6 +9,10 @@ namespace nulo::keytap {
 
 inline constexpr const char* socketPath = "/run/nulo-keytap.sock";
 
+/// The keys that a layout may make an Alt key, as the kernel numbers them: both Alts, logo keys and
+/// Ctrls, and Caps Lock. A client that could name any key would learn when that key is pressed.
+inline constexpr std::array<std::uint8_t, 7> possibleOptionCodes{56, 100, 125, 126, 29, 97, 58};
+
 /// From the client.
 struct Request {
     enum class Kind : std::uint8_t {
@@ -18,7 +22,7 @@ struct Request {
 
     Kind kind = Kind::optionKeys;
     std::uint8_t count = 0;
-    std::array<std::uint8_t, 7> codes{};  // evdev, of possibleOptionKeys; zero behind `count`
+    std::array<std::uint8_t, 7> codes{};  // of possibleOptionCodes; zero behind `count`
 };
 static_assert(sizeof(Request) == 9);
 

@@ -24,6 +24,7 @@
 namespace nulo {
 
 class InjectionGate;
+class KeytapConnection;
 class OverlayPlacement;
 
 /// Work queue on Qt's event loop. After QCoreApplication was made, on its thread.
@@ -54,6 +55,15 @@ Result<std::unique_ptr<AudioFileWriter>> makeAacFileWriter(const std::filesystem
 /// Frozen-grab tap on the X server named by $DISPLAY. `gate` and `mainQueue` outlive it.
 std::unique_ptr<EventTapSource> makeX11EventTapSource(InjectionGate& gate, MainQueue& mainQueue,
                                                       Print print);
+
+/// The chord as nulo-keytap tells of it; trusted while that service serves this program.
+/// `mainQueue` outlives it.
+std::unique_ptr<EventTapSource> makeKeytapEventTapSource(
+    std::shared_ptr<KeytapConnection> connection, MainQueue& mainQueue, Print print);
+
+/// The paste chord, pressed by nulo-keytap.
+std::unique_ptr<PasteKeystroke> makeKeytapPasteKeystroke(
+    std::shared_ptr<KeytapConnection> connection);
 
 /// Where no tap is possible: never trusted, no taps.
 std::unique_ptr<EventTapSource> makeUnavailableEventTapSource();

@@ -17,6 +17,9 @@ TEST(BackendChoice, usesX11OnlyInX11Sessions) {
         {{.sessionType = "wayland", .display = ":0"}, Backend::none},
         {{.display = ":0", .waylandDisplay = "wayland-0"}, Backend::none},
         {{}, Backend::none},
+        {{.display = ":0", .keytap = KeytapInstallation::on}, Backend::x11},
+        {{.waylandDisplay = "wayland-0", .keytap = KeytapInstallation::off}, Backend::keytap},
+        {{.waylandDisplay = "wayland-0", .keytap = KeytapInstallation::on}, Backend::keytap},
     };
     for (const auto& [facts, best] : rows) {
         const BackendChoice choice = chooseBackends(facts);

@@ -5,11 +5,15 @@
 
 namespace nulo {
 
+/// Of the key service nulo-keytap.
+enum class KeytapInstallation { none, off, on };
+
 /// What the session offers, as read from its environment.
 struct SessionFacts {
     std::string sessionType;     // $XDG_SESSION_TYPE
     std::string display;         // $DISPLAY
     std::string waylandDisplay;  // $WAYLAND_DISPLAY
+    KeytapInstallation keytap = KeytapInstallation::none;
 
     bool isWayland() const { return sessionType == "wayland" || !waylandDisplay.empty(); }
 };
@@ -17,7 +21,7 @@ struct SessionFacts {
 /// This process's session.
 SessionFacts sessionFacts();
 
-enum class Backend { x11, qt, none };
+enum class Backend { x11, qt, keytap, none };
 
 struct BackendCandidate {
     Backend backend;

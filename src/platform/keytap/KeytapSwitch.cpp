@@ -1,0 +1,24 @@
+#include "platform/keytap/KeytapSwitch.h"
+
+#include <QProcess>
+#include <QStandardPaths>
+
+#include "platform/keytap/KeytapConnection.h"
+#include "platform/keytap/SessionKeymap.h"
+#include "platform/session/BackendChoice.h"
+
+namespace nulo {
+
+std::shared_ptr<KeytapConnection> makeKeytapConnection() {
+    return std::make_shared<KeytapConnection>(keytap::socketPath,
+                                              [] { return optionKeysOf(sessionKeymap()); });
+}
+
+bool switchKeytapOn() {
+    const QString pkexec = QStandardPaths::findExecutable("pkexec");
+    return sessionFacts().keytap == KeytapInstallation::off && !pkexec.isEmpty() &&
+           QProcess::startDetached(pkexec,
+                                   {"/usr/bin/systemctl", "enable", "--now", "nulo-keytap.socket"});
+}
+
+}  // namespace nulo
