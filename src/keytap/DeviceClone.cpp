@@ -5,7 +5,7 @@
 
 #include <cstdio>
 #include <cstring>
-#include <string>
+#include <filesystem>
 #include <thread>
 
 namespace nulo::keytap {
@@ -55,6 +55,18 @@ bool copyAbilities(int original, int clone) {
            addPasteKeys(clone);
 }
 
+std::string nodeOf(int clone) {
+    std::array<char, 64> name{};
+    if (ioctl(clone, UI_GET_SYSNAME(name.size() - 1), name.data()) < 0)
+        return {};
+    std::error_code error;
+    const std::filesystem::path folder = "/sys/class/input";
+    for (const auto& entry : std::filesystem::directory_iterator(folder / name.data(), error))
+        if (std::string file = entry.path().filename(); file.starts_with("event"))
+            return file;
+    return {};
+}
+
 }  // namespace
 
 std::optional<DeviceClone> DeviceClone::of(int original, int number, Fault& fault) {
@@ -68,8 +80,11 @@ std::optional<DeviceClone> DeviceClone::of(int original, int number, Fault& faul
         ioctl(clone.get(), UI_SET_PHYS, path.c_str()) < 0 ||
         ioctl(clone.get(), UI_DEV_SETUP, &setup) < 0 || ioctl(clone.get(), UI_DEV_CREATE) < 0)
         return std::nullopt;
-    fault = Fault::none;
     DeviceClone made(std::move(clone));
+    made.m_node = nodeOf(made.descriptor());
+    if (made.m_node.empty())
+        return std::nullopt;
+    fault = Fault::none;
     unsigned repeat[2];  // delay and period, in milliseconds
     if (ioctl(original, EVIOCGREP, repeat) == 0) {
         made.write(EV_REP, REP_DELAY, repeat[0]);

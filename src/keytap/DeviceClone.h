@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <functional>
 #include <optional>
+#include <string>
 
 #include "keytap/Descriptor.h"
 #include "keytap/Keys.h"
@@ -46,6 +47,8 @@ class DeviceClone {
     ~DeviceClone();
 
     int descriptor() const { return m_descriptor.get(); }
+    /// Where programs open it, such as "event7" of /dev/input.
+    const std::string& node() const { return m_node; }
 
     /// All false when the clone no longer works.
     bool key(KeyCode code, bool down);
@@ -60,6 +63,7 @@ class DeviceClone {
     bool write(std::uint16_t type, std::uint16_t code, std::int32_t value);
 
     Descriptor m_descriptor;
+    std::string m_node;
     bool m_frameIsOpen = false;
 };
 

@@ -1,6 +1,7 @@
 #include "keytap/KeyboardSet.h"
 
 #include <sys/inotify.h>
+#include <systemd/sd-device.h>
 
 #include <algorithm>
 #include <array>
@@ -11,10 +12,22 @@ namespace nulo::keytap {
 namespace {
 
 constexpr const char* folder = "/dev/input";
-// A compositor opens the clone within that time; keys sent before would reach nobody.
+// From when the clone's readers are there until they are ready for keys.
 constexpr auto settlingTime = std::chrono::milliseconds(500);
+// For a reader that is expected, but need not come.
+constexpr auto longestSettlingTime = std::chrono::seconds(3);
 constexpr auto retryInterval = std::chrono::seconds(5);
 constexpr std::size_t mostKeyboards = 32;
+
+/// How many programs read such a device where it is used: a compositor, and logind besides where
+/// the device may have a power key.
+int expectedReaders(const std::string& node) {
+    sd_device* found = nullptr;
+    if (sd_device_new_from_subsystem_sysname(&found, "input", node.c_str()) < 0)
+        return 1;
+    const std::unique_ptr<sd_device, sd_device* (*)(sd_device*)> device(found, sd_device_unref);
+    return sd_device_has_tag(found, "power-switch") > 0 ? 2 : 1;
+}
 
 }  // namespace
 
@@ -31,7 +44,8 @@ KeyboardSet::KeyboardSet(EventLoop& loop, KeyRouter::OnChord onChord, EventLoop:
       m_nodes(inotify_init1(IN_NONBLOCK | IN_CLOEXEC)) {
     checked(m_nodes ? 0 : -errno, "inotify_init1");
     // A node may be opened only after udev has set its owner, which is a change of attributes.
-    const int watched = inotify_add_watch(m_nodes.get(), folder, IN_CREATE | IN_ATTRIB);
+    constexpr auto changes = IN_CREATE | IN_ATTRIB | IN_OPEN | IN_CLOSE;
+    const int watched = inotify_add_watch(m_nodes.get(), folder, changes);
     checked(watched < 0 ? -errno : 0, folder);
     m_nodesChanged = loop.watch(m_nodes.get(), [this] { nodesChanged(); });
     std::error_code error;
@@ -66,10 +80,37 @@ void KeyboardSet::nodesChanged() {
         for (ssize_t at = 0; at < size;) {
             const auto& event = reinterpret_cast<const inotify_event&>(buffer[at]);
             at += sizeof(inotify_event) + event.len;
-            if (event.len > 0)
+            if (event.len == 0)
+                continue;
+            if (event.mask & (IN_CREATE | IN_ATTRIB))
                 tryNode(event.name);
+            else
+                readersChanged(event.name, event.mask & IN_OPEN ? 1 : -1);
         }
+    removeBroken();
     m_onChange();
+}
+
+/// What is sent to a clone that nobody has opened is lost.
+void KeyboardSet::readersChanged(const std::string& node, int change) {
+    for (auto& [number, keyboard] : m_keyboards) {
+        if (keyboard.clone.node() != node)
+            continue;
+        keyboard.readers = std::max(0, keyboard.readers + change);
+        if (keyboard.readers == 0)
+            letGo(number, keyboard);
+        else if (keyboard.stage == Stage::settling)
+            keyboard.timer = m_loop.after(
+                keyboard.readers >= expectedReaders(node) ? settlingTime : longestSettlingTime,
+                [this, number = number] { take(number); });
+    }
+}
+
+void KeyboardSet::letGo(int number, Keyboard& keyboard) {
+    m_router.remove(number);
+    keyboard.device.ungrab();
+    keyboard.timer.reset();
+    keyboard.stage = Stage::settling;
 }
 
 void KeyboardSet::tryNode(const std::string& name) {
@@ -91,12 +132,13 @@ void KeyboardSet::tryNode(const std::string& name) {
     keyboard.lamps = m_loop.watch(keyboard.clone.descriptor(), [&keyboard] {
         keyboard.clone.readLamps([&](const input_event& lamp) { keyboard.device.setLamp(lamp); });
     });
-    keyboard.timer = m_loop.after(settlingTime, [this, number] { take(number); });
 }
 
 bool KeyboardSet::isKnown(const std::string& name) const {
     return std::any_of(m_names.begin(), m_names.end(),
-                       [&](const auto& entry) { return entry.second == name; });
+                       [&](const auto& entry) { return entry.second == name; }) ||
+           std::any_of(m_keyboards.begin(), m_keyboards.end(),
+                       [&](const auto& entry) { return entry.second.clone.node() == name; });
 }
 
 void KeyboardSet::take(int number) {
@@ -182,8 +224,7 @@ void KeyboardSet::removeBroken() {
 
 void KeyboardSet::giveBack(Keyboards::iterator keyboard) {
     const int number = keyboard->first;
-    m_router.remove(number);
-    keyboard->second.device.ungrab();
+    letGo(number, keyboard->second);
     m_names.erase(number);
     m_keyboards.erase(keyboard);
 }

@@ -13,7 +13,8 @@
 namespace nulo::keytap {
 
 /// All keyboards of the first seat, those that come later included. Each is cloned, then grabbed
-/// once no key of it is down, and given back when the set ends: ungrabbed at once, uncloned after.
+/// once a program reads its clone and no key of it is down. It is ungrabbed when nobody reads the
+/// clone any more, since its keys would reach nobody; and when the set ends, uncloned after.
 class KeyboardSet {
   public:
     /// `onChange` is called when state() or isHolding() may have become another. Throws
@@ -35,6 +36,7 @@ class KeyboardSet {
         InputDevice device;
         DeviceClone clone;
         Stage stage = Stage::settling;
+        int readers = 0;  // of the clone
         bool isBroken = false;
         bool lostEvents = false;
         EventLoop::Source events, lamps, timer;
@@ -42,8 +44,10 @@ class KeyboardSet {
     using Keyboards = std::map<int, Keyboard>;
 
     void nodesChanged();
+    void readersChanged(const std::string& node, int change);
     void tryNode(const std::string& name);
     bool isKnown(const std::string& name) const;
+    void letGo(int number, Keyboard& keyboard);
     void take(int number);
     void grab(int number, Keyboard& keyboard);
     void read(int number);
