@@ -105,6 +105,17 @@ bool KeyLoggingWindow::grabKeyboard(bool grab) {
     return reply && reply->status == XCB_GRAB_STATUS_SUCCESS;
 }
 
+bool KeyLoggingWindow::isKeyboardTaken() {
+    // The server grants no grab on a window that is not on the screen, and looks for others first.
+    const xcb_window_t hidden = xcb_generate_id(m_connection.get());
+    xcb_create_window(m_connection.get(), 0, hidden, root(), 0, 0, 1, 1, 0,
+                      XCB_WINDOW_CLASS_INPUT_ONLY, XCB_COPY_FROM_PARENT, 0, nullptr);
+    const auto reply = NULO_XCB(xcb_grab_keyboard, m_connection.get(), 0, hidden, XCB_CURRENT_TIME,
+                                XCB_GRAB_MODE_ASYNC, XCB_GRAB_MODE_ASYNC);
+    xcb_destroy_window(m_connection.get(), hidden);
+    return reply && reply->status == XCB_GRAB_STATUS_ALREADY_GRABBED;
+}
+
 void KeyLoggingWindow::slowKeys(std::chrono::milliseconds delay) {
     constexpr std::uint32_t slowKeys = XCB_XKB_BOOL_CTRL_SLOW_KEYS;
     constexpr std::uint32_t enabled = XCB_XKB_CONTROL_CONTROLS_ENABLED;

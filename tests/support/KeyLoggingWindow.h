@@ -35,6 +35,8 @@ class KeyLoggingWindow {
     void grabKey(int keycode, Where where, bool grab = true);
     /// Takes the whole keyboard, as a screen lock does, or gives it back; false when it cannot.
     bool grabKeyboard(bool grab);
+    /// Whether another program has taken the whole keyboard; takes nothing.
+    bool isKeyboardTaken();
     /// Has the server refuse keys that are not held for so long; 0 ends that.
     void slowKeys(std::chrono::milliseconds delay);
     xcb_window_t window() const { return m_window; }
