@@ -1,11 +1,11 @@
 #include "transcription/TranscriptionService.h"
 
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 #include <fstream>
 #include <nlohmann/json.hpp>
 
+#include "Told.h"
 #include "fakes/FakeHttpSession.h"
 #include "fakes/FakeMainQueue.h"
 #include "fakes/PrintedLines.h"
@@ -15,6 +15,7 @@ namespace nulo {
 namespace {
 
 using testing::ElementsAre;
+using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::Pair;
 using enum TranscriptionProvider;
@@ -32,34 +33,29 @@ class TranscriptionServiceTest : public testing::Test {
                                                m_printed.print(), m_log.print(),
                                                [this] { return "U" + std::to_string(++m_uuids); }});
     }
-    std::filesystem::path file(const std::string& name) {
+    FakeHttp::Exchange& transcribe(const std::filesystem::path& name = "x.m4a",
+                                   TranscriptionProvider provider = openai,
+                                   const std::optional<std::string>& prompt = {}) {
         std::ofstream(m_folder / name, std::ios::binary) << sound;
-        return m_folder / name;
+        m_service->transcribe(m_folder / name, provider, prompt, m_told.completion());
+        return m_http.exchanges.back();
     }
-    TranscriptionService::Completion completion() {
-        return [this](const TextResult& result) {
-            m_calls.push_back(result ? "text " + result.value()
-                                     : "failure " + describe(result.error()));
-        };
+    void clean(TranscriptionProvider provider, const std::optional<std::string>& prompt = {},
+               const std::filesystem::path& name = "x.m4a") {
+        m_service->transcribeAndClean(m_folder / name, provider, prompt, "Nettoie", "mistral",
+                                      m_told.time(), m_told.token(), m_told.completion());
     }
-    TranscriptionService::OnToken onToken() {
-        return [this](const std::string& fragment) { m_calls.push_back("token " + fragment); };
-    }
-    void clean(const std::filesystem::path& path, TranscriptionProvider provider,
-               const std::optional<std::string>& dictPrompt) {
-        m_service->transcribeAndClean(
-            path, provider, dictPrompt, "Nettoie", "mistral",
-            [this](long long time) { m_calls.push_back("time " + std::to_string(time)); },
-            onToken(), completion());
+    void chat(const std::string& raw = "x", const char* model = "openai") {
+        m_service->cleanupStreaming(raw, "Nettoie", model, m_told.token(), m_told.completion());
     }
     /// The names of the last request's form fields, in order.
-    std::vector<std::string> fields() const {
+    std::string fields() const {
         constexpr std::string_view opening = "form-data; name=\"";
         const std::string& body = m_http.exchanges.back().request.body;
-        std::vector<std::string> names;
+        std::string names;
         for (auto at = body.find(opening); at != std::string::npos; at = body.find(opening, at)) {
             at += opening.size();
-            names.push_back(body.substr(at, body.find('"', at) - at));
+            names += body.substr(at, body.find('"', at) - at) + " ";
         }
         return names;
     }
@@ -70,15 +66,14 @@ class TranscriptionServiceTest : public testing::Test {
     PrintedLines m_printed;
     PrintedLines m_log;
     TemporaryFolder m_folder;
-    std::vector<std::string> m_calls;  // of the owner's callbacks, in order
+    Told m_told;
     int m_uuids = 0;
     std::unique_ptr<TranscriptionService> m_service = makeService("https://speech.example");
 };
 
 // Catches any byte out of place in the form, a boundary used twice, and headers in the wrong order.
 TEST_F(TranscriptionServiceTest, sendsTheFormByteForByte) {
-    m_service->transcribe(file("take \"1\".M4A"), openai, "Nulo, déjà", completion());
-    const HttpRequest& request = m_http.exchanges[0].request;
+    const HttpRequest request = transcribe("take \"1\".M4A", openai, "Nulo, déjà").request;
     EXPECT_EQ(request.method, "POST");
     EXPECT_EQ(request.url, "https://speech.example/api/transcribe");
     EXPECT_EQ(request.idleTimeout, std::chrono::seconds(60));
@@ -94,66 +89,57 @@ TEST_F(TranscriptionServiceTest, sendsTheFormByteForByte) {
               "--U1\r\nContent-Disposition: form-data; name=\"file\"; filename=\"take \"1\".M4A\""
               "\r\nContent-Type: audio/mp4\r\n\r\n" +
                   sound + "\r\n--U1--\r\n");
-
-    for (const char* name : {"x.wav", "x.caf", "x", ".m4a"}) {
-        m_service->transcribe(file(name), mistral, {}, completion());
-        EXPECT_THAT(m_http.exchanges.back().request.body,
-                    testing::HasSubstr("\r\nContent-Type: audio/wav\r\n\r\n"))
+    for (const char* name : {"x.wav", "x.caf", "x", ".m4a"})
+        EXPECT_THAT(transcribe(name).request.body, HasSubstr("\r\nContent-Type: audio/wav\r\n\r\n"))
             << name;
-    }
     EXPECT_THAT(m_http.exchanges.back().request.body, testing::EndsWith("\r\n--U5--\r\n"));
 }
 
 // Catches the vocabulary sent where it must not be, an empty one left out, and a changed order.
 TEST_F(TranscriptionServiceTest, choosesTheFieldsByProviderAndMode) {
-    const auto take = file("x.m4a");
-    m_service->transcribe(take, openai, {}, completion());
-    EXPECT_THAT(fields(), ElementsAre("provider", "model", "response_format", "file"));
-    m_service->transcribe(take, mistral, "words", completion());
-    EXPECT_THAT(fields(), ElementsAre("provider", "file"));
-    clean(take, openai, "");
-    EXPECT_THAT(fields(), ElementsAre("provider", "model", "response_format", "prompt",
-                                      "cleanup_prompt", "cleanup_model", "file"));
-    clean(take, mistral, "words");
-    EXPECT_THAT(fields(), ElementsAre("provider", "cleanup_prompt", "cleanup_model", "file"));
+    transcribe();
+    EXPECT_EQ(fields(), "provider model response_format file ");
+    transcribe("x.m4a", mistral, "words");
+    EXPECT_EQ(fields(), "provider file ");
+    clean(openai, "");
+    EXPECT_EQ(fields(), "provider model response_format prompt cleanup_prompt cleanup_model file ");
+    clean(mistral, "words");
+    EXPECT_EQ(fields(), "provider cleanup_prompt cleanup_model file ");
     EXPECT_THAT(m_http.exchanges.back().request.body,
-                testing::HasSubstr("name=\"cleanup_prompt\"\r\n\r\nNettoie\r\n"));
+                HasSubstr("name=\"cleanup_prompt\"\r\n\r\nNettoie\r\n"));
 }
 
-// Catches lenient statuses, wrong trimming, lost or retried requests and a wrong elapsed time.
+// Catches lenient statuses, wrong trimming, lost or retried requests, a wrong elapsed time, and
+// memory that an answer fills without end.
 TEST_F(TranscriptionServiceTest, endsAPlainRequestInTextOrFailure) {
     const std::vector<std::pair<int, std::string>> answers = {
-        {200, "  hello\n"}, {200, "\xFF"}, {201, " \x1B[2J "}, {500, ""}, {500, "\xFF"}};
-    const auto take = file("x.m4a");
+        {200, "  hello\n"},
+        {200, "\xFF"},
+        {201, " \x1B[2J "},
+        {500, ""},
+        {500, "\xFF"},
+        {200, std::string(9 << 20, 'x')},
+        {404, std::string(1 << 20, 'x')},
+    };
     for (const auto& [status, body] : answers) {
-        m_service->transcribe(take, status == 200 ? mistral : openai, {}, completion());
+        const auto& exchange = transcribe("x.m4a", status == 200 ? mistral : openai);
         m_clock.advance(std::chrono::microseconds(1'234'999));
-        const FakeHttp::Exchange& exchange = m_http.exchanges.back();
         exchange.respond(status);
-        for (const char& byte : body)
-            exchange.data({&byte, 1});
+        const std::size_t piece = body.size() < 100 ? 1 : 10'000;
+        for (std::size_t at = 0; at < body.size() && exchange.data(body.substr(at, piece));)
+            at += piece;
         exchange.complete();
     }
-    m_service->transcribe(take, openai, {}, completion());
-    m_http.exchanges.back().respond(200);
+    transcribe().respond(200);
     m_http.exchanges.back().complete(Error{"The connection was lost"});
-    m_service->transcribe(take, openai, {}, completion());
-    m_http.exchanges.back().complete();
-    for (const int status : {200, 404}) {
-        m_service->transcribe(take, openai, {}, completion());
-        m_http.exchanges.back().respond(status);
-        while (m_http.exchanges.back().data(std::string(10'000, 'x'))) {
-        }
-        m_http.exchanges.back().complete();
-    }
-
-    EXPECT_THAT(m_calls,
+    transcribe().complete();
+    EXPECT_THAT(m_told.calls,
                 ElementsAre("text hello", "text ", "failure API error 201:  ␛[2J ",
                             "failure API error 500: ", "failure API error 500: Unknown error",
-                            "failure The connection was lost", "failure Invalid server response",
                             "failure The speech service sent a text of more than 8 MB; the rest "
                             "was not read",
-                            "failure API error 404: " + std::string(64 * 1024, 'x')));
+                            "failure API error 404: " + std::string(64 * 1024, 'x'),
+                            "failure The connection was lost", "failure Invalid server response"));
     EXPECT_THAT(
         m_printed.lines(),
         ElementsAre("Transcription (Voxtral (Mistral)): 1234ms, 5 chars",
@@ -167,22 +153,23 @@ TEST_F(TranscriptionServiceTest, endsAPlainRequestInTextOrFailure) {
 
 // Catches a request sent without its audio, and a failure that comes late or is logged as sent.
 TEST_F(TranscriptionServiceTest, sendsNothingWhenTheFileCannotBeRead) {
-    m_service->transcribe(m_folder / "absent.m4a", openai, {}, completion());
-    clean(m_folder.path(), openai, {});  // a folder
-    EXPECT_THAT(m_calls, ElementsAre("failure Failed to read audio file",
-                                     "failure Failed to read audio file"));
+    m_service->transcribe(m_folder / "absent.m4a", openai, {}, m_told.completion());
+    clean(openai, {}, ".");  // a folder
+    EXPECT_THAT(m_told.calls, ElementsAre("failure Failed to read audio file",
+                                          "failure Failed to read audio file"));
     EXPECT_THAT(m_http.exchanges, IsEmpty());
     EXPECT_THAT(m_log.lines(), IsEmpty());
 }
 
 // Catches a handler registered after the start, which loses an answer that comes at once.
 TEST_F(TranscriptionServiceTest, streamsTheAnswerToACombinedRequest) {
+    std::ofstream(m_folder / "x.m4a") << sound;
     m_http.onResume = [](const FakeHttp::Exchange& exchange) {
         exchange.answer(200, answerStream, {{"X-Transcription-Ms", "850"}});
     };
-    clean(file("x.m4a"), mistral, {});
+    clean(mistral);
     m_mainQueue.runPending();
-    EXPECT_THAT(m_calls, ElementsAre("time 850", "token Bon", "text Bon"));
+    EXPECT_THAT(m_told.calls, ElementsAre("time 850", "token Bon", "text Bon"));
     const std::string size = std::to_string(m_http.exchanges[0].request.body.size());
     EXPECT_EQ(m_log.lines().front(), "HTTP request ready: " + size + " bytes (0KB), sending...");
     EXPECT_EQ(m_log.lines().back(),
@@ -193,7 +180,7 @@ TEST_F(TranscriptionServiceTest, streamsTheAnswerToACombinedRequest) {
 TEST_F(TranscriptionServiceTest, asksForCleanupInJson) {
     const std::string raw = "dit \"oui\"\\\n\té 😀";
     for (const char* model : {"openai", "mistral", "", "OpenAI"}) {
-        m_service->cleanupStreaming(raw, "Nettoie", model, onToken(), completion());
+        chat(raw, model);
         const HttpRequest& request = m_http.exchanges.back().request;
         EXPECT_EQ(request.url, "https://speech.example/api/chat");
         EXPECT_THAT(request.headers, ElementsAre(Pair("Authorization", "Bearer key"),
@@ -201,16 +188,12 @@ TEST_F(TranscriptionServiceTest, asksForCleanupInJson) {
         const nlohmann::json expected = {
             {"model", model == std::string("openai") ? "gpt-5.4-mini" : "mistral-small-latest"},
             {"stream", true},
-            {"messages", nlohmann::json::array({{{"role", "system"}, {"content", "Nettoie"}},
-                                                {{"role", "user"}, {"content", raw}}})}};
+            {"messages",
+             {{{"role", "system"}, {"content", "Nettoie"}}, {{"role", "user"}, {"content", raw}}}}};
         EXPECT_EQ(nlohmann::json::parse(request.body), expected);
     }
-    m_http.exchanges.front().answer(200, answerStream, {{"X-Transcription-Ms", "850"}});
-    m_mainQueue.runPending();
-    EXPECT_THAT(m_calls, ElementsAre("token Bon", "text Bon"));
-
-    m_service->cleanupStreaming("\xFF", "Nettoie", "openai", onToken(), completion());
-    EXPECT_EQ(m_calls.back(), "failure Invalid server response");
+    chat("\xFF");
+    EXPECT_THAT(m_told.calls, ElementsAre("failure Invalid server response"));
     EXPECT_EQ(m_http.exchanges.size(), 4u);
 }
 
@@ -229,30 +212,28 @@ TEST_F(TranscriptionServiceTest, warmsUpTheConnectionOfStreamedRequests) {
     EXPECT_TRUE(warmUp.resumed);
     EXPECT_THAT(m_printed.lines(),
                 ElementsAre("[nulo] Connection warm-up sent to https://speech.example/"));
-
-    m_service->cleanupStreaming("x", "y", "openai", onToken(), completion());
+    chat();
     EXPECT_EQ(m_http.exchanges[1].delegate, warmUp.delegate);
     EXPECT_EQ(m_http.sessionsMade, 1);
-    m_service->transcribe(file("x.m4a"), openai, {}, completion());
-    EXPECT_NE(m_http.exchanges[2].delegate, warmUp.delegate);
+    EXPECT_NE(transcribe().delegate, warmUp.delegate);
     warmUp.answer(500, "no");
     m_mainQueue.runPending();
-    EXPECT_THAT(m_calls, IsEmpty());
+    EXPECT_THAT(m_told.calls, IsEmpty());
 
     m_service = makeService("speech example");
     m_service->warmUpConnection();
     EXPECT_EQ(m_http.exchanges.size(), 3u);
-    EXPECT_DEATH(m_service->transcribe(file("x.m4a"), openai, {}, completion()), "is not a valid");
+    EXPECT_DEATH(transcribe(), "is not a valid");
 }
 
 // Catches callbacks that need the service: it goes away while what it queued still waits for main.
 TEST_F(TranscriptionServiceTest, mayGoBeforeItsCallbacksAreCalled) {
-    m_service->cleanupStreaming("x", "y", "", onToken(), completion());
-    m_http.exchanges[0].answer(200, answerStream);
-    m_service->cleanupStreaming("in flight", "y", "", onToken(), completion());
+    chat();
+    m_http.exchanges[0].answer(200, answerStream, {{"X-Transcription-Ms", "850"}});
+    chat("in flight");
     m_service.reset();
     m_mainQueue.runPending();
-    EXPECT_THAT(m_calls, ElementsAre("token Bon", "text Bon"));
+    EXPECT_THAT(m_told.calls, ElementsAre("token Bon", "text Bon"));
 }
 
 }  // namespace
