@@ -10,8 +10,6 @@
 namespace nulo {
 namespace {
 
-using testing::AllOf;
-using testing::ElementsAre;
 using testing::HasSubstr;
 namespace fs = std::filesystem;
 
@@ -29,22 +27,20 @@ class ServiceConfigTest : public testing::Test {
 };
 
 TEST_F(ServiceConfigTest, readsAddressAndHeadersOfAPrivateFile) {
-    const auto builtIn = loadServiceConfig(m_file, "http://127.0.0.1:8737", m_printed.print());
-    EXPECT_EQ(builtIn.value().baseURL, "http://127.0.0.1:8737");
-    EXPECT_TRUE(builtIn.value().authHeaders.empty());
-    EXPECT_FALSE(loadServiceConfig(m_file, "http://speech.example.org", m_printed.print()));
+    const auto absent = [&](const char* builtIn) {
+        return loadServiceConfig(m_file, builtIn, m_printed.print());
+    };
+    EXPECT_EQ(absent("http://127.0.0.1:8737").value().baseURL, "http://127.0.0.1:8737");
+    EXPECT_FALSE(absent("http://speech.example.org"));
 
     const char* text =
         R"({"baseURL": "https://h:444/s", "headers": {"Authorization": "Bearer a/b"}})";
     const auto config = load(text);
-    ASSERT_TRUE(config) << config.error().description;
     EXPECT_EQ(config.value().baseURL, "https://h:444/s");
-    EXPECT_THAT(config.value().authHeaders,
-                ElementsAre(testing::Pair("Authorization", "Bearer a/b")));
+    EXPECT_EQ(config.value().authHeaders.at(0).second, "Bearer a/b");
     EXPECT_TRUE(m_printed.lines().empty());
     EXPECT_TRUE(load(text, 0640));
-    EXPECT_THAT(m_printed.lines(),
-                ElementsAre(AllOf(HasSubstr(m_file.string()), HasSubstr("chmod 600"))));
+    EXPECT_THAT(m_printed.lines().at(0), HasSubstr("chmod 600 " + m_file.string()));
     EXPECT_THAT(load(text, 0620).error().description,
                 HasSubstr("other users can change it; run: chmod 600"));
 }
@@ -61,8 +57,8 @@ TEST_F(ServiceConfigTest, refusesTheRestWithOneLineNamingTheFile) {
           R"({"baseURL": "https://a.org", "header": {}})"}) {
         const auto config = load(text);
         ASSERT_FALSE(config) << text;
-        EXPECT_THAT(config.error().description,
-                    AllOf(HasSubstr(m_file.string()), testing::Not(HasSubstr("\n"))));
+        EXPECT_THAT(config.error().description, HasSubstr(m_file.string()));
+        EXPECT_THAT(config.error().description, testing::Not(HasSubstr("\n")));
     }
 }
 

@@ -48,18 +48,9 @@ TEST(StreamingSessionRouter, writesTheTimingsOfEveryTransaction) {
     const auto at = [](int microseconds) {
         return std::chrono::steady_clock::time_point(std::chrono::microseconds(microseconds));
     };
-    const HttpTransactionMetrics full{.protocolName = "h2",
-                                      .fetchStart = at(7),
-                                      .responseEnd = at(1'234'007),
-                                      .domainLookupStart = at(100),
-                                      .domainLookupEnd = at(2099),
-                                      .connectStart = at(2000),
-                                      .connectEnd = at(30'000),
-                                      .secureConnectionStart = at(10'000),
-                                      .secureConnectionEnd = at(29'000),
-                                      .requestStart = at(31'007),
-                                      .requestEnd = at(35'007),
-                                      .responseStart = at(800'000)};
+    const HttpTransactionMetrics full{false,      "h2",       at(7),      at(1'234'007), at(100),
+                                      at(2099),   at(2000),   at(30'000), at(10'000),    at(29'000),
+                                      at(31'007), at(35'007), at(800'000)};
     const HttpTransactionMetrics reused{
         .reusedConnection = true, .fetchStart = at(0), .requestStart = at(0)};
     router.didCollectMetrics(7, {full, reused});

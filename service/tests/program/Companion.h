@@ -1,9 +1,10 @@
 #pragma once
 
-#include <gtest/gtest.h>
+#include <gmock/gmock.h>
 #include <httplib.h>
 
 #include <future>
+#include <latch>
 #include <mutex>
 #include <nlohmann/json.hpp>
 
@@ -24,33 +25,15 @@ using nlohmann::json;
 using Connection = ScriptedHttpServer::Connection;
 using std::chrono::milliseconds;
 
-/// Words of an answer's events, and whether it ended as it should.
-inline std::pair<std::string, bool> textOf(const std::string& stream) {
-    std::istringstream lines(stream);
-    std::string text;
-    for (std::string line; std::getline(lines, line);) {
-        if (line == "data: [DONE]")
-            return {text, true};
-        if (line.starts_with("data: "))
-            text += json::parse(line.substr(6))["choices"][0]["delta"]["content"];
-    }
-    return {text, false};
-}
-
 /// The whole service in this process, with an offline engine that hears when the test says so.
 class CompanionTest : public testing::Test {
   protected:
     explicit CompanionTest(HttpServer::Limits serverLimits = {}, ProviderCalls::Limits limits = {})
         : calls(
-              client, systemClock(),
-              [this](milliseconds duration) {
-                  const std::scoped_lock lock(mutex);
-                  slept += duration;
-              },
-              [this](std::string_view line) { keepLine(line); }, metrics, limits),
-          server(
-              systemClock(), [this](std::string_view line) { keepLine(line); }, serverLimits,
-              [this](const RequestHead& head) { return api.accept(head); }) {
+              client, systemClock(), [this](milliseconds duration) { slept += duration.count(); },
+              print, metrics, limits),
+          server(systemClock(), print, serverLimits,
+                 [this](const RequestHead& head) { return api.accept(head); }) {
         const auto socket = openSocket("127.0.0.1", 0).value();
         EXPECT_TRUE(server.start(socket, std::nullopt));
         port = socket.port;
@@ -65,16 +48,12 @@ class CompanionTest : public testing::Test {
     }
 
     void letGo() {
-        if (!std::exchange(m_released, true))
-            m_release.set_value();
+        if (!m_letGo.try_wait())
+            m_letGo.count_down();
     }
     void finish() {
         if (!std::exchange(m_finished, true))
             server.finish();
-    }
-    void keepLine(std::string_view line) {
-        const std::scoped_lock lock(mutex);
-        log += std::string(line) + "\n";
     }
     std::string logged() {
         const std::scoped_lock lock(mutex);
@@ -96,8 +75,12 @@ class CompanionTest : public testing::Test {
     }
 
     std::mutex mutex;
-    std::string log;  // with the next, under mutex
-    milliseconds slept{0};
+    std::string log;  // under mutex
+    const Print print = [this](std::string_view line) {
+        const std::scoped_lock lock(mutex);
+        log += std::string(line) + "\n";
+    };
+    std::atomic<long> slept = 0;  // milliseconds
     std::atomic<int> hearing = 0;
     GatewayConfig config;
     Metrics metrics;
@@ -117,9 +100,7 @@ class CompanionTest : public testing::Test {
       private:
         CompanionTest& m_test;
     };
-    std::promise<void> m_release;
-    std::shared_future<void> m_letGo{m_release.get_future()};
-    bool m_released = false;
+    std::latch m_letGo{1};
     bool m_finished = false;
 
   protected:
