@@ -146,17 +146,23 @@ TEST_F(TranscriptionServiceTest, endsAPlainRequestInTextOrFailure) {
     EXPECT_EQ(m_printed.lines().size(), 6u);
 }
 
-// Catches a handler registered after the start, which loses an answer that comes at once.
-TEST_F(TranscriptionServiceTest, streamsTheAnswerToACombinedRequest) {
+// Catches a handler registered after the start, which loses an answer that comes at once, and
+// callbacks that need the service: it goes away while what it queued still waits for main.
+TEST_F(TranscriptionServiceTest, streamsTheAnswerAndMayGoBeforeItsCallbacksAreCalled) {
     std::ofstream(m_folder / "x.m4a") << sound;
     m_http.onResume = [](const FakeHttp::Exchange& exchange) {
         exchange.answer(200, answerStream, {{"X-Transcription-Ms", "850"}});
     };
     clean(mistral);
-    m_mainQueue.runPending();
-    EXPECT_THAT(m_told.calls, ElementsAre("time 850", "token Bon", "text Bon"));
+    chat();
     const std::string size = std::to_string(m_http.exchanges[0].request.body.size());
     EXPECT_EQ(m_log.lines().front(), "HTTP request ready: " + size + " bytes (0KB), sending...");
+    m_http.onResume = {};
+    chat("in flight");
+    m_service.reset();
+    m_mainQueue.runPending();
+    EXPECT_THAT(m_told.calls,
+                ElementsAre("time 850", "token Bon", "text Bon", "token Bon", "text Bon"));
 }
 
 // Catches text that is damaged on its way into JSON, and a wrong model.
@@ -206,16 +212,6 @@ TEST_F(TranscriptionServiceTest, warmsUpTheConnectionOfStreamedRequests) {
     m_service->warmUpConnection();
     EXPECT_EQ(m_http.exchanges.size(), 3u);
     EXPECT_DEATH(transcribe(), "is not a valid");
-}
-
-// Catches callbacks that need the service: it goes away while what it queued still waits for main.
-TEST_F(TranscriptionServiceTest, mayGoBeforeItsCallbacksAreCalled) {
-    chat();
-    m_http.exchanges[0].answer(200, answerStream, {{"X-Transcription-Ms", "850"}});
-    chat("in flight");
-    m_service.reset();
-    m_mainQueue.runPending();
-    EXPECT_THAT(m_told.calls, ElementsAre("token Bon", "text Bon"));
 }
 
 }  // namespace
