@@ -25,6 +25,19 @@ using nlohmann::json;
 using Connection = ScriptedHttpServer::Connection;
 using std::chrono::milliseconds;
 
+/// Words of an answer's events, and whether it ended as it should.
+inline std::pair<std::string, bool> textOf(const std::string& stream) {
+    std::istringstream lines(stream);
+    std::string text;
+    for (std::string line; std::getline(lines, line);) {
+        if (line == "data: [DONE]")
+            return {text, true};
+        if (line.starts_with("data: "))
+            text += json::parse(line.substr(6))["choices"][0]["delta"]["content"];
+    }
+    return {text, false};
+}
+
 /// The whole service in this process, with an offline engine that hears when the test says so.
 class CompanionTest : public testing::Test {
   protected:
@@ -41,7 +54,7 @@ class CompanionTest : public testing::Test {
     }
     ~CompanionTest() override {
         letGo();
-        finish();
+        server.finish();
         running.join();
         for (const char* secret : {"sk-secret", "spoken"})
             EXPECT_EQ(log.find(secret), std::string::npos) << log;
@@ -50,10 +63,6 @@ class CompanionTest : public testing::Test {
     void letGo() {
         if (!m_letGo.try_wait())
             m_letGo.count_down();
-    }
-    void finish() {
-        if (!std::exchange(m_finished, true))
-            server.finish();
     }
     std::string logged() {
         const std::scoped_lock lock(mutex);
@@ -101,7 +110,6 @@ class CompanionTest : public testing::Test {
         CompanionTest& m_test;
     };
     std::latch m_letGo{1};
-    bool m_finished = false;
 
   protected:
     OfflineRecogniser offline{
