@@ -5,8 +5,8 @@
 
 #include "base/Text.h"
 #include "base/Uuid.h"
+#include "service/Silence.h"
 #include "service/gateway/UpstreamFailure.h"
-#include "service/offline/Silence.h"
 
 namespace nulo::service {
 namespace {

@@ -4,7 +4,7 @@
 #include <string>
 
 #include "service/Failure.h"
-#include "service/gateway/GatewayConfig.h"
+#include "service/GatewayConfig.h"
 #include "service/gateway/UpstreamClient.h"
 
 namespace nulo::service {

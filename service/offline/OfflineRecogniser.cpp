@@ -5,7 +5,7 @@
 #include <limits>
 #include <span>
 
-#include "service/offline/AudioDecoder.h"
+#include "service/AudioDecoder.h"
 
 namespace nulo::service {
 namespace {

@@ -7,11 +7,9 @@
 #include <string>
 
 #include "base/Result.h"
+#include "service/AudioDecoder.h"
 
 namespace nulo::service {
-
-/// Samples a second of the audio that engines hear.
-inline constexpr int speechRate = 16000;
 
 /// An offline recogniser with its model loaded. One call at a time; calls may be on any thread.
 class SpeechEngine {

@@ -1,4 +1,4 @@
-#include "service/gateway/GatewayConfig.h"
+#include "service/GatewayConfig.h"
 
 #include <gmock/gmock.h>
 

@@ -5,8 +5,8 @@
 #include <fstream>
 
 #include "rig/process/TemporaryFolder.h"
-#include "service/Options.h"
 #include "service/Sha256.h"
+#include "service/app/Options.h"
 
 namespace nulo::service {
 namespace {

@@ -112,6 +112,9 @@ int run(int argc, char** argv, bool isQuiet) {
     UpdateDialogs updateWindows(alerts);
     const std::unique_ptr<ProcessLauncher> processLauncher = makeProcessLauncher();
 
+    // Never destroyed: threads write to it until the process is gone.
+    static PipelineLog& log =
+        *new PipelineLog(folders.home / "Library" / "Logs" / "nulo", systemClock(), printLine);
     AppDelegate* present = nullptr;
     AbruptExit withTheDesktop([&] {
         if (present)
@@ -122,7 +125,7 @@ int run(int argc, char** argv, bool isQuiet) {
         {.mainQueue = *mainQueue,
          .clock = systemClock(),
          .print = printLine,
-         .log = PipelineLog::shared(),
+         .log = log,
          .configFile = configFile,
          .temporaryFolder = folders.temporary,
          .recordingsFolder = folders.recordings,

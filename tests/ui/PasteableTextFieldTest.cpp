@@ -6,7 +6,7 @@
 #include <QGuiApplication>
 #include <QTest>
 
-#include "ui/tray/OneLine.h"
+#include "ui/OneLine.h"
 
 namespace nulo {
 namespace {

@@ -5,7 +5,7 @@
 #include <QTest>
 
 #include "fakes/FakeStatusItem.h"
-#include "ui/tray/MenuWidget.h"
+#include "ui/MenuWidget.h"
 #include "ui/tray/StatusIcons.h"
 
 namespace nulo {

@@ -1,6 +1,5 @@
 #include "fuzz/Fuzz.h"
-#include "service/offline/AudioDecoder.h"
-#include "service/offline/SpeechEngine.h"
+#include "service/AudioDecoder.h"
 
 // Whatever the bytes are: they are refused, or give no more sound than was asked for.
 std::string nulo::faultIn(std::string_view bytes, std::uint32_t) {

@@ -1,4 +1,4 @@
-#include "service/offline/AudioDecoder.h"
+#include "service/AudioDecoder.h"
 
 #include <gtest/gtest.h>
 
@@ -10,7 +10,6 @@
 #include "base/FileIO.h"
 #include "rig/process/ChildProcess.h"
 #include "rig/process/TemporaryFolder.h"
-#include "service/offline/SpeechEngine.h"
 
 namespace nulo::service {
 namespace {

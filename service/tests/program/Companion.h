@@ -12,7 +12,7 @@
 #include "RawClient.h"
 #include "rig/http/ScriptedHttpServer.h"
 #include "rig/process/WaitUntil.h"
-#include "service/SpeechApi.h"
+#include "service/app/SpeechApi.h"
 #include "service/gateway/GatewayCleanup.h"
 #include "service/gateway/GatewayRecogniser.h"
 #include "service/http/HttpServer.h"

@@ -1,9 +1,10 @@
-#include "ui/overlay/OverlayPlacement.h"
+#include "desktop/OverlayPlacement.h"
 
 #include <xcb/shape.h>
 #include <xcb/xcb.h>
 
 #include <QGuiApplication>
+#include <QWidget>
 #include <cstdlib>
 #include <string>
 

@@ -8,7 +8,7 @@
 
 #include "base/Clock.h"
 #include "base/MainQueue.h"
-#include "ui/overlay/OverlayPlacement.h"
+#include "desktop/OverlayPlacement.h"
 #include "ui/overlay/OverlayShadow.h"
 
 namespace nulo {

@@ -17,12 +17,12 @@
 #include <QWindow>
 #include <utility>
 
+#include "ui/MenuWidget.h"
 #include "ui/WindowStyle.h"
 #include "ui/settings/DictionarySection.h"
 #include "ui/settings/ModesSection.h"
 #include "ui/settings/SettingsModel.h"
 #include "ui/settings/Symbols.h"
-#include "ui/tray/MenuWidget.h"
 
 namespace nulo {
 namespace {

@@ -2,8 +2,8 @@
 
 #include <utility>
 
+#include "ui/OneLine.h"
 #include "ui/WindowPlace.h"
-#include "ui/tray/OneLine.h"
 #include "ui/tray/StatusIcons.h"
 
 namespace nulo {

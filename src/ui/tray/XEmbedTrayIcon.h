@@ -3,7 +3,7 @@
 #include <QSystemTrayIcon>
 
 #include "desktop/StatusItem.h"
-#include "ui/tray/MenuWidget.h"
+#include "ui/MenuWidget.h"
 
 namespace nulo {
 

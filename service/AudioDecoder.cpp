@@ -1,4 +1,4 @@
-#include "service/offline/AudioDecoder.h"
+#include "service/AudioDecoder.h"
 
 extern "C" {
 #include <libavcodec/avcodec.h>
@@ -10,8 +10,6 @@ extern "C" {
 #include <algorithm>
 #include <memory>
 #include <string>
-
-#include "service/offline/SpeechEngine.h"
 
 namespace nulo::service {
 namespace {

@@ -1,7 +1,6 @@
-#include "service/offline/Silence.h"
+#include "service/Silence.h"
 
-#include "service/offline/AudioDecoder.h"
-#include "service/offline/SpeechEngine.h"
+#include "service/AudioDecoder.h"
 
 namespace nulo::service {
 namespace {

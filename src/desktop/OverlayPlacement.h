@@ -1,7 +1,7 @@
 #pragma once
 
-#include <QRect>
-#include <QWidget>
+class QRect;
+class QWidget;
 
 namespace nulo {
 

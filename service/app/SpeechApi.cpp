@@ -1,4 +1,4 @@
-#include "service/SpeechApi.h"
+#include "service/app/SpeechApi.h"
 
 #include <algorithm>
 #include <array>

@@ -1,4 +1,4 @@
-#include "service/Options.h"
+#include "service/app/Options.h"
 
 #include <charconv>
 

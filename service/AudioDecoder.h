@@ -14,6 +14,9 @@
 
 namespace nulo::service {
 
+/// Samples a second of the audio that is looked through and recognised.
+inline constexpr int speechRate = 16000;
+
 /// Takes the next samples, mono at speechRate; false when no more are wanted.
 using TakeSamples = std::function<bool(std::span<const std::int16_t>)>;
 

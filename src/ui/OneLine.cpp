@@ -1,4 +1,4 @@
-#include "ui/tray/OneLine.h"
+#include "ui/OneLine.h"
 
 #include <algorithm>
 

@@ -1,4 +1,4 @@
-#include "ui/tray/MenuWidget.h"
+#include "ui/MenuWidget.h"
 
 #include <QActionGroup>
 #include <QKeyEvent>
