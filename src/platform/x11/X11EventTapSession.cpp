@@ -82,13 +82,12 @@ std::optional<Error> X11EventTapSession::connect() {
 
     const auto version = NULO_XCB(xcb_input_xi_query_version, connection, 2, 2);
     const auto keyboard = NULO_XCB(xcb_xkb_use_extension, connection, 1, 0);
-    const auto atom = NULO_XCB(xcb_intern_atom, connection, 0, 18, "_NET_ACTIVE_WINDOW");
-    if (!version || !keyboard || !atom)
+    m_activeWindow = atomOf(connection, "_NET_ACTIVE_WINDOW");
+    if (!version || !keyboard || m_activeWindow == XCB_ATOM_NONE)
         return noAnswer;
     if (std::pair(version->major_version, version->minor_version) <
         std::pair<std::uint16_t, std::uint16_t>(2, 1))
         return Error{"the X server's input extension is older than 2.1"};
-    m_activeWindow = atom->atom;
 
     selectEvents(root);
     m_events.emplace(connection);

@@ -8,7 +8,7 @@
 #include <vector>
 
 #include "pasting/InjectionGate.h"
-#include "platform/x11/X11EventTapKeys.h"
+#include "platform/x11/X11Keymap.h"
 
 namespace nulo {
 
@@ -46,16 +46,15 @@ class X11KeyWatch {
 
     X11KeyWatch(xcb_connection_t* connection, const InjectionGate& gate)
         : m_connection(connection), m_gate(&gate) {}
-    void findInjectingDevices();
     void readState();
 
     xcb_connection_t* m_connection;
     const InjectionGate* m_gate;
-    X11EventTapKeys m_keys;
+    X11Keymap m_keys;
     int m_group = 0;
     std::set<Device> m_injecting;
     /// By keyboard; 0 has what was down at the beginning.
-    std::map<Device, X11EventTapKeys::KeySet> m_down;
+    std::map<Device, X11Keymap::KeySet> m_down;
 };
 
 }  // namespace nulo

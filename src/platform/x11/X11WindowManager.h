@@ -18,7 +18,6 @@ class X11WindowManager {
     void grabHasEnded(xcb_window_t window);
 
   private:
-    xcb_atom_t atom(const char* name);
     void identify();
 
     xcb_connection_t* const m_connection;

@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <cstdlib>
 #include <memory>
+#include <string_view>
 
 #define explicit explicit_  // a field's name in this C header
 #include <xcb/xkb.h>
@@ -34,6 +35,9 @@ XcbMemory<T> owned(T* memory) {
 /// Sends a request and waits for its answer; nothing when the server refused or is gone.
 #define NULO_XCB(call, connection, ...) \
     nulo::owned(call##_reply(connection, call(connection __VA_OPT__(, ) __VA_ARGS__), nullptr))
+
+/// The atom of that name, made where there is none; XCB_ATOM_NONE when the server did not answer.
+xcb_atom_t atomOf(xcb_connection_t* connection, std::string_view name);
 
 /// Without the bit that marks what another client sent.
 inline int typeOf(const xcb_generic_event_t& event) {
