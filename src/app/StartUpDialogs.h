@@ -1,6 +1,6 @@
 #pragma once
 
-#include "ui/alerts/Alert.h"
+#include "ui/AlertContent.h"
 
 namespace nulo {
 

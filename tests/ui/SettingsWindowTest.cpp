@@ -12,10 +12,12 @@
 #include <QPushButton>
 #include <QRadioButton>
 #include <QTest>
+#include <QTextEdit>
 #include <QToolButton>
 
 #include "config/ConfigFile.h"
 #include "rig/process/TemporaryFolder.h"
+#include "ui/alerts/Alert.h"
 #include "ui/settings/SettingsView.h"
 #include "ui/settings/WordChips.h"
 
@@ -27,7 +29,7 @@ class SettingsWindowTest : public testing::Test {
   protected:
     void open(const AppConfig& saved) {
         m_file.save(saved);
-        m_window = makeSettingsWindow(saved, m_host, m_visibleFrame);
+        m_window = makeSettingsWindow(saved, m_dependencies, m_visibleFrame);
         m_window->show();
         m_window->activateWindow();
         ASSERT_TRUE(QTest::qWaitForWindowActive(m_window.get()));
@@ -72,11 +74,14 @@ class SettingsWindowTest : public testing::Test {
     ConfigFile m_file{m_home.path(), [](std::string_view) {}};
     Outcome m_saved = Success{};
     QRect m_visibleFrame{0, 0, 1000, 800};
+    const Alerts m_alerts{systemClock(), [this] { return m_visibleFrame; }};
     std::unique_ptr<QWidget> m_window;
-    SettingsHost m_host{
+    SettingsDependencies m_dependencies{
         .load = [this] { return m_file.load(); },
         .onSave =
-            [this](const AppConfig& config) { return m_saved ? m_file.trySave(config) : m_saved; }};
+            [this](const AppConfig& config) { return m_saved ? m_file.trySave(config) : m_saved; },
+        .ask = [this](QWidget& over, const AlertContent& content,
+                      auto onAnswer) { m_alerts.showOver(over, content, std::move(onAnswer)); }};
 };
 
 // An edit that never reaches the file, or reaches it unasked; what somebody else wrote overwritten.
@@ -166,7 +171,8 @@ TEST_F(SettingsWindowTest, asksBeforeDeletingAMode) {
         return QPointer(m_window->findChild<QDialog*>());
     };
     EXPECT_EQ(ask()->windowModality(), Qt::WindowModal);
-    EXPECT_TRUE(shows("Le mode \"<b> " + QString(56, 'x') + "\u2026\" sera supprime."));
+    EXPECT_TRUE(the<QTextEdit>("Le mode \"<b> " + QString(56, 'x') + "\u2026\" sera supprime.")
+                    .isVisible());
     QTest::keyClick(m_window->findChild<QDialog*>(), Qt::Key_Return);
     EXPECT_EQ(list().model()->rowCount(), 6) << "Return means \"Annuler\"";
     QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
@@ -208,7 +214,7 @@ TEST_F(SettingsWindowTest, everyControlIsReachedAndNamed) {
     AppConfig config = defaultConfig();
     config.dictionary = {"Nulo"};
     config.modes.push_back({"1", "Mine", "p", false, "openai"});
-    m_host.showsProgramMenu = true;
+    m_dependencies.showsProgramMenu = true;
     open(config);
     clickRow(5);
     EXPECT_EQ(list().model()->index(0, 0).data(Qt::AccessibleTextRole), "Voice to Text, inclus");
@@ -227,8 +233,8 @@ TEST_F(SettingsWindowTest, everyControlIsReachedAndNamed) {
 // A menu of when the window was opened, or shortcuts that are only shown.
 TEST_F(SettingsWindowTest, theProgramMenuIsFreshAndItsShortcutsWork) {
     int quits = 0;
-    m_host.showsProgramMenu = true;
-    m_host.programMenu = [&] {
+    m_dependencies.showsProgramMenu = true;
+    m_dependencies.programMenu = [&] {
         const MenuEntry quit{MenuEntry::Kind::action, "Quitter", [&] { ++quits; }, false, "Ctrl+Q"};
         return Menu(static_cast<std::size_t>(quits) + 1, quit);
     };
@@ -245,8 +251,8 @@ TEST_F(SettingsWindowTest, theProgramMenuIsFreshAndItsShortcutsWork) {
 
 // A host that drops the window while the window still works with itself.
 TEST_F(SettingsWindowTest, theHostMayDestroyItFromEachCallback) {
-    m_host.onClose = [this] { m_window.reset(); };
-    m_host.onSave = [this](const AppConfig&) -> Outcome {
+    m_dependencies.onClose = [this] { m_window.reset(); };
+    m_dependencies.onSave = [this](const AppConfig&) -> Outcome {
         m_window.reset();
         return Success{};
     };
