@@ -3,10 +3,10 @@
 #include <sys/stat.h>
 
 #include <algorithm>
-#include <cstdlib>
 #include <nlohmann/json.hpp>
 #include <set>
 
+#include "base/Environment.h"
 #include "base/FileIO.h"
 #include "base/HttpUrl.h"
 #include "base/Text.h"
@@ -229,11 +229,10 @@ void warnIfReadable(const std::filesystem::path& file, const Print& print) {
 }
 
 std::filesystem::path defaultGatewayConfigFile() {
-    const char* configured = std::getenv("XDG_CONFIG_HOME");
-    std::filesystem::path folder = configured ? configured : "";
+    std::filesystem::path folder = environmentVariable("XDG_CONFIG_HOME");
     if (!folder.is_absolute()) {
-        const char* home = std::getenv("HOME");
-        folder = std::filesystem::path(home && *home ? home : "/") / ".config";
+        const std::string home = environmentVariable("HOME");
+        folder = std::filesystem::path(home.empty() ? "/" : home) / ".config";
     }
     return folder / "nulo" / "nulo-service.json";
 }
