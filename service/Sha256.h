@@ -11,7 +11,7 @@ namespace nulo::service {
 /// The digest as 64 small hexadecimal digits. Any thread.
 std::string sha256(std::string_view bytes);
 
-/// The same of a regular file of any size; the error is the system's reason.
+/// The digest of a regular file of any size; the error is the system's reason.
 Result<std::string> sha256OfFile(const std::filesystem::path& file);
 
 /// Whether the text is a digest as sha256() writes it.

@@ -28,10 +28,10 @@ struct Options {
 /// `arguments` without the program's name. The error is a line for the user.
 Result<Options> parsedOptions(const std::vector<std::string>& arguments);
 
-/// Whether who can reach that address may: other machines need a token.
+/// Refuses an address that other machines reach while there is no token to tell them apart.
 Outcome checkReach(const std::string& address, bool hasToken);
 
-/// The first line is the usage line.
+/// What --help prints; its first line is the usage.
 std::string_view helpText();
 
 }  // namespace nulo::service

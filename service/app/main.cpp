@@ -45,8 +45,8 @@ void waitForStopSignal(const sigset_t& signals) {
     pthread_sigmask(SIG_UNBLOCK, &signals, nullptr);
 }
 
-/// Otherwise the first large recording raises the size from which memory is given back to the
-/// system when it is freed.
+/// Fixes the size from which freed memory is given back to the system: the first large recording
+/// would raise it otherwise.
 void giveMemoryBack() {
     mallopt(M_MMAP_THRESHOLD, 128 * 1024);
 }
@@ -79,7 +79,7 @@ void countRequest(Metrics& metrics, const std::string& path, int status,
         metrics.add("nulo_requests_broken_off_total", label);
 }
 
-/// What the command line, the configuration and the service manager say together.
+/// The settings that the command line, the configuration and the service manager give together.
 struct Setup {
     GatewayConfig config;
     std::string address = "127.0.0.1";

@@ -53,7 +53,7 @@ std::optional<std::string> parameterOf(std::string_view header, std::string_view
     return std::nullopt;
 }
 
-/// What stands before a header's parameters.
+/// The part of a header's value that stands before its parameters.
 std::string_view kindOf(std::string_view header) {
     skipSpaces(header);
     return header.substr(0, header.find_first_of("; \t"));

@@ -14,8 +14,9 @@ struct CommandLine {
     bool isQuiet = false;  // standard output goes nowhere
 };
 
-/// `arguments` without the program's name. Qt's own ones are passed over: the session manager gives
-/// one when it starts the program again. An error names the argument that means nothing.
+/// `arguments` without the program's name. Arguments that are Qt's own are passed over: the session
+/// manager gives one when it starts the program again. The error names the argument that is not
+/// known.
 Result<CommandLine> parsedCommandLine(const std::vector<std::string_view>& arguments);
 
 /// What --help prints; its first line is the usage.

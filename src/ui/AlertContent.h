@@ -14,7 +14,8 @@ struct AlertContent {
     Style style = Style::informational;
     std::string message;
     std::string informativeText;
-    /// At least one, shown in this order. Escape and closing the window count as the last.
+    /// The buttons in the order in which they are shown; at least one. Escape and closing the
+    /// window count as the last one.
     std::vector<std::string> buttons;
     /// The button that Return presses.
     std::size_t defaultButton = 0;

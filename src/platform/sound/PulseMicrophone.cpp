@@ -175,7 +175,7 @@ class PulseCapture final : public CaptureEngine {
         }
     }
 
-    /// In place of a hole in the server's data, so that the rest keeps its place in time.
+    /// Fills a hole in the server's data, so that the rest keeps its place in time.
     void addSilence(size_t frames) {
         static constexpr std::array<float, FrameBlocks::length> silence{};
         while (frames > 0) {

@@ -261,8 +261,8 @@ void X11EventTapSession::reportModifier(const xcb_input_raw_key_press_event_t& r
     enqueue(key, press, fate);
 }
 
-/// What is not held back cannot be swallowed, so it must not begin a chord: keys typed into a
-/// screen lock, for one, which has the keyboard for itself.
+/// A press that is not held back cannot be swallowed, so it must not begin a chord. Keys typed into
+/// a screen lock, which has the keyboard for itself, are such presses.
 void X11EventTapSession::reportUnqueuedModifier(const xcb_input_raw_key_press_event_t& raw,
                                                 bool press) {
     const auto key = static_cast<xcb_keycode_t>(raw.detail);
@@ -342,7 +342,7 @@ void X11EventTapSession::enqueue(xcb_keycode_t key, bool press, EventFate fate) 
         settle();
 }
 
-/// Answers what is decided; whether the server was talked to.
+/// Answers what is decided; tells whether the server was talked to.
 bool X11EventTapSession::settle() {
     if (m_optionHandedOn) {
         m_optionHandedOn = false;
@@ -372,7 +372,7 @@ bool X11EventTapSession::settle() {
     return true;
 }
 
-/// Follows the focus and the layout; whether there was something to do.
+/// Follows the focus and the layout; tells whether there was something to do.
 bool X11EventTapSession::refresh() {
     if (m_grabWindowIsGone && m_queue->isHeld()) {
         // The server has dropped the grab with its window, and let the queue go.

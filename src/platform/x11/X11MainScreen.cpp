@@ -124,7 +124,8 @@ class Desktop {
     const xcb_window_t m_root;
 };
 
-/// In the X server's pixels. The toolkit scales what is on a screen, but not where the screen is.
+/// The screen in the X server's pixels. The toolkit scales what is on a screen, but not where the
+/// screen is.
 QRect pixelsOf(const QScreen& screen) {
     return {screen.geometry().topLeft(),
             (QSizeF(screen.geometry().size()) * screen.devicePixelRatio()).toSize()};
@@ -178,7 +179,7 @@ void subtract(const Strut& strut, QSize desktop, const QRect& screen, QRect& vis
         visible.setBottom(std::min(visible.bottom(), int(bottom) - 1));
 }
 
-/// In the server's pixels.
+/// What the desktop's bars leave of the screen, in the X server's pixels.
 QRect withoutBars(const Desktop& desktop, const QRect& screen) {
     QRect visible = screen;
     for (const Strut& strut : desktop.struts())

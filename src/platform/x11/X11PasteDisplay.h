@@ -20,7 +20,7 @@ class X11PasteDisplay {
     X11PasteDisplay(const X11PasteDisplay&) = delete;
     X11PasteDisplay& operator=(const X11PasteDisplay&) = delete;
 
-    /// Readable when the server sent something: drain() then.
+    /// The descriptor is readable when the server has sent something; call drain() then.
     int fileDescriptor() const;
     /// Discards what the server sent; false when the connection is lost.
     bool drain();

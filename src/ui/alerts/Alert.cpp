@@ -24,9 +24,11 @@ namespace {
 
 constexpr int textWidth = 400;
 constexpr int margin = 20;
-/// Of the screen's height, for the two texts together; the rest is for what is around them.
+/// The share of the screen's height that the two texts may take together; the rest is for what is
+/// around them.
 constexpr double largestShareOfScreen = 0.6;
-/// In UTF-16 units. More would take seconds to lay out, and nobody reads it.
+/// The longest texts in UTF-16 units: a longer one would take seconds to lay out, and no person
+/// reads it.
 constexpr qsizetype longestMessage = 300;
 constexpr qsizetype longestInformativeText = 16 * 1024;
 
@@ -59,7 +61,8 @@ class TextBlock final : public QTextEdit {
         const int height = heightOf(*document());
         const bool scrolls = height > largestHeight;
         setVerticalScrollBarPolicy(scrolls ? Qt::ScrollBarAlwaysOn : Qt::ScrollBarAlwaysOff);
-        // What can be scrolled must be reachable without a mouse; the rest is in nobody's way.
+        // A text that scrolls must be reachable without a mouse; one that does not would only be a
+        // stop on the way of the Tab key.
         setFocusPolicy(scrolls ? Qt::StrongFocus : Qt::ClickFocus);
         setFixedSize(textWidth + (scrolls ? verticalScrollBar()->sizeHint().width() : 0),
                      std::min(height, largestHeight));

@@ -24,8 +24,9 @@ class Alerts {
     QPointer<QWidget> show(AlertContent content,
                            std::function<void(std::size_t button)> onAnswer) const;
 
-    /// The same over `window`, whose user has asked for it: it answers to keys at once, and until
-    /// it has gone the window takes no input. It is destroyed with the window.
+    /// Shows over `window` an alert that the user has asked for there: keys answer it at once, and
+    /// until it has gone the window takes no input. It is destroyed with the window; `onAnswer` is
+    /// called as by show().
     void showOver(QWidget& window, AlertContent content,
                   std::function<void(std::size_t button)> onAnswer) const;
 

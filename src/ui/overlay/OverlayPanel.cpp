@@ -15,7 +15,8 @@ constexpr std::chrono::duration<double> fadeDuration(0.15);
 constexpr std::chrono::duration<double> wideningDuration(0.2);
 constexpr MainQueue::Delay animationStep(1.0 / 60);
 
-/// Around the panel where nothing can shine through: reads on white and on black.
+/// The colour of the panel's edge where windows cannot be translucent: it shows on white and on
+/// black.
 const QColor edgeColor(96, 96, 96);
 constexpr int edgeWidth = 1;
 

@@ -60,7 +60,7 @@ QWidget* ModesSection::makeListColumn(QWidget* parent) {
 
     connect(addButton, &QToolButton::clicked, this, [this] { addMode(); });
     connect(m_deleteButton, &QToolButton::clicked, this, [this] {
-        if (m_model.canDeleteSelectedMode())
+        if (m_model.canDeleteSelectedMode() && onDeletionWanted)
             onDeletionWanted();
     });
     return column;
