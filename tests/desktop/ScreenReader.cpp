@@ -1,9 +1,8 @@
 #include "desktop/ScreenReader.h"
 
-#include <QDBusArgument>
-#include <QDBusMessage>
-#include <QDBusObjectPath>
-#include <QDBusVariant>
+#include <atspi/atspi.h>
+
+#include <memory>
 #include <stdexcept>
 
 #include "rig/process/WaitUntil.h"
@@ -11,133 +10,82 @@
 namespace nulo {
 namespace {
 
-const QString accessible = "org.a11y.atspi.Accessible";
-constexpr uint pushButton = 43;  // ATSPI_ROLE_…
-constexpr uint toggleButton = 62;
-constexpr uint showing = 25;  // ATSPI_STATE_…
+template <typename Object>
+std::shared_ptr<Object> owned(Object* object) {
+    return {object, [](Object* old) { g_clear_object(&old); }};
+}
+using Node = std::shared_ptr<AtspiAccessible>;
 
-QDBusConnection connectToAccessibilityBus(const std::string& sessionBus) {
-    static int count = 0;
-    const QString name = "screen-reader-" + QString::number(++count);
-    QDBusConnection session =
-        QDBusConnection::connectToBus(QString::fromStdString(sessionBus), name);
-    QString address;
-    waitUntil([&] {
-        const QDBusMessage reply = session.call(QDBusMessage::createMethodCall(
-            "org.a11y.Bus", "/org/a11y/bus", "org.a11y.Bus", "GetAddress"));
-        if (reply.type() == QDBusMessage::ReplyMessage)
-            address = reply.arguments().value(0).toString();
-        return !address.isEmpty();
-    });
-    QDBusConnection::disconnectFromBus(name);
-    if (address.isEmpty())
-        throw std::runtime_error("there is no accessibility bus");
-    return QDBusConnection::connectToBus(address, name + "-bus");
+std::string nameOf(const Node& node) {
+    const std::unique_ptr<gchar, decltype(&g_free)> name(
+        atspi_accessible_get_name(node.get(), nullptr), g_free);
+    return name ? name.get() : "";
+}
+
+bool isShowing(const Node& node) {
+    const auto states = owned(atspi_accessible_get_state_set(node.get()));
+    return states && atspi_state_set_contains(states.get(), ATSPI_STATE_SHOWING);
+}
+
+/// Those that are not gone meanwhile.
+std::vector<Node> children(const Node& node) {
+    std::vector<Node> found;
+    const int count = atspi_accessible_get_child_count(node.get(), nullptr);
+    for (int i = 0; i < count; ++i)
+        if (const Node child = owned(atspi_accessible_get_child_at_index(node.get(), i, nullptr)))
+            found.push_back(child);
+    return found;
+}
+
+void collectButtons(const Node& node, std::vector<Node>& buttons) {
+    if (!isShowing(node))
+        return;
+    const AtspiRole role = atspi_accessible_get_role(node.get(), nullptr);
+    if (role == ATSPI_ROLE_PUSH_BUTTON || role == ATSPI_ROLE_TOGGLE_BUTTON)
+        buttons.push_back(node);
+    for (const Node& child : children(node))
+        collectButtons(child, buttons);
+}
+
+/// Of the shown windows of that title; nothing when there is none.
+std::vector<Node> shownButtons(const std::string& title) {
+    std::vector<Node> buttons;
+    for (const Node& program : children(owned(atspi_get_desktop(0))))
+        if (nameOf(program) == "nulo")
+            for (const Node& window : children(program))
+                if (nameOf(window) == title)
+                    collectButtons(window, buttons);
+    return buttons;
 }
 
 }  // namespace
 
-ScreenReader::ScreenReader(const std::vector<std::string>& environment,
-                           const std::string& busAddress)
-    : m_launcher({"/usr/libexec/at-spi-bus-launcher", "--launch-immediately"}, {environment, {}}),
-      m_bus(connectToAccessibilityBus(busAddress)) {}
-
-ScreenReader::~ScreenReader() {
-    QDBusConnection::disconnectFromBus(m_bus.name());
+ScreenReader::ScreenReader(const DesktopSession& desktop)
+    : m_launcher({"/usr/libexec/at-spi-bus-launcher", "--launch-immediately"},
+                 {desktop.environment(), {}}) {
+    outputOf({"gdbus", "wait", "--session", "--timeout=20", "org.a11y.Bus"});
+    if (atspi_init() != 0)
+        throw std::runtime_error("there is no accessibility bus");
+    atspi_accessible_set_cache_mask(owned(atspi_get_desktop(0)).get(), ATSPI_CACHE_NONE);
 }
 
 bool ScreenReader::waitForWindow(const std::string& title) const {
-    return waitUntil([&] { return !shownIn(title).isEmpty(); });
-}
-
-bool ScreenReader::waitForNoWindow() const {
-    return waitUntil([&] { return shownWindows().isEmpty(); });
+    return waitUntil([&] { return !shownButtons(title).empty(); });
 }
 
 std::vector<std::string> ScreenReader::buttonsIn(const std::string& window) const {
     std::vector<std::string> names;
-    for (const Node& node : shownIn(window))
-        if (node.role == pushButton || node.role == toggleButton)
-            names.push_back(node.name.toStdString());
+    for (const Node& button : shownButtons(window))
+        names.push_back(nameOf(button));
     return names;
 }
 
 bool ScreenReader::press(const std::string& window, const std::string& button) const {
-    for (const Node& node : shownIn(window)) {
-        if (node.role != pushButton || node.name.toStdString() != button)
-            continue;
-        return call(node, "org.a11y.atspi.Action", "DoAction", {0}).arguments().value(0).toBool();
-    }
+    for (const Node& node : shownButtons(window))
+        if (nameOf(node) == button)
+            return atspi_action_do_action(
+                owned(atspi_accessible_get_action_iface(node.get())).get(), 0, nullptr);
     return false;
-}
-
-QDBusMessage ScreenReader::call(const Node& node, const QString& interface, const QString& method,
-                                const QVariantList& arguments) const {
-    QDBusMessage message =
-        QDBusMessage::createMethodCall(node.program, node.path, interface, method);
-    message.setArguments(arguments);
-    return m_bus.call(message, QDBus::Block, 5000);
-}
-
-QList<ScreenReader::Node> ScreenReader::children(const Node& node) const {
-    QList<Node> found;
-    const QVariant reply = call(node, accessible, "GetChildren").arguments().value(0);
-    if (!reply.canConvert<QDBusArgument>())
-        return found;
-    const auto list = reply.value<QDBusArgument>();
-    for (list.beginArray(); !list.atEnd();) {
-        Node child;
-        QDBusObjectPath path;
-        list.beginStructure();
-        list >> child.program >> path;
-        list.endStructure();
-        child.path = path.path();
-        child.name = call(child, "org.freedesktop.DBus.Properties", "Get", {accessible, "Name"})
-                         .arguments()
-                         .value(0)
-                         .value<QDBusVariant>()
-                         .variant()
-                         .toString();
-        child.role = call(child, accessible, "GetRole").arguments().value(0).toUInt();
-        found.append(child);
-    }
-    list.endArray();  // frees what beginArray() made
-    return found;
-}
-
-bool ScreenReader::isShowing(const Node& node) const {
-    const QVariant reply = call(node, accessible, "GetState").arguments().value(0);
-    if (!reply.canConvert<QDBusArgument>())  // gone meanwhile
-        return false;
-    const auto states = qdbus_cast<QList<uint>>(reply.value<QDBusArgument>());
-    return !states.isEmpty() && (states[0] >> showing & 1);
-}
-
-QList<ScreenReader::Node> ScreenReader::shownWindows() const {
-    QList<Node> windows;
-    const Node registry{"org.a11y.atspi.Registry", "/org/a11y/atspi/accessible/root", {}, 0};
-    for (const Node& program : children(registry))
-        if (program.name == "nulo")
-            for (const Node& window : children(program))
-                if (isShowing(window))
-                    windows.append(window);
-    return windows;
-}
-
-QList<ScreenReader::Node> ScreenReader::shownIn(const std::string& title) const {
-    QList<Node> found;
-    for (const Node& window : shownWindows())
-        if (window.name.toStdString() == title)
-            collect(window, found);
-    return found;
-}
-
-void ScreenReader::collect(const Node& node, QList<Node>& found) const {
-    if (!isShowing(node))
-        return;
-    found.append(node);
-    for (const Node& child : children(node))
-        collect(child, found);
 }
 
 }  // namespace nulo
