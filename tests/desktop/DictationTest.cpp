@@ -22,9 +22,9 @@ std::string eventStream(const std::string& text) {
         {"Content-Type: text/event-stream"});
 }
 
-/// Three seconds of a person reading.
+/// Two seconds of a person reading, which is as long as a take has to be.
 fs::path speech() {
-    return recordedSpeech().file.parent_path() / "sense_and_sensibility_01_austen_64kb-0880.wav";
+    return recordedSpeech().file.parent_path().parent_path() / "cards/002.wav";
 }
 
 void expectText(const DesktopSession& desktop, const std::string& expected) {
@@ -59,7 +59,7 @@ TEST(Dictation, everyRoadEndsInTheFocusedWindow) {
     desktop.writeConfig("mistral", "raw-transcription");
     desktop.dictate(speech());
     expectText(desktop, "Déjà vu, openai !euh bonsoir");
-    desktop.writeConfig("mistral", "email", true);
+    desktop.writeConfig("mistral", "email");
     desktop.dictate(speech());
     expectText(desktop, "Déjà vu, openai !euh bonsoirDéjà vu, mistral !");
 
