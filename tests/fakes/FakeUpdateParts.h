@@ -1,9 +1,7 @@
 #pragma once
 
 #include <fstream>
-#include <stdexcept>
 #include <string>
-#include <utility>
 #include <vector>
 
 #include "update/ProcessLauncher.h"
@@ -45,9 +43,7 @@ class FakeUpdateHttp final : public UpdateHttp {
   private:
     template <typename T>
     static T takeFirst(std::vector<T>& waiting) {
-        if (waiting.empty())
-            throw std::logic_error("nothing was asked");
-        T first = std::move(waiting.front());
+        T first = std::move(waiting.at(0));  // throws when nothing was asked
         waiting.erase(waiting.begin());
         return first;
     }
@@ -66,24 +62,26 @@ class FakeUpdateWindows final : public UpdateWindows {
         answer = std::move(onAnswer);
     }
     void showUpToDate(const std::string& currentVersion, std::function<void()> onClose) override {
-        shown.push_back("up to date: " + currentVersion);
-        close = std::move(onClose);
+        note("up to date: " + currentVersion, std::move(onClose));
     }
     void showError(const std::string& message, std::function<void()> onClose) override {
-        shown.push_back("error: " + message);
-        close = std::move(onClose);
+        note("error: " + message, std::move(onClose));
     }
     void showProgress(const std::string& version, std::function<void()> onCancel) override {
-        shown.push_back("progress: " + version);
-        cancel = std::move(onCancel);
+        note("progress: " + version, std::move(onCancel));
     }
     void closeProgress() override { shown.emplace_back("progress closed"); }
     void bringToFront() override { shown.emplace_back("brought to front"); }
 
     std::vector<std::string> shown;
     std::function<void(Answer)> answer;
-    std::function<void()> close;
-    std::function<void()> cancel;
+    std::function<void()> close;  // of the window shown last; ends a progress
+
+  private:
+    void note(const std::string& line, std::function<void()> onClose) {
+        shown.push_back(line);
+        close = std::move(onClose);
+    }
 };
 
 class FakeProcessLauncher final : public ProcessLauncher {

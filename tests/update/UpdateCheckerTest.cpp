@@ -197,8 +197,8 @@ TEST_F(UpdateCheckerTest, aFailureIsShownAndLeavesNothing) {
 
 TEST_F(UpdateCheckerTest, itsEndAndTheUsersLeaveNothingBehind) {
     accept();
-    m_windows.cancel();
-    m_windows.cancel();
+    m_windows.close();
+    m_windows.close();
     EXPECT_FALSE(m_http.isBusy());
     accept("http://127.0.0.1:8737/updates/nulo.zip");
     m_http.finishDownload("zip");
