@@ -2,9 +2,12 @@
 
 #include <gmock/gmock.h>
 
+#include <clocale>
+
 #include "fakes/FakeAudioFileWriter.h"
 #include "fakes/FakeMainQueue.h"
 #include "fakes/PrintedLines.h"
+#include "rig/process/ChildProcess.h"
 #include "rig/process/TemporaryFolder.h"
 #include "rig/sound/FakeMicrophone.h"
 
@@ -13,6 +16,16 @@ namespace {
 
 using namespace testing;
 namespace fs = std::filesystem;
+
+/// Numbers are written as in many of the languages that the toolkit may make this process's.
+void writeNumbersWithAComma(const TemporaryFolder& folder) {
+    std::ofstream(folder / "numbers") << "LC_NUMERIC\ndecimal_point \",\"\nthousands_sep \"\"\n"
+                                         "grouping -1\nEND LC_NUMERIC\n";
+    ChildProcess({"localedef", "-c", "-i", folder / "numbers", folder / "comma"})
+        .wait(std::chrono::seconds(20));
+    setenv("LOCPATH", folder.path().c_str(), 1);
+    ASSERT_TRUE(setlocale(LC_NUMERIC, "comma"));
+}
 
 class AudioRecorderTest : public Test {
   protected:
@@ -64,7 +77,9 @@ TEST_F(AudioRecorderTest, keepsATakeFromOneAndAHalfSecondsOn) {
     EXPECT_EQ(microphone.enginesMade, 1);
     fs::remove(takes / name);
     begin();
+    writeNumbersWithAComma(folder);
     EXPECT_EQ(stopAfter(1490), std::nullopt);
+    setlocale(LC_NUMERIC, "C");
     EXPECT_EQ(lastLine(), "Recording too short (1.5s) — discarded");
     EXPECT_TRUE(fs::is_empty(takes));
     EXPECT_THAT(reported, IsEmpty());
