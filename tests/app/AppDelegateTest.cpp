@@ -1,7 +1,5 @@
 #include "app/AppDelegate.h"
 
-#include <gmock/gmock.h>
-
 #include <QAbstractButton>
 #include <QApplication>
 #include <fstream>
@@ -9,21 +7,15 @@
 #include "fakes/FakeAudioFileWriter.h"
 #include "fakes/FakeEventTap.h"
 #include "fakes/FakeHttpSession.h"
-#include "fakes/FakeMainQueue.h"
 #include "fakes/FakeStatusItem.h"
 #include "fakes/FakeUpdateParts.h"
 #include "fakes/FakeUserDefaults.h"
-#include "fakes/PrintedLines.h"
+#include "fakes/PartTest.h"
 #include "platform/Backends.h"
-#include "rig/process/TemporaryFolder.h"
 #include "rig/sound/FakeMicrophone.h"
 
 namespace nulo {
 namespace {
-
-using namespace testing;
-using namespace std::chrono_literals;
-namespace fs = std::filesystem;
 
 struct FakeDesktop final : Pasteboard, PasteKeystroke, Notifications, LoginItem, RemoteControl {
     std::vector<std::string> notices;
@@ -38,7 +30,7 @@ struct FakeDesktop final : Pasteboard, PasteKeystroke, Notifications, LoginItem,
 };
 
 /// The whole program but for its platform.
-class AppDelegateTest : public Test {
+class AppDelegateTest : public PartTest {
   protected:
     AppDelegateTest() {
         m_defaults.booleans["nuloHasLaunched"] = true;
@@ -96,10 +88,6 @@ class AppDelegateTest : public Test {
         return all;
     }
 
-    TemporaryFolder m_folder;
-    FakeClock m_clock;
-    FakeMainQueue m_queue{&m_clock};
-    PrintedLines m_printed;
     ConfigFile m_configFile{m_folder.path(), m_printed.print()};
     PipelineLog m_log{m_folder / "log", m_clock, m_printed.print()};
     FakeMicrophone m_microphone;

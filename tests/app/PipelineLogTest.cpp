@@ -1,21 +1,12 @@
 #include "app/PipelineLog.h"
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
 #include <fstream>
 #include <sstream>
 
-#include "fakes/PrintedLines.h"
-#include "rig/process/FakeClock.h"
-#include "rig/process/TemporaryFolder.h"
+#include "fakes/PartTest.h"
 
 namespace nulo {
 namespace {
-
-using testing::ElementsAre;
-using namespace std::chrono_literals;
-namespace fs = std::filesystem;
 
 TEST(PipelineLog, writesWholeSessionsAndEchoesTimedLines) {
     setenv("TZ", "UTC", 1);

@@ -1,20 +1,12 @@
 #include "app/RecordingPipeline.h"
 
-#include <gmock/gmock.h>
-
 #include <fstream>
 
 #include "fakes/FakeHttpSession.h"
-#include "fakes/FakeMainQueue.h"
-#include "fakes/PrintedLines.h"
-#include "rig/process/TemporaryFolder.h"
+#include "fakes/PartTest.h"
 
 namespace nulo {
 namespace {
-
-using namespace testing;
-using namespace std::chrono_literals;
-namespace fs = std::filesystem;
 
 /// Writes down, in one list, what the person would notice. The focused program fetches what is
 /// pasted at once, unless told otherwise.
@@ -61,7 +53,7 @@ struct RecordedDelivery final : DictationOverlay, Pasteboard, PasteKeystroke {
     Report posted;
 };
 
-class RecordingPipelineTest : public testing::Test {
+class RecordingPipelineTest : public PartTest {
   protected:
     RecordingPipelineTest() { m_pipeline->setTranscriptionService(&m_service); }
 
@@ -89,11 +81,7 @@ class RecordingPipelineTest : public testing::Test {
         return R"(data: {"choices":[{"delta":{"content":")" + text + "\"}}]}\n\n";
     }
 
-    TemporaryFolder m_folder;
     fs::path m_take = m_folder / "take.m4a";
-    FakeClock m_clock;
-    FakeMainQueue m_queue{&m_clock};
-    PrintedLines m_printed;
     PrintedLines m_logPrinted;
     PipelineLog m_log{m_folder / "log", m_clock, m_logPrinted.print()};
     RecordedDelivery m_seen{m_clock};

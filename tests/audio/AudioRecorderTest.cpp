@@ -1,59 +1,48 @@
 #include "audio/AudioRecorder.h"
 
-#include <gmock/gmock.h>
-
 #include <clocale>
 
 #include "fakes/FakeAudioFileWriter.h"
-#include "fakes/FakeMainQueue.h"
-#include "fakes/PrintedLines.h"
+#include "fakes/PartTest.h"
 #include "rig/process/ChildProcess.h"
-#include "rig/process/TemporaryFolder.h"
 #include "rig/sound/FakeMicrophone.h"
 
 namespace nulo {
 namespace {
 
-using namespace testing;
-namespace fs = std::filesystem;
-
 /// Numbers are written as in many of the languages that the toolkit may make this process's.
-void writeNumbersWithAComma(const TemporaryFolder& folder) {
-    std::ofstream(folder / "numbers") << "LC_NUMERIC\ndecimal_point \",\"\nthousands_sep \"\"\n"
-                                         "grouping -1\nEND LC_NUMERIC\n";
-    ChildProcess({"localedef", "-c", "-i", folder / "numbers", folder / "comma"})
+void writeNumbersWithAComma(const TemporaryFolder& m_folder) {
+    std::ofstream(m_folder / "numbers") << "LC_NUMERIC\ndecimal_point \",\"\nthousands_sep \"\"\n"
+                                           "grouping -1\nEND LC_NUMERIC\n";
+    ChildProcess({"localedef", "-c", "-i", m_folder / "numbers", m_folder / "comma"})
         .wait(std::chrono::seconds(20));
-    setenv("LOCPATH", folder.path().c_str(), 1);
+    setenv("LOCPATH", m_folder.path().c_str(), 1);
     ASSERT_TRUE(setlocale(LC_NUMERIC, "comma"));
 }
 
-class AudioRecorderTest : public Test {
+class AudioRecorderTest : public PartTest {
   protected:
     AudioRecorderTest() { start(); }
 
     void start() {
-        recorder.emplace(microphone, files.maker(), queue, clock, printed.print(), takes);
+        recorder.emplace(microphone, files.maker(), m_queue, m_clock, m_printed.print(), takes);
         recorder->onFailure = [&](const Error& reason) { reported.push_back(reason.description); };
     }
-    /// The line that beginning a take printed.
+    /// The line that beginning a take m_printed.
     std::string begin() {
         recorder->startRecording();
-        queue.runPending();
+        m_queue.runPending();
         return lastLine();
     }
     std::optional<fs::path> stopAfter(int duration) {
-        clock.advance(std::chrono::milliseconds(duration));
+        m_clock.advance(std::chrono::milliseconds(duration));
         return recorder->stopRecording();
     }
-    std::string lastLine() { return printed.lines().empty() ? "" : printed.lines().back(); }
+    std::string lastLine() { return m_printed.lines().empty() ? "" : m_printed.lines().back(); }
 
-    TemporaryFolder folder;
-    const fs::path takes = folder / "nulo";
-    FakeClock clock;
-    FakeMainQueue queue;
+    const fs::path takes = m_folder / "nulo";
     FakeMicrophone microphone;
     FakeAudioFiles files;
-    PrintedLines printed;
     std::vector<std::string> reported;
     std::optional<AudioRecorder> recorder;
 };
@@ -63,9 +52,9 @@ class AudioRecorderTest : public Test {
 TEST_F(AudioRecorderTest, keepsATakeFromOneAndAHalfSecondsOn) {
     recorder->startRecording();
     EXPECT_EQ(recorder->stopRecording(), std::nullopt);
-    queue.runPending();
+    m_queue.runPending();
     EXPECT_EQ(microphone.enginesMade, 0);
-    const std::string name = "recording_" + fileTimestamp(clock.wallTime()) + ".m4a";
+    const std::string name = "recording_" + fileTimestamp(m_clock.wallTime()) + ".m4a";
     EXPECT_EQ(begin(), "Recording started (AAC): " + name);
     begin();  // twice: ignored
     microphone.framesAtStop = {0.25F};
@@ -77,7 +66,7 @@ TEST_F(AudioRecorderTest, keepsATakeFromOneAndAHalfSecondsOn) {
     EXPECT_EQ(microphone.enginesMade, 1);
     fs::remove(takes / name);
     begin();
-    writeNumbersWithAComma(folder);
+    writeNumbersWithAComma(m_folder);
     EXPECT_EQ(stopAfter(1490), std::nullopt);
     setlocale(LC_NUMERIC, "C");
     EXPECT_EQ(lastLine(), "Recording too short (1.5s) — discarded");
@@ -92,22 +81,22 @@ TEST_F(AudioRecorderTest, asksForPermissionOnlyWhenItIsOpen) {
     for (const bool granted : {false, true}) {
         begin();
         microphone.answerAccess(granted);
-        queue.runPending();
+        m_queue.runPending();
         EXPECT_EQ(recorder->isRecording().get(), granted);
     }
-    EXPECT_THAT(reported, ElementsAre(printed.lines()[0], printed.lines()[0]));
+    EXPECT_THAT(reported, ElementsAre(m_printed.lines()[0], m_printed.lines()[0]));
     recorder->stopRecording();
     recorder->startRecording();  // the answer comes when nobody is left to record
     recorder.reset();
     microphone.answerAccess(true);
-    queue.runPending();
+    m_queue.runPending();
     microphone.permission = MicrophonePermission::authorized;
     start();
     begin();
     microphone.capture({0.5F});  // its level is still on the way
     recorder.reset();
     EXPECT_FALSE(microphone.isRunning());
-    queue.runPending();
+    m_queue.runPending();
 }
 
 TEST_F(AudioRecorderTest, aFailedStartLeavesItIdleAndAbleToStartAgain) {
@@ -122,12 +111,12 @@ TEST_F(AudioRecorderTest, aFailedStartLeavesItIdleAndAbleToStartAgain) {
     microphone.startOutcome = Error{"busy"};
     EXPECT_EQ(begin(), "Failed to start recording: busy");
     microphone.startOutcome = Success{};
-    fs::rename(takes, folder / "elsewhere");
-    fs::create_symlink(folder / "elsewhere", takes);
+    fs::rename(takes, m_folder / "elsewhere");
+    fs::create_symlink(m_folder / "elsewhere", takes);
     EXPECT_THAT(begin(), HasSubstr("is a symbolic link"));
     EXPECT_EQ(recorder->stopRecording(), std::nullopt);
     EXPECT_THAT(reported, SizeIs(5));
-    fs::remove(takes);  // as a clean-up of the temporary folder does
+    fs::remove(takes);  // as a clean-up of the temporary m_folder does
     begin();
     EXPECT_TRUE(recorder->isRecording().get());
     EXPECT_EQ(fs::status(takes).permissions(), fs::perms(0700));
@@ -139,7 +128,7 @@ TEST_F(AudioRecorderTest, endsATakeThatCannotBeWrittenAtOnceAndReportsItOnce) {
     files.writeFailure = files.closeFailure = Error{"the encoder has ended"};
     microphone.capture({0.5F});
     microphone.capture({0.5F});
-    queue.runPending();
+    m_queue.runPending();
     EXPECT_FALSE(microphone.isRunning());
     EXPECT_THAT(reported, SizeIs(1));
     EXPECT_EQ(stopAfter(2000), std::nullopt);
@@ -160,7 +149,7 @@ TEST_F(AudioRecorderTest, publishesTheNewestEightyLevels) {
         microphone.capture({1});
     microphone.capture({0});
     EXPECT_THAT(recorder->audioLevels().get(), IsEmpty());  // not before main gets to it
-    queue.runPending();
+    m_queue.runPending();
     auto expected = std::vector<float>(79, 1);
     expected.push_back(0);
     EXPECT_EQ(recorder->audioLevels().get(), expected);

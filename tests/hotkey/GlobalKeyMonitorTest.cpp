@@ -1,35 +1,28 @@
 #include "hotkey/GlobalKeyMonitor.h"
 
-#include <gmock/gmock.h>
-
 #include <optional>
 #include <thread>
 
 #include "fakes/FakeEventTap.h"
-#include "fakes/FakeMainQueue.h"
-#include "fakes/PrintedLines.h"
+#include "fakes/PartTest.h"
 
 namespace nulo {
 namespace {
 
-using namespace testing;
-
-class GlobalKeyMonitorTest : public Test {
+class GlobalKeyMonitorTest : public PartTest {
   protected:
     GlobalKeyMonitorTest() { make(); }
     void make() {
-        monitor.emplace(source, queue, printed.print(), nullptr);
+        monitor.emplace(source, m_queue, m_printed.print(), nullptr);
         monitor->onRecordStart = [this] { calls += "start "; };
         monitor->onRecordStop = [this] { calls += "stop "; };
         monitor->onAccessibilityChanged = [this](bool granted) {
             calls += granted ? "yes " : "no ";
         };
     }
-    void wait(double seconds) { queue.advance(MainQueue::Delay(seconds)); }
+    void wait(double seconds) { m_queue.advance(MainQueue::Delay(seconds)); }
 
     FakeEventTapSource source;
-    FakeMainQueue queue;
-    PrintedLines printed;
     std::string calls;
     std::optional<GlobalKeyMonitor> monitor;
 };
@@ -54,7 +47,7 @@ TEST_F(GlobalKeyMonitorTest, postsTheChordToMainInOrder) {
         EXPECT_EQ(source.option(false), EventFate::pass);
     }).join();
     EXPECT_EQ(calls, "");
-    queue.runPending();
+    m_queue.runPending();
     EXPECT_EQ(calls, "yes start stop start stop ");
 }
 
@@ -64,7 +57,7 @@ TEST_F(GlobalKeyMonitorTest, needsNoListenersAndLeavesNothingBehind) {
     monitor->onRecordStart = nullptr;
     source.option(true);
     source.space(true);
-    queue.runPending();
+    m_queue.runPending();
     monitor->stop();
     EXPECT_FALSE(source.hasTap() || monitor->isEventTapAlive());
     monitor->start();
@@ -129,11 +122,11 @@ TEST_F(GlobalKeyMonitorTest, keepsTheTapAlive) {
         EXPECT_EQ(source.send({.type = type}), EventFate::pass);
         EXPECT_TRUE(source.enabled);
     }
-    EXPECT_THAT(printed.lines(), ElementsAre(failed, recreating, failed, recreating,
-                                             "Global key monitor started (Option+Space)",
-                                             "Event tap was disabled — re-enabling...",
-                                             "Event tap re-enabled after timeout",
-                                             "Event tap re-enabled after user input"));
+    EXPECT_THAT(m_printed.lines(), ElementsAre(failed, recreating, failed, recreating,
+                                               "Global key monitor started (Option+Space)",
+                                               "Event tap was disabled — re-enabling...",
+                                               "Event tap re-enabled after timeout",
+                                               "Event tap re-enabled after user input"));
 }
 
 }  // namespace

@@ -1,7 +1,5 @@
 #include "ui/alerts/Alert.h"
 
-#include <gmock/gmock.h>
-
 #include <QApplication>
 #include <QPushButton>
 #include <QScreen>
@@ -9,16 +7,13 @@
 #include <QTextEdit>
 #include <QWindow>
 
-#include "rig/process/FakeClock.h"
+#include "fakes/PartTest.h"
 #include "ui/alerts/UpdateDialogs.h"
 
 namespace nulo {
 namespace {
 
-using namespace testing;
-using namespace std::chrono_literals;
-
-class AlertTest : public Test {
+class AlertTest : public PartTest {
   protected:
     ~AlertTest() override {
         delete m_alert;
@@ -44,7 +39,6 @@ class AlertTest : public Test {
         return texts;
     }
 
-    FakeClock m_clock;
     const QRect m_screen = QGuiApplication::primaryScreen()->availableGeometry();
     const Alerts m_alerts{m_clock, [this] { return m_screen; }};
     QPointer<QWidget> m_alert;

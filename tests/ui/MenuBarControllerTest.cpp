@@ -1,26 +1,17 @@
 #include "ui/tray/MenuBarController.h"
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
 #include <fstream>
 
 #include "fakes/FakeEventTap.h"
-#include "fakes/FakeMainQueue.h"
 #include "fakes/FakeStatusItem.h"
-#include "fakes/PrintedLines.h"
-#include "rig/process/FakeClock.h"
-#include "rig/process/TemporaryFolder.h"
+#include "fakes/PartTest.h"
 #include "rig/sound/FakeMicrophone.h"
 
 namespace nulo {
 namespace {
 
-using testing::ElementsAre;
-using testing::IsEmpty;
-
 /// A controller on a real configuration file; everything else is fake.
-class MenuBarControllerTest : public testing::Test {
+class MenuBarControllerTest : public PartTest {
   protected:
     MenuBarControllerTest() {
         configFile.createDefaultIfNeeded();
@@ -42,22 +33,19 @@ class MenuBarControllerTest : public testing::Test {
 
     std::vector<std::string> calls;
     FakeStatusItem item;
-    TemporaryFolder home;
-    PrintedLines printed;
-    FakeClock clock;
-    FakeMainQueue queue{&clock};
     FakeMicrophone microphone;
     FakeEventTapSource taps;
-    ConfigFile configFile{home.path(), [](std::string_view) {}};
-    AudioRecorder recorder{microphone, nullptr, queue, clock, printed.print(), home.path()};
-    GlobalKeyMonitor keys{taps, queue, printed.print(), [this] { calls.emplace_back("help"); }};
+    ConfigFile configFile{m_folder.path(), [](std::string_view) {}};
+    AudioRecorder recorder{microphone, nullptr,           m_queue,
+                           m_clock,    m_printed.print(), m_folder.path()};
+    GlobalKeyMonitor keys{taps, m_queue, m_printed.print(), [this] { calls.emplace_back("help"); }};
     int settingsMade = 0;
     AppConfig settingsConfig;
     std::function<Outcome(const AppConfig&)> save;
     std::function<void()> close;
     QWidget* window = nullptr;
     std::unique_ptr<MenuBarController> controller = std::make_unique<MenuBarController>(
-        item, recorder, keys, configFile, printed.print(),
+        item, recorder, keys, configFile, m_printed.print(),
         [this](const AppConfig& config, auto onSave, auto onClose) {
             ++settingsMade;
             settingsConfig = config;
@@ -101,7 +89,7 @@ TEST_F(MenuBarControllerTest, showsTheFileAsItIsWhenTheMenuOpens) {
     choose(item.menu, "Email");
     EXPECT_EQ(configFile.load(), expected);
     EXPECT_THAT(checkedTitles(item.menu), ElementsAre("Email"));
-    EXPECT_THAT(printed.lines(), ElementsAre("Mode changed to: Email"));
+    EXPECT_THAT(m_printed.lines(), ElementsAre("Mode changed to: Email"));
     std::ofstream(configFile.configFile()) << "{ not json";
     item.onAboutToShow();
     EXPECT_THAT(checkedTitles(item.menu), ElementsAre("Voice to Text"));

@@ -1,13 +1,11 @@
 #include "ui/overlay/WaveformWindow.h"
 
-#include <gtest/gtest.h>
-
 #include <QCoreApplication>
 #include <QMouseEvent>
 #include <QPointer>
 #include <thread>
 
-#include "fakes/FakeMainQueue.h"
+#include "fakes/PartTest.h"
 #include "ui/overlay/OverlayGeometry.h"
 
 namespace nulo {
@@ -25,16 +23,14 @@ struct FakePlacement final : OverlayPlacement {
     }
 };
 
-class WaveformWindowTest : public testing::Test {
+class WaveformWindowTest : public PartTest {
   protected:
     WaveformView& view() { return *overlay.waveformView(); }
     /// The panel's, as it is on the screen.
     QRect frame() { return view().geometry().translated(overlay.window()->pos()); }
-    FakeClock clock;
-    FakeMainQueue queue{&clock};
     FakePlacement placement;
     Published<std::vector<float>> levels;
-    WaveformWindow overlay{queue, clock, placement};
+    WaveformWindow overlay{m_queue, m_clock, placement};
 };
 
 // A panel that jumps when the text comes, grows upward, or grows out of the screen.
@@ -51,23 +47,23 @@ TEST(OverlayGeometry, growsDownwardOnTheScreen) {
 TEST_F(WaveformWindowTest, goesThroughTheModesOfADictation) {
     overlay.show(levels);
     EXPECT_EQ(overlay.window()->windowOpacity(), 0);
-    queue.advance(fade);
+    m_queue.advance(fade);
     EXPECT_EQ(overlay.window()->windowOpacity(), 1);
     levels.set({0.5f, 1.0f});
     EXPECT_EQ(view().audioLevels, levels.get());
-    EXPECT_EQ(queue.pendingCount(), 0u);
+    EXPECT_EQ(m_queue.pendingCount(), 0u);
     overlay.showTranscribing();
     levels.set({0.1f});
     EXPECT_TRUE(view().audioLevels.empty());
     EXPECT_EQ(view().statusText, "Transcription...");
-    EXPECT_EQ(queue.pendingCount(), 1u);  // redraws
+    EXPECT_EQ(m_queue.pendingCount(), 1u);  // redraws
 
     overlay.showStreaming("Mail");
     EXPECT_FALSE(view().statusText);
     EXPECT_EQ(frame().width(), 300) << "it jumped";
-    queue.advance(MainQueue::Delay(0.1));
+    m_queue.advance(MainQueue::Delay(0.1));
     EXPECT_NEAR(frame().width(), 350, 20);
-    queue.advance(fade);
+    m_queue.advance(fade);
     const QRect wide = frame();
     EXPECT_EQ(wide, streamingPanelFrame(initialPanelFrame(screen)));
     overlay.appendStreamingText("un\ndeux\n");
@@ -78,9 +74,9 @@ TEST_F(WaveformWindowTest, goesThroughTheModesOfADictation) {
 
     overlay.hide();
     overlay.appendStreamingText("late");
-    queue.advance(fade);
+    m_queue.advance(fade);
     EXPECT_EQ(overlay.window(), nullptr);
-    EXPECT_EQ(queue.pendingCount(), 0u);
+    EXPECT_EQ(m_queue.pendingCount(), 0u);
 }
 
 // The end of an old fade that takes the next dictation's panel away; an old panel, or a step of its
@@ -90,7 +86,7 @@ TEST_F(WaveformWindowTest, aNewPanelOutlivesTheFadeOfTheOldOne) {
     const QPointer<QWidget> old = overlay.window();
     overlay.showDebugStep("old");
     overlay.hide();
-    queue.advance(MainQueue::Delay(0.1));
+    m_queue.advance(MainQueue::Delay(0.1));
     overlay.showDebugStep("late");
     overlay.show(levels);
     EXPECT_FALSE(old);
@@ -100,7 +96,7 @@ TEST_F(WaveformWindowTest, aNewPanelOutlivesTheFadeOfTheOldOne) {
         overlay.showDebugStep("b");
         overlay.updateDebugStep("b 12ms");
     }).join();
-    queue.advance(fade);
+    m_queue.advance(fade);
     EXPECT_EQ(overlay.window()->windowOpacity(), 1);
     EXPECT_EQ(view().debugLines, (std::vector<std::string>{"a", "b 12ms"}));
 }
@@ -120,7 +116,7 @@ TEST_F(WaveformWindowTest, isDraggedByItsBackground) {
     EXPECT_EQ(frame(), start.translated(10, -20));
     overlay.showStreaming("");
     mouse(QEvent::MouseMove, {15, -25});
-    queue.advance(fade);
+    m_queue.advance(fade);
     EXPECT_EQ(frame(), streamingPanelFrame(start).translated(15, -25));
 }
 

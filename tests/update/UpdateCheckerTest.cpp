@@ -1,22 +1,15 @@
 #include "update/UpdateChecker.h"
 
-#include <gmock/gmock.h>
-
 #include "base/FileIO.h"
-#include "fakes/FakeMainQueue.h"
 #include "fakes/FakeUpdateParts.h"
 #include "fakes/FakeUserDefaults.h"
-#include "fakes/PrintedLines.h"
-#include "rig/process/TemporaryFolder.h"
+#include "fakes/PartTest.h"
 
 namespace nulo {
 namespace {
 
-using namespace testing;
-using namespace std::chrono_literals;
 using Answer = UpdateWindows::Answer;
 using Check = UpdateChecker::Check;
-namespace fs = std::filesystem;
 
 const std::string archive = "https://cdn.example/nulo.zip";
 const std::string offer = "update to 1.3 from 1.2.9: Faster.";
@@ -28,7 +21,7 @@ std::string versionBody(const std::string& version, const std::string& downloadU
            R"(","releaseNotes":"Faster.","minVersion":"1.0"})";
 }
 
-class UpdateCheckerTest : public Test {
+class UpdateCheckerTest : public PartTest {
   protected:
     UpdateCheckerTest() { makeChecker(); }
 
@@ -52,11 +45,7 @@ class UpdateCheckerTest : public Test {
     /// Since the last call.
     std::vector<std::string> shown() { return std::exchange(m_windows.shown, {}); }
 
-    TemporaryFolder m_folder;
     const fs::path m_tmp = m_folder / "tmp";
-    FakeClock m_clock;
-    FakeMainQueue m_queue{&m_clock};
-    PrintedLines m_printed;
     FakeUserDefaults m_defaults;
     FakeUpdateHttp m_http;
     FakeUpdateWindows m_windows;
