@@ -1,64 +1,44 @@
 #include "app/PipelineLog.h"
 
 #include <fstream>
-#include <sstream>
 
+#include "base/FileIO.h"
 #include "fakes/PartTest.h"
 
 namespace nulo {
 namespace {
 
-TEST(PipelineLog, writesWholeSessionsAndEchoesTimedLines) {
-    setenv("TZ", "UTC", 1);
-    const TemporaryFolder folder;
-    FakeClock clock;
-    clock.setWallTime(Clock::WallTime(14h + 2min + 11s + 532ms));
-    PrintedLines printed;
-    const fs::path logDir = folder / "Library/Logs/nulo";
-    PipelineLog log(logDir, clock, printed.print());
+using PipelineLogTest = PartTest;
 
+TEST_F(PipelineLogTest, writesWholeSessionsAndEchoesTimedLines) {
+    setenv("TZ", "UTC", 1);
+    m_clock.setWallTime(Clock::WallTime(14h + 2min + 11s + 532ms));
+    const fs::path file = m_folder / "Library/Logs/nulo/pipeline.log";
+    PipelineLog log(file.parent_path(), m_clock, m_printed.print());
     log.log("outside");
-    std::ofstream(folder / "take.m4a") << std::string(4812, 'x');
-    log.startSession(folder / "take.m4a");
-    clock.advance(572ms);
+    std::ofstream(m_folder / "take.m4a") << std::string(4812, 'x');
+    log.startSession(m_folder / "take.m4a");
+    m_clock.advance(572ms);
     log.log("processRecording() started");
-    clock.advance(100000s);
+    m_clock.advance(100000s);
     log.log("late");
     log.endSession();
-    log.startSession(folder / "gone.m4a");
+    log.startSession(m_folder / "gone.m4a");
 
-    std::ostringstream text;
-    text << std::ifstream(logDir / "pipeline.log").rdbuf();
-    const std::string rule(70, '=');
-    EXPECT_EQ(text.str(),
-              "[14:02:11.532] +    0ms  outside\n"
-              "\n" +
-                  rule +
-                  "\nSESSION #1 — 14:02:11.532\n"
-                  "Audio: take.m4a (4812 bytes, 4KB)\n"
-                  "[14:02:12.104] +  572ms  processRecording() started\n"
-                  "[17:48:52.104] +100000572ms  late\n"
-                  "TOTAL: 100000572ms\n" +
-                  rule +
-                  "\n"
-                  "\n" +
-                  rule +
-                  "\nSESSION #2 — 17:48:52.104\n"
-                  "Audio: gone.m4a (0 bytes, 0KB)\n");
-    EXPECT_THAT(printed.lines(),
-                ElementsAre("[nulo-log] [14:02:11.532] +    0ms  outside",
-                            "[nulo-log] [14:02:12.104] +  572ms  processRecording() started",
-                            "[nulo-log] [17:48:52.104] +100000572ms  late"));
-    EXPECT_EQ(fs::status(logDir / "pipeline.log").permissions(),
-              fs::perms::owner_read | fs::perms::owner_write);
-}
-
-TEST(PipelineLog, echoesWhenTheFileCannotBeWritten) {
-    FakeClock clock;
-    PrintedLines printed;
-    PipelineLog log("/dev/null/nulo", clock, printed.print());
-    log.log("still there");
-    EXPECT_EQ(printed.lines().size(), 1u);
+    const std::string rule = std::string(70, '=') + "\n";
+    const std::string lines[] = {"[14:02:11.532] +    0ms  outside",
+                                 "[14:02:12.104] +  572ms  processRecording() started",
+                                 "[17:48:52.104] +100000572ms  late"};
+    EXPECT_EQ(readFile(file, 10'000),
+              lines[0] + "\n\n" + rule +
+                  "SESSION #1 — 14:02:11.532\nAudio: take.m4a (4812 bytes, 4KB)\n" + lines[1] +
+                  "\n" + lines[2] + "\nTOTAL: 100000572ms\n" + rule + "\n" + rule +
+                  "SESSION #2 — 17:48:52.104\nAudio: gone.m4a (0 bytes, 0KB)\n");
+    EXPECT_EQ(fs::status(file).permissions(), fs::perms(0600));
+    PipelineLog("/dev/null/nulo", m_clock, m_printed.print()).log("no file");
+    const std::string echo = "[nulo-log] ";
+    EXPECT_THAT(m_printed.lines(), ElementsAre(echo + lines[0], echo + lines[1], echo + lines[2],
+                                               EndsWith("no file")));
 }
 
 }  // namespace
