@@ -1,11 +1,7 @@
 #include "ui/alerts/Alert.h"
 
-#include <QApplication>
-#include <QPushButton>
-#include <QScreen>
 #include <QTest>
-#include <QTextEdit>
-#include <QWindow>
+#include <QtWidgets>
 
 #include "fakes/PartTest.h"
 #include "ui/alerts/UpdateDialogs.h"

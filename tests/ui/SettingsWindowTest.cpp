@@ -1,19 +1,7 @@
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
-#include <QAccessible>
-#include <QApplication>
-#include <QDialog>
-#include <QLabel>
-#include <QLineEdit>
-#include <QMenu>
-#include <QPlainTextEdit>
-#include <QPointer>
-#include <QPushButton>
-#include <QRadioButton>
 #include <QTest>
-#include <QTextEdit>
-#include <QToolButton>
+#include <QtWidgets>
 
 #include "config/ConfigFile.h"
 #include "rig/process/TemporaryFolder.h"
@@ -223,25 +211,6 @@ TEST_F(SettingsWindowTest, everyControlIsReachedAndNamed) {
         reached.join("; ").toStdString(),
         "Modes; Ajouter un mode; Supprimer le mode; Nom du mode; Prompt; OpenAI GPT-5.4 mini; "
         "Menu de Nulo; Enregistrer; Dictionnaire; Ajouter un mot; Ajouter le mot");
-}
-
-// A menu of when the window was opened, or shortcuts that are only shown.
-TEST_F(SettingsWindowTest, theProgramMenuIsFreshAndItsShortcutsWork) {
-    int quits = 0;
-    m_dependencies.showsProgramMenu = true;
-    m_dependencies.programMenu = [&] {
-        const MenuEntry quit{MenuEntry::Kind::action, "Quitter", [&] { ++quits; }, false, "Ctrl+Q"};
-        return Menu(static_cast<std::size_t>(quits) + 1, quit);
-    };
-    open(defaultConfig());
-    press(Qt::Key_Q, Qt::ControlModifier);
-    QCoreApplication::processEvents();
-    click(the<QToolButton>("Menu de Nulo"));
-    auto* menu = qobject_cast<QMenu*>(QApplication::activePopupWidget());
-    ASSERT_EQ(menu->actions().size(), 2);
-    QTest::keyClick(menu, Qt::Key_Q, Qt::ControlModifier);
-    QCoreApplication::processEvents();
-    EXPECT_EQ(quits, 2);
 }
 
 // A host that drops the window while the window still works with itself.
