@@ -9,7 +9,6 @@
 #include "fakes/FakeHttpSession.h"
 #include "fakes/FakeStatusItem.h"
 #include "fakes/FakeUpdateParts.h"
-#include "fakes/FakeUserDefaults.h"
 #include "fakes/PartTest.h"
 #include "platform/Backends.h"
 #include "rig/sound/FakeMicrophone.h"

@@ -1,11 +1,17 @@
-// The program on a desktop without a tray: what it offers by itself, started twice, driven over the
-// bus, and without that bus.
+// The program on a desktop: what it offers by itself, started twice, driven over the bus, without that
+// bus, in a panel, and where there is no desktop.
 
 #include <gmock/gmock.h>
 
 #include <csignal>
+#include <memory>
 
+#include "base/FileIO.h"
 #include "desktop/ScreenReader.h"
+#include "rig/desktop/DesktopPanel.h"
+#include "rig/desktop/DesktopSession.h"
+#include "rig/process/ChildProcess.h"
+#include "rig/process/TemporaryFolder.h"
 #include "rig/process/WaitUntil.h"
 
 namespace nulo {
@@ -63,6 +69,52 @@ TEST(Tray, isNotNeeded) {
     EXPECT_TRUE(desktop.waitForPrinted("Recording too short"));
     EXPECT_TRUE(desktop.waitForPrinted("No D-Bus session"));
     EXPECT_EQ(desktop.stopNulo(), 0);
+}
+
+TEST(PanelTest, showsTheIconAgainAfterACrashAndTheMenuQuits) {
+    DesktopSession desktop;
+    auto panel = std::make_unique<DesktopPanel>(desktop);
+    desktop.startNulo();
+    EXPECT_TRUE(panel->waitForIcon(DesktopPanel::Icon::idle));
+    panel.reset();
+    panel = std::make_unique<DesktopPanel>(desktop);
+    EXPECT_TRUE(panel->waitForIcon(DesktopPanel::Icon::idle));
+
+    desktop.pressChord();
+    EXPECT_TRUE(panel->waitForIcon(DesktopPanel::Icon::recording));
+    desktop.releaseChord();
+    EXPECT_TRUE(panel->waitForIcon(DesktopPanel::Icon::idle));
+
+    ASSERT_FALSE(panel->openMenu().isEmpty());
+    desktop.keyboard().tap(XTestKeyboard::up);  // to the last entry
+    desktop.keyboard().tap(XTestKeyboard::enter);
+    EXPECT_EQ(desktop.nulo().wait(std::chrono::seconds(10)), 0);
+    EXPECT_TRUE(panel->waitForIcon(DesktopPanel::Icon::none));
+}
+
+TEST(StartUp, needsNoDesktopToSayWhyItDoesNotStart) {
+    struct Case {
+        std::string display, argument;
+        int status;
+        std::string output;
+    };
+    for (const Case& c :
+         {Case{"DISPLAY", "--quiet", 1,
+               "Nulo needs a desktop: neither $DISPLAY nor $WAYLAND_DISPLAY is set.\n"},
+          {"DISPLAY=:9999", "--quiet", 1,
+           "Nulo cannot reach the display :9999: no X server answers there, or it does not let "
+           "this user in.\n"},
+          {"DISPLAY", "--version", 0, "nulo " NULO_VERSION "\n"},
+          {"DISPLAY", "--record", 2,
+           "nulo: unknown argument \"--record\"\n"
+           "usage: nulo [--quiet | --help | --version]\n"}}) {
+        const TemporaryFolder home;
+        ChildProcess program(
+            {NULO_BINARY_FOLDER "/nulo", c.argument},
+            {{c.display, "WAYLAND_DISPLAY", "HOME=" + home.path().string()}, home / "output"});
+        EXPECT_EQ(program.wait(std::chrono::seconds(20)), c.status);
+        EXPECT_EQ(readFile(home / "output", 1000), c.output);
+    }
 }
 
 }  // namespace

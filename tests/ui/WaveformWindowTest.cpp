@@ -1,7 +1,5 @@
 #include "ui/overlay/WaveformWindow.h"
 
-#include <QCoreApplication>
-#include <QMouseEvent>
 #include <QPointer>
 #include <thread>
 
@@ -99,25 +97,6 @@ TEST_F(WaveformWindowTest, aNewPanelOutlivesTheFadeOfTheOldOne) {
     m_queue.advance(fade);
     EXPECT_EQ(overlay.window()->windowOpacity(), 1);
     EXPECT_EQ(view().debugLines, (std::vector<std::string>{"a", "b 12ms"}));
-}
-
-// A drag that makes the panel jump when it widens under the pointer.
-TEST_F(WaveformWindowTest, isDraggedByItsBackground) {
-    overlay.show(levels);
-    const QRect start = frame();
-    const auto mouse = [&](QEvent::Type type, QPoint way) {
-        const QPoint global = start.center() + way;
-        QMouseEvent event(type, global - frame().topLeft(), global, Qt::LeftButton, Qt::LeftButton,
-                          Qt::NoModifier);
-        QCoreApplication::sendEvent(&view(), &event);  // which passes it on to the panel
-    };
-    mouse(QEvent::MouseButtonPress, {0, 0});
-    mouse(QEvent::MouseMove, {10, -20});
-    EXPECT_EQ(frame(), start.translated(10, -20));
-    overlay.showStreaming("");
-    mouse(QEvent::MouseMove, {15, -25});
-    m_queue.advance(fade);
-    EXPECT_EQ(frame(), streamingPanelFrame(start).translated(15, -25));
 }
 
 }  // namespace
