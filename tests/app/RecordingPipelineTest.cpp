@@ -66,7 +66,6 @@ class RecordingPipelineTest : public PartTest {
         m_config->transcriptionProvider = provider;
         m_config->activeMode = mode;
         m_config->debugMode = debug;
-        m_config->dictionary = {"Nulo"};
     }
     /// The take that the newest panel shows.
     void process() {
@@ -114,11 +113,7 @@ TEST_F(RecordingPipelineTest, endsAtOnceWithoutAService) {
 // A text lost, pasted unasked or at another moment; a take left behind; a line that reads
 // otherwise.
 TEST_F(RecordingPipelineTest, everyRouteEndsAsItShould) {
-    struct Answer {
-        int status;
-        std::string body;
-        HttpHeaders headers = {};
-    };
+    using Answer = std::pair<int, std::string>;
     const std::string words = event("Bon") + event("jour") + "data: [DONE]\n";
     const Answer plain{200, " euh bonjour\n"};
     const Answer busy{503, "busy"};
@@ -134,8 +129,11 @@ TEST_F(RecordingPipelineTest, everyRouteEndsAsItShould) {
         process();
         EXPECT_TRUE(fs::exists(m_take));
         m_seen.started = m_clock.now();
-        for (const Answer& each : answers)
-            answer(each.status, each.body, each.headers, m_http.exchanges.size() - 1);
+        for (const auto& [status, body] : answers) {
+            const HttpHeaders times = {{"X-Transcription-Ms", "850"}};
+            answer(status, body, status == 200 ? times : HttpHeaders{},
+                   m_http.exchanges.size() - 1);
+        }
         EXPECT_FALSE(fs::exists(m_take));
         m_queue.advance(10s);
         EXPECT_EQ(m_seen.take(), events) << line;
@@ -146,7 +144,7 @@ TEST_F(RecordingPipelineTest, everyRouteEndsAsItShould) {
     check("openai raw-transcription", {{200, "  "}}, dropped, "Transcription returned empty text.");
     check("openai raw-transcription", {busy}, dropped,
           "Raw transcription failed: API error 503: busy");
-    check("openai email", {{200, words, {{"X-Transcription-Ms", "850"}}}}, shown + bonjour,
+    check("openai email", {{200, words}}, shown + bonjour,
           "Combined mode — cleaned text copied: Bonjour");
     EXPECT_THAT(request(3).request.body, HasSubstr(emailMode().prompt));
     check("openai email", {busy}, "transcribing, done, 400 hide, 500 paste",

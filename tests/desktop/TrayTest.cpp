@@ -1,5 +1,5 @@
-// The program on a desktop: what it offers by itself, started twice, driven over the bus, without that
-// bus, in a panel, and where there is no desktop.
+// The program on a desktop: what it offers by itself, started twice, driven over the bus, without
+// that bus, in a panel, and where there is no desktop.
 
 #include <gmock/gmock.h>
 

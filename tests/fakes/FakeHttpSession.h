@@ -25,9 +25,6 @@ class FakeHttp {
         }
         /// Whether more is wanted.
         bool data(std::string_view bytes) const { return delegate->didReceiveData(task, bytes); }
-        void metrics(const std::vector<HttpTransactionMetrics>& transactions) const {
-            delegate->didCollectMetrics(task, transactions);
-        }
         void complete(const std::optional<Error>& error = {}) const {
             delegate->didComplete(task, error);
         }
@@ -36,7 +33,7 @@ class FakeHttp {
             respond(status, std::move(headers));
             if (!body.empty())
                 data(body);
-            metrics({});
+            delegate->didCollectMetrics(task, {});
             complete();
         }
     };

@@ -1,10 +1,8 @@
-#include <gmock/gmock.h>
-
 #include <QTest>
 #include <QtWidgets>
 
 #include "config/ConfigFile.h"
-#include "rig/process/TemporaryFolder.h"
+#include "fakes/PartTest.h"
 #include "ui/alerts/Alert.h"
 #include "ui/settings/SettingsView.h"
 #include "ui/settings/WordChips.h"
@@ -13,7 +11,7 @@ namespace nulo {
 namespace {
 
 /// The window over a real file in a home of its own, driven as a user would.
-class SettingsWindowTest : public testing::Test {
+class SettingsWindowTest : public PartTest {
   protected:
     void open(const AppConfig& saved) {
         m_file.save(saved);
@@ -58,8 +56,7 @@ class SettingsWindowTest : public testing::Test {
         click(*list().viewport(), list().visualRect(list().model()->index(row, 0)).center());
     }
 
-    TemporaryFolder m_home;
-    ConfigFile m_file{m_home.path(), [](std::string_view) {}};
+    ConfigFile m_file{m_folder.path(), [](std::string_view) {}};
     Outcome m_saved = Success{};
     QRect m_visibleFrame{0, 0, 1000, 800};
     const Alerts m_alerts{systemClock(), [this] { return m_visibleFrame; }};
@@ -216,10 +213,7 @@ TEST_F(SettingsWindowTest, everyControlIsReachedAndNamed) {
 // A host that drops the window while the window still works with itself.
 TEST_F(SettingsWindowTest, theHostMayDestroyItFromEachCallback) {
     m_dependencies.onClose = [this] { m_window.reset(); };
-    m_dependencies.onSave = [this](const AppConfig&) -> Outcome {
-        m_window.reset();
-        return Success{};
-    };
+    m_dependencies.onSave = [this](const AppConfig&) { return m_window.reset(), Outcome(Success{}); };
     const std::function<void()> ways[] = {[&] { m_window->close(); }, [&] { save(); },
                                           [&] { click(the<QPushButton>("Enregistrer")); }};
     for (const auto& way : ways) {
