@@ -69,9 +69,9 @@ function(nulo_test name label)
   endif()
   add_executable(${name} ${sources})
   target_link_libraries(${name} PRIVATE ${ARGN} nulo_rig nulo_test_support GTest::gmock GTest::gtest_main)
-  set(alone ON)  # X servers, sound servers and whole desktops share the processor with no other test
-  if(label STREQUAL "unit")
-    set(alone OFF)
+  set(alone OFF)
+  if(label STREQUAL "platform")
+    set(alone ON)  # its X and sound servers share the processor with no other test
   endif()
   if(NOT label STREQUAL "desktop")
     add_dependencies(nulo_part_tests ${name})
