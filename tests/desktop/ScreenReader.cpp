@@ -69,14 +69,13 @@ ScreenReader::ScreenReader(const DesktopSession& desktop)
     atspi_accessible_set_cache_mask(owned(atspi_get_desktop(0)).get(), ATSPI_CACHE_NONE);
 }
 
-bool ScreenReader::waitForWindow(const std::string& title) const {
-    return waitUntil([&] { return !shownButtons(title).empty(); });
-}
-
 std::vector<std::string> ScreenReader::buttonsIn(const std::string& window) const {
     std::vector<std::string> names;
-    for (const Node& button : shownButtons(window))
-        names.push_back(nameOf(button));
+    waitUntil([&] {
+        for (const Node& button : shownButtons(window))
+            names.push_back(nameOf(button));
+        return !names.empty();
+    });
     return names;
 }
 

@@ -13,9 +13,8 @@ class ScreenReader {
   public:
     explicit ScreenReader(const DesktopSession& desktop);
 
-    /// By its title.
-    bool waitForWindow(const std::string& title) const;
-    /// Names of the buttons shown in the window, in reading order.
+    /// Names of the buttons of the window of that title, in reading order, as soon as it is shown;
+    /// none when it does not come.
     std::vector<std::string> buttonsIn(const std::string& window) const;
     /// Presses the button of that name; false when there is none.
     bool press(const std::string& window, const std::string& button) const;

@@ -38,7 +38,7 @@ TEST(Update, isOfferedByItselfAndHandsOverToTheScript) {
     desktop.setLastUpdateCheck(std::chrono::seconds(3601));
     desktop.startNulo();
     const std::string offer = "Nulo 9.10 est disponible";
-    ASSERT_TRUE(reader.waitForWindow(offer));
+    ASSERT_THAT(reader.buttonsIn(offer), SizeIs(2));
     desktop.pressChord();
     EXPECT_TRUE(desktop.waitForPrinted("Recording started"));
     desktop.releaseChord();
