@@ -1,7 +1,7 @@
 #include <gmock/gmock.h>
-
-#include <cstdlib>
+#include <atomic>
 #include <fstream>
+#include <numeric>
 
 #include "audio/AudioRecorder.h"
 #include "fakes/FakeMainQueue.h"
@@ -9,7 +9,7 @@
 #include "platform/Backends.h"
 #include "platform/DecodedAudio.h"
 #include "platform/sound/PulseConnection.h"
-#include "rig/process/FakeClock.h"
+#include "rig/process/TemporaryFolder.h"
 #include "rig/process/WaitUntil.h"
 #include "rig/sound/VirtualMicrophone.h"
 
@@ -17,7 +17,6 @@ namespace nulo {
 namespace {
 
 using std::chrono::milliseconds;
-using testing::Contains;
 using testing::HasSubstr;
 
 class PulseMicrophoneTest : public testing::Test {
@@ -29,14 +28,14 @@ class PulseMicrophoneTest : public testing::Test {
     }
 
     void makeMicrophone() {
-        microphone = makePulseMicrophone(queue, printed.print(), timings);
-        ASSERT_TRUE(waitFor("48000"));
-        server.playTone(480);
+        microphone = makePulseMicrophone(
+            queue, printed.print(),
+            {milliseconds(200), milliseconds(20), milliseconds(50), milliseconds(300)});
     }
     /// The rate to record at, or why there is none.
     std::string rate() {
         const auto rate = microphone->makeEngine()->inputSampleRate();
-        return rate ? std::to_string(static_cast<int>(rate.value())) : rate.error().description;
+        return rate ? std::to_string(std::lround(rate.value())) : rate.error().description;
     }
     bool waitFor(const std::string& expected) {
         return waitUntil([&] { return rate() == expected; });
@@ -48,7 +47,6 @@ class PulseMicrophoneTest : public testing::Test {
         levelSubscription = recorder->audioLevels().subscribe(
             [this](const auto& levels) { loudLevels += !levels.empty() && levels.back() > 0; });
         recorder->startRecording();
-        queue.runPending();
     }
     void record(int levels) {
         const int end = loudLevels + levels;
@@ -57,24 +55,18 @@ class PulseMicrophoneTest : public testing::Test {
     }
     DecodedAudio stopTake() {
         clock.advance(milliseconds(2000));
-        const auto file = recorder->stopRecording();
-        return file ? decodeAudioFile(*file) : DecodedAudio{};
+        return DecodedAudio(recorder->stopRecording().value());
     }
-    template <typename Condition>
-    bool pumpUntil(Condition condition) {
-        return waitUntil([&] {
-            queue.runPending();
-            return condition();
-        });
+    bool pumpUntil(const std::function<bool()>& condition) {
+        return waitUntil([&] { return queue.runPending(), condition(); });
     }
     bool waitForLine(const std::string& part) {
-        return pumpUntil(
-            [&] { return testing::Matches(Contains(HasSubstr(part)))(printed.lines()); });
+        const auto isPrinted = testing::Matches(testing::Contains(HasSubstr(part)));
+        return pumpUntil([&] { return isPrinted(printed.lines()); });
     }
 
     VirtualMicrophone server;
     TemporaryFolder folder;
-    PulseTimings timings{milliseconds(200), milliseconds(20), milliseconds(50), milliseconds(300)};
     PrintedLines printed;
     FakeClock clock;
     FakeMainQueue queue;
@@ -84,30 +76,29 @@ class PulseMicrophoneTest : public testing::Test {
     int loudLevels = 0;
 };
 
+// Another device's rate; the desktop's indicator lit between takes; a gap in the sound; a call
+// after stop(), into a closed file of a recorder that is gone.
 TEST_F(PulseMicrophoneTest, recordsWhatIsHeardAtTheDevicesRate) {
     makeMicrophone();
+    ASSERT_TRUE(waitFor("48000"));
+    server.playTone(480);
     server.plugMicrophone("phone", 16000);
     ASSERT_TRUE(waitFor("16000"));
     server.plugMicrophone("odd", 37800);  // which the encoder does not take
     ASSERT_TRUE(waitFor("48000"));
-    EXPECT_EQ(server.recordingCount(), 0);  // the desktop's indicator stays dark between takes
+    EXPECT_EQ(server.recordingCount(), 0);
     for (int take = 0; take < 2; ++take) {
         startRecorder();
-        record(40);
+        record(30);
         EXPECT_EQ(server.recordingCount(), 1);
         const DecodedAudio audio = stopTake();
         EXPECT_TRUE(waitUntil([&] { return server.recordingCount() == 0; }));
         EXPECT_EQ(audio.format, "aac,48000,1");
-        EXPECT_GT(audio.duration, 0.8);
+        EXPECT_GT(audio.duration, 0.6);
         // All of the sound is the tone, in its place: a gap would break its phase.
         EXPECT_NEAR(audio.amplitudeAt(0.01), audio.rootMeanSquare() * 1.414, 0.1);
         EXPECT_GT(audio.amplitudeAt(0.01), 0.3);
     }
-}
-
-// A tap call after stop() would write into a closed file of a recorder that is gone.
-TEST_F(PulseMicrophoneTest, hasNoTapCallAfterItsStop) {
-    makeMicrophone();
     for (int i = 0; i < 30; ++i) {
         const auto engine = microphone->makeEngine();
         auto frames = std::make_unique<std::size_t>(0);
@@ -119,25 +110,24 @@ TEST_F(PulseMicrophoneTest, hasNoTapCallAfterItsStop) {
     }
 }
 
-TEST_F(PulseMicrophoneTest, goesOnWithAnotherMicrophoneAndNotWithWhatTheSpeakersPlay) {
+// A take that is lost, or goes on without a sound or with what the speakers play, when a microphone
+// is unplugged or the server dies; a program that has to be started again after it.
+TEST_F(PulseMicrophoneTest, keepsTheTakeAndGoesOnWithWhatThereIs) {
     server.plugMicrophone("headset");
+    server.playTone(480);
     makeMicrophone();
+    ASSERT_TRUE(waitFor("48000"));
     startRecorder();
     record(1);
     server.unplugMicrophone("headset");
-    record(40);
+    record(30);
     EXPECT_THAT(printed.lines(), testing::Each(testing::Not(HasSubstr("interrupted"))));
     server.unplugMicrophone();  // leaves the speakers' monitor as the default source
     EXPECT_TRUE(waitForLine("Recording interrupted: the microphone was unplugged"));
-    EXPECT_TRUE(recorder->isRecording().get());
-    EXPECT_GT(stopTake().duration, 0.8);  // what was said until then
+    EXPECT_GT(stopTake().duration, 0.6);  // what was said until then
     EXPECT_TRUE(waitFor("no microphone is connected"));
     server.plugMicrophone();
     EXPECT_TRUE(waitFor("48000"));
-}
-
-TEST_F(PulseMicrophoneTest, keepsTheTakeWhenTheServerDiesAndFindsTheNextOne) {
-    makeMicrophone();
     startRecorder();
     record(20);
     server.kill();
@@ -146,9 +136,7 @@ TEST_F(PulseMicrophoneTest, keepsTheTakeWhenTheServerDiesAndFindsTheNextOne) {
     EXPECT_TRUE(waitFor("no sound server is running"));
     server.start();
     EXPECT_TRUE(waitFor("48000"));
-}
 
-TEST_F(PulseMicrophoneTest, givesWayToAlsaWhileNoServerRuns) {
     server.kill();
     std::ofstream(folder / "alsa.conf")
         << "pcm.default { type plug slave { pcm { type null } rate 44100 } }";
@@ -163,14 +151,14 @@ TEST_F(PulseMicrophoneTest, givesWayToAlsaWhileNoServerRuns) {
 // Waiting for a hung server on the main thread would hang this test with it.
 TEST_F(PulseMicrophoneTest, doesNotWaitForAHungServerAndSaysThatNothingIsHeard) {
     server.freeze();
-    microphone = makePulseMicrophone(queue, printed.print(), timings);
+    makeMicrophone();
     EXPECT_EQ(rate(), "the sound server does not answer");
     server.thaw();
     ASSERT_TRUE(waitFor("48000"));
     server.freeze();
     startRecorder();
     EXPECT_TRUE(waitForLine("The sound server does not answer"));
-    stopTake();
+    recorder->stopRecording();
     server.thaw();
 
     server.playTone(480);
@@ -180,6 +168,34 @@ TEST_F(PulseMicrophoneTest, doesNotWaitForAHungServerAndSaysThatNothingIsHeard) 
     EXPECT_TRUE(waitForLine("The microphone delivers no sound"));
     server.suspendMicrophone(false);
     record(10);
+}
+
+// Frames that are lost or come in another order.
+TEST(AlsaMicrophone, readsTheDeviceUntilItIsStopped) {
+    const TemporaryFolder folder;
+    std::vector<float> sound(5000);
+    std::iota(sound.begin(), sound.end(), 1.0F);
+    const std::string_view bytes(reinterpret_cast<char*>(sound.data()), 5000 * sizeof(float));
+    std::ofstream(folder / "sound.raw", std::ios::binary) << bytes;
+    std::ofstream(folder / "alsa.conf")
+        << "pcm.default { type plug slave.pcm { type file slave.pcm { type null } file /dev/null "
+        << "infile \"" << (folder / "sound.raw").string() << "\" format raw } }";
+    setenv("ALSA_CONFIG_PATH", (folder / "alsa.conf").c_str(), 1);
+    FakeMainQueue queue;
+    const auto engine = makeAlsaMicrophone(queue)->makeEngine();
+    ASSERT_EQ(engine->inputSampleRate().value(), 48000);
+    std::vector<float> heard;
+    std::atomic<std::size_t> count = 0;
+    const auto tap = [&](std::span<const float> frames) {
+        heard.insert(heard.end(), frames.begin(), frames.end());
+        count += frames.size();
+    };
+    ASSERT_TRUE(engine->start(tap, [](const Error& error) { FAIL() << error.description; }));
+    EXPECT_TRUE(waitUntil([&] { return count >= sound.size(); }));
+    engine->stop();
+    heard.resize(sound.size());
+    EXPECT_EQ(heard, sound);
+    unsetenv("ALSA_CONFIG_PATH");
 }
 
 }  // namespace
