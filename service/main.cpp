@@ -125,8 +125,8 @@ Result<Setup> setUp(const Options& options) {
     }
     if (const auto allowed = checkReach(setup.address, !setup.tokens.empty()); !allowed)
         return allowed.error();
-    if (setup.config.offline) {
-        auto engines = loadWhisperModel(*setup.config.offline);
+    if (setup.config.offline.file) {
+        auto engines = loadWhisperModel(*setup.config.offline.file);
         if (!engines)
             return Error{file.string() + ": " + engines.error().description};
         setup.whisper = std::move(engines).value();
@@ -190,7 +190,8 @@ int serve(const Options& options) {
     const std::size_t jobs = options.jobs ? options.jobs : cores;
     OfflineRecogniser recogniser(
         makeEngine, {.atOnce = jobs, .waiting = 2 * jobs},
-        setup.whisper ? OfflineRecogniser::Languages::any : OfflineRecogniser::Languages::english);
+        setup.whisper ? OfflineRecogniser::Languages::any : OfflineRecogniser::Languages::english,
+        setup.config.offline.language);
     RuleCleanup rules;
     Metrics metrics;
     UpstreamClient client({});

@@ -7,6 +7,7 @@
 #include <nlohmann/json.hpp>
 #include <set>
 
+#include "base/Ascii.h"
 #include "base/FileIO.h"
 #include "base/HttpUrl.h"
 #include "base/Text.h"
@@ -162,6 +163,34 @@ std::vector<std::string> tokensFrom(const json& value) {
     return tokens;
 }
 
+OfflineSettings offlineFrom(const Section& section, const std::filesystem::path& folder) {
+    section.allow({"model", "sha256", "language", "modelSource"});
+    OfflineSettings offline;
+    const std::string model = section.text("model").value_or("");
+    const auto digest = section.text("sha256");
+    if (model.find_first_of("./") == std::string::npos) {
+        if (digest)
+            throw Fault{"offline.sha256", "is for a model that is named by its file"};
+        offline.model = model;
+    } else if (digest && isSha256(*digest)) {
+        offline.file = OfflineModel{resolved(model, folder), *digest};
+    } else {
+        throw Fault{"offline.sha256", "must be the SHA-256 of the model, as sha256sum prints it"};
+    }
+    offline.language = section.text("language").value_or("auto");
+    if (offline.language.size() > 16 ||
+        !std::all_of(offline.language.begin(), offline.language.end(),
+                     [](char c) { return isAsciiAlphanumeric(c) || c == '-' || c == '_'; }))
+        throw Fault{"offline.language", "must be a code such as \"fr\", or \"auto\""};
+    if (offline.language == "auto")
+        offline.language.clear();
+    offline.modelSource = section.text("modelSource").value_or("");
+    if (!offline.modelSource.empty() && !isSecureHttpUrl(offline.modelSource))
+        throw Fault{"offline.modelSource",
+                    "must be an https URL; plain http is for this machine only"};
+    return offline;
+}
+
 GatewayConfig decoded(const json& document, const std::filesystem::path& folder,
                       const Print& print) {
     const Section top(document, "");
@@ -186,16 +215,7 @@ GatewayConfig decoded(const json& document, const std::filesystem::path& folder,
         warnIfReadable(config.tls->key, print);
     }
     if (const json* offline = top.find("offline")) {
-        const Section section(*offline, "offline");
-        section.allow({"model", "sha256"});
-        const auto model = section.text("model");
-        const auto digest = section.text("sha256");
-        if (!model)
-            throw Fault{"offline.model", "is missing; name the ggml file"};
-        if (!digest || !isSha256(*digest))
-            throw Fault{"offline.sha256",
-                        "must be the SHA-256 of the model, as sha256sum prints it"};
-        config.offline = OfflineModel{resolved(*model, folder), *digest};
+        config.offline = offlineFrom(Section(*offline, "offline"), folder);
     }
     if (const json* providers = top.find("providers")) {
         const Section section(*providers, "providers");
@@ -305,8 +325,8 @@ std::vector<std::string> descriptionOf(const GatewayConfig& config) {
     lines.push_back(
         std::string("offline engine: ") +
         (config.providers.empty() ? "all recordings, " : "what no provider can take, ") +
-        (config.offline ? "with " + config.offline->file.string()
-                        : std::string("US English only")));
+        (config.offline.file ? "with " + config.offline.file->file.string()
+                             : std::string("US English only")));
     return lines;
 }
 

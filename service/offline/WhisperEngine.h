@@ -1,6 +1,6 @@
 #pragma once
 
-#include "service/gateway/GatewayConfig.h"
+#include "service/offline/OfflineSettings.h"
 #include "service/offline/SpeechEngine.h"
 
 namespace nulo::service {
