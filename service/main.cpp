@@ -221,7 +221,7 @@ int serve(const Options& options) {
         makeEngine, {.atOnce = jobs, .waiting = 2 * jobs},
         setup.whisper ? OfflineRecogniser::Languages::any : OfflineRecogniser::Languages::english,
         setup.config.offline.language);
-    RuleCleanup rules;
+    RuleCleanup rules(setup.config.offline.spokenPunctuation);
     Metrics metrics;
     UpstreamClient client({});
     ProviderCalls calls(

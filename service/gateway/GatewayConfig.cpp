@@ -164,7 +164,7 @@ std::vector<std::string> tokensFrom(const json& value) {
 }
 
 OfflineSettings offlineFrom(const Section& section, const std::filesystem::path& folder) {
-    section.allow({"model", "sha256", "language", "modelSource"});
+    section.allow({"model", "sha256", "language", "modelSource", "spokenPunctuation"});
     OfflineSettings offline;
     const std::string model = section.text("model").value_or("");
     const auto digest = section.text("sha256");
@@ -184,6 +184,11 @@ OfflineSettings offlineFrom(const Section& section, const std::filesystem::path&
         throw Fault{"offline.language", "must be a code such as \"fr\", or \"auto\""};
     if (offline.language == "auto")
         offline.language.clear();
+    if (const json* spoken = section.find("spokenPunctuation")) {
+        if (!spoken->is_boolean())
+            throw Fault{"offline.spokenPunctuation", "must be true or false"};
+        offline.spokenPunctuation = spoken->get<bool>();
+    }
     offline.modelSource = section.text("modelSource").value_or("");
     if (!offline.modelSource.empty() && !isSecureHttpUrl(offline.modelSource))
         throw Fault{"offline.modelSource",

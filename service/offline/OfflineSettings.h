@@ -17,6 +17,7 @@ struct OfflineSettings {
     std::optional<OfflineModel> file;  // a model that is named by its file
     std::string model;     // the name of an installed one; empty: the best, unless there is a file
     std::string language;  // a code such as "fr", for takes that name none; empty: recognised
+    bool spokenPunctuation = false;  // whether "comma" stands for the mark
     std::string modelSource;  // URL of the folder that models are fetched from; empty: the usual
 };
 
