@@ -248,7 +248,7 @@ TEST_F(ModelsTest, takesTheBestThatFindsRoomUnlessOneIsNamed) {
     const auto tried = [&](std::uintmax_t megabytes, const char* named = "") {
         std::string names;
         const MachineMemory memory{megabytes * 1'000'000, megabytes * 1'000'000};
-        const auto choice = modelsToTry({{}, named, "", ""}, models, memory);
+        const auto choice = modelsToTry({.model = named}, models, memory);
         for (const auto& model : choice ? choice.value() : std::vector<InstalledModel>())
             names += model.name + " ";
         return choice ? names : choice.error().description;
