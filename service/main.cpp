@@ -252,10 +252,8 @@ int serve(const Options& options) {
             printError(ready.error().description);
             return 1;
         }
-        printLine(setup.whisper ? "nulo-service " NULO_VERSION ": offline engine whisper.cpp"
-                                : "nulo-service " NULO_VERSION
-                                  ": offline engine PocketSphinx, US English only, lower case, no "
-                                  "punctuation, about one word in four wrong on read speech");
+        printLine(std::string("nulo-service " NULO_VERSION ": offline engine ") +
+                  (setup.whisper ? "whisper.cpp" : "PocketSphinx: lower case, no punctuation"));
     }
     if (!setup.config.providers.empty())
         for (const std::string& line : descriptionOf(setup.config))

@@ -327,11 +327,8 @@ std::vector<std::string> descriptionOf(const GatewayConfig& config) {
                                                           : "the model that is asked for, or "
                                                             "gpt-5.4-mini"));
     }
-    lines.push_back(
-        std::string("offline engine: ") +
-        (config.providers.empty() ? "all recordings, " : "what no provider can take, ") +
-        (config.offline.file ? "with " + config.offline.file->file.string()
-                             : std::string("US English only")));
+    lines.push_back(std::string("offline engine: ") +
+                    (config.providers.empty() ? "all recordings" : "what no provider can take"));
     return lines;
 }
 
