@@ -68,12 +68,12 @@ class Attempt {
     bool hasWhole() const {
         return header("Content-Range") == "bytes */" + std::to_string(m_part.size());
     }
-    /// Whether the same again is likely to go on from here.
-    bool deservesAnother() const {
-        const bool broke = m_result == CURLE_PARTIAL_FILE || m_result == CURLE_RECV_ERROR ||
-                           m_result == CURLE_SSL_CONNECT_ERROR || m_result == CURLE_HTTP2_STREAM ||
-                           m_result == CURLE_OPERATION_TIMEDOUT;
-        return broke && !m_failure && m_received >= worthAnother;
+    /// The connection was lost in the middle of the file.
+    bool brokeOff() const {
+        return m_begun && !m_failure &&
+               (m_result == CURLE_PARTIAL_FILE || m_result == CURLE_RECV_ERROR ||
+                m_result == CURLE_HTTP2_STREAM || m_result == CURLE_HTTP2 ||
+                m_result == CURLE_OPERATION_TIMEDOUT);
     }
 
   private:
@@ -95,6 +95,7 @@ class Attempt {
         set(CURLOPT_LOW_SPEED_TIME, static_cast<long>(m_limits.silence.count()));
         set(CURLOPT_LOW_SPEED_LIMIT, leastBytesPerSecond);
         set(CURLOPT_TIMEOUT, static_cast<long>(m_limits.whole.count()));
+        set(CURLOPT_BUFFERSIZE, 256 * 1024L);
         set(CURLOPT_WRITEFUNCTION, &Attempt::onBody);
         set(CURLOPT_WRITEDATA, this);
         set(CURLOPT_NOPROGRESS, 0L);
@@ -136,7 +137,6 @@ class Attempt {
         if (m_part.size() + bytes.size() > m_limits.largestFile)
             return fail({Kind::server, "the file at " + m_url.authority + " has no end"});
         const auto written = m_part.append(bytes);
-        m_received += bytes.size();
         return written ? true : fail(written.error());
     }
     /// Before the first byte of the file.
@@ -234,7 +234,6 @@ class Attempt {
     CURLcode m_result = CURLE_OK;
     long m_status = 0;
     bool m_begun = false;
-    std::uintmax_t m_received = 0;
     std::uintmax_t m_total = 0;
     std::optional<ModelFailure> m_failure;
 };
@@ -247,10 +246,13 @@ ModelOutcome fetchFile(const HttpUrl& url, PartialFile& part, const FetchLimits&
     if (initialised != CURLE_OK)
         return ModelFailure{Kind::refused, "libcurl cannot be initialised"};
     HttpUrl next = url;
+    std::uintmax_t reached = part.size();
     for (int redirects = 0; redirects <= mostRedirects;) {
         Attempt attempt(url, next, part, limits, onFetched, stillWanted);
         attempt.run();
-        if (attempt.deservesAnother()) {
+        // Measured by what never was there before: a server may begin anew each time.
+        if (attempt.brokeOff() && part.size() >= reached + worthAnother) {
+            reached = part.size();
             next = url;  // what it led to may be good for one time
             redirects = 0;
             continue;

@@ -101,7 +101,9 @@ std::vector<InstalledModel> ModelFolder::installed() const {
 Result<ModelFolder::Lock, ModelFailure> ModelFolder::lock() const {
     std::error_code error;
     fs::create_directories(m_path, error);
-    const int descriptor = open(m_path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    // A file of its own, since network file systems lock nothing that is only read.
+    const int descriptor =
+        open((m_path / ".lock").c_str(), O_RDWR | O_CREAT | O_NOFOLLOW | O_CLOEXEC, 0600);
     if (descriptor < 0)
         return diskFailure(m_path,
                            error ? error.message() : std::generic_category().message(errno));

@@ -97,15 +97,6 @@ bool names(const std::string& prompt, const char* phrase) {
     return false;
 }
 
-/// Removes tokens; what comes after them keeps their line feeds.
-void erase(std::vector<Token>& tokens, std::size_t at, std::size_t count) {
-    const UnicodeString gap = tokens[at].gap;
-    tokens.erase(tokens.begin() + static_cast<std::ptrdiff_t>(at),
-                 tokens.begin() + static_cast<std::ptrdiff_t>(at + count));
-    if (at < tokens.size() && (at == 0 || gap.indexOf('\n') >= 0))
-        tokens[at].gap = gap;
-}
-
 constexpr char16_t noBreak = 0x00A0;
 constexpr char16_t narrowNoBreak = 0x202F;
 
@@ -168,17 +159,27 @@ void removeFrenchTics(std::vector<Token>& tokens, const std::string& prompt) {
         connectors.emplace_back("du", "coup");
     if (names(prompt, "en fait"))
         connectors.emplace_back("en", "fait");
-    for (std::size_t at = 0; at < tokens.size();) {
+    std::vector<Token> kept;
+    UnicodeString lineFeeds;  // of what was removed just before
+    std::size_t at = 0;
+    while (at < tokens.size()) {
         const bool joins = std::any_of(
             connectors.begin(), connectors.end(),
             [&](const auto& words) { return isConnector(tokens, at, words.first, words.second); });
-        if (joins)
-            erase(tokens, at, 2);
-        else if (hasCapitals && isBen(tokens, at))
-            erase(tokens, at, 1);
-        else
-            ++at;
+        const std::size_t count = joins ? 2 : hasCapitals && isBen(tokens, at) ? 1 : 0;
+        if (count > 0 && tokens[at].gap.indexOf('\n') >= 0)
+            lineFeeds = tokens[at].gap;
+        if (count == 0) {
+            kept.push_back(tokens[at]);
+            if (!lineFeeds.isEmpty())
+                kept.back().gap = lineFeeds;
+            lineFeeds.remove();
+        }
+        at += count ? count : 1;
     }
+    if (!kept.empty() && kept.front().gap.indexOf('\n') < 0)
+        kept.front().gap.remove();
+    tokens = std::move(kept);
 }
 
 void setFrenchSpaces(std::vector<Token>& tokens) {

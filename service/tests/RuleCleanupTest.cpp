@@ -63,6 +63,7 @@ TEST(RuleCleanup, removesFrenchTicsOnlyWhereTheyAreNone) {
         {"Du coup, je viens et du coup ça marche, en fait, oui", "Je viens et ça marche, oui.",
          prompt},
         {"Euh du coup on part", "On part.", prompt},
+        {"Du coup, en fait, je pars\ndu coup, ben on part", "Je pars\non part.", prompt},
         {"Le bruit du coup de feu, du coup de vent, il en fait trop, en fait trois",
          "Le bruit du coup de feu, du coup de vent, il en fait trop, en fait trois.", prompt},
         {"Du coup, je viens", "Du coup, je viens.", "Garde bien du coup de feu"},
