@@ -74,7 +74,7 @@ void setSpokenPunctuation(std::vector<Token>& tokens, bool isFrench) {
             UnicodeString written(mark.written);
             const int32_t feed = written.indexOf('\n');
             if (feed >= 0)
-                lineFeeds = written.tempSubString(feed);
+                lineFeeds = UnicodeString(written, feed);
             written.truncate(feed >= 0 ? feed : written.length());
             if (!written.isEmpty() && !kept.empty()) {
                 UnicodeString& after = kept.back().after;
