@@ -116,7 +116,8 @@ Outcome chooseOffline(Setup& setup) {
         }
         if (isNamed)
             return engines.error();
-        printError("warning: " + engines.error().description);
+        printError("warning: " + engines.error().description +
+                   "; mend it with: nulo-service models get " + model.name);
     }
     setup.understands = understoodOffline(std::nullopt, offline);
     return Success{};

@@ -246,6 +246,27 @@ TEST_F(ModelsTest, listsRepairsAndRemovesWhatIsInstalled) {
     EXPECT_EQ(run({"remove", "tiny"}).status, 1);
 }
 
+TEST_F(ModelsTest, doesAsItsConfigurationSays) {
+    const auto with = [&](const std::string& offline) {
+        std::ofstream(folder / "given.json") << R"({"offline": {)" << offline << "}}";
+        return run({"get", "tiny", "--sha256", sha256(content), "--config", folder / "given.json"});
+    };
+    EXPECT_EQ(with(R"("modelSource": ")" + mirror.url("/m/") + R"(")").status, 0);
+    expectInstalled("from the mirror that is named");
+    const std::pair<const char*, const char*> faults[] = {
+        {R"("modelSource": "http://mirror.example")", "offline.modelSource must be an https"},
+        {R"("model": "tiny", "sha256": "00")", "offline.sha256 is for a model"},
+        {R"("model": "tiny.bin")", "offline.sha256 must be"},
+        {R"("language": "fr en")", "offline.language must be"},
+        {R"("spokenPunctuation": 1)", "offline.spokenPunctuation must be"},
+    };
+    for (const auto& [offline, text] : faults) {
+        const Run refused = with(offline);
+        EXPECT_EQ(refused.status, 1) << offline;
+        EXPECT_NE(refused.said.find(text), std::string::npos) << refused.said;
+    }
+}
+
 TEST_F(ModelsTest, takesTheBestThatFindsRoomUnlessOneIsNamed) {
     const ModelFolder models(file.parent_path());
     for (const char* name : {"medium", "small", "mine", "tiny"}) {
