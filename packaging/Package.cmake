@@ -28,5 +28,6 @@ while the keys are held.
 .
 Nulo runs in X11 sessions. The speech is recognised by a service of the
 user's choice, or by the companion in this package, nulo-service, which
-works offline, on this machine, in English.")
+works offline, on this machine, in English; with a model that it fetches,
+in French and many other languages.")
 include(CPack)

@@ -6,6 +6,7 @@
 #include <nlohmann/json.hpp>
 #include <set>
 
+#include "base/Ascii.h"
 #include "base/Environment.h"
 #include "base/FileIO.h"
 #include "base/HttpUrl.h"
@@ -162,6 +163,39 @@ std::vector<std::string> tokensFrom(const json& value) {
     return tokens;
 }
 
+OfflineSettings offlineFrom(const Section& section, const std::filesystem::path& folder) {
+    section.allow({"model", "sha256", "language", "modelSource", "spokenPunctuation"});
+    OfflineSettings offline;
+    const std::string model = section.text("model").value_or("");
+    const auto digest = section.text("sha256");
+    if (model.find_first_of("./") == std::string::npos) {
+        if (digest)
+            throw Fault{"offline.sha256", "is for a model that is named by its file"};
+        offline.model = model;
+    } else if (digest && isSha256(*digest)) {
+        offline.file = OfflineModel{resolved(model, folder), *digest};
+    } else {
+        throw Fault{"offline.sha256", "must be the SHA-256 of the model, as sha256sum prints it"};
+    }
+    offline.language = section.text("language").value_or("auto");
+    if (offline.language.size() > 16 ||
+        !std::all_of(offline.language.begin(), offline.language.end(),
+                     [](char c) { return isAsciiAlphanumeric(c) || c == '-' || c == '_'; }))
+        throw Fault{"offline.language", "must be a code such as \"fr\", or \"auto\""};
+    if (offline.language == "auto")
+        offline.language.clear();
+    if (const json* spoken = section.find("spokenPunctuation")) {
+        if (!spoken->is_boolean())
+            throw Fault{"offline.spokenPunctuation", "must be true or false"};
+        offline.spokenPunctuation = spoken->get<bool>();
+    }
+    offline.modelSource = section.text("modelSource").value_or("");
+    if (!offline.modelSource.empty() && !isSecureHttpUrl(offline.modelSource))
+        throw Fault{"offline.modelSource",
+                    "must be an https URL; plain http is for this machine only"};
+    return offline;
+}
+
 GatewayConfig decoded(const json& document, const std::filesystem::path& folder,
                       const Print& print) {
     const Section top(document, "");
@@ -186,16 +220,7 @@ GatewayConfig decoded(const json& document, const std::filesystem::path& folder,
         warnIfReadable(config.tls->key, print);
     }
     if (const json* offline = top.find("offline")) {
-        const Section section(*offline, "offline");
-        section.allow({"model", "sha256"});
-        const auto model = section.text("model");
-        const auto digest = section.text("sha256");
-        if (!model)
-            throw Fault{"offline.model", "is missing; name the ggml file"};
-        if (!digest || !isSha256(*digest))
-            throw Fault{"offline.sha256",
-                        "must be the SHA-256 of the model, as sha256sum prints it"};
-        config.offline = OfflineModel{resolved(*model, folder), *digest};
+        config.offline = offlineFrom(Section(*offline, "offline"), folder);
     }
     if (const json* providers = top.find("providers")) {
         const Section section(*providers, "providers");
@@ -301,11 +326,8 @@ std::vector<std::string> descriptionOf(const GatewayConfig& config) {
                                                           : "the model that is asked for, or "
                                                             "gpt-5.4-mini"));
     }
-    lines.push_back(
-        std::string("offline engine: ") +
-        (config.providers.empty() ? "all recordings, " : "what no provider can take, ") +
-        (config.offline ? "with " + config.offline->file.string()
-                        : std::string("US English only")));
+    lines.push_back(std::string("offline engine: ") +
+                    (config.providers.empty() ? "all recordings" : "what no provider can take"));
     return lines;
 }
 

@@ -7,6 +7,7 @@
 
 #include "base/Print.h"
 #include "base/Result.h"
+#include "service/OfflineSettings.h"
 
 namespace nulo::service {
 
@@ -25,19 +26,13 @@ struct TlsFiles {
     std::filesystem::path key;          // PEM
 };
 
-/// A model of whisper.cpp for the offline engine.
-struct OfflineModel {
-    std::filesystem::path file;  // ggml
-    std::string sha256;          // that it must have
-};
-
 /// What "nulo-service.json" says.
 struct GatewayConfig {
     std::optional<std::string> address;
     std::optional<int> port;
     std::vector<std::string> tokens;  // SHA-256 of each, as sha256() writes it
     std::optional<TlsFiles> tls;
-    std::optional<OfflineModel> offline;
+    OfflineSettings offline;
     std::vector<Provider> providers;  // openai, mistral, local, those that are configured
 
     const Provider* provider(std::string_view name) const;

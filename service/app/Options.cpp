@@ -64,10 +64,12 @@ Outcome checkReach(const std::string& address, bool hasToken) {
 std::string_view helpText() {
     return "usage: nulo-service [--config F] [--check] [--port N] [--address A] [--token-file F] "
            "[--model-dir D] [--update-dir D] [--jobs N]\n"
+           "       nulo-service models [get NAME | remove NAME]\n"
            "\n"
            "Serves speech recognition to Nulo: through the providers that the configuration "
            "names,\n"
-           "with your own keys; without any, offline and in English only.\n"
+           "with your own keys; without any, offline: in English, or with a model that\n"
+           "\"nulo-service models\" fetches, in French and many other languages.\n"
            "\n"
            "  --config F      configuration, by default nulo/nulo-service.json in the user's\n"
            "                  configuration folder, when there is one\n"

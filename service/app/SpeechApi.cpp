@@ -222,9 +222,10 @@ void SpeechApi::transcribe(TranscribeForm form, Clock::Instant start, Exchange& 
     headers.emplace_back("X-Transcription-Ms",
                          std::to_string(wholeMilliseconds(m_clock.now() - uploaded)));
     if (!cleanupPrompt)
-        return exchange.answer(Answer(200, plainText, std::move(text).value(), headers));
-    CleanupRequest cleanup{text.value(), {}, chatModelFor(cleanupModel)};
-    cleanup.messages = {{"system", std::move(*cleanupPrompt)}, {"user", std::move(text).value()}};
+        return exchange.answer(Answer(200, plainText, std::move(text).value().text, headers));
+    Transcript heard = std::move(text).value();
+    CleanupRequest cleanup{heard.text, {}, chatModelFor(cleanupModel), heard.language};
+    cleanup.messages = {{"system", std::move(*cleanupPrompt)}, {"user", std::move(heard.text)}};
     streamCleanup(std::move(cleanup), streamHead(headers), exchange);
 }
 

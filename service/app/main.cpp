@@ -22,6 +22,8 @@
 #include "service/gateway/GatewayRecogniser.h"
 #include "service/http/HttpServer.h"
 #include "service/http/ListeningSocket.h"
+#include "service/models/ModelsProgram.h"
+#include "service/models/OfflineChoice.h"
 #include "service/offline/OfflineRecogniser.h"
 #include "service/offline/PocketSphinxEngine.h"
 #include "service/offline/RuleCleanup.h"
@@ -87,8 +89,39 @@ struct Setup {
     std::optional<ListeningSocket> inherited;
     std::vector<std::string> tokens;  // digests
     std::optional<TlsIdentity> tls;   // absent: plain HTTP
-    MakeEngine whisper;               // empty: not configured
+    MakeEngine whisper;               // empty: there is no model
+    std::string understands;          // offline, a line for the user
 };
+
+/// The model that is named, or the best that is installed and can be loaded.
+Outcome chooseOffline(Setup& setup) {
+    const OfflineSettings& offline = setup.config.offline;
+    const bool isNamed = offline.file || !offline.model.empty();
+    std::vector<InstalledModel> models;
+    if (offline.file) {
+        models = {{offline.file->file.string(), *offline.file}};
+    } else {
+        auto tried = modelsToTry(offline, ModelFolder(defaultModelFolder()), machineMemory());
+        if (!tried)
+            return tried.error();
+        if (isNamed || canUseModels())
+            models = std::move(tried).value();
+    }
+    for (const InstalledModel& model : models) {
+        auto engines = loadWhisperModel(model.model);
+        if (engines) {
+            setup.whisper = std::move(engines).value();
+            setup.understands = understoodOffline(model.name, offline);
+            return Success{};
+        }
+        if (isNamed)
+            return engines.error();
+        printError("warning: " + engines.error().description +
+                   "; mend it with: nulo-service models get " + model.name);
+    }
+    setup.understands = understoodOffline(std::nullopt, offline);
+    return Success{};
+}
 
 Result<Setup> setUp(const Options& options) {
     Setup setup;
@@ -125,12 +158,8 @@ Result<Setup> setUp(const Options& options) {
     }
     if (const auto allowed = checkReach(setup.address, !setup.tokens.empty()); !allowed)
         return allowed.error();
-    if (setup.config.offline) {
-        auto engines = loadWhisperModel(*setup.config.offline);
-        if (!engines)
-            return Error{file.string() + ": " + engines.error().description};
-        setup.whisper = std::move(engines).value();
-    }
+    if (const auto chosen = chooseOffline(setup); !chosen)
+        return Error{file.string() + ": " + chosen.error().description};
     if (setup.config.tls) {
         auto tls = loadTlsIdentity(*setup.config.tls);
         if (!tls)
@@ -152,6 +181,7 @@ int check(const Options& options) {
     }
     for (const std::string& line : descriptionOf(setup.value().config))
         printLine(line);
+    printLine(setup.value().understands);
     return 0;
 }
 
@@ -190,8 +220,9 @@ int serve(const Options& options) {
     const std::size_t jobs = options.jobs ? options.jobs : cores;
     OfflineRecogniser recogniser(
         makeEngine, {.atOnce = jobs, .waiting = 2 * jobs},
-        setup.whisper ? OfflineRecogniser::Languages::any : OfflineRecogniser::Languages::english);
-    RuleCleanup rules;
+        setup.whisper ? OfflineRecogniser::Languages::any : OfflineRecogniser::Languages::english,
+        setup.config.offline.language);
+    RuleCleanup rules(setup.config.offline.spokenPunctuation);
     Metrics metrics;
     UpstreamClient client({});
     ProviderCalls calls(
@@ -222,14 +253,13 @@ int serve(const Options& options) {
             printError(ready.error().description);
             return 1;
         }
-        printLine(setup.whisper ? "nulo-service " NULO_VERSION ": offline engine whisper.cpp"
-                                : "nulo-service " NULO_VERSION
-                                  ": offline engine PocketSphinx, US English only, lower case, no "
-                                  "punctuation, about one word in four wrong on read speech");
+        printLine(std::string("nulo-service " NULO_VERSION ": offline engine ") +
+                  (setup.whisper ? "whisper.cpp" : "PocketSphinx: lower case, no punctuation"));
     }
     if (!setup.config.providers.empty())
         for (const std::string& line : descriptionOf(setup.config))
             printLine(line);
+    printLine(setup.understands);
     const bool bracketed = setup.address.find(':') != std::string::npos;
     printLine(std::string("Listening on ") + (setup.tls ? "https" : "http") + "://" +
               (bracketed ? "[" + setup.address + "]" : setup.address) + ":" +
@@ -255,6 +285,8 @@ int main(int argumentCount, char** arguments) {
     using namespace nulo;
     using namespace nulo::service;
     secureStandardStreams();
+    if (argumentCount > 1 && std::string_view(arguments[1]) == "models")
+        return runModels({arguments + 2, arguments + argumentCount});
     const auto options = parsedOptions({arguments + 1, arguments + argumentCount});
     const std::string help(helpText());
     if (!options) {

@@ -49,8 +49,11 @@ Samples takePiece(Samples& samples) {
 }  // namespace
 
 OfflineRecogniser::OfflineRecogniser(MakeEngine makeEngine, WorkGate::Limits limits,
-                                     Languages languages)
-    : m_makeEngine(std::move(makeEngine)), m_languages(languages), m_gate(limits) {}
+                                     Languages languages, std::string language)
+    : m_makeEngine(std::move(makeEngine)),
+      m_languages(languages),
+      m_language(std::move(language)),
+      m_gate(limits) {}
 
 Outcome OfflineRecogniser::prepare() {
     auto engine = m_makeEngine();
@@ -60,9 +63,11 @@ Outcome OfflineRecogniser::prepare() {
     return Success{};
 }
 
-Result<std::string, Failure> OfflineRecogniser::recognise(const Take& take,
-                                                          const StillWanted& stillWanted) {
-    if (m_languages == Languages::english && !take.language.empty() && !isEnglish(take.language))
+Result<Transcript, Failure> OfflineRecogniser::recognise(const Take& take,
+                                                         const StillWanted& stillWanted) {
+    const SpeechHints hints{take.language.empty() ? m_language : take.language,
+                            take.prompt.value_or("")};
+    if (m_languages == Languages::english && !hints.language.empty() && !isEnglish(hints.language))
         return Failure{501,
                        "The offline engine knows English only, and the language asked for is "
                        "another. Name a provider or a whisper.cpp model in nulo-service.json, or "
@@ -81,17 +86,19 @@ Result<std::string, Failure> OfflineRecogniser::recognise(const Take& take,
         return Failure{500,
                        "The recogniser cannot be started: " + engine.error().description + ".\n"};
     try {
-        std::string text;
+        Transcript whole;
         for (Samples rest = samples.value(); !rest.empty();) {
-            const std::string words = engine.value()->hear(takePiece(rest), take.language);
-            text += (text.empty() || words.empty() ? "" : " ") + words;
+            const Transcript piece = engine.value()->hear(takePiece(rest), hints);
+            whole.text += (whole.text.empty() || piece.text.empty() ? "" : " ") + piece.text;
+            if (whole.language.empty())
+                whole.language = piece.language;
             if (!rest.empty() && !stillWanted()) {
                 putBack(std::move(engine).value());
                 return clientIsGone();
             }
         }
         putBack(std::move(engine).value());
-        return text;
+        return whole;
     } catch (const std::exception& error) {
         return Failure{500, "The offline engine failed (" + std::string(error.what()) +
                                 "). Try again; if it stays so, choose another model.\n"};

@@ -16,14 +16,16 @@ class OfflineRecogniser final : public Recogniser {
   public:
     enum class Languages { english, any };
 
-    OfflineRecogniser(MakeEngine makeEngine, WorkGate::Limits limits, Languages languages);
+    /// `language` is that of takes that name none; empty: the engine finds out.
+    OfflineRecogniser(MakeEngine makeEngine, WorkGate::Limits limits, Languages languages,
+                      std::string language = {});
 
     /// Loads the first engine, so that a missing model shows at start-up.
     Outcome prepare();
     /// 413, 415: see decodedSpeech(). 501 for a language that the engine does not know, 503 when
     /// too many are being recognised already.
-    Result<std::string, Failure> recognise(const Take& take,
-                                           const StillWanted& stillWanted) override;
+    Result<Transcript, Failure> recognise(const Take& take,
+                                          const StillWanted& stillWanted) override;
 
   private:
     Result<std::unique_ptr<SpeechEngine>> idleEngine();
@@ -31,6 +33,7 @@ class OfflineRecogniser final : public Recogniser {
 
     const MakeEngine m_makeEngine;
     const Languages m_languages;
+    const std::string m_language;
     WorkGate m_gate;
     std::mutex m_mutex;
     std::vector<std::unique_ptr<SpeechEngine>> m_idle;  // under m_mutex

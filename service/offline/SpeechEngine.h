@@ -8,18 +8,24 @@
 
 #include "base/Result.h"
 #include "service/AudioDecoder.h"
+#include "service/Transcript.h"
 
 namespace nulo::service {
+
+/// What an engine may know beforehand of what it will hear.
+struct SpeechHints {
+    std::string language;  // a code such as "fr"; empty: the engine finds out
+    std::string prompt;    // words and names that may occur, UTF-8; empty: none
+};
 
 /// An offline recogniser with its model loaded. One call at a time; calls may be on any thread.
 class SpeechEngine {
   public:
     virtual ~SpeechEngine() = default;
-    /// Mono at speechRate, at least one sample; `language` as a code such as "fr", empty when it is
-    /// not known. UTF-8; empty when nothing was said. What was heard before has no influence. May
-    /// throw; the engine is then not used again.
-    virtual std::string hear(std::span<const std::int16_t> samples,
-                             const std::string& language) = 0;
+    /// Mono at speechRate, at least one sample. The language is the one that the engine recognised
+    /// or was told. What was heard before has no influence. May throw; the engine is then not used
+    /// again.
+    virtual Transcript hear(std::span<const std::int16_t> samples, const SpeechHints& hints) = 0;
 };
 
 /// Loads another engine; any thread.

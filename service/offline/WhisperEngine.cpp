@@ -29,13 +29,13 @@ class WhisperEngine final : public SpeechEngine {
     WhisperEngine(std::shared_ptr<whisper_context> model, whisper_state* state)
         : m_model(std::move(model)), m_state(state) {}
 
-    std::string hear(std::span<const std::int16_t> samples, const std::string& language) override {
+    Transcript hear(std::span<const std::int16_t> samples, const SpeechHints& hints) override {
         // Shorter takes are refused by the library.
         constexpr std::size_t least = speechRate * 11 / 10;
         std::vector<float> wave(std::max(samples.size(), least));
         std::transform(samples.begin(), samples.end(), wave.begin(),
                        [](std::int16_t sample) { return static_cast<float>(sample) / 32768.0F; });
-        const std::string code = language.substr(0, language.find_first_of("-_"));
+        const std::string code = hints.language.substr(0, hints.language.find_first_of("-_"));
         const bool known = !code.empty() && whisper_lang_id(code.c_str()) >= 0;
         const bool speaksMore = whisper_is_multilingual(m_model.get()) != 0;
         whisper_full_params parameters = whisper_full_default_params(WHISPER_SAMPLING_GREEDY);
@@ -43,6 +43,7 @@ class WhisperEngine final : public SpeechEngine {
             static_cast<int>(std::clamp(std::thread::hardware_concurrency(), 1U, 4U));
         parameters.language = !speaksMore ? "en" : known ? code.c_str() : "auto";
         parameters.no_context = true;
+        parameters.initial_prompt = hints.prompt.c_str();
         parameters.no_timestamps = true;
         parameters.print_progress = false;
         parameters.print_realtime = false;
@@ -55,7 +56,9 @@ class WhisperEngine final : public SpeechEngine {
         const int segments = whisper_full_n_segments_from_state(m_state.get());
         for (int i = 0; i < segments; ++i)
             text += whisper_full_get_segment_text_from_state(m_state.get(), i);
-        return trimmed(repairedUtf8(text));  // a character may be cut between two tokens
+        const char* heard = whisper_lang_str(whisper_full_lang_id_from_state(m_state.get()));
+        // A character may be cut between two tokens.
+        return {trimmed(repairedUtf8(text)), heard ? heard : ""};
     }
 
   private:

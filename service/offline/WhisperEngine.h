@@ -1,6 +1,6 @@
 #pragma once
 
-#include "service/GatewayConfig.h"
+#include "service/OfflineSettings.h"
 #include "service/offline/SpeechEngine.h"
 
 namespace nulo::service {

@@ -24,17 +24,90 @@ TEST(RuleCleanup, removesHesitationsAndStammerAndSetsCapitalsAndStops) {
         {"he had had enough", "He had had enough."},
         {"call five five two 22 22", "Call five five two 22 22."},
         // Both languages' letters and signs.
-        {"élan vital. à demain ! «ça va ?» oui", "Élan vital. À demain ! «Ça va ?» Oui."},
+        {"élan vital. à demain ! \u00ABça va ?\u00BB oui",
+         "Élan vital. À demain\u202F! \u00AB\u00A0Ça va\u202F?\u00A0\u00BB Oui."},
         {"l'œuvre et i'm here so i’ll stay", "L'œuvre et I'm here so I’ll stay."},
         {"e\u0301te\u0301", "E\u0301te\u0301."},
         {"Mr. dupont etc. le reste", "Mr. dupont etc. le reste."},
         {"iPhone is here", "iPhone is here."},
         {"see https://a.example/b", "See https://a.example/b"},
         {"one\n\ntwo   three\tfour", "One\n\ntwo three four."},
-        {"vraiment ?", "Vraiment ?"},
     };
     for (const auto& [said, written] : cases)
         EXPECT_EQ(cleanedUp(said), written) << said;
+}
+
+// A word that is meant must never go.
+TEST(RuleCleanup, removesFrenchTicsOnlyWhereTheyAreNone) {
+    const std::string prompt = "Elimine les tics (\"euh\", \"du coup\", \u00AB en fait \u00BB)";
+    const struct {
+        const char* said;
+        const char* written;
+        std::string prompt = {};
+    } cases[] = {
+        {"Hum, je ne sais pas hum trop", "Je ne sais pas trop."},
+        {"Il dit \u00ABeuh\u00BB et \"hum\"", "Il dit \u00AB\u00A0euh\u00A0\u00BB et \"hum\""},
+        {"Euh ben je sais pas, ben, non", "Je sais pas, non."},
+        {"Je ben je viens", "Je viens."},
+        {"Ben, tu viens ? Ben oui, eh ben, mais ben non, je vois Ben",
+         "Ben, tu viens\u202F? Ben oui, eh ben, mais ben non, je vois Ben."},
+        {"ben arrive demain avec ben", "Ben arrive demain avec ben."},  // perhaps a name
+        {"Du coup, je viens et du coup ça marche, en fait, oui",
+         "Du coup, je viens et du coup ça marche, en fait, oui."},
+        {"Du coup, je viens et du coup ça marche, en fait, oui", "Je viens et ça marche, oui.",
+         prompt},
+        {"Euh du coup on part", "On part.", prompt},
+        {"Du coup, en fait, je pars\ndu coup, ben on part", "Je pars\non part.", prompt},
+        {"Le bruit du coup de feu, du coup de vent, il en fait trop, en fait trois",
+         "Le bruit du coup de feu, du coup de vent, il en fait trop, en fait trois.", prompt},
+        {"Du coup, je viens", "Du coup, je viens.", "Garde bien du coup de feu"},
+    };
+    for (const auto& [said, written, asked] : cases)
+        EXPECT_EQ(cleanedUp(said, {"fr", asked}), written);
+    EXPECT_EQ(cleanedUp("That old ben, hum that tune", {"en", prompt}),
+              "That old ben, hum that tune.");
+}
+
+TEST(RuleCleanup, setsFrenchSpacesInFrenchAlone) {
+    const struct {
+        const char* said;
+        const char* written;
+    } cases[] = {
+        {"vous êtes où? je suis là!", "Vous êtes où\u202F? Je suis là\u202F!"},
+        {"elle dit : \u00ABoui ;\u00BB et \u00AB non !?\u00BB alors",
+         "Elle dit\u00A0: \u00AB\u00A0oui\u202F;\u00A0\u00BB et "
+         "\u00AB\u00A0non\u202F!?\u00A0\u00BB Alors."},
+        {"c'est à 10:30 sur https://a.example/?b et les ratios 3:4 :)",
+         "C'est à 10:30 sur https://a.example/?b et les ratios 3:4 :)"},
+        {"il y a les (bons ?) prix pour vous", "Il y a les (bons\u202F?) Prix pour vous."},
+        {"what is it ? that is all: yes!", "What is it ? That is all: yes!"},
+        {"¿el coche es para los dos? la mesa es de una persona!",
+         "¿El coche es para los dos? La mesa es de una persona!"},
+        {"vraiment ?", "Vraiment ?"},  // nobody can tell
+    };
+    for (const auto& [said, written] : cases)
+        EXPECT_EQ(cleanedUp(said), written);
+    EXPECT_EQ(cleanedUp("vraiment?", {"fr-CA"}), "Vraiment\u202F?");
+    EXPECT_EQ(cleanedUp("vous êtes où? je suis là!", {"en"}), "Vous êtes où? Je suis là!");
+}
+
+TEST(RuleCleanup, setsSpokenPunctuationWhereThatIsAskedFor) {
+    const struct {
+        const char* said;
+        const char* written;
+        const char* language;
+    } cases[] = {
+        {"Bonjour virgule, tu viens point d'interrogation. À la ligne. merci point final",
+         "Bonjour, tu viens\u202F?\nMerci.", "fr"},
+        {"deux points l'un point-virgule \u00ABpoint\u00BB point",
+         "L'un\u202F; \u00AB\u00A0point\u00A0\u00BB.", "fr"},
+        {"hello comma it is new paragraph a question mark", "Hello, it is\n\na?", "en"},
+        {"virgule", "Virgule.", "en"},
+    };
+    for (const auto& [said, written, language] : cases) {
+        EXPECT_EQ(cleanedUp(said, {language, "", true}), written);
+        EXPECT_NE(cleanedUp(said, {language}), written == std::string("Virgule.") ? "" : written);
+    }
 }
 
 // A client that concatenates the fragments must get the text, letter for letter.

@@ -100,10 +100,10 @@ class CompanionTest : public testing::Test {
     class HeldEngine final : public SpeechEngine {
       public:
         explicit HeldEngine(CompanionTest& test) : m_test(test) {}
-        std::string hear(std::span<const std::int16_t>, const std::string&) override {
+        Transcript hear(std::span<const std::int16_t>, const SpeechHints&) override {
             ++m_test.hearing;
             m_test.m_letGo.wait();
-            return "um spoken words";
+            return {"um spoken words", "en"};
         }
 
       private:

@@ -11,9 +11,9 @@ namespace {
 class CountingEngine final : public SpeechEngine {
   public:
     explicit CountingEngine(std::vector<std::size_t>& pieces) : m_pieces(pieces) {}
-    std::string hear(std::span<const std::int16_t> samples, const std::string&) override {
+    Transcript hear(std::span<const std::int16_t> samples, const SpeechHints&) override {
         m_pieces.push_back(samples.size());
-        return "word";
+        return {"word", "en"};
     }
 
   private:
@@ -34,7 +34,7 @@ TEST(OfflineRecogniser, hearsALongTakeInPiecesUntilItIsGivenUp) {
         {.atOnce = 1, .waiting = 0}, OfflineRecogniser::Languages::english);
     const auto text = recogniser.recognise(take, [] { return true; });
     ASSERT_TRUE(text);
-    EXPECT_EQ(text.value(), "word word word");
+    EXPECT_EQ(text.value().text, "word word word");
     ASSERT_EQ(pieces.size(), 3u);
     EXPECT_EQ(pieces[0] + pieces[1] + pieces[2], samples.size());
     EXPECT_NEAR(double(pieces[0]), 25.25 * speechRate, 0.25 * speechRate);
