@@ -9,9 +9,10 @@ namespace nulo {
 
 /// What the program was started with.
 struct CommandLine {
-    enum class Action { run, help, version };
+    enum class Action { run, doctor, help, version };
     Action action = Action::run;
     bool isQuiet = false;  // standard output goes nowhere
+    bool isJson = false;   // what the doctor prints
 };
 
 /// `arguments` without the program's name. Arguments that are Qt's own are passed over: the session

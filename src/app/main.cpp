@@ -5,6 +5,7 @@
 #include <QUrl>
 #include <chrono>
 #include <cstdio>
+#include <functional>
 #include <string>
 
 #include "app/AppDelegate.h"
@@ -12,6 +13,7 @@
 #include "app/CommandLine.h"
 #include "base/PrivateFolder.h"
 #include "base/StandardStreams.h"
+#include "doctor/Doctor.h"
 #include "pasting/InjectionGate.h"
 #include "platform/Backends.h"
 #include "platform/dbus/SessionLock.h"
@@ -27,17 +29,50 @@
 namespace nulo {
 namespace {
 
-/// The first of a capability's backends that can be made.
-template <typename Make>
-auto makeFirst(const char* capability, const std::vector<BackendCandidate>& candidates, Make make) {
+/// The first of a capability's backends that can be made; `tell` gets the candidate.
+template <typename Make, typename Tell>
+auto makeFirst(const std::vector<BackendCandidate>& candidates, Make make, Tell tell) {
     decltype(make(Backend::none)) made;
     for (std::size_t i = 0; !made && i < candidates.size(); ++i) {
         made = make(candidates[i].backend);
         if (made)
-            printLine(std::string("[nulo] ") + capability + ": " + candidates[i].reason);
+            tell(candidates[i]);
     }
     return made;
 }
+
+/// What the session's keys and clipboard are reached by.
+struct SessionBackends {
+    using Tell = std::function<void(const char* capability, const BackendCandidate&)>;
+
+    SessionBackends(const BackendChoice& choice, InjectionGate& gate, MainQueue& mainQueue,
+                    const Print& print, const Tell& tell) {
+        const auto telling = [&](const char* capability) {
+            return [&tell, capability](const BackendCandidate& made) { tell(capability, made); };
+        };
+        eventTapSource = makeFirst(
+            choice.keySource,
+            [&](Backend backend) {
+                return backend == Backend::x11 ? makeX11EventTapSource(gate, mainQueue, print)
+                                               : makeUnavailableEventTapSource();
+            },
+            telling("Key tap"));
+        pasteboard = makeFirst(
+            choice.clipboard, [](Backend) { return makeQtPasteboard(); }, telling("Clipboard"));
+        pasteKeystroke = makeFirst(
+            choice.paste,
+            [&](Backend backend) {
+                return backend == Backend::x11 ? makeX11PasteKeystroke(gate)
+                                               : makeNoPasteKeystroke();
+            },
+            telling("Paste"));
+        tell("Overlay", choice.overlay.front());
+    }
+
+    std::unique_ptr<EventTapSource> eventTapSource;
+    std::unique_ptr<Pasteboard> pasteboard;
+    std::unique_ptr<PasteKeystroke> pasteKeystroke;
+};
 
 /// The page that says how the shortcut works and what it needs, beside the installed program.
 void openShortcutHelp() {
@@ -49,16 +84,63 @@ void removeTakes(const std::filesystem::path& folder, Clock::WallTime writtenBef
     removeOwnFiles(folder, "recording_", ".m4a", writtenBefore);
 }
 
-int run(int argc, char** argv, bool isQuiet) {
+/// Why no window can be shown; empty when one can.
+std::string displayObstacle(const SessionFacts& facts) {
+    if (facts.display.empty() && facts.waylandDisplay.empty())
+        return "Nulo needs a desktop: neither $DISPLAY nor $WAYLAND_DISPLAY is set";
+    if (facts.waylandDisplay.empty() && !x11DisplayAnswers(facts.display))
+        return "Nulo cannot reach the display " + facts.display +
+               ": no X server answers there, or it does not let this user in";
+    return {};
+}
+
+/// Prints what the doctor found; the process's exit status.
+int tell(const std::vector<Finding>& findings, bool isJson) {
+    std::fputs((isJson ? asJson(findings) : asText(findings)).c_str(), stdout);
+    return canDictate(findings) ? 0 : 1;
+}
+
+/// Does what --doctor is for; the process's exit status.
+int examine(const SessionFacts& facts, bool isJson) {
+    std::string printed;
+    const Print collect = [&printed](std::string_view line) { printed += line; };
+    std::vector<Finding> findings{{"Session", Finding::Verdict::good, described(facts), ""}};
+    const std::unique_ptr<MainQueue> mainQueue = makeQtMainQueue();
+    const std::unique_ptr<Microphone> microphone = makeMicrophone(*mainQueue, collect);
+    const std::unique_ptr<UpdateHttp> http = makeUpdateHttp(*mainQueue);
+    InjectionGate gate;
+    const SessionBackends backends(
+        chooseBackends(facts), gate, *mainQueue, collect,
+        [&](const char* capability, const BackendCandidate& made) {
+            findings.push_back(
+                {capability,
+                 made.backend == Backend::none ? Finding::Verdict::weak : Finding::Verdict::good,
+                 made.reason, ""});
+        });
+    Doctor doctor({.mainQueue = *mainQueue,
+                   .microphone = *microphone,
+                   .eventTapSource = *backends.eventTapSource,
+                   .http = *http,
+                   .configHome = userFolders().home,
+                   .defaultBaseURL = build::baseURL(),
+                   .desktop = desktopFacts(),
+                   .printed = [&printed] { return std::exchange(printed, ""); }});
+    int status = 1;
+    doctor.examine(std::move(findings), [&](const std::vector<Finding>& all) {
+        status = tell(all, isJson);
+        QCoreApplication::quit();
+    });
+    QCoreApplication::exec();
+    return status;
+}
+
+int run(int argc, char** argv, const CommandLine& commandLine) {
     const Clock::WallTime startTime = systemClock().wallTime();
     const SessionFacts facts = sessionFacts();
-    if (facts.display.empty() && facts.waylandDisplay.empty()) {
-        printLine("Nulo needs a desktop: neither $DISPLAY nor $WAYLAND_DISPLAY is set.");
-        return 1;
-    }
-    if (facts.waylandDisplay.empty() && !x11DisplayAnswers(facts.display)) {
-        printLine("Nulo cannot reach the display " + facts.display +
-                  ": no X server answers there, or it does not let this user in.");
+    if (const std::string obstacle = displayObstacle(facts); !obstacle.empty()) {
+        if (commandLine.action == CommandLine::Action::doctor)
+            return tell({{"Session", Finding::Verdict::broken, obstacle, ""}}, commandLine.isJson);
+        printLine(obstacle + ".");
         return 1;
     }
     QApplication application(argc, argv);
@@ -68,6 +150,8 @@ int run(int argc, char** argv, bool isQuiet) {
     QApplication::setDesktopFileName("org.nulo.Nulo");
     QApplication::setQuitOnLastWindowClosed(false);
 
+    if (commandLine.action == CommandLine::Action::doctor)
+        return examine(facts, commandLine.isJson);
     const ClaimedInstance claimed = claimInstance(printLine);
     switch (claimed.instance) {
         case Instance::only:
@@ -80,7 +164,7 @@ int run(int argc, char** argv, bool isQuiet) {
             return 1;
     }
 
-    if (isQuiet)
+    if (commandLine.isQuiet)
         silenceStandardOutput();
     const UserFolders folders = userFolders();
     removeTakes(folders.recordings, startTime);  // that an earlier run left
@@ -89,16 +173,11 @@ int run(int argc, char** argv, bool isQuiet) {
     const std::unique_ptr<Microphone> microphone = makeMicrophone(*mainQueue, printLine);
     InjectionGate gate;
     const BackendChoice choice = chooseBackends(facts);
-    const auto eventTapSource = makeFirst("Key tap", choice.keySource, [&](Backend backend) {
-        return backend == Backend::x11 ? makeX11EventTapSource(gate, *mainQueue, printLine)
-                                       : makeUnavailableEventTapSource();
-    });
-    const auto pasteboard =
-        makeFirst("Clipboard", choice.clipboard, [](Backend) { return makeQtPasteboard(); });
-    const auto pasteKeystroke = makeFirst("Paste", choice.paste, [&](Backend backend) {
-        return backend == Backend::x11 ? makeX11PasteKeystroke(gate) : makeNoPasteKeystroke();
-    });
-    printLine("[nulo] Overlay: " + choice.overlay.front().reason);
+    const SessionBackends backends(
+        choice, gate, *mainQueue, printLine,
+        [](const char* capability, const BackendCandidate& made) {
+            printLine(std::string("[nulo] ") + capability + ": " + made.reason);
+        });
     TrayItem statusItem(makeStatusNotifierItem(),
                         [] { return std::make_unique<XEmbedTrayIcon>(); });
     const std::unique_ptr<Notifications> notifications = makeDesktopNotifications();
@@ -133,10 +212,10 @@ int run(int argc, char** argv, bool isQuiet) {
          .version = build::version(),
          .microphone = *microphone,
          .makeAudioFileWriter = makeAacFileWriter,
-         .eventTapSource = *eventTapSource,
+         .eventTapSource = *backends.eventTapSource,
          .permissionIsTheUsersToGive = choice.keySource.front().backend == Backend::none,
-         .pasteboard = *pasteboard,
-         .pasteKeystroke = *pasteKeystroke,
+         .pasteboard = *backends.pasteboard,
+         .pasteKeystroke = *backends.pasteKeystroke,
          .makeHttpSession =
              [&](HttpSessionDelegate& session) {
                  auto made = makeHttpSession(session);
@@ -164,7 +243,7 @@ int run(int argc, char** argv, bool isQuiet) {
     std::unique_ptr<SessionLockWatch> sessionLock;
     mainQueue->async([&] {
         QApplication::setWindowIcon(QIcon::fromTheme("org.nulo.Nulo"));
-        sessionLock = watchSessionLock([&] { eventTapSource->letGo(); });
+        sessionLock = watchSessionLock([&] { backends.eventTapSource->letGo(); });
     });
     const int status = QApplication::exec();
     present = nullptr;
@@ -191,8 +270,9 @@ int main(int argc, char** argv) {
         case CommandLine::Action::version:
             printLine("nulo " + std::string(build::version()));
             return 0;
+        case CommandLine::Action::doctor:
         case CommandLine::Action::run:
             break;
     }
-    return run(argc, argv, commandLine.value().isQuiet);
+    return run(argc, argv, commandLine.value());
 }

@@ -8,6 +8,7 @@
 #include "audio/CaptureEngine.h"
 #include "base/MainQueue.h"
 #include "base/Print.h"
+#include "desktop/DesktopFacts.h"
 #include "desktop/LoginItem.h"
 #include "desktop/Notifications.h"
 #include "desktop/StatusItem.h"
@@ -81,6 +82,9 @@ std::unique_ptr<StatusItem> makeStatusNotifierItem();
 /// Notices by the desktop's own service (org.freedesktop.Notifications), which the bus may start.
 /// With a QCoreApplication.
 std::unique_ptr<Notifications> makeDesktopNotifications();
+
+/// Waits for the bus, and for a tray no longer than a second. With a QCoreApplication.
+DesktopFacts desktopFacts();
 
 /// The entry autostart/nulo.desktop in `configHome` (userFolders().config), which starts `program`,
 /// an absolute path, at login. An entry for it that an earlier version wrote, and nobody changed,

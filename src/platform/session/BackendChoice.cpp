@@ -16,6 +16,13 @@ SessionFacts sessionFacts() {
     return {variable("XDG_SESSION_TYPE"), variable("DISPLAY"), variable("WAYLAND_DISPLAY")};
 }
 
+std::string described(const SessionFacts& facts) {
+    std::string line = facts.isWayland() ? "Wayland, display " + facts.waylandDisplay : "X11";
+    if (!facts.display.empty())
+        line += (facts.isWayland() ? ", XWayland on " : ", display ") + facts.display;
+    return line;
+}
+
 BackendChoice chooseBackends(const SessionFacts& facts) {
     BackendChoice choice;
     choice.clipboard = {{Backend::qt, "the desktop's clipboard and primary selection"}};

@@ -17,6 +17,9 @@ struct SessionFacts {
 /// This process's session.
 SessionFacts sessionFacts();
 
+/// The session's kind and displays, in one line.
+std::string described(const SessionFacts& facts);
+
 enum class Backend { x11, qt, none };
 
 struct BackendCandidate {

@@ -5,6 +5,7 @@
 #include <memory>
 #include <mutex>
 #include <optional>
+#include <string>
 
 #include "audio/CaptureEngine.h"
 #include "base/MainQueue.h"
@@ -50,6 +51,8 @@ class PulseConnection {
     /// Frames per second to record the default microphone at. Waits for a connection that is just
     /// being made, less than 10 ms.
     Result<unsigned> sampleRate();
+    /// Of the default microphone, for a person; empty as long as that is not known.
+    std::string description();
     bool isAccessDenied();
     /// Whether no sound server is there, as opposed to one that refuses or hangs.
     bool isServerMissing();
@@ -65,6 +68,7 @@ class PulseConnection {
         bool accessDenied = false;
         bool serverMissing = false;
         unsigned sampleRate = 0;
+        std::string description;
     };
 
     void connect();

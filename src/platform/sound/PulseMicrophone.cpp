@@ -257,6 +257,9 @@ class PulseMicrophone final : public Microphone {
             return m_withoutServer->makeEngine();
         return std::make_unique<PulseCapture>(m_connection, m_mainQueue, m_print, m_silenceBound);
     }
+    std::string name() override {
+        return isStoodInFor() ? m_withoutServer->name() : m_connection->description();
+    }
 
   private:
     bool isStoodInFor() const { return m_withoutServer && m_connection->isServerMissing(); }
