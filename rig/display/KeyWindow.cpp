@@ -18,6 +18,9 @@ KeyWindow::KeyWindow(std::uint32_t events) {
     xcb_create_window(server, XCB_COPY_FROM_PARENT, window, root, 0, 0, 200, 100, 0,
                       XCB_WINDOW_CLASS_INPUT_OUTPUT, XCB_COPY_FROM_PARENT, XCB_CW_EVENT_MASK,
                       &events);
+    const xcb_atom_t deleteWindow = atomOf(server, "WM_DELETE_WINDOW");
+    xcb_change_property(server, XCB_PROP_MODE_REPLACE, window, atomOf(server, "WM_PROTOCOLS"),
+                        XCB_ATOM_ATOM, 32, 1, &deleteWindow);
     takeFocus();
 }
 

@@ -105,7 +105,7 @@ TEST(StartUp, needsNoDesktopToSayWhyItDoesNotStart) {
           {"DISPLAY", "--version", 0, "nulo " NULO_VERSION "\n"},
           {"DISPLAY", "--record", 2,
            "nulo: unknown argument \"--record\"\n"
-           "usage: nulo [--quiet | --help | --version]\n"}}) {
+           "usage: nulo [--quiet | --doctor [--json] | --help | --version]\n"}}) {
         const TemporaryFolder home;
         ChildProcess program(
             {NULO_BINARY_FOLDER "/nulo", c.argument},

@@ -30,9 +30,6 @@ class KeyLoggingWindow : public KeyWindow {
             NULO_XCB(xcb_input_xi_query_version, server, 2, 2);
             xcb_input_xi_select_events(server, window, 1, &mask.header);
         }
-        const xcb_atom_t deleteWindow = atom("WM_DELETE_WINDOW");
-        xcb_change_property(server, XCB_PROP_MODE_REPLACE, window, atom("WM_PROTOCOLS"),
-                            XCB_ATOM_ATOM, 32, 1, &deleteWindow);
         hasFocus();
     }
 
@@ -68,8 +65,8 @@ class KeyLoggingWindow : public KeyWindow {
     }
     /// Whether the window manager takes it for the one in use.
     bool isActive() {
-        const auto reply = NULO_XCB(xcb_get_property, server, 0, root, atom("_NET_ACTIVE_WINDOW"),
-                                    XCB_ATOM_WINDOW, 0, 1);
+        const auto reply = NULO_XCB(xcb_get_property, server, 0, root,
+                                    atomOf(server, "_NET_ACTIVE_WINDOW"), XCB_ATOM_WINDOW, 0, 1);
         return reply && xcb_get_property_value_length(reply.get()) == 4 &&
                *static_cast<xcb_window_t*>(xcb_get_property_value(reply.get())) == window;
     }
@@ -118,11 +115,6 @@ class KeyLoggingWindow : public KeyWindow {
         const auto reply = NULO_XCB(xcb_grab_keyboard, server, 0, place, XCB_CURRENT_TIME,
                                     XCB_GRAB_MODE_ASYNC, XCB_GRAB_MODE_ASYNC);
         return reply ? reply->status : -1;
-    }
-    xcb_atom_t atom(const std::string& name) {
-        return NULO_XCB(xcb_intern_atom, server, 0, static_cast<std::uint16_t>(name.size()),
-                        name.c_str())
-            ->atom;
     }
 
     std::string m_keys;
