@@ -94,9 +94,12 @@ void DesktopSession::startNulo() {
             "Nulo did not start: " + contentOf(m_home / "output"));
 }
 
-std::pair<std::optional<int>, std::string> DesktopSession::startNuloAgain() {
+std::pair<std::optional<int>, std::string> DesktopSession::startNuloAgain(
+    const std::vector<std::string>& arguments) {
     const fs::path output = m_home / "second-output";
-    ChildProcess second({binaries / "nulo"}, {environment(), output});
+    std::vector<std::string> command{binaries / "nulo"};
+    command.insert(command.end(), arguments.begin(), arguments.end());
+    ChildProcess second(command, {environment(), output});
     const auto status = second.wait(std::chrono::seconds(20));
     return {status, contentOf(output)};
 }

@@ -46,7 +46,8 @@ class DesktopSession {
     /// Starts the program and waits until it listens to the chord. Throws when it does not.
     void startNulo();
     /// Starts the program once more and waits for its end: its exit status and what it printed.
-    std::pair<std::optional<int>, std::string> startNuloAgain();
+    std::pair<std::optional<int>, std::string> startNuloAgain(
+        const std::vector<std::string>& arguments = {});
     /// Exit status after a SIGTERM.
     std::optional<int> stopNulo();
 

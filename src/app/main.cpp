@@ -124,6 +124,13 @@ int examine(const SessionFacts& facts, bool isJson) {
                    .configHome = userFolders().home,
                    .defaultBaseURL = build::baseURL(),
                    .desktop = desktopFacts(),
+                   .checkCompanion =
+                       [] {
+                           return programOutput(
+                               QCoreApplication::applicationDirPath().toStdString() +
+                                   "/nulo-service",
+                               {"--check"});
+                       },
                    .printed = [&printed] { return std::exchange(printed, ""); }});
     int status = 1;
     doctor.examine(std::move(findings), [&](const std::vector<Finding>& all) {

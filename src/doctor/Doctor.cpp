@@ -8,6 +8,7 @@
 #include "audio/Level.h"
 #include "base/Clock.h"
 #include "base/FileIO.h"
+#include "base/HttpUrl.h"
 #include "base/Lifetime.h"
 #include "config/ConfigFile.h"
 #include "config/ServiceConfig.h"
@@ -146,6 +147,9 @@ void Doctor::examineService() {
             m_findings.push_back(judgedService(
                 m_baseURL, {body, std::chrono::duration_cast<std::chrono::milliseconds>(
                                       systemClock().now() - start)}));
+            const auto url = parseHttpUrl(m_baseURL);
+            if (url && isThisMachine(url->host))
+                m_findings.push_back(judgedEngine(m_dependencies.checkCompanion()));
             finish();
         }));
 }

@@ -3,6 +3,7 @@
 #include <filesystem>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -31,6 +32,7 @@ class Doctor {
         std::filesystem::path configHome;  // that of ConfigFile
         std::string_view defaultBaseURL;
         DesktopFacts desktop;
+        std::function<std::optional<std::string>()> checkCompanion;  // what its --check prints
         std::function<std::string()> printed;  // what the parts printed since it was last asked
     };
 

@@ -101,6 +101,21 @@ Finding judgedService(const std::string& baseURL, const ServiceAnswer& answer) {
     return finding;
 }
 
+Finding judgedEngine(const std::optional<std::string>& check) {
+    Finding finding{.name = "Engine"};
+    constexpr std::string_view mark = "Understood offline: ";
+    const std::size_t start = check ? check->find(mark) : std::string::npos;
+    if (start == std::string::npos) {
+        finding.verdict = Verdict::weak;
+        finding.text = check ? "the companion answers with keys or a server of yours"
+                             : "the companion's configuration is wrong, or it is not installed";
+        finding.advice = "Run: nulo-service --check";
+        return finding;
+    }
+    finding.text = check->substr(start, check->find('\n', start) - start);
+    return finding;
+}
+
 Finding judgedConfig(const std::filesystem::path& file, bool isThere,
                      std::optional<std::size_t> modes, const std::string& activeMode) {
     Finding finding{.name = "Settings", .text = file.string()};

@@ -33,6 +33,9 @@ Finding judgedServiceFile(const Result<ServiceConfig>& config, const std::filesy
                           bool isThere, bool othersMayRead);
 Finding judgedService(const std::string& baseURL, const ServiceAnswer& answer);
 
+/// `check` is what the companion beside this program printed when it was asked to check itself.
+Finding judgedEngine(const std::optional<std::string>& check);
+
 /// `modes` is nothing when the file cannot be read.
 Finding judgedConfig(const std::filesystem::path& file, bool isThere,
                      std::optional<std::size_t> modes, const std::string& activeMode);

@@ -2,7 +2,9 @@
 
 #include <filesystem>
 #include <memory>
+#include <optional>
 #include <string>
+#include <vector>
 
 #include "audio/AudioFileWriter.h"
 #include "audio/CaptureEngine.h"
@@ -82,6 +84,11 @@ std::unique_ptr<StatusItem> makeStatusNotifierItem();
 /// Notices by the desktop's own service (org.freedesktop.Notifications), which the bus may start.
 /// With a QCoreApplication.
 std::unique_ptr<Notifications> makeDesktopNotifications();
+
+/// What another program prints on standard output, at most 64 kB of it; nothing when it cannot be
+/// started, fails, or has not ended after five seconds, for which this waits.
+std::optional<std::string> programOutput(const std::filesystem::path& program,
+                                         const std::vector<std::string>& arguments);
 
 /// Waits for the bus, and for a tray no longer than a second. With a QCoreApplication.
 DesktopFacts desktopFacts();

@@ -63,6 +63,13 @@ TEST(Dictation, everyRoadEndsInTheFocusedWindow) {
     desktop.dictate(speech());
     expectText(desktop, "Déjà vu, openai !euh bonsoirDéjà vu, mistral !");
 
+    const auto [status, report] = desktop.startNuloAgain({"--doctor"});
+    EXPECT_EQ(status, 0) << report;
+    EXPECT_THAT(report, AllOf(HasSubstr("Option+Space: watched by the Nulo that runs"),
+                              HasSubstr("Microphone: Remapped Monitor"),
+                              HasSubstr("Service: " + companion.baseURL() + ", this machine"),
+                              HasSubstr("Engine: Understood offline: ")));
+
     const auto requests = vendors.requests();
     ASSERT_EQ(requests.size(), 5u);
     EXPECT_EQ(requests[0].header("Authorization"), "Bearer one");
