@@ -1,6 +1,7 @@
 #include "service/offline/WhisperEngine.h"
 
 #include <gtest/gtest.h>
+#include <sched.h>
 
 #include <fstream>
 
@@ -30,11 +31,18 @@ TEST(WhisperEngine, looksAtTheDigestFirst) {
 
 class WhisperModelTest : public testing::Test {
   protected:
+    /// On one core: of several threads each would wait, at every step, for the one that a busy
+    /// machine keeps waiting.
     WhisperModelTest() : samples(speechRate * 2) {
+        sched_getaffinity(0, sizeof m_cores, &m_cores);
+        cpu_set_t one;
+        CPU_ZERO(&one);
+        CPU_SET(sched_getcpu(), &one);
+        sched_setaffinity(0, sizeof one, &one);
         for (std::size_t i = 0; i < samples.size(); ++i)
             samples[i] = static_cast<std::int16_t>(i * 7919 % 20000);
     }
-    /// A digest that is asked for wins over the file's own.
+    ~WhisperModelTest() override { sched_setaffinity(0, sizeof m_cores, &m_cores); }
     MakeEngine enginesOf(const std::string& bytes) {
         std::ofstream(file, std::ios::binary) << bytes;
         return whisperEngines(model()).value();
@@ -48,6 +56,9 @@ class WhisperModelTest : public testing::Test {
     const TemporaryFolder folder;
     const std::filesystem::path file = folder / "model.bin";
     std::vector<std::int16_t> samples;
+
+  private:
+    cpu_set_t m_cores{};
 };
 
 const StillWanted always = [] { return true; };
