@@ -11,7 +11,8 @@
 namespace nulo::service {
 
 /// Decodes a take and has an engine hear it, in pieces that end at pauses. There are never more
-/// engines than work at once, and one that was loaded ahead. Silence is heard by none. Takes last 15 minutes at most.
+/// engines than work at once, and one that was loaded ahead. Silence is heard by none. Takes last
+/// 15 minutes at most.
 class OfflineRecogniser final : public Recogniser {
   public:
     enum class Languages { english, any };

@@ -38,7 +38,8 @@ TEST(MeantWords, loseMarksButNoWords) {
 TEST(MeantWords, areNotRepeatedWithoutAnEnd) {
     const std::pair<std::string, std::string> cases[] = {
         {"Bonjour. " + times(40, "Merci. "), "Bonjour. Merci."},
-        {"J'ai dit " + times(9, "que tout va bien, ") + "que tout", "J'ai dit que tout va bien, que tout"},
+        {"J'ai dit " + times(9, "que tout va bien, ") + "que tout",
+         "J'ai dit que tout va bien, que tout"},
         {times(60, "é"), "é"},
         {times(30, "ありがとう"), "ありがとう"},
         // What people say.
