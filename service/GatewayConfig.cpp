@@ -164,7 +164,8 @@ std::vector<std::string> tokensFrom(const json& value) {
 }
 
 OfflineSettings offlineFrom(const Section& section, const std::filesystem::path& folder) {
-    section.allow({"model", "sha256", "language", "modelSource", "spokenPunctuation"});
+    section.allow(
+        {"model", "sha256", "language", "keepMinutes", "modelSource", "spokenPunctuation"});
     OfflineSettings offline;
     const std::string model = section.text("model").value_or("");
     const auto digest = section.text("sha256");
@@ -188,6 +189,13 @@ OfflineSettings offlineFrom(const Section& section, const std::filesystem::path&
         if (!spoken->is_boolean())
             throw Fault{"offline.spokenPunctuation", "must be true or false"};
         offline.spokenPunctuation = spoken->get<bool>();
+    }
+    if (const json* minutes = section.find("keepMinutes")) {
+        constexpr double aWeek = 7 * 24 * 60;
+        if (!minutes->is_number() || !(*minutes >= 0) || !(*minutes <= aWeek))
+            throw Fault{"offline.keepMinutes", "must be a number from 0 to 10080"};
+        offline.keep = std::chrono::round<std::chrono::milliseconds>(
+            std::chrono::duration<double, std::ratio<60>>(minutes->get<double>()));
     }
     offline.modelSource = section.text("modelSource").value_or("");
     if (!offline.modelSource.empty() && !isSecureHttpUrl(offline.modelSource))

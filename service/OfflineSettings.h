@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <filesystem>
 #include <optional>
 #include <string>
@@ -18,6 +19,8 @@ struct OfflineSettings {
     std::string model;     // the name of an installed one; empty: the best, unless there is a file
     std::string language;  // a code such as "fr", for takes that name none; empty: recognised
     bool spokenPunctuation = false;  // whether "comma" stands for the mark
+    /// How long a model that nobody uses stays in memory.
+    std::chrono::milliseconds keep = std::chrono::minutes(10);
     std::string modelSource;  // URL of the folder that models are fetched from; empty: the usual
 };
 

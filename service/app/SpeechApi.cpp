@@ -165,6 +165,8 @@ Result<Intake, Answer> SpeechApi::accept(const RequestHead& head) const {
         return transcription(head);
     if (head.path == "/api/chat")
         return chat(head);
+    if (head.path == "/api/version" && head.method == "HEAD")
+        onWarmUp();
     if (head.path == "/api/version")
         return withoutBody([this] { return version(); });
     if (head.path == "/healthz")

@@ -23,6 +23,9 @@ class SpeechApi {
 
     /// Whether a request is taken, and how; see HttpServer::Accept.
     Result<Intake, Answer> accept(const RequestHead& head) const;
+    /// Somebody has begun to speak: clients send a HEAD for the version then. On the server's
+    /// thread, so it must not wait.
+    std::function<void()> onWarmUp = [] {};
     /// What "/metrics" answers; any thread.
     std::function<std::string()> onMetrics = [] { return std::string(); };
 

@@ -108,7 +108,7 @@ Outcome chooseOffline(Setup& setup) {
             models = std::move(tried).value();
     }
     for (const InstalledModel& model : models) {
-        auto engines = loadWhisperModel(model.model);
+        auto engines = whisperEngines(model.model);
         if (engines) {
             setup.whisper = std::move(engines).value();
             setup.understands = understoodOffline(model.name, offline);
@@ -217,11 +217,13 @@ int serve(const Options& options) {
     if (setup.whisper)
         makeEngine = setup.whisper;
     const std::size_t cores = std::max(1U, std::thread::hardware_concurrency());
-    const std::size_t jobs = options.jobs ? options.jobs : cores;
+    // whisper.cpp shares the cores among the takes, and gains nothing from more than two.
+    const std::size_t atOnce = setup.whisper ? std::min<std::size_t>(cores, 2) : cores;
+    const std::size_t jobs = options.jobs ? options.jobs : atOnce;
     OfflineRecogniser recogniser(
         makeEngine, {.atOnce = jobs, .waiting = 2 * jobs},
         setup.whisper ? OfflineRecogniser::Languages::any : OfflineRecogniser::Languages::english,
-        setup.config.offline.language);
+        setup.config.offline.language, setup.config.offline.keep);
     RuleCleanup rules(setup.config.offline.spokenPunctuation);
     Metrics metrics;
     UpstreamClient client({});
@@ -235,6 +237,9 @@ int serve(const Options& options) {
                   systemClock(), NULO_VERSION, UpdateFolder(options.updateFolder));
     HttpServer server(systemClock(), printLine, {},
                       [&api](const RequestHead& head) { return api.accept(head); });
+    const bool isOffline = !transcriptionRoute(setup.config, "", "").provider;
+    if (isOffline)
+        api.onWarmUp = [&recogniser] { recogniser.warmUp(); };
     api.onMetrics = [&] { return metrics.text(); };
     server.onServed = [&](const std::string& path, int status, std::chrono::nanoseconds duration,
                           bool brokenOff) {
@@ -247,9 +252,12 @@ int serve(const Options& options) {
         return 1;
     }
     setup.port = socket.value().port;
-    const bool isOffline = !transcriptionRoute(setup.config, "", "").provider;
     if (isOffline) {
-        if (const auto ready = recogniser.prepare(); !ready) {
+        // A model of whisper.cpp is known to be the right file; while it is loaded, the first
+        // recording arrives.
+        if (setup.whisper)
+            recogniser.warmUp();
+        else if (const auto ready = recogniser.prepare(); !ready) {
             printError(ready.error().description);
             return 1;
         }

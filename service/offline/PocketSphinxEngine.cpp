@@ -17,7 +17,8 @@ class PocketSphinxEngine final : public SpeechEngine {
   public:
     explicit PocketSphinxEngine(ps_decoder_t* decoder) : m_decoder(decoder) {}
 
-    Transcript hear(std::span<const std::int16_t> samples, const SpeechHints&) override {
+    Transcript hear(std::span<const std::int16_t> samples, const SpeechHints&,
+                    const StillWanted&) override {
         ps_decoder_t* decoder = m_decoder.get();
         if (ps_start_stream(decoder) < 0 || ps_start_utt(decoder) < 0)
             return {};

@@ -100,7 +100,8 @@ class CompanionTest : public testing::Test {
     class HeldEngine final : public SpeechEngine {
       public:
         explicit HeldEngine(CompanionTest& test) : m_test(test) {}
-        Transcript hear(std::span<const std::int16_t>, const SpeechHints&) override {
+        Transcript hear(std::span<const std::int16_t>, const SpeechHints&,
+                        const StillWanted&) override {
             ++m_test.hearing;
             m_test.m_letGo.wait();
             return {"um spoken words", "en"};
