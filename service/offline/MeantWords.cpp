@@ -122,10 +122,9 @@ std::string withoutEndlessRepetition(std::string_view text) {
         }
         while (at + run < text.size() && isWithinCharacter(text[at + run]))
             --run;
+        // Its end leads over to what follows.
         kept += text.substr(at, stretch);
-        // The next word may begin as the stretch does.
-        if (at + run < text.size())
-            kept += text.substr(at + run - run % stretch, run % stretch);
+        kept += text.substr(at + run - run % stretch, run % stretch);
         at += run;
     }
     return trimmed(kept);

@@ -38,6 +38,7 @@ TEST(TrayItem, showsTheFallbackExactlyWhileThePreferredIsNotShown) {
     preferred->changeShown(true);
     item.setMenu({{Kind::action, "c"}});  // would touch a fallback left behind
     preferred->changeShown(false);
+    EXPECT_EQ(made, 2);
     EXPECT_EQ(titles(fallback->menu), std::vector<std::string>{"c"});
     EXPECT_EQ(changes, 4);
 }

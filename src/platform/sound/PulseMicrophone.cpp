@@ -82,8 +82,7 @@ class PulseCapture final : public CaptureEngine {
         if (!m_stream)
             return;
         const PulseLock lock(m_connection->loop());
-        readAvailable();  // up to a fragment of the last word; its own thread is locked out
-        m_blocks->flush();
+        m_blocks->flush();  // what has arrived was read as it came
         release();
     }
 
