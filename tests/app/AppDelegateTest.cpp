@@ -141,6 +141,8 @@ TEST_F(AppDelegateTest, aRefusedFileIsSaidAndSendsNothingUntilItIsMended) {
     EXPECT_THAT(m_printed.lines(), Contains(HasSubstr("service.json refused: ")));
     dictate();
     EXPECT_THAT(m_printed.lines(), Contains("No transcription service configured."));
+    m_queue.advance(1s);
+    EXPECT_FALSE(isPanelShown());
 
     m_defaults.numbers.clear();
     std::ofstream(m_configFile.configFile()) << "{";

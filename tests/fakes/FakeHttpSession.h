@@ -38,12 +38,10 @@ class FakeHttp {
         }
     };
 
-    std::unique_ptr<HttpSession> makeSession(HttpSessionDelegate& delegate) {
-        ++sessionsMade;
-        return std::make_unique<Session>(*this, delegate);
-    }
     std::function<std::unique_ptr<HttpSession>(HttpSessionDelegate&)> factory() {
-        return [this](HttpSessionDelegate& delegate) { return makeSession(delegate); };
+        return [this](HttpSessionDelegate& delegate) {
+            return ++sessionsMade, std::make_unique<Session>(*this, delegate);
+        };
     }
 
     std::vector<Exchange> exchanges;  // in the order created

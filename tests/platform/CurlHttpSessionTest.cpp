@@ -5,7 +5,6 @@
 #include <poll.h>
 #include <sys/socket.h>
 #include <unistd.h>
-#include <condition_variable>
 #include <csignal>
 #include <cstring>
 
@@ -66,18 +65,12 @@ struct Answer {
     std::string error;  // empty for none
 };
 
-HttpRequest request(std::string method, std::string url, std::string body = {},
+HttpRequest request(const std::string& method, const std::string& url, const std::string& body = {},
                     milliseconds idleTimeout = std::chrono::seconds(30)) {
-    HttpRequest result;
-    result.method = std::move(method);
-    result.url = std::move(url);
-    result.body = std::move(body);
-    result.idleTimeout = idleTimeout;
-    return result;
+    return {.method = method, .url = url, .headers = {}, .body = body, .idleTimeout = idleTimeout};
 }
 
-class Client final : public HttpSessionDelegate {
-  public:
+struct Client final : HttpSessionDelegate {
     /// Trusts nothing but this certificate when there is one.
     explicit Client(const std::string& certificate = {}) {
         if (!certificate.empty())
@@ -94,18 +87,16 @@ class Client final : public HttpSessionDelegate {
     }
     /// Once the task is complete.
     Answer answerTo(HttpTaskId task) {
-        std::unique_lock lock(m_mutex);
-        if (!m_changed.wait_for(lock, std::chrono::seconds(60),
-                                [&] { return m_answers[task].order.ends_with("C"); }))
-            ADD_FAILURE() << "the task did not complete";
-        return m_answers[task];
+        const auto answer = [&] { return std::scoped_lock(m_mutex), m_answers[task]; };
+        EXPECT_TRUE(
+            waitUntil([&] { return answer().order.ends_with("C"); }, std::chrono::seconds(60)));
+        return answer();
     }
 
     std::atomic<bool> wantsMore = true;
     std::atomic<int> calls = 0;
     std::set<std::thread::id> threads;  // those of the calls, once they are complete
 
-  private:
     void didReceiveResponse(HttpTaskId task, const HttpResponseHead& head) override {
         note(task, 'R', [&](Answer& answer) { answer.head = head; });
     }
@@ -126,14 +117,10 @@ class Client final : public HttpSessionDelegate {
         threads.insert(std::this_thread::get_id());
         change(m_answers[task]);
         m_answers[task].order += letter;
-        m_changed.notify_all();
     }
 
     std::mutex m_mutex;
-    std::condition_variable m_changed;
     std::map<HttpTaskId, Answer> m_answers;
-
-  public:
     std::unique_ptr<HttpSession> session;  // ends before what its thread uses
 };
 
@@ -463,8 +450,7 @@ TEST(CurlHttpSession, isCancelledByItsEnd) {
 }
 
 /// `openssl s_server` with a certificate for "localhost" that it signed itself.
-class TlsServer {
-  public:
+struct TlsServer {
     /// `input` is a command of the shell's whose output the server sends to its client.
     explicit TlsServer(const std::string& options, const std::string& input = ":") {
         outputOf({"openssl", "req", "-x509", "-newkey", "rsa:2048", "-nodes", "-days", "2", "-subj",
@@ -486,13 +472,10 @@ class TlsServer {
         return "https://" + host + ":" + std::to_string(port) + "/";
     }
 
-  private:
     std::string log() const { return readFile(m_folder / "log", 1 << 20).value_or(""); }
 
     const std::string accepting = "ACCEPT 127.0.0.1:";
     TemporaryFolder m_folder;
-
-  public:
     const std::string key = m_folder / "key", certificate = m_folder / "certificate";
     std::optional<ChildProcess> process;
 };

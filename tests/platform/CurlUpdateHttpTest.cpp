@@ -87,11 +87,7 @@ TEST_F(CurlUpdateHttpTest, downloadsEveryByteOrLeavesNoFile) {
     ScriptedHttpServer gone([](const ReceivedRequest&, auto&) {});
     gone.stop();
     const auto authority = [](const ScriptedHttpServer& server) { return server.url().substr(7); };
-    struct Row {
-        std::string url, outcome;
-        std::optional<std::string> file;
-    };
-    std::vector<Row> rows{
+    std::vector<std::tuple<std::string, std::string, std::optional<std::string>>> rows{
         {m_server.url("/file"), "200", m_content},
         {m_server.url("/missing"), "404", "Not here\n"},
         {m_server.url("/unmarked"), "200, perhaps cut off", "begin"},
@@ -109,10 +105,10 @@ TEST_F(CurlUpdateHttpTest, downloadsEveryByteOrLeavesNoFile) {
         rows.push_back({m_server.url("/to?" + target),
                         "error: The address " + target + " is not secure: it must be https",
                         {}});
-    for (const Row& row : rows) {
-        EXPECT_EQ(download(row.url), row.outcome);
-        EXPECT_TRUE(readFile(m_file, 1'000'000) == row.file) << row.url;
-        EXPECT_TRUE(!row.file || fs::status(m_file).permissions() == fs::perms(0600));
+    for (const auto& [url, outcome, file] : rows) {
+        EXPECT_EQ(download(url), outcome);
+        EXPECT_TRUE(readFile(m_file, 1'000'000) == file) << url;
+        EXPECT_TRUE(!file || fs::status(m_file).permissions() == fs::perms(0600));
         fs::remove(m_file);
     }
 }

@@ -17,8 +17,7 @@ namespace nulo {
 using Keyboard = XTestKeyboard;
 
 /// A user's monitor and keyboard on a private X server.
-class KeyDesktop {
-  public:
+struct KeyDesktop {
     explicit KeyDesktop(
         VirtualDisplay::WindowManager windowManager = VirtualDisplay::WindowManager::none)
         : server(windowManager), source(makeX11EventTapSource(gate, queue, printed.print())) {

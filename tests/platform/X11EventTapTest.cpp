@@ -13,9 +13,7 @@ using WindowManager = VirtualDisplay::WindowManager;
 // What a program sees of each kind of key: a swallowed one that shows, a passed one that does not,
 // an Option press that comes late or twice, a start or stop that is missed.
 TEST(X11EventTap, showsProgramsWhatTheTableSays) {
-    const struct {
-        const char *what, *events, *calls, *seen;
-    } rows[] = {
+    const char* const rows[][4] = {
         {"plain typing", "AaSsFXxf", "", "+38 -38 +65 -65 +50 +39 -39 -50"},
         {"Option alone", "Oo", "", ""},
         {"the chord, Option released first", "OSos", "+-", "-65"},
@@ -32,11 +30,11 @@ TEST(X11EventTap, showsProgramsWhatTheTableSays) {
     KeyDesktop desktop;
     for (const Input input : {Input::core, Input::xi2}) {
         TappedWindow window(input);
-        for (const auto& row : rows) {
-            desktop.play(row.events);
-            EXPECT_EQ(desktop.typed(window), row.seen) << row.what << ": " << row.events;
-            EXPECT_EQ(desktop.takeCalls(std::string(row.calls).size()), row.calls) << row.what;
-            EXPECT_THAT(desktop.keyboard->keysDown(), testing::IsEmpty()) << row.what;
+        for (const auto& [what, events, calls, seen] : rows) {
+            desktop.play(events);
+            EXPECT_EQ(desktop.typed(window), seen) << what << ": " << events;
+            EXPECT_EQ(desktop.takeCalls(std::string(calls).size()), calls) << what;
+            EXPECT_THAT(desktop.keyboard->keysDown(), testing::IsEmpty()) << what;
         }
     }
 }
