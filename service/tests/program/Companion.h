@@ -25,19 +25,6 @@ using nlohmann::json;
 using Connection = ScriptedHttpServer::Connection;
 using std::chrono::milliseconds;
 
-/// Words of an answer's events, and whether it ended as it should.
-inline std::pair<std::string, bool> textOf(const std::string& stream) {
-    std::istringstream lines(stream);
-    std::string text;
-    for (std::string line; std::getline(lines, line);) {
-        if (line == "data: [DONE]")
-            return {text, true};
-        if (line.starts_with("data: "))
-            text += json::parse(line.substr(6))["choices"][0]["delta"]["content"];
-    }
-    return {text, false};
-}
-
 /// The whole service in this process, with an offline engine that hears when the test says so.
 class CompanionTest : public testing::Test {
   protected:
@@ -97,18 +84,15 @@ class CompanionTest : public testing::Test {
     ProviderCalls calls;
 
   private:
-    class HeldEngine final : public SpeechEngine {
-      public:
-        explicit HeldEngine(CompanionTest& test) : m_test(test) {}
+    struct HeldEngine final : SpeechEngine {
+        explicit HeldEngine(CompanionTest& one) : test(one) {}
         Transcript hear(std::span<const std::int16_t>, const SpeechHints&,
                         const StillWanted&) override {
-            ++m_test.hearing;
-            m_test.m_letGo.wait();
+            ++test.hearing;
+            test.m_letGo.wait();
             return {"um spoken words", "en"};
         }
-
-      private:
-        CompanionTest& m_test;
+        CompanionTest& test;
     };
     std::latch m_letGo{1};
 

@@ -83,8 +83,7 @@ TEST_F(HttpServerTest, logsNothingButVisibleText) {
     EXPECT_LT(logged().size(), 1000u);
 }
 
-class OneConnectionTest : public HttpServerTest {
-  protected:
+struct OneConnectionTest : HttpServerTest {
     OneConnectionTest() : HttpServerTest({.head = milliseconds(300), .connections = 1}) {}
 };
 
@@ -95,8 +94,7 @@ TEST_F(OneConnectionTest, outlastsASlowHead) {
     EXPECT_EQ(version(), 200);
 }
 
-class OneOfAnAddressTest : public HttpServerTest {
-  protected:
+struct OneOfAnAddressTest : HttpServerTest {
     OneOfAnAddressTest() : HttpServerTest({.connectionsOfOneAddress = 1}) {}
 };
 

@@ -65,20 +65,19 @@ class ModelsTest : public testing::Test {
     void behave(const ReceivedRequest& request, Connection& connection) const {
         const std::string range = request.header("Range").value_or("");
         const bool same = request.header("If-Range").value_or("\"v1\"") == "\"v1\"";
+        const std::string size = std::to_string(content.size());
         const auto from = range.empty() ? 0 : std::stoul(range.substr(6));
         if (request.target != "/m/ggml-tiny.bin")
             connection.send(httpResponse(404, "no"));
         else if (range.empty() || !same)
             connection.send(httpResponse(200, content, {"ETag: \"v1\""}));
         else if (from >= content.size())
-            connection.send(httpResponse(
-                416, "", {"Content-Range: bytes */" + std::to_string(content.size())}));
+            connection.send(httpResponse(416, "", {"Content-Range: bytes */" + size}));
         else
-            connection.send(
-                httpResponse(206, content.substr(from),
-                             {"ETag: \"v1\"", "Content-Range: bytes " + std::to_string(from) + "-" +
-                                                  std::to_string(content.size() - 1) + "/" +
-                                                  std::to_string(content.size())}));
+            connection.send(httpResponse(
+                206, content.substr(from),
+                {"ETag: \"v1\"", "Content-Range: bytes " + std::to_string(from) + "-" +
+                                     std::to_string(content.size() - 1) + "/" + size}));
     }
     static Part says(std::string bytes) {
         return [bytes = std::move(bytes)](const ReceivedRequest&, Connection& connection) {
@@ -125,10 +124,7 @@ TEST_F(ModelsTest, failsWithAReasonAndGoesOnFromWhatHasArrived) {
         {"goes on from there", 3,
          "HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\n" + httpChunk(half), half.size()},
         {"its SHA-256 is", 4, httpResponse(200, "something else")},
-        {"its SHA-256 is", 4, httpResponse(200, "")},
         {"no such file", 3, httpResponse(404, "<html>")},
-        {"try again later", 3, httpResponse(503, "later")},
-        {"status 206", 3, httpResponse(206, half)},
         {"a web page", 3, httpResponse(200, "<p>Log in", {"Content-Type: text/html"})},
         {"too large", 3, "HTTP/1.1 200 OK\r\nContent-Length: 9000000000\r\n\r\nx"},
         {"not https", 3, to("http://mirror.example/m/ggml-tiny.bin")},
@@ -247,24 +243,14 @@ TEST_F(ModelsTest, listsRepairsAndRemovesWhatIsInstalled) {
 }
 
 TEST_F(ModelsTest, doesAsItsConfigurationSays) {
-    const auto with = [&](const std::string& offline) {
-        std::ofstream(folder / "given.json") << R"({"offline": {)" << offline << "}}";
-        return run({"get", "tiny", "--sha256", sha256(content), "--config", folder / "given.json"});
-    };
-    EXPECT_EQ(with(R"("modelSource": ")" + mirror.url("/m/") + R"(")").status, 0);
+    std::ofstream(folder / "given.json")
+        << R"({"offline": {"modelSource": ")" << mirror.url("/m/") << R"("}})";
+    const Run got =
+        run({"get", "tiny", "--sha256", sha256(content), "--config", folder / "given.json"});
+    EXPECT_EQ(got.status, 0) << got.said;
     expectInstalled("from the mirror that is named");
-    const std::pair<const char*, const char*> faults[] = {
-        {R"("modelSource": "http://mirror.example")", "offline.modelSource must be an https"},
-        {R"("model": "tiny", "sha256": "00")", "offline.sha256 is for a model"},
-        {R"("model": "tiny.bin")", "offline.sha256 must be"},
-        {R"("language": "fr en")", "offline.language must be"},
-        {R"("spokenPunctuation": 1)", "offline.spokenPunctuation must be"},
-    };
-    for (const auto& [offline, text] : faults) {
-        const Run refused = with(offline);
-        EXPECT_EQ(refused.status, 1) << offline;
-        EXPECT_NE(refused.said.find(text), std::string::npos) << refused.said;
-    }
+    std::ofstream(folder / "given.json") << "{";
+    EXPECT_EQ(run({"--config", folder / "given.json"}).status, 1);
 }
 
 TEST_F(ModelsTest, takesTheBestThatFindsRoomUnlessOneIsNamed) {
@@ -289,15 +275,10 @@ TEST_F(ModelsTest, takesTheBestThatFindsRoomUnlessOneIsNamed) {
 
 TEST(FetchProgress, tellsSpeedAndRemainingTime) {
     FakeClock clock;
-    std::string drawn, lines;
-    const auto to = [](std::string& text) {
-        return [&](std::string_view bytes) { text += bytes; };
-    };
-    FetchProgress bar("small", 80, clock, to(drawn));
-    FetchProgress plain("small", 0, clock, to(lines));
+    std::string drawn;
+    FetchProgress bar("small", 80, clock, [&](std::string_view bytes) { drawn += bytes; });
     for (std::uintmax_t received = 0; received <= 488'000'000; received += 4'000'000) {
         bar.show(received, 488'000'000);
-        plain.show(received, 488'000'000);
         clock.advance(std::chrono::milliseconds(400));
     }
     bar.end();
@@ -306,7 +287,6 @@ TEST(FetchProgress, tellsSpeedAndRemainingTime) {
               std::string::npos)
         << drawn;
     EXPECT_TRUE(drawn.ends_with("10 MB/s\x1b[K\n")) << drawn;
-    EXPECT_EQ(std::count(lines.begin(), lines.end(), '\n'), 11) << lines;
 }
 
 }  // namespace

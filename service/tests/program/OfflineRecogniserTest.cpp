@@ -7,25 +7,23 @@
 namespace nulo::service {
 namespace {
 
+struct Heard {
+    std::vector<std::size_t> pieces;
+    std::vector<std::string> before;
+    std::vector<std::string> says;  // "word" for those behind the last
+};
+
 /// Keeps how long each piece was, and what it was told of those before.
-class CountingEngine final : public SpeechEngine {
-  public:
-    struct Heard {
-        std::vector<std::size_t> pieces;
-        std::vector<std::string> before;
-        std::vector<std::string> says;  // "word" for those behind the last
-    };
-    explicit CountingEngine(Heard& heard) : m_heard(heard) {}
+struct CountingEngine final : SpeechEngine {
+    explicit CountingEngine(Heard& one) : heard(one) {}
     Transcript hear(std::span<const std::int16_t> samples, const SpeechHints& hints,
                     const StillWanted&) override {
-        m_heard.pieces.push_back(samples.size());
-        m_heard.before.push_back(hints.language + ":" + hints.before);
-        const std::size_t index = m_heard.pieces.size() - 1;
-        return {index < m_heard.says.size() ? m_heard.says[index] : "word", "en"};
+        heard.pieces.push_back(samples.size());
+        heard.before.push_back(hints.language + ":" + hints.before);
+        const std::size_t index = heard.pieces.size() - 1;
+        return {index < heard.says.size() ? heard.says[index] : "word", "en"};
     }
-
-  private:
-    Heard& m_heard;
+    Heard& heard;
 };
 
 class OfflineRecogniserTest : public testing::Test {
@@ -35,7 +33,7 @@ class OfflineRecogniserTest : public testing::Test {
         EXPECT_FALSE(take.audio.append(speechWav(samples)));
         return take;
     }
-    CountingEngine::Heard heard;
+    Heard heard;
     OfflineRecogniser recogniser{
         [this] {
             return Result<std::unique_ptr<SpeechEngine>>(std::make_unique<CountingEngine>(heard));

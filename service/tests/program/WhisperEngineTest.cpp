@@ -3,11 +3,8 @@
 #include <gtest/gtest.h>
 #include <sched.h>
 
-#include <fstream>
-
 #include "Form.h"
 #include "ServiceProgram.h"
-#include "rig/process/TemporaryFolder.h"
 #include "rig/speech/RandomModel.h"
 #include "service/Sha256.h"
 
@@ -43,10 +40,6 @@ class WhisperModelTest : public testing::Test {
             samples[i] = static_cast<std::int16_t>(i * 7919 % 20000);
     }
     ~WhisperModelTest() override { sched_setaffinity(0, sizeof m_cores, &m_cores); }
-    MakeEngine enginesOf(const std::string& bytes) {
-        std::ofstream(file, std::ios::binary) << bytes;
-        return whisperEngines(model()).value();
-    }
     MakeEngine enginesOf(const ModelShape& shape, bool hasBlank = true) {
         writeRandomModel(file, shape, hasBlank);
         return whisperEngines(model()).value();
@@ -62,7 +55,6 @@ class WhisperModelTest : public testing::Test {
 };
 
 const StillWanted always = [] { return true; };
-const StillWanted notAny = [] { return false; };
 
 // What random weights hear is the same of all; that they are loaded, told of hints, interrupted and
 // let go is not.
@@ -76,7 +68,7 @@ TEST_F(WhisperModelTest, hearsWithHintsAndCanBeInterrupted) {
     EXPECT_TRUE(plain.text.ends_with(" w138")) << plain.text;
 
     // What was given up leaves nothing behind; nor do hints.
-    EXPECT_EQ(engine.value()->hear(samples, {"de", "w7"}, notAny).text, "");
+    EXPECT_EQ(engine.value()->hear(samples, {"de", "w7"}, [] { return false; }).text, "");
     const auto hinted = engine.value()->hear(samples, {"de-AT", "w7 w8", "w9"}, always);
     EXPECT_EQ(hinted.language, "de");
     EXPECT_FALSE(hinted.text.starts_with("w103")) << hinted.text;  // the words came before
@@ -88,7 +80,8 @@ TEST_F(WhisperModelTest, hearsWithHintsAndCanBeInterrupted) {
 }
 
 TEST_F(WhisperModelTest, refusesWhatIsNoModelAndOutlivesAnInferenceThatFails) {
-    EXPECT_NE(enginesOf("no model")().error().description.find("is no ggml model"),
+    std::ofstream(file) << "no model";
+    EXPECT_NE(whisperEngines(model()).value()().error().description.find("is no ggml model"),
               std::string::npos);
     auto engine = enginesOf(tinyShape, false)();
     ASSERT_TRUE(engine);
