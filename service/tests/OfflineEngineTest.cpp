@@ -2,11 +2,10 @@
 #include <sched.h>
 
 #include <atomic>
-#include <condition_variable>
-#include <filesystem>
 #include <fstream>
 
 #include "rig/process/TemporaryFolder.h"
+#include "rig/process/WaitUntil.h"
 #include "service/offline/KeptEngines.h"
 #include "service/offline/MeantWords.h"
 #include "service/offline/PhysicalCores.h"
@@ -73,39 +72,27 @@ class SharedClock final : public Clock {
 class KeptEnginesTest : public testing::Test {
   protected:
     struct Engine final : SpeechEngine {
-        explicit Engine(KeptEnginesTest& one) : test(one) { test.count(1); }
-        ~Engine() override { test.count(-1); }
+        explicit Engine(KeptEnginesTest& one) : test(one) { ++test.alive, ++test.made; }
+        ~Engine() override { --test.alive; }
         Transcript hear(std::span<const std::int16_t>, const SpeechHints&,
                         const StillWanted&) override {
             return {};
         }
         KeptEnginesTest& test;
     };
-    void count(int more) {
-        const std::scoped_lock lock(mutex);
-        alive += more;
-        made += more > 0;
-        changed.notify_all();
-    }
-    void waitFor(int number) {
-        std::unique_lock lock(mutex);
-        changed.wait(lock, [&] { return made == number; });
-    }
-
-    std::mutex mutex;
-    std::condition_variable changed;
-    int alive = 0, made = 0;
+    const MakeEngine make = [this] {
+        return Result<std::unique_ptr<SpeechEngine>>(std::make_unique<Engine>(*this));
+    };
+    std::atomic<int> alive = 0, made = 0;
     SharedClock clock;
 };
 
 TEST_F(KeptEnginesTest, areLoadedAheadAndLetGoWhenNobodyComes) {
     using std::chrono::minutes;
-    KeptEngines engines(
-        [this] { return Result<std::unique_ptr<SpeechEngine>>(std::make_unique<Engine>(*this)); },
-        clock, minutes(10));
+    KeptEngines engines(make, clock, minutes(10));
     EXPECT_FALSE(engines.letGoOfUnused());
     engines.warmUp();
-    waitFor(1);
+    ASSERT_TRUE(waitUntil([&] { return made == 1; }));
     auto one = engines.take();
     auto other = engines.take();
     EXPECT_EQ(made, 2);  // the first was the one that was being loaded
@@ -121,42 +108,36 @@ TEST_F(KeptEnginesTest, areLoadedAheadAndLetGoWhenNobodyComes) {
     EXPECT_EQ(engines.letGoOfUnused(), minutes(1));
     clock.passed = minutes(79);
     engines.letGoOfUnused();
-    EXPECT_EQ(alive, 0);
+    EXPECT_TRUE(waitUntil([&] { return alive == 0; }));
     EXPECT_EQ(made, 2);
 }
 
 TEST_F(KeptEnginesTest, stayForTheTakeTheyWereLoadedFor) {
     using std::chrono::seconds;
-    KeptEngines engines(
-        [this] { return Result<std::unique_ptr<SpeechEngine>>(std::make_unique<Engine>(*this)); },
-        clock, seconds(0));
+    KeptEngines engines(make, clock, seconds(0));
     engines.warmUp();
-    waitFor(1);
+    ASSERT_TRUE(waitUntil([&] { return made == 1; }));
     auto engine = engines.take();
     engines.putBack(std::move(engine).value());
     EXPECT_FALSE(engines.letGoOfUnused());
     engines.warmUp();
-    waitFor(2);
+    ASSERT_TRUE(waitUntil([&] { return made == 2; }));
     engines.putBack(engines.take().value());
     engines.letGoOfUnused();
-    EXPECT_EQ(alive, 0);
+    EXPECT_TRUE(waitUntil([&] { return alive == 0; }));
 }
 
 TEST(PhysicalCores, countsEachOnce) {
     const TemporaryFolder system;
-    const auto describe = [&](int cpu, const std::string& siblings) {
-        const auto folder =
-            system / "devices/system/cpu" / ("cpu" + std::to_string(cpu)) / "topology";
-        std::filesystem::create_directories(folder);
-        std::ofstream(folder / "thread_siblings_list") << siblings << "\n";
-    };
     cpu_set_t mine;
     ASSERT_EQ(sched_getaffinity(0, sizeof mine, &mine), 0);
     const auto all = static_cast<unsigned>(CPU_COUNT(&mine));
     EXPECT_EQ(physicalCores(system.path()), all);  // where nothing is told
-    for (int cpu = 0; cpu < CPU_SETSIZE; ++cpu)
-        if (CPU_ISSET(cpu, &mine))
-            describe(cpu, "0-1");
+    for (int cpu = 0; cpu < CPU_SETSIZE; ++cpu) {
+        const auto folder = system / ("devices/system/cpu/cpu" + std::to_string(cpu) + "/topology");
+        if (CPU_ISSET(cpu, &mine) && std::filesystem::create_directories(folder))
+            std::ofstream(folder / "thread_siblings_list") << "0-1\n";
+    }
     EXPECT_EQ(physicalCores(system.path()), 1U);
 }
 

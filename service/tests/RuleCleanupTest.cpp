@@ -69,10 +69,7 @@ TEST(RuleCleanup, removesFrenchTicsOnlyWhereTheyAreNone) {
 }
 
 TEST(RuleCleanup, setsFrenchSpacesInFrenchAlone) {
-    const struct {
-        const char* said;
-        const char* written;
-    } cases[] = {
+    const std::pair<const char*, const char*> cases[] = {
         {"vous êtes où? je suis là!", "Vous êtes où\u202F? Je suis là\u202F!"},
         {"elle dit : \u00ABoui ;\u00BB et \u00AB non !?\u00BB alors",
          "Elle dit\u00A0: \u00AB\u00A0oui\u202F;\u00A0\u00BB et "
@@ -92,11 +89,7 @@ TEST(RuleCleanup, setsFrenchSpacesInFrenchAlone) {
 }
 
 TEST(RuleCleanup, setsSpokenPunctuationWhereThatIsAskedFor) {
-    const struct {
-        const char* said;
-        const char* written;
-        const char* language;
-    } cases[] = {
+    const std::tuple<const char*, const char*, const char*> cases[] = {
         {"Bonjour virgule, tu viens point d'interrogation. À la ligne. merci point final",
          "Bonjour, tu viens\u202F?\nMerci.", "fr"},
         {"deux points l'un point-virgule \u00ABpoint\u00BB point",
