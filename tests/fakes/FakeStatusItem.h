@@ -37,17 +37,13 @@ inline void choose(const Menu& menu, const std::string& title) {
     action();
 }
 
+/// What the rows are called: all, or those that carry a mark.
 inline std::vector<std::string> titles(const Menu& menu, bool onlyChecked = false) {
     std::vector<std::string> all;
     for (const MenuEntry& entry : menu)
         if (entry.checked || !onlyChecked)
             all.push_back(entry.title);
     return all;
-}
-
-/// What the rows that carry a mark are called.
-inline std::vector<std::string> checkedTitles(const Menu& menu) {
-    return titles(menu, true);
 }
 
 }  // namespace nulo

@@ -27,8 +27,7 @@ struct NotificationService final : BusObject {
 // Notices that pile up, that another program's words turn into markup, or that need a service.
 TEST(DesktopNotifications, replacesTheNoticeThatIsShown) {
     testBus().start();
-    NoArguments arguments;
-    const QCoreApplication application(arguments.count, arguments.list);
+    const QtProgram<> program;
     const auto notifications = makeDesktopNotifications();
     notifications->show({"Nobody", "there"});
 
@@ -56,8 +55,7 @@ TEST(DesktopNotifications, replacesTheNoticeThatIsShown) {
 // held then keeps the screen from being locked.
 TEST(SessionLock, isHeardOf) {
     testBus().start();
-    NoArguments arguments;
-    const QCoreApplication application(arguments.count, arguments.list);
+    const QtProgram<> program;
     int heard = 0;
     const auto watch = watchSessionLock([&] { ++heard; });
     const std::vector<std::string> announcements[] = {

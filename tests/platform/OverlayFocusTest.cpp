@@ -24,7 +24,7 @@ class OverlayFocusTest : public testing::Test {
         run("xrandr --setmonitor right 640/160x800/200+640+0 none");
         client.emplace();
         qputenv("QT_QPA_PLATFORM", "xcb");
-        application.emplace(arguments.count, arguments.list);
+        program.emplace();
         placement = makeX11OverlayPlacement();
     }
     static void run(const std::string& command) { EXPECT_EQ(std::system(command.c_str()), 0); }
@@ -44,8 +44,7 @@ class OverlayFocusTest : public testing::Test {
     VirtualDisplay server{VirtualDisplay::WindowManager::openbox};
     XTestKeyboard keyboard;
     std::optional<KeyLoggingWindow> client;
-    NoArguments arguments;
-    std::optional<QApplication> application;
+    std::optional<QtProgram<QApplication>> program;
     std::unique_ptr<OverlayPlacement> placement;
     FakeClock clock;
     FakeMainQueue queue{&clock};

@@ -13,8 +13,7 @@ using namespace std::chrono_literals;
 
 class QtMainQueueTest : public testing::Test {
   protected:
-    NoArguments m_arguments;
-    QCoreApplication m_application{m_arguments.count, m_arguments.list};
+    QtProgram<> m_program;
     std::unique_ptr<MainQueue> m_queue = makeQtMainQueue();
     std::string m_done;
 
@@ -36,7 +35,7 @@ TEST_F(QtMainQueueTest, runsWorkByDueTimeThenInTheOrderQueued) {
     m_queue->async(mark('a'));
     m_queue->async([&] {
         inner.exec();
-        QTimer::singleShot(0, &m_application, &QCoreApplication::quit);
+        QTimer::singleShot(0, &m_program.application, &QCoreApplication::quit);
     });
     m_queue->asyncAfter(-1s, mark('b'));
     m_queue->async(mark('c'));

@@ -30,7 +30,7 @@ class X11PasteTest : public testing::Test {
     X11PasteTest() {
         outputOf({"setxkbmap", "-device", "7", "dvorak"});
         setenv("QT_QPA_PLATFORM", "xcb", 1);
-        m_application = std::make_unique<QGuiApplication>(m_arguments.count, m_arguments.list);
+        m_program.emplace();
         m_queue = makeQtMainQueue();
         m_pasteboard = makeQtPasteboard();
         m_keystroke = makeX11PasteKeystroke(m_gate);
@@ -69,8 +69,7 @@ class X11PasteTest : public testing::Test {
     XTestKeyboard m_keyboard;
     TemporaryFolder m_folder;
     const std::filesystem::path m_text = m_folder / "text";
-    NoArguments m_arguments;
-    std::unique_ptr<QGuiApplication> m_application;
+    std::optional<QtProgram<QGuiApplication>> m_program;
     std::unique_ptr<MainQueue> m_queue;
     InjectionGate m_gate;
     std::unique_ptr<Pasteboard> m_pasteboard;

@@ -6,11 +6,13 @@
 
 namespace nulo {
 
-/// What Qt is given for the command line of a program without arguments. Outlives the application.
-struct NoArguments {
+/// Makes this process a program of Qt's without arguments.
+template <typename Application = QCoreApplication>
+struct QtProgram {
     int count = 1;
     char name[5] = "test";
-    char* list[2] = {name, nullptr};
+    char* arguments[2] = {name, nullptr};
+    Application application{count, arguments};
 };
 
 /// Lets this process's own objects answer meanwhile; needs a QCoreApplication.

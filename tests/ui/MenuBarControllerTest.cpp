@@ -1,14 +1,20 @@
 #include "ui/tray/MenuBarController.h"
 
+#include <QTest>
 #include <fstream>
 
 #include "fakes/FakeEventTap.h"
 #include "fakes/FakeStatusItem.h"
 #include "fakes/PartTest.h"
 #include "rig/sound/FakeMicrophone.h"
+#include "ui/MenuWidget.h"
+#include "ui/tray/StatusIcons.h"
+#include "ui/tray/TrayItem.h"
 
 namespace nulo {
 namespace {
+
+using Kind = MenuEntry::Kind;
 
 /// A controller on a real configuration file; everything else is fake.
 class MenuBarControllerTest : public PartTest {
@@ -28,7 +34,7 @@ class MenuBarControllerTest : public PartTest {
         config.modes.insert(config.modes.end(), more.begin(), more.end());
         configFile.save(config);
         item.onAboutToShow();
-        return checkedTitles(item.menu);
+        return titles(item.menu, true);
     }
 
     std::vector<std::string> calls;
@@ -64,11 +70,11 @@ TEST_F(MenuBarControllerTest, hasTheRowsOfItsTable) {
                 ElementsAre("Mode", "Voice to Text", "Transcription brute", "Commande systeme",
                             "Email", "Francais → Espagnol", "", "Reglages...",
                             "Rechercher une mise a jour...", "", "Quitter"));
-    EXPECT_EQ(item.menu[0].kind, MenuEntry::Kind::header);
+    EXPECT_EQ(item.menu[0].kind, Kind::header);
     EXPECT_EQ(item.menu[7].shortcut + item.menu[10].shortcut, "Ctrl+,Ctrl+Q");
     controller->accessibilityGranted = false;
     controller->rebuildMenu();
-    EXPECT_EQ(item.menu[0].kind, MenuEntry::Kind::warning);
+    EXPECT_EQ(item.menu[0].kind, Kind::warning);
     for (const char* row : {"\u26A0\uFE0F Accessibilite requise", "  Ouvrir les Reglages...",
                             "Rechercher une mise a jour...", "Quitter"})
         choose(item.menu, row);
@@ -88,11 +94,11 @@ TEST_F(MenuBarControllerTest, showsTheFileAsItIsWhenTheMenuOpens) {
     expected.activeMode = "email";
     choose(item.menu, "Email");
     EXPECT_EQ(configFile.load(), expected);
-    EXPECT_THAT(checkedTitles(item.menu), ElementsAre("Email"));
+    EXPECT_THAT(titles(item.menu, true), ElementsAre("Email"));
     EXPECT_THAT(m_printed.lines(), ElementsAre("Mode changed to: Email"));
     std::ofstream(configFile.configFile()) << "{ not json";
     item.onAboutToShow();
-    EXPECT_THAT(checkedTitles(item.menu), ElementsAre("Voice to Text"));
+    EXPECT_THAT(titles(item.menu, true), ElementsAre("Voice to Text"));
     choose(item.menu, "Email");
     EXPECT_FALSE(configFile.load());
 }
@@ -122,6 +128,57 @@ TEST_F(MenuBarControllerTest, theWarningGoesBeforeRecording) {
         controller->accessibilityGranted = !recorder.isRecording().get();
         recorder.isRecording().set(true);
     }
+}
+
+// Two icons at once, none at all, an empty late one, or one made before it is known to be needed.
+TEST(TrayItem, showsTheFallbackExactlyWhileThePreferredIsNotShown) {
+    auto* const preferred = new FakeStatusItem;
+    FakeStatusItem* fallback = nullptr;
+    int made = 0;
+    TrayItem item(std::unique_ptr<StatusItem>(preferred), [&] {
+        ++made;
+        return std::unique_ptr<StatusItem>(fallback = new FakeStatusItem);
+    });
+    int changes = 0;
+    item.onShownChanged = [&] { ++changes; };
+    item.setIcon(warningIcon());
+    item.setMenu({{Kind::action, "a"}});
+    EXPECT_EQ(made, 0);
+    preferred->changeShown(false);
+    preferred->changeShown(false);
+    ASSERT_EQ(made, 1);
+    EXPECT_EQ(titles(fallback->menu), std::vector<std::string>{"a"});
+    EXPECT_TRUE(fallback->icon.needsAttention);
+    EXPECT_FALSE(item.isShown());
+    fallback->shown = true;
+    EXPECT_TRUE(item.isShown());
+    preferred->changeShown(true);
+    item.setMenu({{Kind::action, "c"}});  // would touch a fallback left behind
+    preferred->changeShown(false);
+    EXPECT_EQ(made, 2);
+    EXPECT_EQ(titles(fallback->menu), std::vector<std::string>{"c"});
+    EXPECT_EQ(changes, 4);
+}
+
+// Mnemonics out of a user's words, two marks, entries beyond the screen's edge; a shortcut that is
+// shown and does nothing; an action that runs inside the menu that it replaces.
+TEST(MenuWidget, showsEntriesAsTheyAre) {
+    MenuWidget menu;
+    int ran = 0;
+    const MenuEntry quit{Kind::action, "Quit", [&] { menu.fill({}), ++ran; }, false, "Ctrl+Q"};
+    menu.fill({{Kind::choice, "A & B_", [] {}, true}, {Kind::choice, "C", [] {}}, quit});
+    EXPECT_EQ(menu.actions()[0]->text(), "A && B_");
+    menu.actions()[1]->trigger();
+    EXPECT_FALSE(menu.actions()[0]->isChecked());
+    menu.popup({0, 0});
+    QTest::keyClick(&menu, Qt::Key_Q, Qt::ControlModifier);
+    EXPECT_EQ(ran, 0);
+    QCoreApplication::processEvents();
+    EXPECT_EQ(ran, 1);
+    menu.fill(Menu(500, {Kind::action, "Mode"}));
+    menu.popup({0, 0});
+    EXPECT_LE(menu.height(), menu.screen()->geometry().height());
+    menu.close();
 }
 
 }  // namespace
