@@ -18,10 +18,16 @@ KeyWindow::KeyWindow(std::uint32_t events) {
     xcb_create_window(server, XCB_COPY_FROM_PARENT, window, root, 0, 0, 200, 100, 0,
                       XCB_WINDOW_CLASS_INPUT_OUTPUT, XCB_COPY_FROM_PARENT, XCB_CW_EVENT_MASK,
                       &events);
-    const xcb_atom_t deleteWindow = atomOf(server, "WM_DELETE_WINDOW");
-    xcb_change_property(server, XCB_PROP_MODE_REPLACE, window, atomOf(server, "WM_PROTOCOLS"),
-                        XCB_ATOM_ATOM, 32, 1, &deleteWindow);
+    const xcb_atom_t deleteWindow = atom("WM_DELETE_WINDOW");
+    xcb_change_property(server, XCB_PROP_MODE_REPLACE, window, atom("WM_PROTOCOLS"), XCB_ATOM_ATOM,
+                        32, 1, &deleteWindow);
     takeFocus();
+}
+
+xcb_atom_t KeyWindow::atom(std::string_view name) {
+    const auto reply =
+        NULO_XCB(xcb_intern_atom, server, 0, static_cast<std::uint16_t>(name.size()), name.data());
+    return reply ? reply->atom : static_cast<xcb_atom_t>(XCB_NONE);
 }
 
 bool KeyWindow::hasFocus() {

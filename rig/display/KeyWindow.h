@@ -1,5 +1,7 @@
 #pragma once
 
+#include <string_view>
+
 #include "platform/x11/Xcb.h"
 
 namespace nulo {
@@ -20,6 +22,7 @@ class KeyWindow {
 
   private:
     static XcbConnection connected();
+    xcb_atom_t atom(std::string_view name);
 
     const XcbConnection m_connection = connected();
 
