@@ -13,7 +13,8 @@
 namespace nulo {
 namespace {
 
-constexpr uint32_t fragmentBytes = FrameBlocks::length * sizeof(float);
+/// Servers send somewhat less than they are asked for, and the first fragment is to fill a block.
+constexpr uint32_t fragmentBytes = (FrameBlocks::length + 64) * sizeof(float);
 
 class PulseCapture final : public CaptureEngine {
   public:
