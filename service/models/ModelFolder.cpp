@@ -6,10 +6,10 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <cstdlib>
 #include <system_error>
 #include <utility>
 
+#include "base/Environment.h"
 #include "base/FileIO.h"
 #include "service/Sha256.h"
 #include "service/models/ModelTable.h"
@@ -51,11 +51,10 @@ std::error_code syncFolder(const fs::path& folder) {
 }  // namespace
 
 fs::path defaultModelFolder() {
-    const char* configured = std::getenv("XDG_DATA_HOME");
-    fs::path folder = configured ? configured : "";
+    fs::path folder = environmentVariable("XDG_DATA_HOME");
     if (!folder.is_absolute()) {
-        const char* home = std::getenv("HOME");
-        folder = fs::path(home && *home ? home : "/") / ".local/share";
+        const std::string home = environmentVariable("HOME");
+        folder = fs::path(home.empty() ? "/" : home) / ".local/share";
     }
     return folder / "nulo" / "models";
 }

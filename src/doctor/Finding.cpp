@@ -6,28 +6,22 @@
 namespace nulo {
 namespace {
 
-const char* name(Finding::Verdict verdict) {
-    switch (verdict) {
-        case Finding::Verdict::good:
-            return "good";
-        case Finding::Verdict::weak:
-            return "weak";
-        case Finding::Verdict::broken:
-            break;
-    }
-    return "broken";
-}
+/// A verdict for programs and for people.
+struct Words {
+    const char* name;
+    const char* mark;
+};
 
-const char* mark(Finding::Verdict verdict) {
+Words wordsOf(Finding::Verdict verdict) {
     switch (verdict) {
         case Finding::Verdict::good:
-            return "  ok    ";
+            return {"good", "  ok    "};
         case Finding::Verdict::weak:
-            return "  note  ";
+            return {"weak", "  note  "};
         case Finding::Verdict::broken:
             break;
     }
-    return "  FAULT ";
+    return {"broken", "  FAULT "};
 }
 
 }  // namespace
@@ -41,7 +35,7 @@ bool canDictate(const std::vector<Finding>& findings) {
 std::string asText(const std::vector<Finding>& findings) {
     std::string text;
     for (const Finding& finding : findings) {
-        text += mark(finding.verdict) + finding.name + ": " + finding.text;
+        text += wordsOf(finding.verdict).mark + finding.name + ": " + finding.text;
         text += finding.advice.empty() ? "\n" : ". " + finding.advice + "\n";
     }
     text += canDictate(findings) ? "Dictation can work.\n" : "Dictation cannot work yet.\n";
@@ -53,7 +47,7 @@ std::string asJson(const std::vector<Finding>& findings) {
     document["findings"] = nlohmann::ordered_json::array();
     for (const Finding& finding : findings)
         document["findings"].push_back({{"name", finding.name},
-                                        {"verdict", name(finding.verdict)},
+                                        {"verdict", wordsOf(finding.verdict).name},
                                         {"text", finding.text},
                                         {"advice", finding.advice}});
     // Names that the system gives may be no UTF-8.

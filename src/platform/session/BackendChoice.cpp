@@ -1,19 +1,12 @@
 #include "platform/session/BackendChoice.h"
 
-#include <cstdlib>
+#include "base/Environment.h"
 
 namespace nulo {
-namespace {
-
-std::string variable(const char* name) {
-    const char* value = std::getenv(name);
-    return value ? value : "";
-}
-
-}  // namespace
 
 SessionFacts sessionFacts() {
-    return {variable("XDG_SESSION_TYPE"), variable("DISPLAY"), variable("WAYLAND_DISPLAY")};
+    return {environmentVariable("XDG_SESSION_TYPE"), environmentVariable("DISPLAY"),
+            environmentVariable("WAYLAND_DISPLAY")};
 }
 
 std::string described(const SessionFacts& facts) {
