@@ -190,7 +190,7 @@ TEST(X11EventTapFault, givesTheKeyboardBackAfterBeingStopped) {
         process.signal(SIGSTOP);
         return waitpid(process.pid(), nullptr, WUNTRACED) == process.pid();
     };
-    ASSERT_TRUE(desktop.isTapped(window));
+    ASSERT_TRUE(prints("listening"));  // its first look takes the keys too, for a moment
     desktop.play("OS");
     ASSERT_TRUE(prints("start"));
     ASSERT_TRUE(stop());
