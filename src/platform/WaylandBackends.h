@@ -1,0 +1,35 @@
+#pragma once
+
+#include <memory>
+#include <optional>
+#include <set>
+#include <string>
+
+#include "base/MainQueue.h"
+#include "pasting/Pasting.h"
+
+/// The backends of Wayland sessions. All are called on the main thread.
+namespace nulo {
+
+class OverlayPlacement;
+class WaylandSession;
+
+/// What the compositor offers to this program, by interface, as chooseBackends() looks at it.
+/// Nothing when none answers. Waits two seconds at most.
+std::optional<std::set<std::string>> waylandOffers(const std::string& display);
+
+/// A connection to the compositor, in the background, for the backends below to share: what they
+/// ask of it comes in order. `display` as in $WAYLAND_DISPLAY.
+std::shared_ptr<WaylandSession> openWaylandSession(const std::string& display);
+
+/// Both selections by data-control. `mainQueue` outlives it.
+std::unique_ptr<Pasteboard> makeWaylandPasteboard(std::shared_ptr<WaylandSession> session,
+                                                  MainQueue& mainQueue);
+
+/// Shift+Insert by a virtual keyboard, for the text of makeWaylandPasteboard().
+std::unique_ptr<PasteKeystroke> makeVirtualKeyboardPaste(std::shared_ptr<WaylandSession> session);
+
+/// The same by KWin's fake input.
+std::unique_ptr<PasteKeystroke> makeFakeInputPaste(std::shared_ptr<WaylandSession> session);
+
+}  // namespace nulo
