@@ -115,9 +115,7 @@ std::vector<std::string> HeadlessCompositor::environment() const {
                                           "XDG_SESSION_TYPE=wayland", "QT_QPA_PLATFORM",
                                           m_xDisplay.empty() ? "DISPLAY" : "DISPLAY=" + m_xDisplay};
     if (m_kind == Kind::sway)
-        for (const auto& entry : fs::directory_iterator(folder()))
-            if (entry.path().filename().string().starts_with("sway-ipc."))
-                variables.push_back("SWAYSOCK=" + entry.path().string());
+        variables.push_back("SWAYSOCK=" + swaySocket());
     return variables;
 }
 
@@ -139,6 +137,13 @@ std::vector<std::string> HeadlessCompositor::command(std::vector<std::string> ar
                                       "--"};
     whole.insert(whole.end(), arguments.begin(), arguments.end());
     return whole;
+}
+
+std::string HeadlessCompositor::swaySocket() const {
+    for (const auto& entry : fs::directory_iterator(folder()))
+        if (entry.path().filename().string().starts_with("sway-ipc."))
+            return entry.path();
+    return {};
 }
 
 std::string HeadlessCompositor::swaymsg(std::vector<std::string> arguments) const {

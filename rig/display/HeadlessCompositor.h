@@ -42,6 +42,8 @@ class HeadlessCompositor {
     ChildProcess::Options options(const std::string& log) const;
     std::vector<std::string> command(std::vector<std::string> arguments) const;
 
+    /// sway's own socket.
+    std::string swaySocket() const;
     /// What swaymsg answers to such arguments.
     std::string swaymsg(std::vector<std::string> arguments) const;
     /// A PNG of the screen of sway's. Throws when there is none.

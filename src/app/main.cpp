@@ -6,6 +6,8 @@
 #include <chrono>
 #include <cstdio>
 #include <string>
+#include <utility>
+#include <vector>
 
 #include "app/AppDelegate.h"
 #include "app/BuildInfo.h"
@@ -14,6 +16,7 @@
 #include "base/StandardStreams.h"
 #include "pasting/InjectionGate.h"
 #include "platform/Backends.h"
+#include "platform/WaylandBackends.h"
 #include "platform/dbus/SessionLock.h"
 #include "platform/dbus/SingleInstance.h"
 #include "platform/session/BackendChoice.h"
@@ -30,14 +33,36 @@ namespace {
 /// The first of a capability's backends that can be made.
 template <typename Make>
 auto makeFirst(const char* capability, const std::vector<BackendCandidate>& candidates, Make make) {
-    decltype(make(Backend::none)) made;
+    decltype(make(candidates.front())) made;
     for (std::size_t i = 0; !made && i < candidates.size(); ++i) {
-        made = make(candidates[i].backend);
+        made = make(candidates[i]);
         if (made)
             printLine(std::string("[nulo] ") + capability + ": " + candidates[i].reason);
     }
     return made;
 }
+
+/// This program's arguments for the toolkit, which is told the window system unless the user does
+/// so in $QT_QPA_PLATFORM: set there, it would go on to every program that is started from here.
+class ToolkitArguments {
+  public:
+    ToolkitArguments(int argc, char** argv, std::string platform)
+        : m_platform(std::move(platform)), m_values(argv, argv + argc) {
+        if (qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM"))
+            m_values.insert(m_values.end(), {m_option.data(), m_platform.data()});
+        m_count = static_cast<int>(m_values.size());
+        m_values.push_back(nullptr);
+    }
+    /// Both belong to the application as long as it lives.
+    int& count() { return m_count; }
+    char** values() { return m_values.data(); }
+
+  private:
+    std::string m_option = "-platform";
+    std::string m_platform;
+    std::vector<char*> m_values;
+    int m_count = 0;
+};
 
 /// The page that says how the shortcut works and what it needs, beside the installed program.
 void openShortcutHelp() {
@@ -51,17 +76,23 @@ void removeTakes(const std::filesystem::path& folder, Clock::WallTime writtenBef
 
 int run(int argc, char** argv, bool isQuiet) {
     const Clock::WallTime startTime = systemClock().wallTime();
-    const SessionFacts facts = sessionFacts();
-    if (facts.display.empty() && facts.waylandDisplay.empty()) {
+    SessionFacts facts = sessionFacts();
+    const SessionFacts named = facts;
+    if (named.display.empty() && named.waylandDisplay.empty()) {
         printLine("Nulo needs a desktop: neither $DISPLAY nor $WAYLAND_DISPLAY is set.");
         return 1;
     }
-    if (facts.waylandDisplay.empty() && !x11DisplayAnswers(facts.display)) {
-        printLine("Nulo cannot reach the display " + facts.display +
-                  ": no X server answers there, or it does not let this user in.");
+    lookAtDisplays(facts);
+    if (facts.display.empty() && facts.waylandDisplay.empty()) {
+        printLine(named.waylandDisplay.empty()
+                      ? "Nulo cannot reach the display " + named.display +
+                            ": no X server answers there, or it does not let this user in."
+                      : "Nulo cannot reach the Wayland display " + named.waylandDisplay +
+                            ": no compositor answers there.");
         return 1;
     }
-    QApplication application(argc, argv);
+    ToolkitArguments arguments(argc, argv, chooseBackends(facts).toolkitPlatform);
+    QApplication application(arguments.count(), arguments.values());
     QApplication::setApplicationName("nulo");
     QApplication::setApplicationVersion(
         QString::fromUtf8(build::version().data(), build::version().size()));
@@ -88,17 +119,44 @@ int run(int argc, char** argv, bool isQuiet) {
     const std::unique_ptr<MainQueue> mainQueue = makeQtMainQueue();
     const std::unique_ptr<Microphone> microphone = makeMicrophone(*mainQueue, printLine);
     InjectionGate gate;
+    std::shared_ptr<WaylandSession> wayland;
+    if (facts.isWayland()) {
+        facts.hasPortal = portalIsOnTheBus();
+        wayland = openWaylandSession(facts.waylandDisplay);
+    }
     const BackendChoice choice = chooseBackends(facts);
-    const auto eventTapSource = makeFirst("Key tap", choice.keySource, [&](Backend backend) {
-        return backend == Backend::x11 ? makeX11EventTapSource(gate, *mainQueue, printLine)
-                                       : makeUnavailableEventTapSource();
-    });
+    const auto eventTapSource =
+        makeFirst("Key tap", choice.keySource, [&](const BackendCandidate& candidate) {
+            switch (candidate.backend) {
+                case Backend::x11:
+                    return makeX11EventTapSource(gate, *mainQueue, printLine);
+                case Backend::swayBindings:
+                    return makeSwayBindings(facts.swaySocket, printLine);
+                case Backend::shortcutsPortal:
+                    return makePortalShortcuts(printLine);
+                default:
+                    return makeUnavailableEventTapSource();
+            }
+        });
     const auto pasteboard =
-        makeFirst("Clipboard", choice.clipboard, [](Backend) { return makeQtPasteboard(); });
-    const auto pasteKeystroke = makeFirst("Paste", choice.paste, [&](Backend backend) {
-        return backend == Backend::x11 ? makeX11PasteKeystroke(gate) : makeNoPasteKeystroke();
-    });
-    printLine("[nulo] Overlay: " + choice.overlay.front().reason);
+        makeFirst("Clipboard", choice.clipboard, [&](const BackendCandidate& candidate) {
+            return candidate.backend == Backend::dataControl
+                       ? makeWaylandPasteboard(wayland, *mainQueue)
+                       : makeQtPasteboard();
+        });
+    const auto pasteKeystroke =
+        makeFirst("Paste", choice.paste, [&](const BackendCandidate& candidate) {
+            switch (candidate.backend) {
+                case Backend::x11:
+                    return makeX11PasteKeystroke(gate);
+                case Backend::virtualKeyboard:
+                    return makeVirtualKeyboardPaste(wayland);
+                case Backend::fakeInput:
+                    return makeFakeInputPaste(wayland);
+                default:
+                    return makeNoPasteKeystroke(candidate.reason);
+            }
+        });
     TrayItem statusItem(makeStatusNotifierItem(),
                         [] { return std::make_unique<XEmbedTrayIcon>(); });
     const std::unique_ptr<Notifications> notifications = makeDesktopNotifications();
@@ -107,7 +165,12 @@ int run(int argc, char** argv, bool isQuiet) {
     const std::unique_ptr<LoginItem> loginItem =
         makeLoginItem(folders.config, QCoreApplication::applicationFilePath().toStdString());
     const std::unique_ptr<UpdateHttp> updateHttp = makeUpdateHttp(*mainQueue);
-    const std::unique_ptr<OverlayPlacement> overlayPlacement = makeX11OverlayPlacement();
+    const auto overlayPlacement =
+        makeFirst("Overlay", choice.overlay, [&](const BackendCandidate& candidate) {
+            return candidate.backend == Backend::layerShell
+                       ? makeLayerShellPlacement(wayland, *mainQueue, choice.overlayTakesClicks)
+                       : makeX11OverlayPlacement();
+        });
     const Alerts alerts(systemClock(), [&] { return overlayPlacement->visibleFrame(); });
     UpdateDialogs updateWindows(alerts);
     const std::unique_ptr<ProcessLauncher> processLauncher = makeProcessLauncher();

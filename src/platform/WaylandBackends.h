@@ -6,6 +6,8 @@
 #include <string>
 
 #include "base/MainQueue.h"
+#include "base/Print.h"
+#include "hotkey/EventTap.h"
 #include "pasting/Pasting.h"
 
 /// The backends of Wayland sessions. All are called on the main thread.
@@ -31,5 +33,18 @@ std::unique_ptr<PasteKeystroke> makeVirtualKeyboardPaste(std::shared_ptr<Wayland
 
 /// The same by KWin's fake input.
 std::unique_ptr<PasteKeystroke> makeFakeInputPaste(std::shared_ptr<WaylandSession> session);
+
+/// The overlay on a layer above all windows, drawn by the toolkit but not shown by it. Without
+/// `takesClicks` clicks go through it. `mainQueue` outlives it; with a QApplication.
+std::unique_ptr<OverlayPlacement> makeLayerShellPlacement(std::shared_ptr<WaylandSession> session,
+                                                          MainQueue& mainQueue, bool takesClicks);
+
+/// The chord by sway's own bindings, as long as sway answers on that $SWAYSOCK. A thread of its own
+/// calls the handlers.
+std::unique_ptr<EventTapSource> makeSwayBindings(const std::string& socket, Print print);
+
+/// The chord by the portal's global shortcuts. Asks for them once; the user may be asked, too. With
+/// a QCoreApplication.
+std::unique_ptr<EventTapSource> makePortalShortcuts(Print print);
 
 }  // namespace nulo

@@ -22,7 +22,7 @@ WaylandConnection::WaylandConnection(Wayland<wl_display> display)
         .global =
             [](void* data, wl_registry*, std::uint32_t name, const char* interface,
                std::uint32_t version) {
-                self(data).m_offers.try_emplace(interface, Offer{name, version});
+                self(data).m_offers.emplace(interface, Offer{name, version});
             },
         .global_remove =
             [](void* data, wl_registry*, std::uint32_t name) {
@@ -43,15 +43,6 @@ Result<std::unique_ptr<WaylandConnection>> WaylandConnection::open(const std::st
     if (!connection->finish())
         return Error{connection->failure()};
     return connection;
-}
-
-void* WaylandConnection::bindAny(const wl_interface& interface, std::uint32_t lowest,
-                                 std::uint32_t highest) {
-    const auto offer = m_offers.find(interface.name);
-    if (offer == m_offers.end() || offer->second.version < lowest)
-        return nullptr;
-    return wl_registry_bind(m_registry.get(), offer->second.name, &interface,
-                            std::min(offer->second.version, highest));
 }
 
 void WaylandConnection::bindSeat() {

@@ -2,6 +2,7 @@
 
 #include <poll.h>
 
+#include <algorithm>
 #include <chrono>
 #include <cstdint>
 #include <map>
@@ -29,14 +30,27 @@ class WaylandConnection {
     WaylandConnection& operator=(const WaylandConnection&) = delete;
 
     wl_display* display() const { return m_display.get(); }
-    /// What can be bound at the moment, by interface; the first of several.
-    const std::map<std::string, Offer>& offers() const { return m_offers; }
+    /// What can be bound at the moment, by interface.
+    const std::multimap<std::string, Offer>& offers() const { return m_offers; }
 
-    /// Null when the compositor does not offer it in a version from `lowest` on. `name` is for an
-    /// interface whose messages are those of another one, number for number.
+    /// Null when the compositor does not offer it in a version from `lowest` on; the first of
+    /// several.
     template <typename T>
     Wayland<T> bind(const wl_interface& interface, std::uint32_t lowest, std::uint32_t highest) {
-        return Wayland<T>(static_cast<T*>(bindAny(interface, lowest, highest)));
+        auto all = bindAll<T>(interface, lowest, highest, 1);
+        return all.empty() ? nullptr : std::move(all.front());
+    }
+    template <typename T>
+    std::vector<Wayland<T>> bindAll(const wl_interface& interface, std::uint32_t lowest,
+                                    std::uint32_t highest, std::size_t most = 16) {
+        std::vector<Wayland<T>> all;
+        const auto [first, last] = m_offers.equal_range(interface.name);
+        for (auto offer = first; offer != last && all.size() < most; ++offer)
+            if (offer->second.version >= lowest)
+                all.emplace_back(static_cast<T*>(
+                    wl_registry_bind(m_registry.get(), offer->second.name, &interface,
+                                     std::min(offer->second.version, highest))));
+        return all;
     }
 
     /// Null without one.
@@ -57,12 +71,11 @@ class WaylandConnection {
 
   private:
     explicit WaylandConnection(Wayland<wl_display> display);
-    void* bindAny(const wl_interface& interface, std::uint32_t lowest, std::uint32_t highest);
     void bindSeat();
 
     Wayland<wl_display> m_display;
     Wayland<wl_registry> m_registry;
-    std::map<std::string, Offer> m_offers;
+    std::multimap<std::string, Offer> m_offers;
     Wayland<wl_seat> m_seat;
     std::uint32_t m_capabilities = 0;
 };

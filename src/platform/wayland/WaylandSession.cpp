@@ -16,7 +16,8 @@ WaylandDesk::WaylandDesk(std::unique_ptr<WaylandConnection> connected)
     : connection(std::move(connected)),
       selections(*connection),
       keyboard(*connection),
-      fakeInput(*connection) {}
+      fakeInput(*connection),
+      layers(*connection) {}
 
 WaylandDesk::~WaylandDesk() = default;
 
@@ -49,10 +50,10 @@ void WaylandSession::wake() {
 }
 
 void WaylandSession::run() {
-    sigset_t signals;
-    sigemptyset(&signals);
-    sigaddset(&signals, SIGPIPE);  // a program that stops reading the clipboard halfway
-    pthread_sigmask(SIG_BLOCK, &signals, nullptr);
+    sigset_t pipe;
+    sigemptyset(&pipe);
+    sigaddset(&pipe, SIGPIPE);  // a program that stops reading the clipboard halfway
+    pthread_sigmask(SIG_BLOCK, &pipe, nullptr);
     [[maybe_unused]] const auto early = connect();  // so that the first paste waits for nothing
     while (!m_stopping) {
         runWork();

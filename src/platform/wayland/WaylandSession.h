@@ -2,6 +2,7 @@
 
 #include <atomic>
 #include <functional>
+#include <map>
 #include <memory>
 #include <mutex>
 #include <string>
@@ -10,12 +11,11 @@
 
 #include "base/Result.h"
 #include "platform/wayland/DataControl.h"
+#include "platform/wayland/LayerSurface.h"
 #include "platform/wayland/PasteKeyboards.h"
 #include "platform/wayland/WaylandConnection.h"
 
 namespace nulo {
-
-class LayerSurface;
 
 /// What Nulo keeps at the compositor, all of it made anew when the compositor was.
 struct WaylandDesk {
@@ -26,7 +26,8 @@ struct WaylandDesk {
     DataControl selections;
     VirtualKeyboard keyboard;
     FakeInput fakeInput;
-    std::shared_ptr<LayerSurface> overlay;
+    LayerShell layers;
+    std::map<const void*, std::unique_ptr<LayerSurface>> overlays;  // by their owners
 };
 
 /// A thread that alone has to do with the compositor, for the clipboard, the paste and the overlay:
