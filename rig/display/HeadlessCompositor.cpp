@@ -59,8 +59,19 @@ HeadlessCompositor::HeadlessCompositor(Kind kind, Options options) : m_kind(kind
         case Kind::kwin:
             started.environment.insert(started.environment.end(),
                                        {"KWIN_COMPOSE=Q", "QT_QPA_PLATFORM", "LC_ALL=C.UTF-8"});
-            arguments = {"kwin_wayland", "--virtual", "--no-lockscreen", "--width", "1280",
-                         "--height",     "800",       "--socket",        socketName};
+            if (!options.fakeInputProgram.empty())
+                openFakeInput(options.fakeInputProgram, started.environment);
+            // The installed one has a capability that a container may not give it.
+            fs::copy_file("/usr/bin/kwin_wayland", folder() / "kwin_wayland");
+            arguments = {folder() / "kwin_wayland",
+                         "--virtual",
+                         "--no-lockscreen",
+                         "--width",
+                         "1280",
+                         "--height",
+                         "800",
+                         "--socket",
+                         socketName};
             if (options.hasXwayland)
                 arguments.push_back("--xwayland");
             break;
@@ -98,6 +109,15 @@ HeadlessCompositor::HeadlessCompositor(Kind kind, Options options) : m_kind(kind
         std::chrono::seconds(30));
     if (!isThere || !m_process->isRunning())
         throw std::runtime_error("the compositor did not start: " + log());
+}
+
+void HeadlessCompositor::openFakeInput(const fs::path& program,
+                                       const std::vector<std::string>& environment) const {
+    fs::create_directory(folder() / "applications");
+    std::ofstream(folder() / "applications/program.desktop")
+        << "[Desktop Entry]\nType=Application\nNoDisplay=true\nName=Program\nExec="
+        << program.string() << "\nX-KDE-Wayland-Interfaces=org_kde_kwin_fake_input\n";
+    outputOf({"kbuildsycoca5"}, {environment, {}});
 }
 
 HeadlessCompositor::~HeadlessCompositor() {

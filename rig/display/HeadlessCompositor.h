@@ -19,6 +19,8 @@ class HeadlessCompositor {
         bool hasXwayland = false;
         /// NAME=value entries for the compositor. KWin and Mutter want a session bus.
         std::vector<std::string> environment = {};
+        /// A program that KWin lets send keys, as an installed desktop entry would ask it to.
+        std::filesystem::path fakeInputProgram = {};
         /// Lines of sway's configuration.
         std::string configuration = {};
     };
@@ -53,6 +55,9 @@ class HeadlessCompositor {
     void signal(int number) { m_process->signal(number); }
 
   private:
+    void openFakeInput(const std::filesystem::path& program,
+                       const std::vector<std::string>& environment) const;
+
     const Kind m_kind;
     TemporaryFolder m_folder;
     std::string m_xDisplay;
