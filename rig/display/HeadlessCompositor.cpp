@@ -96,13 +96,10 @@ HeadlessCompositor::HeadlessCompositor(Kind kind, Options options) : m_kind(kind
                 return !m_process->isRunning();
             if (!options.hasXwayland)
                 return true;
+            // Mutter names two, of which the first is for everybody.
             std::smatch found;
             const std::string said = log();
-            if (kind == Kind::mutter &&
-                std::regex_search(said, found, std::regex("public X11 display (:\\d+)")))
-                m_xDisplay = found[1];
-            else if (kind != Kind::mutter &&
-                     std::regex_search(said, found, std::regex("(:\\d+)[^\\n]*\n")))
+            if (std::regex_search(said, found, std::regex("(?:display |DISPLAY=| )(:\\d+)")))
                 m_xDisplay = found[1];
             return !m_xDisplay.empty();
         },
@@ -136,6 +133,8 @@ std::vector<std::string> HeadlessCompositor::environment() const {
                                           m_xDisplay.empty() ? "DISPLAY" : "DISPLAY=" + m_xDisplay};
     if (m_kind == Kind::sway)
         variables.push_back("SWAYSOCK=" + swaySocket());
+    if (m_kind == Kind::mutter)
+        variables.push_back("XAUTHORITY=" + fileThatStartsWith(".mutter-Xwaylandauth."));
     return variables;
 }
 
@@ -159,11 +158,15 @@ std::vector<std::string> HeadlessCompositor::command(std::vector<std::string> ar
     return whole;
 }
 
-std::string HeadlessCompositor::swaySocket() const {
+std::string HeadlessCompositor::fileThatStartsWith(const std::string& start) const {
     for (const auto& entry : fs::directory_iterator(folder()))
-        if (entry.path().filename().string().starts_with("sway-ipc."))
+        if (entry.path().filename().string().starts_with(start))
             return entry.path();
     return {};
+}
+
+std::string HeadlessCompositor::swaySocket() const {
+    return fileThatStartsWith("sway-ipc.");
 }
 
 std::string HeadlessCompositor::swaymsg(std::vector<std::string> arguments) const {

@@ -55,6 +55,7 @@ class HeadlessCompositor {
     void signal(int number) { m_process->signal(number); }
 
   private:
+    std::string fileThatStartsWith(const std::string& start) const;
     void openFakeInput(const std::filesystem::path& program,
                        const std::vector<std::string>& environment) const;
 
