@@ -153,6 +153,9 @@ int run(int argc, char** argv, bool isQuiet) {
                     return makeVirtualKeyboardPaste(wayland);
                 case Backend::fakeInput:
                     return makeFakeInputPaste(wayland);
+                case Backend::remoteDesktopPortal:
+                    return makePortalPaste(configFile.configDir() / "remote-desktop-token",
+                                           printLine);
                 default:
                     return makeNoPasteKeystroke(candidate.reason);
             }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <filesystem>
 #include <memory>
 #include <optional>
 #include <set>
@@ -33,6 +34,10 @@ std::unique_ptr<PasteKeystroke> makeVirtualKeyboardPaste(std::shared_ptr<Wayland
 
 /// The same by KWin's fake input.
 std::unique_ptr<PasteKeystroke> makeFakeInputPaste(std::shared_ptr<WaylandSession> session);
+
+/// The same by the portal's remote desktop, for the text of whatever pasteboard. Asks the user
+/// once, now; the permission is kept in `tokenFile` for the next start. With a QCoreApplication.
+std::unique_ptr<PasteKeystroke> makePortalPaste(std::filesystem::path tokenFile, Print print);
 
 /// The overlay on a layer above all windows, drawn by the toolkit but not shown by it. Without
 /// `takesClicks` clicks go through it. `mainQueue` outlives it; with a QApplication.

@@ -56,6 +56,12 @@ TEST(BackendChoice, followsWhatTheSessionOffers) {
          B::qt,
          B::none,
          B::x11},
+        {{.display = ":0", .waylandDisplay = "w", .desktop = "GNOME", .hasPortal = true},
+         "xcb",
+         B::shortcutsPortal,
+         B::qt,
+         B::remoteDesktopPortal,
+         B::x11},
         {{.waylandDisplay = "w"}, "wayland", B::none, B::qt, B::none, B::qt},
     };
     for (const auto& row : rows) {

@@ -9,10 +9,10 @@
 #include "base/FileIO.h"
 #include "pasting/Deliveries.h"
 #include "platform/Backends.h"
+#include "platform/TrayDesktop.h"
 #include "platform/WaylandBackends.h"
 #include "platform/wayland/WaylandConnection.h"
 #include "rig/display/HeadlessCompositor.h"
-#include "rig/process/PrivateBus.h"
 #include "rig/process/WaitUntil.h"
 
 namespace nulo {
@@ -27,10 +27,10 @@ constexpr std::uint32_t altKey = 56, spaceKey = 57;  // the kernel's codes
 class KwinTest : public testing::Test {
   protected:
     KwinTest() {
-        m_bus.start();
+        testBus().start();
         m_kwin.emplace(HeadlessCompositor::Kind::kwin,
                        HeadlessCompositor::Options{
-                           .environment = {"DBUS_SESSION_BUS_ADDRESS=" + m_bus.address()},
+                           .environment = {"DBUS_SESSION_BUS_ADDRESS=" + testBus().address()},
                            .fakeInputProgram = fs::read_symlink("/proc/self/exe")});
         m_session = openWaylandSession(m_kwin->display());
         m_window.emplace(std::vector<std::string>{NULO_TEST_SUPPORT "/gtk-text-window.py", m_text},
@@ -51,7 +51,7 @@ class KwinTest : public testing::Test {
         ASSERT_TRUE(eventually([&] { return isOnBus("org.freedesktop.portal.Desktop"); }));
     }
     bool isOnBus(const std::string& name) const {
-        return outputOf({"busctl", "--address=" + m_bus.address(), "list", "--acquired"})
+        return outputOf({"busctl", "--address=" + testBus().address(), "list", "--acquired"})
                    .find(name) != std::string::npos;
     }
     template <typename Condition>
@@ -71,7 +71,6 @@ class KwinTest : public testing::Test {
     QCoreApplication m_application{m_argumentCount, m_arguments};
     TemporaryFolder m_folder;
     const fs::path m_text = m_folder / "text";
-    PrivateBus m_bus;
     std::optional<HeadlessCompositor> m_kwin;
     std::unique_ptr<MainQueue> m_queue = makeQtMainQueue();
     std::shared_ptr<WaylandSession> m_session;

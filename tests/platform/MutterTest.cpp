@@ -10,10 +10,10 @@
 
 #include "base/FileIO.h"
 #include "platform/Backends.h"
+#include "platform/TrayDesktop.h"
 #include "platform/WaylandBackends.h"
 #include "platform/session/BackendChoice.h"
 #include "rig/display/HeadlessCompositor.h"
-#include "rig/process/PrivateBus.h"
 #include "rig/process/WaitUntil.h"
 
 namespace nulo {
@@ -43,11 +43,10 @@ class MutterKeys {
 // Faults: a text that Mutter does not hand on to its own programs while none of our windows has the
 // focus; a session whose compositor offers less than it is taken to offer.
 TEST(Mutter, handsOnWhatIsPutOnTheClipboardThroughXwayland) {
-    PrivateBus bus;
-    bus.start();
+    testBus().start();
     const HeadlessCompositor mutter(
         HeadlessCompositor::Kind::mutter,
-        {.hasXwayland = true, .environment = {"DBUS_SESSION_BUS_ADDRESS=" + bus.address()}});
+        {.hasXwayland = true, .environment = {"DBUS_SESSION_BUS_ADDRESS=" + testBus().address()}});
     for (const std::string& variable : mutter.environment())
         if (const auto equals = variable.find('='); equals != std::string::npos)
             setenv(variable.substr(0, equals).c_str(), variable.c_str() + equals + 1, 1);

@@ -49,8 +49,12 @@ Candidates waylandPaste(const SessionFacts& facts) {
         return {{Backend::none,
                  "by hand: KWin does not let this program send keys, as it is not the one that "
                  "the installed desktop entry names"}};
+    if (facts.hasPortal)
+        return {{Backend::remoteDesktopPortal,
+                 "Shift+Insert, by the desktop's portal, which asks for leave once"}};
     return {{Backend::none,
-             "by hand: the compositor offers neither a virtual keyboard nor KWin's fake input"}};
+             "by hand: the compositor offers neither a virtual keyboard nor KWin's fake input, and "
+             "no desktop portal is on the session bus"}};
 }
 
 Candidates waylandOverlay(const SessionFacts& facts) {

@@ -40,6 +40,7 @@ enum class Backend {
     dataControl,
     virtualKeyboard,
     fakeInput,
+    remoteDesktopPortal,
     layerShell,
     none
 };
