@@ -37,9 +37,10 @@ void require(bool condition, const std::string& failure) {
 
 DesktopSession::DesktopSession(Launch launch, Screen screen) {
     m_bus.start();
-    if (screen == Screen::sway) {
+    if (screen != Screen::x11) {
         m_sway.emplace(HeadlessCompositor::Kind::sway,
                        HeadlessCompositor::Options{
+                           .hasXwayland = screen == Screen::swayWithXwayland,
                            .configuration = "output * bg #3a6ea5 solid_color\n"
                                             "for_window [app_id=foot] floating enable, resize set "
                                             "640 320, move position 320 120\n"});

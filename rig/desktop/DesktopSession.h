@@ -28,7 +28,7 @@ class DesktopSession {
         later,  // the offers of the first launch were made, the last look for updates was just now
         first,
     };
-    enum class Screen { x11, sway };
+    enum class Screen { x11, sway, swayWithXwayland };
     explicit DesktopSession(Launch launch = Launch::later, Screen screen = Screen::x11);
 
     const std::filesystem::path& home() const { return m_home.path(); }

@@ -55,6 +55,8 @@ HeadlessCompositor::HeadlessCompositor(Kind kind, Options options) : m_kind(kind
                 started.environment.end(),
                 {"WLR_BACKENDS=headless", "WLR_LIBINPUT_NO_DEVICES=1", "WLR_RENDERER=pixman"});
             arguments = {"sway", "--config", folder() / "sway.config"};
+            if (options.hasXwayland)
+                arguments.push_back("--verbose");  // or it does not say which display
             break;
         case Kind::kwin:
             started.environment.insert(started.environment.end(),

@@ -1,4 +1,4 @@
-// The program in a Wayland session without an X server, used as a person would.
+// The program in a Wayland session, used as a person would.
 
 #include <gtest/gtest.h>
 
@@ -18,7 +18,7 @@ TEST(SwayDictation, goesAllTheWay) {
                          "data: {\"choices\":[{\"delta\":{\"content\":\"Tout va bien.\"}}]}\n\n"
                          "data: [DONE]\n\n"));
     });
-    DesktopSession desktop(DesktopSession::Launch::later, DesktopSession::Screen::sway);
+    DesktopSession desktop(DesktopSession::Launch::later, GetParam());
     desktop.writeServiceFile(service.url());
     desktop.startTextWindow();
     desktop.startNulo();
@@ -28,6 +28,10 @@ TEST(SwayDictation, goesAllTheWay) {
     EXPECT_EQ(desktop.clipboard(), "Tout va bien.");
     EXPECT_EQ(desktop.stopNulo(), 0);
 }
+
+INSTANTIATE_TEST_SUITE_P(WithAndWithoutXwayland, SwayDictation,
+                         testing::Values(DesktopSession::Screen::sway,
+                                         DesktopSession::Screen::swayWithXwayland));
 
 }  // namespace
 }  // namespace nulo
