@@ -9,9 +9,10 @@
 namespace nulo {
 namespace {
 
-// Faults: a toolkit that ends the program for want of an X server, parts that are not the
-// session's.
-TEST(SwayDictation, goesAllTheWay) {
+class SwayDictation : public testing::TestWithParam<DesktopSession::Screen> {};
+
+// Faults: a toolkit that ends the program for want of an X server; parts that are X11's.
+TEST_P(SwayDictation, goesAllTheWay) {
     ScriptedHttpServer service([](const ReceivedRequest&, auto& client) {
         client.send(
             httpResponse(200,

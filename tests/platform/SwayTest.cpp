@@ -170,10 +170,18 @@ TEST_F(SwayTest, showsTheOverlayAboveAllWindows) {
     const QImage silent = screen();
     levels.set(std::vector<float>(40, 0.9f));
     EXPECT_TRUE(eventually([&] { return differs(silent); }));
-    if (const char* folder = std::getenv("NULO_PICTURES"))
-        screen().save(QString(folder) + "/sway-overlay.png");
     pressKeys({"a"});
     EXPECT_TRUE(eventually([&] { return typed() == "a"; }));
+    overlay.showStreaming("");
+    overlay.appendStreamingText("one two three");
+    queue.advance(std::chrono::seconds(1));
+    const QRect wide = overlay.window()->frame();
+    EXPECT_EQ(wide.width(), 400);
+    EXPECT_TRUE(eventually([&] {  // up to its border on either side
+        const QImage now = screen();
+        return now.pixel(wide.left() + 5, panel.center().y()) !=
+               now.pixel(wide.left() - 40, panel.center().y());
+    }));
     overlay.hide();
     queue.advance(std::chrono::seconds(1));
     EXPECT_TRUE(eventually([&] { return screen().copy(panel) == before.copy(panel); }));
