@@ -120,7 +120,7 @@ int run(int argc, char** argv, bool isQuiet) {
     const std::unique_ptr<Microphone> microphone = makeMicrophone(*mainQueue, printLine);
     InjectionGate gate;
     std::shared_ptr<WaylandSession> wayland;
-    if (facts.isWayland()) {
+    if (!facts.waylandDisplay.empty()) {
         facts.hasPortal = portalIsOnTheBus();
         wayland = openWaylandSession(facts.waylandDisplay);
     }

@@ -1,6 +1,8 @@
 #include <gtest/gtest.h>
 
 #include <QCoreApplication>
+#include <QDBusConnection>
+#include <QDBusConnectionInterface>
 #include <csignal>
 #include <memory>
 #include <optional>
@@ -50,9 +52,9 @@ class KwinTest : public testing::Test {
         m_portal.emplace(std::vector<std::string>{"/usr/libexec/xdg-desktop-portal"}, options);
         ASSERT_TRUE(eventually([&] { return isOnBus("org.freedesktop.portal.Desktop"); }));
     }
-    bool isOnBus(const std::string& name) const {
-        return outputOf({"busctl", "--address=" + testBus().address(), "list", "--acquired"})
-                   .find(name) != std::string::npos;
+    static bool isOnBus(const char* name) {
+        const auto bus = QDBusConnection::connectToBus(testBus().address().c_str(), "look");
+        return bus.interface()->isServiceRegistered(name);
     }
     template <typename Condition>
     static bool eventually(Condition condition) {

@@ -121,7 +121,8 @@ class PortalPaste final : public PasteKeystroke {
             return begin();
         const Report report = std::move(m_waiting.front());
         m_waiting.erase(m_waiting.begin());
-        report.onSending();
+        if (report.onSending)
+            report.onSending();
         key(shiftKey, true);
         key(insertKey, true);
         key(insertKey, false);
