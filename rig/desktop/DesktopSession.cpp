@@ -165,7 +165,7 @@ std::string DesktopSession::text() const {
 
 std::string DesktopSession::clipboard() const {
     if (m_sway)
-        return outputOf(m_sway->command({"timeout", "10", "wl-paste", "--no-newline"}),
+        return outputOf(m_sway->command({"timeout", "60", "wl-paste", "--no-newline"}),
                         {m_sway->environment(), {}});
     return outputOf({"xclip", "-o", "-selection", "clipboard"}, {environment(), {}});
 }

@@ -105,7 +105,7 @@ HeadlessCompositor::HeadlessCompositor(Kind kind, Options options) : m_kind(kind
                 m_xDisplay = found[1];
             return !m_xDisplay.empty();
         },
-        std::chrono::seconds(30));
+        std::chrono::seconds(60));
     if (!isThere || !m_process->isRunning())
         throw std::runtime_error("the compositor did not start: " + log());
 }

@@ -18,7 +18,7 @@ class OverlayPlacement;
 class WaylandSession;
 
 /// What the compositor offers to this program, by interface, as chooseBackends() looks at it.
-/// Nothing when none answers. Waits two seconds at most.
+/// Nothing when none answers. Waits ten seconds at most.
 std::optional<std::set<std::string>> waylandOffers(const std::string& display);
 
 /// A connection to the compositor, in the background, for the backends below to share: what they

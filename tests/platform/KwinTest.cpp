@@ -63,7 +63,7 @@ class KwinTest : public testing::Test {
                 QCoreApplication::processEvents();
                 return condition();
             },
-            std::chrono::seconds(20));
+            std::chrono::seconds(60));
     }
     std::optional<std::string> text() const { return readFile(m_text, 1'000'000); }
 

@@ -70,14 +70,18 @@ TEST(Mutter, handsOnWhatIsPutOnTheClipboardThroughXwayland) {
     pasteboard->setString("déjà vu");
     MutterKeys keys;
     // The first ones are lost while the seat gets its first keyboard.
-    EXPECT_TRUE(waitUntil([&] {
-        QCoreApplication::processEvents();
-        for (const auto& [code, isDown] :
-             {std::pair{shiftKey, true}, {insertKey, true}, {insertKey, false}, {shiftKey, false}})
-            keys.press(code, isDown);
-        return readFile(text, 1'000'000).value_or("").starts_with("déjà vu");
-    })) << readFile(text, 1'000'000).value_or("no text")
-        << mutter.log();
+    EXPECT_TRUE(waitUntil(
+        [&] {
+            QCoreApplication::processEvents();
+            for (const auto& [code, isDown] : {std::pair{shiftKey, true},
+                                               {insertKey, true},
+                                               {insertKey, false},
+                                               {shiftKey, false}})
+                keys.press(code, isDown);
+            return readFile(text, 1'000'000).value_or("").starts_with("déjà vu");
+        },
+        std::chrono::seconds(60)))
+        << readFile(text, 1'000'000).value_or("no text") << mutter.log();
 }
 
 }  // namespace

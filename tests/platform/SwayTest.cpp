@@ -34,10 +34,12 @@ class SwayTest : public testing::Test {
 
     template <typename Condition>
     static bool eventually(Condition condition) {
-        return waitUntil([&] {
-            QCoreApplication::processEvents();
-            return condition();
-        });
+        return waitUntil(
+            [&] {
+                QCoreApplication::processEvents();
+                return condition();
+            },
+            std::chrono::seconds(30));
     }
     void openTerminal() {
         m_terminal = std::make_unique<ChildProcess>(
@@ -61,13 +63,13 @@ class SwayTest : public testing::Test {
     }
     /// As another program reads it.
     std::string pasteboard(const char* selection) const {
-        const std::string command = std::string("timeout 10 wl-paste --no-newline ") + selection;
+        const std::string command = std::string("timeout 60 wl-paste --no-newline ") + selection;
         return outputOf(m_sway.command({"sh", "-c", command + " || true"}),
                         {m_sway.environment(), {}});
     }
 
     void pressKeys(std::vector<std::string> keys) {
-        keys.insert(keys.begin(), {"timeout", "10", "wtype"});
+        keys.insert(keys.begin(), {"timeout", "60", "wtype"});
         outputOf(m_sway.command(std::move(keys)), {m_sway.environment(), {}});
     }
     QImage screen() const {

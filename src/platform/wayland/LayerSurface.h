@@ -26,7 +26,7 @@ class LayerShell {
 
     bool isOffered() const { return m_shell && m_compositor && m_shm; }
     /// What bars leave of the output that the user works on, the origin of a LayerSurface's places
-    /// being its corner. Waits two seconds at most; empty when nothing is told.
+    /// being its corner. Waits ten seconds at most; empty when nothing is told.
     QSize usableSize();
     /// The largest scale of an output: a picture with it is sharp on all of them.
     int scale() const;

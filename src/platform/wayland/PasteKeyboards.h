@@ -17,7 +17,7 @@ class VirtualKeyboard {
   public:
     explicit VirtualKeyboard(WaylandConnection& connection);
 
-    /// Makes the keyboard unless it is there, with the user's keymap. Waits two seconds at most.
+    /// Makes the keyboard unless it is there, with the user's keymap. Waits ten seconds at most.
     Outcome prepare();
     /// Presses and releases Shift+Insert.
     void pressPasteChord();

@@ -8,7 +8,7 @@
 namespace nulo {
 namespace {
 
-constexpr auto longestAnswer = std::chrono::seconds(2);
+constexpr auto longestAnswer = std::chrono::seconds(10);
 
 WaylandConnection& self(void* data) {
     return *static_cast<WaylandConnection*>(data);

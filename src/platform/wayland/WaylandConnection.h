@@ -24,7 +24,7 @@ class WaylandConnection {
         std::uint32_t version;
     };
 
-    /// `display` is a name as in $WAYLAND_DISPLAY. Waits two seconds at most.
+    /// `display` is a name as in $WAYLAND_DISPLAY. Waits ten seconds at most.
     static Result<std::unique_ptr<WaylandConnection>> open(const std::string& display);
     WaylandConnection(const WaylandConnection&) = delete;
     WaylandConnection& operator=(const WaylandConnection&) = delete;
@@ -63,7 +63,7 @@ class WaylandConnection {
     /// ever). False once the connection is lost.
     bool wait(std::vector<pollfd>& others, int timeout);
     /// Waits until the compositor has done all that it was asked for. False when it does not do so
-    /// in two seconds, or the connection is lost.
+    /// in ten seconds, or the connection is lost.
     bool finish();
     bool isLost() const { return wl_display_get_error(m_display.get()) != 0; }
     /// Why it is lost, or that nothing came in time.
