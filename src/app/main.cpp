@@ -5,15 +5,17 @@
 #include <QUrl>
 #include <chrono>
 #include <cstdio>
-#include <functional>
 #include <string>
+#include <utility>
+#include <vector>
 
 #include "app/AppDelegate.h"
 #include "app/BuildInfo.h"
 #include "app/CommandLine.h"
+#include "app/Examination.h"
+#include "app/SessionBackends.h"
 #include "base/PrivateFolder.h"
 #include "base/StandardStreams.h"
-#include "doctor/Doctor.h"
 #include "pasting/InjectionGate.h"
 #include "platform/Backends.h"
 #include "platform/dbus/SessionLock.h"
@@ -29,49 +31,26 @@
 namespace nulo {
 namespace {
 
-/// The first of a capability's backends that can be made; `tell` gets the candidate.
-template <typename Make, typename Tell>
-auto makeFirst(const std::vector<BackendCandidate>& candidates, Make make, Tell tell) {
-    decltype(make(Backend::none)) made;
-    for (std::size_t i = 0; !made && i < candidates.size(); ++i) {
-        made = make(candidates[i].backend);
-        if (made)
-            tell(candidates[i]);
+/// This program's arguments for the toolkit, which is told the window system unless the user does
+/// so in $QT_QPA_PLATFORM: set there, it would go on to every program that is started from here.
+class ToolkitArguments {
+  public:
+    ToolkitArguments(int argc, char** argv, std::string platform)
+        : m_platform(std::move(platform)), m_values(argv, argv + argc) {
+        if (qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM"))
+            m_values.insert(m_values.end(), {m_option.data(), m_platform.data()});
+        m_count = static_cast<int>(m_values.size());
+        m_values.push_back(nullptr);
     }
-    return made;
-}
+    /// Both belong to the application as long as it lives.
+    int& count() { return m_count; }
+    char** values() { return m_values.data(); }
 
-/// What the session's keys and clipboard are reached by.
-struct SessionBackends {
-    using Tell = std::function<void(const char* capability, const BackendCandidate&)>;
-
-    SessionBackends(const BackendChoice& choice, InjectionGate& gate, MainQueue& mainQueue,
-                    const Print& print, const Tell& tell) {
-        const auto telling = [&](const char* capability) {
-            return [&tell, capability](const BackendCandidate& made) { tell(capability, made); };
-        };
-        eventTapSource = makeFirst(
-            choice.keySource,
-            [&](Backend backend) {
-                return backend == Backend::x11 ? makeX11EventTapSource(gate, mainQueue, print)
-                                               : makeUnavailableEventTapSource();
-            },
-            telling("Key tap"));
-        pasteboard = makeFirst(
-            choice.clipboard, [](Backend) { return makeQtPasteboard(); }, telling("Clipboard"));
-        pasteKeystroke = makeFirst(
-            choice.paste,
-            [&](Backend backend) {
-                return backend == Backend::x11 ? makeX11PasteKeystroke(gate)
-                                               : makeNoPasteKeystroke();
-            },
-            telling("Paste"));
-        tell("Overlay", choice.overlay.front());
-    }
-
-    std::unique_ptr<EventTapSource> eventTapSource;
-    std::unique_ptr<Pasteboard> pasteboard;
-    std::unique_ptr<PasteKeystroke> pasteKeystroke;
+  private:
+    std::string m_option = "-platform";
+    std::string m_platform;
+    std::vector<char*> m_values;
+    int m_count = 0;
 };
 
 /// The page that says how the shortcut works and what it needs, beside the installed program.
@@ -84,79 +63,42 @@ void removeTakes(const std::filesystem::path& folder, Clock::WallTime writtenBef
     removeOwnFiles(folder, "recording_", ".m4a", writtenBefore);
 }
 
-/// Why no window can be shown; empty when one can.
-std::string displayObstacle(const SessionFacts& facts) {
-    if (facts.display.empty() && facts.waylandDisplay.empty())
+/// Why no window can be shown; empty when one can. `named` is what the environment names, `facts`
+/// what answers of it.
+std::string displayObstacle(const SessionFacts& named, const SessionFacts& facts) {
+    if (named.display.empty() && named.waylandDisplay.empty())
         return "Nulo needs a desktop: neither $DISPLAY nor $WAYLAND_DISPLAY is set";
-    if (facts.waylandDisplay.empty() && !x11DisplayAnswers(facts.display))
-        return "Nulo cannot reach the display " + facts.display +
+    if (!facts.display.empty() || !facts.waylandDisplay.empty())
+        return {};
+    if (named.waylandDisplay.empty())
+        return "Nulo cannot reach the display " + named.display +
                ": no X server answers there, or it does not let this user in";
-    return {};
-}
-
-/// Prints what the doctor found; the process's exit status.
-int tell(const std::vector<Finding>& findings, bool isJson) {
-    std::fputs((isJson ? asJson(findings) : asText(findings)).c_str(), stdout);
-    return canDictate(findings) ? 0 : 1;
-}
-
-/// Does what --doctor is for; the process's exit status.
-int examine(const SessionFacts& facts, bool isJson) {
-    std::string printed;
-    const Print collect = [&printed](std::string_view line) { printed += line; };
-    std::vector<Finding> findings{{"Session", Finding::Verdict::good, described(facts), ""}};
-    const std::unique_ptr<MainQueue> mainQueue = makeQtMainQueue();
-    const std::unique_ptr<Microphone> microphone = makeMicrophone(*mainQueue, collect);
-    const std::unique_ptr<UpdateHttp> http = makeUpdateHttp(*mainQueue);
-    InjectionGate gate;
-    const SessionBackends backends(
-        chooseBackends(facts), gate, *mainQueue, collect,
-        [&](const char* capability, const BackendCandidate& made) {
-            findings.push_back(
-                {capability,
-                 made.backend == Backend::none ? Finding::Verdict::weak : Finding::Verdict::good,
-                 made.reason, ""});
-        });
-    Doctor doctor({.mainQueue = *mainQueue,
-                   .microphone = *microphone,
-                   .eventTapSource = *backends.eventTapSource,
-                   .http = *http,
-                   .configHome = userFolders().home,
-                   .defaultBaseURL = build::baseURL(),
-                   .desktop = desktopFacts(),
-                   .checkCompanion =
-                       [] {
-                           return programOutput(
-                               QCoreApplication::applicationDirPath().toStdString() +
-                                   "/nulo-service",
-                               {"--check"});
-                       },
-                   .printed = [&printed] { return std::exchange(printed, ""); }});
-    int status = 1;
-    doctor.examine(std::move(findings), [&](const std::vector<Finding>& all) {
-        status = tell(all, isJson);
-        QCoreApplication::quit();
-    });
-    QCoreApplication::exec();
-    return status;
+    return "Nulo cannot reach the Wayland display " + named.waylandDisplay +
+           ": no compositor answers there";
 }
 
 int run(int argc, char** argv, const CommandLine& commandLine) {
     const Clock::WallTime startTime = systemClock().wallTime();
-    const SessionFacts facts = sessionFacts();
-    if (const std::string obstacle = displayObstacle(facts); !obstacle.empty()) {
+    SessionFacts facts = sessionFacts();
+    const SessionFacts named = facts;
+    lookAtDisplays(facts);
+    if (const std::string obstacle = displayObstacle(named, facts); !obstacle.empty()) {
         if (commandLine.action == CommandLine::Action::doctor)
-            return tell({{"Session", Finding::Verdict::broken, obstacle, ""}}, commandLine.isJson);
+            return tellFindings({{"Session", Finding::Verdict::broken, obstacle, ""}},
+                                commandLine.isJson);
         printLine(obstacle + ".");
         return 1;
     }
-    QApplication application(argc, argv);
+    ToolkitArguments arguments(argc, argv, chooseBackends(facts).toolkitPlatform);
+    QApplication application(arguments.count(), arguments.values());
     QApplication::setApplicationName("nulo");
     QApplication::setApplicationVersion(
         QString::fromUtf8(build::version().data(), build::version().size()));
     QApplication::setDesktopFileName("org.nulo.Nulo");
     QApplication::setQuitOnLastWindowClosed(false);
 
+    if (!facts.waylandDisplay.empty())
+        facts.hasPortal = portalIsOnTheBus();
     if (commandLine.action == CommandLine::Action::doctor)
         return examine(facts, commandLine.isJson);
     const ClaimedInstance claimed = claimInstance(printLine);
@@ -180,11 +122,8 @@ int run(int argc, char** argv, const CommandLine& commandLine) {
     const std::unique_ptr<Microphone> microphone = makeMicrophone(*mainQueue, printLine);
     InjectionGate gate;
     const BackendChoice choice = chooseBackends(facts);
-    const SessionBackends backends(
-        choice, gate, *mainQueue, printLine,
-        [](const char* capability, const BackendCandidate& made) {
-            printLine(std::string("[nulo] ") + capability + ": " + made.reason);
-        });
+    const SessionBackends backends(facts, choice, gate, *mainQueue, configFile.configDir(),
+                                   printLine);
     TrayItem statusItem(makeStatusNotifierItem(),
                         [] { return std::make_unique<XEmbedTrayIcon>(); });
     const std::unique_ptr<Notifications> notifications = makeDesktopNotifications();
@@ -193,8 +132,7 @@ int run(int argc, char** argv, const CommandLine& commandLine) {
     const std::unique_ptr<LoginItem> loginItem =
         makeLoginItem(folders.config, QCoreApplication::applicationFilePath().toStdString());
     const std::unique_ptr<UpdateHttp> updateHttp = makeUpdateHttp(*mainQueue);
-    const std::unique_ptr<OverlayPlacement> overlayPlacement = makeX11OverlayPlacement();
-    const Alerts alerts(systemClock(), [&] { return overlayPlacement->visibleFrame(); });
+    const Alerts alerts(systemClock(), [&] { return backends.overlayPlacement->visibleFrame(); });
     UpdateDialogs updateWindows(alerts);
     const std::unique_ptr<ProcessLauncher> processLauncher = makeProcessLauncher();
 
@@ -230,7 +168,7 @@ int run(int argc, char** argv, const CommandLine& commandLine) {
                  return made;
              },
          .openShortcutHelp = openShortcutHelp,
-         .overlayPlacement = *overlayPlacement,
+         .overlayPlacement = *backends.overlayPlacement,
          .alerts = alerts,
          .statusItem = statusItem,
          .remoteControl = *claimed.remoteControl,

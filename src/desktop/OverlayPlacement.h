@@ -23,6 +23,8 @@ class OverlayPlacement {
     /// Puts the prepared window where its panel has that frame. Around the panel the window has
     /// `margin` points more, through which clicks reach what is behind.
     virtual void place(QWidget& window, const QRect& panel, int margin) = 0;
+    /// How much of the prepared window is seen, 0...1.
+    virtual void setOpacity(QWidget& window, double opacity) = 0;
 };
 
 }  // namespace nulo

@@ -67,16 +67,18 @@ void Doctor::examine(std::vector<Finding> findings,
 
 void Doctor::examineKeys() {
     Finding finding{.name = "Option+Space"};
-    EventTapSource& source = m_dependencies.eventTapSource;
+    EventTapSource* const source = m_dependencies.eventTapSource;
     if (m_dependencies.desktop.nuloRuns) {
         finding.text = "watched by the Nulo that runs";
-    } else if (!source.isTrusted()) {
+    } else if (!source) {
+        finding.text = "asked for when Nulo starts";
+    } else if (!source->isTrusted()) {
         finding.verdict = Verdict::broken;
         finding.text = "cannot be watched";
         finding.advice =
             "See docs/shortcut.md; \"Toggle\" of org.nulo.Nulo on the session bus "
             "records without it";
-    } else if (const auto tap = source.createTap([](const KeyEvent&) { return EventFate::pass; })) {
+    } else if (const auto tap = source->createTap([](const KeyEvent&) { return EventFate::pass; })) {
         finding.text = "can be watched";
     } else {
         finding.verdict = Verdict::broken;

@@ -27,7 +27,7 @@ class Doctor {
     struct Dependencies {
         MainQueue& mainQueue;
         Microphone& microphone;
-        EventTapSource& eventTapSource;
+        EventTapSource* eventTapSource = nullptr;  // null where the keys must not be asked for
         UpdateHttp& http;
         std::filesystem::path configHome;  // that of ConfigFile
         std::string_view defaultBaseURL;

@@ -22,8 +22,8 @@
 #include "update/ProcessLauncher.h"
 #include "update/UpdateHttp.h"
 
-/// Every platform backend, reached by one function each; nothing else of platform/ is needed to use
-/// one. All are called on the main thread.
+/// Every platform backend, reached by one function each, here and in WaylandBackends.h; nothing
+/// else of platform/ is needed to use one. All are called on the main thread.
 namespace nulo {
 
 class InjectionGate;
@@ -68,8 +68,8 @@ std::unique_ptr<PasteKeystroke> makeX11PasteKeystroke(InjectionGate& gate);
 /// runs on no X server.
 std::unique_ptr<OverlayPlacement> makeX11OverlayPlacement();
 
-/// Where no keys can be sent: the user pastes.
-std::unique_ptr<PasteKeystroke> makeNoPasteKeystroke();
+/// Where no keys can be sent: each keystroke fails for that reason, and the user pastes.
+std::unique_ptr<PasteKeystroke> makeNoPasteKeystroke(std::string reason);
 
 /// Whether an X server answers there; Qt ends the process when none does. Waits for the server.
 bool x11DisplayAnswers(const std::string& display);

@@ -9,16 +9,10 @@
 #include <QStringList>
 
 #include "platform/dbus/DBusMenuTypes.h"
-#include "rig/process/PrivateBus.h"
 #include "support/QtProgram.h"
+#include "support/TestBus.h"
 
 namespace nulo {
-
-/// This process's bus; not running until it is started.
-inline PrivateBus& testBus() {
-    static PrivateBus bus;
-    return bus;
-}
 
 /// What a panel does: the watcher that items register with, and the host that reads and clicks
 /// them. On a bus connection of its own, as if it were another program. One at a time; it answers

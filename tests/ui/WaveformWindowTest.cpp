@@ -24,6 +24,7 @@ struct FakePlacement final : OverlayPlacement {
     void place(QWidget& window, const QRect& panel, int margin) override {
         window.setGeometry(panel.adjusted(-margin, -margin, margin, margin));
     }
+    void setOpacity(QWidget& window, double opacity) override { window.setWindowOpacity(opacity); }
 };
 
 class WaveformWindowTest : public PartTest {

@@ -1,34 +1,87 @@
 #include "platform/session/BackendChoice.h"
 
-#include "base/Environment.h"
-
 namespace nulo {
+namespace {
 
-SessionFacts sessionFacts() {
-    return {environmentVariable("XDG_SESSION_TYPE"), environmentVariable("DISPLAY"),
-            environmentVariable("WAYLAND_DISPLAY")};
+using Candidates = std::vector<BackendCandidate>;
+
+constexpr const char* virtualKeyboards = "zwp_virtual_keyboard_manager_v1";
+constexpr const char* fakeInputs = "org_kde_kwin_fake_input";
+constexpr const char* layerShells = "zwlr_layer_shell_v1";
+
+bool hasDataControl(const SessionFacts& facts) {
+    return facts.offers("ext_data_control_manager_v1") ||
+           facts.offers("zwlr_data_control_manager_v1");
 }
 
-std::string described(const SessionFacts& facts) {
-    std::string line = facts.isWayland() ? "Wayland, display " + facts.waylandDisplay : "X11";
+bool isKwin(const SessionFacts& facts) {
+    return facts.isDesktop("KDE") || facts.offers("org_kde_plasma_shell");
+}
+
+Candidates waylandKeySource(const SessionFacts& facts) {
+    if (!facts.swaySocket.empty())
+        return {{Backend::swayBindings, "sway's own bindings: Alt+Space, until Space is let go"}};
+    if (facts.hasPortal)
+        return {{Backend::shortcutsPortal, "the desktop's global shortcuts, by its portal"}};
+    return {{Backend::none,
+             "Option+Space cannot be watched: the compositor is not sway ($SWAYSOCK is not set), "
+             "and no desktop portal with global shortcuts is on the session bus"}};
+}
+
+Candidates waylandClipboard(const SessionFacts& facts) {
+    if (hasDataControl(facts))
+        return {{Backend::dataControl, "both selections, by data-control"}};
+    // KWin hands on what an X11 program has only while that has the focus, and has data-control.
     if (!facts.display.empty())
-        line += (facts.isWayland() ? ", XWayland on " : ", display ") + facts.display;
-    return line;
+        return {{Backend::qt, "both selections, through XWayland"}};
+    return {{Backend::qt,
+             "the desktop takes a text from the window with the focus only: the compositor offers "
+             "no data-control, and there is no XWayland"}};
 }
+
+Candidates waylandPaste(const SessionFacts& facts) {
+    // Each of the two pastes what data-control has put there.
+    if (hasDataControl(facts) && facts.offers(virtualKeyboards))
+        return {{Backend::virtualKeyboard, "Shift+Insert, by a virtual keyboard"}};
+    if (hasDataControl(facts) && facts.offers(fakeInputs))
+        return {{Backend::fakeInput, "Shift+Insert, by KWin's fake input"}};
+    if (isKwin(facts))
+        return {{Backend::none,
+                 "by hand: KWin does not let this program send keys, as it is not the one that "
+                 "the installed desktop entry names"}};
+    if (facts.hasPortal)
+        return {{Backend::remoteDesktopPortal,
+                 "Shift+Insert, by the desktop's portal, which asks for leave once"}};
+    return {{Backend::none,
+             "by hand: the compositor offers neither a virtual keyboard nor KWin's fake input, and "
+             "no desktop portal is on the session bus"}};
+}
+
+Candidates waylandOverlay(const SessionFacts& facts) {
+    // On KWin a layer's surface takes the keyboard when it is clicked.
+    if (facts.offers(layerShells) && (!isKwin(facts) || facts.display.empty()))
+        return {{Backend::layerShell, "a layer above all windows"}};
+    if (!facts.display.empty())
+        return {{Backend::x11, "above all windows, through XWayland"}};
+    return {{Backend::qt, "where the compositor puts it"}};
+}
+
+}  // namespace
 
 BackendChoice chooseBackends(const SessionFacts& facts) {
     BackendChoice choice;
-    choice.clipboard = {{Backend::qt, "the desktop's clipboard and primary selection"}};
+    // Windows keep their places on XWayland, and GNOME takes the clipboard from there.
+    choice.toolkitPlatform = facts.display.empty() && facts.isWayland() ? "wayland" : "xcb";
     if (facts.isWayland()) {
-        choice.keySource = {{Backend::none,
-                             "Option+Space cannot be watched in a Wayland session yet; log in to "
-                             "an X11 (Xorg) session to use it"}};
-        choice.paste = {
-            {Backend::none,
-             "by hand: no keys can be sent to other programs in a Wayland session yet"}};
-        choice.overlay = {{Backend::qt, "where the compositor puts it"}};
+        choice.keySource = waylandKeySource(facts);
+        choice.clipboard = waylandClipboard(facts);
+        choice.paste = waylandPaste(facts);
+        choice.overlay = waylandOverlay(facts);
+        choice.overlayTakesClicks =
+            !isKwin(facts) || choice.overlay.front().backend != Backend::layerShell;
         return choice;
     }
+    choice.clipboard = {{Backend::qt, "the desktop's clipboard and primary selection"}};
     if (facts.display.empty()) {
         const BackendCandidate none{Backend::none, "no display ($DISPLAY is not set)"};
         choice.keySource = choice.paste = choice.overlay = {none};

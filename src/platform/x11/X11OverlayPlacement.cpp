@@ -51,6 +51,11 @@ class X11OverlayPlacement final : public OverlayPlacement {
                               Qt::WindowDoesNotAcceptFocus | Qt::BypassWindowManagerHint);
     }
 
+    void setOpacity(QWidget& window, double opacity) override {
+        if (toolkitConnection())  // elsewhere the toolkit cannot, and says so each time
+            window.setWindowOpacity(opacity);
+    }
+
     void place(QWidget& window, const QRect& panel, int margin) override {
         window.setGeometry(panel.marginsAdded({margin, margin, margin, margin}));
         xcb_connection_t* const server = toolkitConnection();

@@ -32,7 +32,7 @@ OverlayPanel::OverlayPanel(MainQueue& mainQueue, const Clock& clock, OverlayPlac
     setAttribute(Qt::WA_ShowWithoutActivating);
     setAttribute(Qt::WA_TranslucentBackground);
     setWindowTitle("Nulo");
-    setWindowOpacity(0);
+    m_placement.setOpacity(*this, m_opacity);
 }
 
 void OverlayPanel::setContent(QWidget& content) {
@@ -66,11 +66,12 @@ void OverlayPanel::fadeOut(std::function<void()> onDone) {
 }
 
 void OverlayPanel::fadeTo(double opacity, std::function<void()> onDone) {
-    const double from = windowOpacity();
+    const double from = m_opacity;
     run(
         m_fade, fadeDuration,
         [this, opacity, from](double progress) {
-            setWindowOpacity(from + (opacity - from) * progress);
+            m_opacity = from + (opacity - from) * progress;
+            m_placement.setOpacity(*this, m_opacity);
         },
         std::move(onDone));
 }

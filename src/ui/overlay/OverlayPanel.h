@@ -60,6 +60,7 @@ class OverlayPanel final : public QWidget {
     OverlayShadow m_shadow;
     QWidget* m_content = nullptr;
     QRect m_frame;
+    double m_opacity = 0;
     int m_missingWidth = 0;  // on either side, until the widening has ended
     QPoint m_dragPosition;
     Animation m_fade;

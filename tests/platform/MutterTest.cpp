@@ -1,0 +1,88 @@
+#include <gtest/gtest.h>
+
+#include <QApplication>
+#include <QDBusConnection>
+#include <QDBusInterface>
+#include <QDBusObjectPath>
+#include <QDBusReply>
+#include <optional>
+#include <string>
+
+#include "base/FileIO.h"
+#include "platform/Backends.h"
+#include "platform/WaylandBackends.h"
+#include "platform/session/BackendChoice.h"
+#include "rig/display/HeadlessCompositor.h"
+#include "rig/process/WaitUntil.h"
+#include "support/TestBus.h"
+
+namespace nulo {
+namespace {
+
+constexpr std::uint32_t shiftKey = 42, insertKey = 110;  // the kernel's codes
+
+/// Keys as from a keyboard, by the compositor's own interface.
+class MutterKeys {
+  public:
+    MutterKeys() {
+        const QString service = "org.gnome.Mutter.RemoteDesktop";
+        QDBusInterface desktop(service, "/org/gnome/Mutter/RemoteDesktop", service, m_bus);
+        const QDBusReply<QDBusObjectPath> session = desktop.call("CreateSession");
+        m_session.emplace(service, session.value().path(), service + ".Session", m_bus);
+        m_session->call("Start");
+    }
+    void press(std::uint32_t code, bool isDown) {
+        m_session->call("NotifyKeyboardKeycode", code, isDown);
+    }
+
+  private:
+    QDBusConnection m_bus = QDBusConnection::sessionBus();
+    std::optional<QDBusInterface> m_session;
+};
+
+// Faults: a text that Mutter does not hand on to its own programs while none of our windows has the
+// focus; a session whose compositor offers less than it is taken to offer.
+TEST(Mutter, handsOnWhatIsPutOnTheClipboardThroughXwayland) {
+    testBus().start();
+    const HeadlessCompositor mutter(
+        HeadlessCompositor::Kind::mutter,
+        {.hasXwayland = true, .environment = {"DBUS_SESSION_BUS_ADDRESS=" + testBus().address()}});
+    for (const std::string& variable : mutter.environment())
+        if (const auto equals = variable.find('='); equals != std::string::npos)
+            setenv(variable.substr(0, equals).c_str(), variable.c_str() + equals + 1, 1);
+
+    SessionFacts facts = sessionFacts();
+    lookAtDisplays(facts);
+    const BackendChoice choice = chooseBackends(facts);
+    EXPECT_EQ(choice.toolkitPlatform, "xcb");
+    EXPECT_EQ(choice.clipboard.front().backend, Backend::qt);
+    EXPECT_EQ(choice.overlay.front().backend, Backend::x11);
+
+    setenv("QT_QPA_PLATFORM", choice.toolkitPlatform.c_str(), 1);
+    int argumentCount = 1;
+    char name[] = "test";
+    char* arguments[] = {name, nullptr};
+    const QApplication application(argumentCount, arguments);
+    const std::filesystem::path text = mutter.folder() / "text";
+    const ChildProcess window({NULO_TEST_SUPPORT "/gtk-text-window.py", text},
+                              mutter.options("gtk.log"));
+    const auto pasteboard = makeQtPasteboard();
+    pasteboard->setString("déjà vu");
+    MutterKeys keys;
+    // The first ones are lost while the seat gets its first keyboard.
+    EXPECT_TRUE(waitUntil(
+        [&] {
+            QCoreApplication::processEvents();
+            for (const auto& [code, isDown] : {std::pair{shiftKey, true},
+                                               {insertKey, true},
+                                               {insertKey, false},
+                                               {shiftKey, false}})
+                keys.press(code, isDown);
+            return readFile(text, 1'000'000).value_or("").starts_with("déjà vu");
+        },
+        std::chrono::seconds(60)))
+        << readFile(text, 1'000'000).value_or("no text") << mutter.log();
+}
+
+}  // namespace
+}  // namespace nulo
