@@ -29,6 +29,13 @@ DataControl& self(void* data) {
     return *static_cast<DataControl*>(data);
 }
 
+/// What others copy is not read. Not before it is named as the selection, which follows its
+/// announcement: the library would keep a destroyed object that a waiting event names.
+void drop(void*, zwlr_data_control_device_v1*, zwlr_data_control_offer_v1* offer) {
+    if (offer)
+        zwlr_data_control_offer_v1_destroy(offer);
+}
+
 }  // namespace
 
 struct DataControl::Source {
@@ -48,19 +55,14 @@ DataControl::DataControl(WaylandConnection& connection)
     m_device.reset(
         zwlr_data_control_manager_v1_get_data_device(m_manager.get(), connection.seat()));
     static const zwlr_data_control_device_v1_listener listener{
-        .data_offer =
-            [](void*, zwlr_data_control_device_v1*,
-               zwlr_data_control_offer_v1* offer) {  // what others copy is not read
-                zwlr_data_control_offer_v1_destroy(offer);
-            },
-        .selection = ignored<void*, zwlr_data_control_device_v1*, zwlr_data_control_offer_v1*>,
+        .data_offer = ignored<void*, zwlr_data_control_device_v1*, zwlr_data_control_offer_v1*>,
+        .selection = drop,
         .finished =
             [](void* data, zwlr_data_control_device_v1*) {
                 self(data).m_sources.clear();
                 self(data).m_device.reset();
             },
-        .primary_selection =
-            ignored<void*, zwlr_data_control_device_v1*, zwlr_data_control_offer_v1*>};
+        .primary_selection = drop};
     zwlr_data_control_device_v1_add_listener(m_device.get(), &listener, this);
 }
 
