@@ -2,10 +2,8 @@
 
 #include <QApplication>
 #include <QDBusConnection>
-#include <QDBusInterface>
+#include <QDBusMessage>
 #include <QDBusObjectPath>
-#include <QDBusReply>
-#include <optional>
 #include <string>
 
 #include "base/FileIO.h"
@@ -25,19 +23,26 @@ constexpr std::uint32_t shiftKey = 42, insertKey = 110;  // the kernel's codes
 class MutterKeys {
   public:
     MutterKeys() {
-        const QString service = "org.gnome.Mutter.RemoteDesktop";
-        QDBusInterface desktop(service, "/org/gnome/Mutter/RemoteDesktop", service, m_bus);
-        const QDBusReply<QDBusObjectPath> session = desktop.call("CreateSession");
-        m_session.emplace(service, session.value().path(), service + ".Session", m_bus);
-        m_session->call("Start");
+        const QDBusMessage session = call("/org/gnome/Mutter/RemoteDesktop", "", "CreateSession");
+        m_session = session.arguments().value(0).value<QDBusObjectPath>().path();
+        call(m_session, ".Session", "Start");
     }
     void press(std::uint32_t code, bool isDown) {
-        m_session->call("NotifyKeyboardKeycode", code, isDown);
+        call(m_session, ".Session", "NotifyKeyboardKeycode", {code, isDown});
     }
 
   private:
-    QDBusConnection m_bus = QDBusConnection::sessionBus();
-    std::optional<QDBusInterface> m_session;
+    QDBusMessage call(const QString& path, const char* part, const char* method,
+                      const QVariantList& arguments = {}) {
+        const QString service = "org.gnome.Mutter.RemoteDesktop";
+        auto message = QDBusMessage::createMethodCall(service, path, service + part, method);
+        message.setArguments(arguments);
+        return m_bus.call(message);
+    }
+
+    QDBusConnection m_bus =
+        QDBusConnection::connectToBus(QString::fromStdString(testBus().address()), "mutter-keys");
+    QString m_session;
 };
 
 // Faults: a text that Mutter does not hand on to its own programs while none of our windows has the
