@@ -109,6 +109,7 @@ class Dictation {
     std::optional<std::string> m_dictPrompt;
     bool m_closesLogSession = false;  // the two-stage route leaves the log session open
     bool m_failed = false;
+    bool m_isOnClipboard = false;
     bool m_audioFileDeleted = false;
     int m_tokenCount = 0;
     bool m_sawFirstToken = false;

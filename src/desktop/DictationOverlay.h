@@ -21,6 +21,8 @@ class DictationOverlay {
     virtual void appendStreamingText(std::string_view text) = 0;
     /// Takes the cursor away: the text is complete.
     virtual void finishStreaming() = 0;
+    /// Says below the text that the user has to paste it.
+    virtual void showToBePasted() = 0;
     /// Adds a step; takes effect on the main queue. Any thread.
     virtual void showDebugStep(std::string text) = 0;
     /// Puts a step in place of the last one, if there is one; takes effect on the main queue. Any

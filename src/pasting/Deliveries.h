@@ -24,6 +24,8 @@ class Deliveries {
     /// Called when a text was not pasted, which stays on the clipboard.
     std::function<void(const Error& reason)> onFailure;
 
+    /// Whether texts come into programs by themselves in this session.
+    bool arePasted() const { return m_pasteKeystroke.isPossible(); }
     /// Calls `begin` when it is this delivery's turn, inside this call when none is under way. The
     /// turn ends with what paste() starts, so every `begin` leads to one paste().
     void await(std::function<void()> begin);

@@ -31,6 +31,8 @@ class PasteKeystroke {
     };
 
     virtual ~PasteKeystroke() = default;
+    /// Whether keys can be sent in this session at all.
+    virtual bool isPossible() const { return true; }
     /// Returns at once; the keys are sent as soon as the user's own are out of the way.
     virtual void post(Report report) = 0;
 };

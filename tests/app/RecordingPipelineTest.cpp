@@ -25,11 +25,13 @@ struct RecordedDelivery final : DictationOverlay, Pasteboard, PasteKeystroke {
     void showStreaming(Text mode) override { note("streaming ", mode); }
     void appendStreamingText(Text text) override { note("+", text); }
     void finishStreaming() override { note("done"); }
+    void showToBePasted() override { note("to be pasted"); }
     void showDebugStep(std::string text) override { note("debug ", text); }
     void updateDebugStep(std::string text) override { note("debug= ", text); }
     void clearDebugSteps() override { note("debug!"); }
     void hide() override { note(later(), "hide"); }
     void setString(Text text) override { note("clipboard ", text); }
+    bool isPossible() const override { return keysCanBeSent; }
     void post(Report report) override {
         note(later(), "paste");
         posted = std::move(report);
@@ -56,6 +58,7 @@ struct RecordedDelivery final : DictationOverlay, Pasteboard, PasteKeystroke {
     Panel shown = 1;
     bool fingersAreInTheWay = false;
     bool programReads = true;
+    bool keysCanBeSent = true;
     Report posted;
 };
 
@@ -149,11 +152,18 @@ TEST_F(RecordingPipelineTest, everyRouteEndsAsItShould) {
     check("mistral email", {busy}, dropped, "Transcription failed: API error 503: busy");
     check("unreadable", {plain}, "transcribing, " + spoken + "0 hide, 100 paste",
           "Raw transcription: euh bonjour");
+    m_seen.keysCanBeSent = false;
+    check("mistral email", {plain, busy},
+          shown + "done, " + spoken + "to be pasted, 2000 hide, 2100 paste",
+          "Cleanup failed (API error 503: busy), raw text copied.");
+    check("openai email", {busy}, "transcribing, done, 400 hide, 500 paste",
+          "Combined mode failed: API error 503: busy");
     EXPECT_EQ(m_successes, 3) << "the failures stay in the tray";
-    EXPECT_THAT(m_failures,
-                ElementsAre("Rien n'a ete reconnu", "La dictee a echoue", "La dictee a echoue",
-                            "Texte colle sans correction", "Rien n'a ete reconnu",
-                            "La dictee a echoue", "Reglages illisibles"));
+    EXPECT_THAT(
+        m_failures,
+        ElementsAre("Rien n'a ete reconnu", "La dictee a echoue", "La dictee a echoue",
+                    "Texte colle sans correction", "Rien n'a ete reconnu", "La dictee a echoue",
+                    "Reglages illisibles", "Texte colle sans correction", "La dictee a echoue"));
 }
 
 TEST_F(RecordingPipelineTest, debugModeShowsEachStepAndHoldsTheSummary) {

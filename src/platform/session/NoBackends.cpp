@@ -16,6 +16,7 @@ class NoEventTapSource final : public EventTapSource {
 class NoPasteKeystroke final : public PasteKeystroke {
   public:
     explicit NoPasteKeystroke(std::string reason) : m_reason(std::move(reason)) {}
+    bool isPossible() const override { return false; }
     /// The text waits on the clipboard for the user's own keystroke.
     void post(Report report) override { report.onEnd(Error{m_reason}); }
 

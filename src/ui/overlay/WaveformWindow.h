@@ -37,6 +37,7 @@ class WaveformWindow final : public DictationOverlay {
     void showStreaming(std::string_view modeName) override;
     void appendStreamingText(std::string_view text) override;
     void finishStreaming() override;
+    void showToBePasted() override;
 
     /// Adds a line to the debug strip. Any thread; in the order of the calls, later, on main.
     void showDebugStep(std::string text) override;
