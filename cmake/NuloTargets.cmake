@@ -69,9 +69,9 @@ function(nulo_test name label)
   endif()
   add_executable(${name} ${sources})
   target_link_libraries(${name} PRIVATE ${ARGN} nulo_rig nulo_test_support GTest::gmock GTest::gtest_main)
-  set(alone ON)  # X servers, sound servers and whole desktops share the processor with no other test
-  if(label STREQUAL "unit")
-    set(alone OFF)
+  set(alone OFF)
+  if(label STREQUAL "platform")
+    set(alone ON)  # its X and sound servers share the processor with no other test
   endif()
   if(NOT label STREQUAL "desktop")
     add_dependencies(nulo_part_tests ${name})
@@ -83,10 +83,19 @@ endfunction()
 # What the preset fuzz (clang) is for; tools/fuzz builds and runs it.
 add_custom_target(nulo_fuzzers)
 
-# nulo_fuzzer(<name> <source> <link library>...): a libFuzzer program.
-function(nulo_fuzzer name source)
-  add_executable(${name} ${source})
+# nulo_fuzzer(<name> <corpus> <source> <link library>...): a libFuzzer program, or, where that is not,
+# a test that replays the inputs in tests/data/<corpus>.
+function(nulo_fuzzer name corpus source)
+  add_executable(${name} ${source} ${PROJECT_SOURCE_DIR}/tests/fuzz/Main.cpp)
+  target_include_directories(${name} PRIVATE ${PROJECT_SOURCE_DIR}/tests)
   target_link_libraries(${name} PRIVATE ${ARGN})
-  target_link_options(${name} PRIVATE -fsanitize=fuzzer)
-  add_dependencies(nulo_fuzzers ${name})
+  if(NULO_BUILD_FUZZERS)
+    target_compile_definitions(${name} PRIVATE NULO_FUZZING)
+    target_link_options(${name} PRIVATE -fsanitize=fuzzer)
+    add_dependencies(nulo_fuzzers ${name})
+  else()
+    add_dependencies(nulo_part_tests ${name})
+    add_test(NAME ${name} COMMAND ${name} ${PROJECT_SOURCE_DIR}/tests/data/${corpus})
+    set_tests_properties(${name} PROPERTIES LABELS unit TIMEOUT 120)
+  endif()
 endfunction()

@@ -16,8 +16,9 @@ set(CPACK_DEBIAN_PACKAGE_CONTROL_EXTRA
     "${CMAKE_CURRENT_LIST_DIR}/debian/postinst;${CMAKE_CURRENT_LIST_DIR}/debian/prerm;\
 ${CMAKE_CURRENT_LIST_DIR}/debian/postrm")
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
-# What is not linked: Qt's way to the X server, and the speech model.
-set(CPACK_DEBIAN_PACKAGE_DEPENDS "qt6-qpa-plugins, pocketsphinx-en-us")
+set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS ${PROJECT_SOURCE_DIR}/build/whisper/installed/lib)
+# What is not linked: Qt's ways to the X server and to compositors, and the speech model.
+set(CPACK_DEBIAN_PACKAGE_DEPENDS "qt6-qpa-plugins, qt6-wayland, pocketsphinx-en-us")
 set(CPACK_DEBIAN_PACKAGE_RECOMMENDS
     "ca-certificates, default-dbus-session-bus | dbus-session-bus, pipewire-pulse | pulseaudio, \
 pkexec, systemd, xdg-utils")
@@ -29,7 +30,9 @@ cleaned up, in the program that was typed in. A small overlay shows that
 Nulo is listening, then the text as it arrives. The microphone is open only
 while the keys are held.
 .
-Nulo runs in X11 sessions. The speech is recognised by a service of the
+Nulo runs in X11 sessions and in Wayland sessions of sway, KDE Plasma and
+GNOME. The speech is recognised by a service of the
 user's choice, or by the companion in this package, nulo-service, which
-works offline, on this machine, in English.")
+works offline, on this machine, in English; with a model that it fetches,
+in French and many other languages.")
 include(CPack)

@@ -20,6 +20,7 @@ struct CleanupRequest {
     std::string text;                   // what was said
     std::vector<ChatMessage> messages;  // what a language model is asked, `text` included
     std::string model;                  // empty when not given
+    std::string language = {};          // of the text, such as "fr"; empty when nobody knows it
 };
 
 /// Makes readable text of what was said. Called on many threads at once.

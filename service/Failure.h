@@ -12,7 +12,7 @@ struct Failure {
     std::optional<int> retryAfterSeconds = std::nullopt;
 };
 
-/// The status that nobody reads: the client is gone.
+/// The status for a client that is gone and reads none.
 inline constexpr int clientGone = 499;
 
 inline Failure clientIsGone() {

@@ -7,6 +7,7 @@
 #include "service/Failure.h"
 #include "service/Spool.h"
 #include "service/StillWanted.h"
+#include "service/Transcript.h"
 
 namespace nulo::service {
 
@@ -25,9 +26,8 @@ struct Take {
 class Recogniser {
   public:
     virtual ~Recogniser() = default;
-    /// UTF-8; empty when nothing was said.
-    virtual Result<std::string, Failure> recognise(const Take& take,
-                                                   const StillWanted& stillWanted) = 0;
+    virtual Result<Transcript, Failure> recognise(const Take& take,
+                                                  const StillWanted& stillWanted) = 0;
 };
 
 }  // namespace nulo::service

@@ -5,9 +5,10 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <cstdlib>
 #include <cstring>
 #include <utility>
+
+#include "base/Environment.h"
 
 namespace nulo::service {
 namespace {
@@ -49,8 +50,8 @@ Spool& Spool::operator=(Spool&& other) noexcept {
 }
 
 std::string Spool::folder() {
-    const char* folder = std::getenv("TMPDIR");
-    return folder && *folder ? folder : "/tmp";
+    const std::string folder = environmentVariable("TMPDIR");
+    return folder.empty() ? "/tmp" : folder;
 }
 
 std::error_code Spool::append(std::string_view bytes) {

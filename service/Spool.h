@@ -20,9 +20,9 @@ class Spool {
     Spool(Spool&& other) noexcept;
     Spool& operator=(Spool&& other) noexcept;
 
-    /// The error says why the bytes cannot be kept.
+    /// Keeps more bytes; the error says why they cannot be kept.
     [[nodiscard]] std::error_code append(std::string_view bytes);
-    /// Where uploads that are too large for the memory lie: $TMPDIR, else /tmp.
+    /// The folder of uploads that are too large for the memory: $TMPDIR, else /tmp.
     static std::string folder();
     std::size_t size() const { return m_size; }
     bool isOnDisk() const { return m_file >= 0; }

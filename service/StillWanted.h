@@ -4,7 +4,7 @@
 
 namespace nulo::service {
 
-/// Asked now and then during long work: false when whoever asked for it is gone. Cheap.
+/// Asked now and then during long work, so it is cheap. False once the client of the work is gone.
 using StillWanted = std::function<bool()>;
 
 }  // namespace nulo::service

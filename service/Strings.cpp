@@ -1,6 +1,5 @@
 #include "service/Strings.h"
 
-#include <strings.h>
 #include <unicode/unistr.h>
 
 #include <algorithm>
@@ -18,10 +17,6 @@ std::string printable(std::string_view text, std::size_t most) {
     std::ranges::replace_if(
         result, [](char c) { return c <= 32 || c >= 127; }, '?');
     return result;
-}
-
-bool equalsIgnoringCase(std::string_view one, std::string_view other) {
-    return one.size() == other.size() && strncasecmp(one.data(), other.data(), one.size()) == 0;
 }
 
 }  // namespace nulo::service

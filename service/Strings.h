@@ -13,7 +13,4 @@ std::string repairedUtf8(std::string_view bytes);
 /// visible ASCII character.
 std::string printable(std::string_view text, std::size_t most);
 
-/// Compares ASCII letters without regard to their case.
-bool equalsIgnoringCase(std::string_view one, std::string_view other);
-
 }  // namespace nulo::service

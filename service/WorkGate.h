@@ -23,8 +23,8 @@ class WorkGate {
     WorkGate(const WorkGate&) = delete;
     WorkGate& operator=(const WorkGate&) = delete;
 
-    /// Blocks while all are busy; null when the waiting room is full too, and when whoever waits is
-    /// no longer wanted.
+    /// Blocks while all are busy. Null when the waiting room is full too, and when the work is no
+    /// longer wanted.
     [[nodiscard]] Pass enter(const StillWanted& stillWanted);
     std::size_t waiting() const;
 

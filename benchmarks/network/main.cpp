@@ -115,6 +115,7 @@ struct Delivery final : DictationOverlay, Pasteboard, PasteKeystroke {
     void showStreaming(std::string_view) override {}
     void appendStreamingText(std::string_view) override {}
     void finishStreaming() override {}
+    void showToBePasted() override {}
     void showDebugStep(std::string) override {}
     void updateDebugStep(std::string) override {}
     void clearDebugSteps() override {}

@@ -35,8 +35,19 @@ void require(bool condition, const std::string& failure) {
 
 }  // namespace
 
-DesktopSession::DesktopSession(Launch launch) : m_xServer(VirtualDisplay::WindowManager::openbox) {
+DesktopSession::DesktopSession(Launch launch, Screen screen) {
     m_bus.start();
+    if (screen != Screen::x11) {
+        m_sway.emplace(HeadlessCompositor::Kind::sway,
+                       HeadlessCompositor::Options{
+                           .hasXwayland = screen == Screen::swayWithXwayland,
+                           .configuration = "output * bg #3a6ea5 solid_color\n"
+                                            "for_window [app_id=foot] floating enable, resize set "
+                                            "640 320, move position 320 120\n"});
+    } else {
+        m_xServer.emplace(VirtualDisplay::WindowManager::openbox);
+        m_keyboard.emplace();
+    }
     if (launch == Launch::later)
         setLastUpdateCheck(std::chrono::seconds(0));
 }
@@ -75,12 +86,29 @@ void DesktopSession::writeConfig(const std::string& provider, const std::string&
     ConfigFile(m_home.path(), [](std::string_view) {}).save(config);
 }
 
+fs::path DesktopSession::textFile() const {
+    return (m_sway ? m_sway->folder() : m_home.path()) / "text";
+}
+
 void DesktopSession::startTextWindow() {
+    if (m_sway) {
+        m_textWindow = std::make_unique<ChildProcess>(
+            m_sway->command({"foot", "--override=font=monospace:size=11", "sh", "-c",
+                             "stty -echo -icanon; exec tee " + textFile().string()}),
+            m_sway->options("foot.log"));
+        require(waitUntil([&] {
+                    return fs::exists(textFile()) &&
+                           m_sway->swaymsg({"-t", "get_tree"}).find("\"app_id\": \"foot\"") !=
+                               std::string::npos;
+                }),
+                "the terminal did not open: " + m_sway->log());
+        return;
+    }
     m_textWindow = std::make_unique<ChildProcess>(
         std::vector<std::string>{binaries / "nulo-text-window", "--title", "Letter", "--file",
-                                 m_home / "text"},
+                                 textFile()},
         ChildProcess::Options{environment(), m_home / "text-window.log"});
-    require(waitUntil([&] { return fs::exists(m_home / "text"); }),
+    require(waitUntil([&] { return fs::exists(textFile()); }),
             "the text window did not get the focus: " + contentOf(m_home / "text-window.log"));
 }
 
@@ -94,9 +122,12 @@ void DesktopSession::startNulo() {
             "Nulo did not start: " + contentOf(m_home / "output"));
 }
 
-std::pair<std::optional<int>, std::string> DesktopSession::startNuloAgain() {
+std::pair<std::optional<int>, std::string> DesktopSession::startNuloAgain(
+    const std::vector<std::string>& arguments) {
     const fs::path output = m_home / "second-output";
-    ChildProcess second({binaries / "nulo"}, {environment(), output});
+    std::vector<std::string> command{binaries / "nulo"};
+    command.insert(command.end(), arguments.begin(), arguments.end());
+    ChildProcess second(command, {environment(), output});
     const auto status = second.wait(std::chrono::seconds(20));
     return {status, contentOf(output)};
 }
@@ -114,20 +145,31 @@ void DesktopSession::dictate(const fs::path& soundFile) {
 }
 
 void DesktopSession::pressChord() {
-    m_keyboard.press(XTestKeyboard::altLeft);
-    m_keyboard.press(XTestKeyboard::space);
+    if (m_sway) {
+        m_swayKeyboard = std::make_unique<ChildProcess>(
+            m_sway->command({"wtype", "-M", "alt", "-P", "space", "-s", "600000"}),
+            m_sway->options("wtype.log"));
+        return;
+    }
+    m_keyboard->press(XTestKeyboard::altLeft);
+    m_keyboard->press(XTestKeyboard::space);
 }
 
 void DesktopSession::releaseChord() {
-    m_keyboard.release(XTestKeyboard::space);
-    m_keyboard.release(XTestKeyboard::altLeft);
+    if (m_sway)
+        return m_swayKeyboard.reset();  // a keyboard that is gone holds no keys
+    m_keyboard->release(XTestKeyboard::space);
+    m_keyboard->release(XTestKeyboard::altLeft);
 }
 
 std::string DesktopSession::text() const {
-    return contentOf(m_home / "text");
+    return contentOf(textFile());
 }
 
 std::string DesktopSession::clipboard() const {
+    if (m_sway)
+        return outputOf(m_sway->command({"timeout", "60", "wl-paste", "--no-newline"}),
+                        {m_sway->environment(), {}});
     return outputOf({"xclip", "-o", "-selection", "clipboard"}, {environment(), {}});
 }
 
@@ -154,19 +196,30 @@ std::optional<std::string> DesktopSession::waitForPrinted(const std::string& par
 }
 
 bool DesktopSession::noKeyIsDown() {
-    return m_keyboard.keysDown().empty();
+    return m_sway ? !m_swayKeyboard : m_keyboard->keysDown().empty();
+}
+
+QImage DesktopSession::picture() const {
+    if (!m_sway)
+        return takeScreenshot(m_xServer->display());
+    m_sway->screenshot(m_temporary / "screen.png");
+    return QImage((m_temporary / "screen.png").c_str());
 }
 
 void DesktopSession::screenshot(const fs::path& file) const {
-    savePicture(takeScreenshot(m_xServer.display()), file);
+    savePicture(picture(), file);
 }
 
 std::vector<std::string> DesktopSession::environment() const {
     std::vector<std::string> variables = m_soundServer.environment();
+    const std::vector<std::string> screen =
+        m_sway ? m_sway->environment()
+               : std::vector<std::string>{"DISPLAY=" + m_xServer->display(), "WAYLAND_DISPLAY",
+                                          "XDG_SESSION_TYPE"};
+    variables.insert(variables.end(), screen.begin(), screen.end());
     for (const std::string& more :
-         {"DISPLAY=" + m_xServer.display(), "HOME=" + m_home.path().string(),
-          "TMPDIR=" + m_temporary.path().string(), std::string("WAYLAND_DISPLAY"),
-          std::string("XDG_SESSION_TYPE"), "DBUS_SESSION_BUS_ADDRESS=" + m_bus.address(),
+         {"HOME=" + m_home.path().string(), "TMPDIR=" + m_temporary.path().string(),
+          std::string("XDG_RUNTIME_DIR"), "DBUS_SESSION_BUS_ADDRESS=" + m_bus.address(),
           std::string("QT_LINUX_ACCESSIBILITY_ALWAYS_ON=1"), std::string("QT_QPA_PLATFORM"),
           std::string("XDG_CONFIG_HOME"), std::string("LC_ALL=C.UTF-8")})
         variables.push_back(more);

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <QImage>
 #include <chrono>
 #include <filesystem>
 #include <memory>
@@ -8,6 +9,7 @@
 #include <utility>
 #include <vector>
 
+#include "rig/display/HeadlessCompositor.h"
 #include "rig/display/VirtualDisplay.h"
 #include "rig/display/XTestKeyboard.h"
 #include "rig/process/ChildProcess.h"
@@ -18,14 +20,16 @@
 namespace nulo {
 
 /// A whole private desktop: screen, window manager, session bus, microphone, home folder, a text
-/// window that has the focus, and Nulo, run as a person would run it.
+/// window that has the focus, and Nulo, run as a person would run it. On sway, the text window is a
+/// terminal.
 class DesktopSession {
   public:
     enum class Launch {
         later,  // the offers of the first launch were made, the last look for updates was just now
         first,
     };
-    explicit DesktopSession(Launch launch = Launch::later);
+    enum class Screen { x11, sway, swayWithXwayland };
+    explicit DesktopSession(Launch launch = Launch::later, Screen screen = Screen::x11);
 
     const std::filesystem::path& home() const { return m_home.path(); }
     std::filesystem::path pipelineLog() const;
@@ -46,7 +50,8 @@ class DesktopSession {
     /// Starts the program and waits until it listens to the chord. Throws when it does not.
     void startNulo();
     /// Starts the program once more and waits for its end: its exit status and what it printed.
-    std::pair<std::optional<int>, std::string> startNuloAgain();
+    std::pair<std::optional<int>, std::string> startNuloAgain(
+        const std::vector<std::string>& arguments = {});
     /// Exit status after a SIGTERM.
     std::optional<int> stopNulo();
 
@@ -68,23 +73,29 @@ class DesktopSession {
     /// No key is down as far as the X server knows.
     bool noKeyIsDown();
 
+    QImage picture() const;
     void screenshot(const std::filesystem::path& file) const;
     VirtualMicrophone& soundServer() { return m_soundServer; }
-    VirtualDisplay& xServer() { return m_xServer; }
-    const VirtualDisplay& xServer() const { return m_xServer; }
+    /// Not on sway, nor the keyboard.
+    VirtualDisplay& xServer() { return *m_xServer; }
+    const VirtualDisplay& xServer() const { return *m_xServer; }
     PrivateBus& bus() { return m_bus; }
-    XTestKeyboard& keyboard() { return m_keyboard; }
+    XTestKeyboard& keyboard() { return *m_keyboard; }
     /// Over this process's, for programs that run on the desktop.
     std::vector<std::string> environment() const;
     ChildProcess& nulo() { return *m_nulo; }
 
   private:
+    std::filesystem::path textFile() const;
+
     TemporaryFolder m_home;
     TemporaryFolder m_temporary;
     PrivateBus m_bus;
-    VirtualDisplay m_xServer;
+    std::optional<VirtualDisplay> m_xServer;
+    std::optional<HeadlessCompositor> m_sway;
     VirtualMicrophone m_soundServer;
-    XTestKeyboard m_keyboard;
+    std::optional<XTestKeyboard> m_keyboard;
+    std::unique_ptr<ChildProcess> m_swayKeyboard;  // as long as the chord is held
     std::unique_ptr<ChildProcess> m_textWindow;
     std::unique_ptr<ChildProcess> m_nulo;
 };

@@ -18,7 +18,7 @@ std::string readLine(int descriptor) {
     std::string line;
     for (char letter = 0; letter != '\n';) {
         pollfd source{descriptor, POLLIN, 0};
-        if (poll(&source, 1, 20'000) <= 0 || read(descriptor, &letter, 1) != 1)
+        if (poll(&source, 1, 60'000) <= 0 || read(descriptor, &letter, 1) != 1)
             throw std::runtime_error("Xvfb did not start");
         if (letter != '\n')
             line += letter;
@@ -104,7 +104,7 @@ void VirtualDisplay::startWindowManager(WindowManager windowManager) {
                  "KWIN_COMPOSE=N", "QT_QPA_PLATFORM=xcb"},
                 {}});
     }
-    if (!waitUntil(managesWindows, std::chrono::seconds(20)))
+    if (!waitUntil(managesWindows, std::chrono::seconds(60)))
         throw std::runtime_error("the window manager did not start");
 }
 

@@ -26,9 +26,9 @@ XTestKeyboard::XTestKeyboard() : m_connection(xcb_connect(nullptr, nullptr), xcb
     m_firstInputEvent = extension ? extension->first_event : 0;
 }
 
-void XTestKeyboard::tap(Key key) {
-    press(key);
-    release(key);
+void XTestKeyboard::tap(Key key, Device device) {
+    press(key, device);
+    release(key, device);
 }
 
 void XTestKeyboard::button(bool down) {

@@ -16,7 +16,10 @@ class XTestKeyboard {
         tab = 23,
         altLeft = 64,
         space = 65,
+        controlLeft = 37,
         shift = 50,
+        v = 55,
+        capsLock = 66,
         a = 38,
         s = 39,
         f4 = 70,
@@ -38,7 +41,7 @@ class XTestKeyboard {
 
     void press(Key key, Device device = Device::injecting) { send(key, true, device); }
     void release(Key key, Device device = Device::injecting) { send(key, false, device); }
-    void tap(Key key);
+    void tap(Key key, Device device = Device::injecting);
     void button(bool down);
     /// In pixels from the screen's upper left corner.
     void movePointer(int x, int y);

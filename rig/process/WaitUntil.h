@@ -8,7 +8,7 @@ namespace nulo {
 /// Polls `condition` until it is true; false after the time-out. For waiting on other processes,
 /// never for a timer of ours.
 template <typename Condition>
-bool waitUntil(Condition condition, std::chrono::milliseconds timeout = std::chrono::seconds(10)) {
+bool waitUntil(Condition condition, std::chrono::milliseconds timeout = std::chrono::seconds(30)) {
     const auto end = std::chrono::steady_clock::now() + timeout;
     while (!condition()) {
         if (std::chrono::steady_clock::now() >= end)

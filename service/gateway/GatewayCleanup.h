@@ -6,8 +6,8 @@
 namespace nulo::service {
 
 /// Has a text rewritten by the language model that is asked for, piece by piece as it comes. What
-/// was said is a message of the user's, never a part of the instruction; where nothing was said,
-/// nobody is asked.
+/// was said is a message of the user's, never a part of the instruction; where nothing was said, no
+/// provider is asked.
 class GatewayCleanup final : public Cleanup {
   public:
     GatewayCleanup(const GatewayConfig& config, ProviderCalls& calls, Cleanup& offline)

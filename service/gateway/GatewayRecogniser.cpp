@@ -5,8 +5,8 @@
 
 #include "base/Text.h"
 #include "base/Uuid.h"
+#include "service/Silence.h"
 #include "service/gateway/UpstreamFailure.h"
-#include "service/offline/Silence.h"
 
 namespace nulo::service {
 namespace {
@@ -77,8 +77,8 @@ std::optional<std::string> transcriptIn(const std::string& body, const std::stri
     return body;
 }
 
-Result<std::string, Failure> GatewayRecogniser::recognise(const Take& take,
-                                                          const StillWanted& stillWanted) {
+Result<Transcript, Failure> GatewayRecogniser::recognise(const Take& take,
+                                                         const StillWanted& stillWanted) {
     const Route route = transcriptionRoute(m_config, take.provider, take.model);
     if (!m_config.providers.empty())
         m_calls.logRoute("transcription", route);
@@ -94,13 +94,13 @@ Result<std::string, Failure> GatewayRecogniser::recognise(const Take& take,
         return clientIsGone();
     if (silent.value()) {
         m_calls.metrics().add("nulo_silent_recordings_total", "");
-        return std::string();
+        return Transcript{};
     }
     return transcribe(route, take, stillWanted);
 }
 
-Result<std::string, Failure> GatewayRecogniser::transcribe(const Route& route, const Take& take,
-                                                           const StillWanted& stillWanted) {
+Result<Transcript, Failure> GatewayRecogniser::transcribe(const Route& route, const Take& take,
+                                                          const StillWanted& stillWanted) {
     const Metrics::InFlight inFlight(m_calls.metrics(), "nulo_upstream_in_flight");
     Form form = formFor(take, route.model);
     UpstreamRequest request;
@@ -124,7 +124,7 @@ Result<std::string, Failure> GatewayRecogniser::transcribe(const Route& route, c
     auto text = transcriptIn(body.value(), answer.value()->contentType());
     if (!text)
         return refused(unusableAnswer(provider, "something that is no transcript"));
-    return *std::move(text);
+    return Transcript{*std::move(text), take.language};
 }
 
 }  // namespace nulo::service

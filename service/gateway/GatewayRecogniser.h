@@ -12,12 +12,12 @@ class GatewayRecogniser final : public Recogniser {
     GatewayRecogniser(const GatewayConfig& config, ProviderCalls& calls, Recogniser& offline)
         : m_config(config), m_calls(calls), m_offline(offline) {}
 
-    Result<std::string, Failure> recognise(const Take& take,
-                                           const StillWanted& stillWanted) override;
+    Result<Transcript, Failure> recognise(const Take& take,
+                                          const StillWanted& stillWanted) override;
 
   private:
-    Result<std::string, Failure> transcribe(const Route& route, const Take& take,
-                                            const StillWanted& stillWanted);
+    Result<Transcript, Failure> transcribe(const Route& route, const Take& take,
+                                           const StillWanted& stillWanted);
 
     const GatewayConfig& m_config;
     ProviderCalls& m_calls;

@@ -6,8 +6,8 @@
 #include "base/Clock.h"
 #include "base/Print.h"
 #include "service/Failure.h"
+#include "service/GatewayConfig.h"
 #include "service/WorkGate.h"
-#include "service/gateway/GatewayConfig.h"
 #include "service/gateway/Metrics.h"
 #include "service/gateway/RetryPolicy.h"
 #include "service/gateway/Routing.h"
@@ -15,8 +15,8 @@
 
 namespace nulo::service {
 
-/// Sends requests to providers: how many at once, with which credential, how often again. Any
-/// thread; all it is given must outlive it.
+/// Sends requests to providers, and knows how many go at once, with which credential, and how often
+/// again. Any thread; all it is given must outlive it.
 class ProviderCalls {
   public:
     struct Limits {
@@ -40,7 +40,7 @@ class ProviderCalls {
                                                          const StillWanted& stillWanted);
     /// One line on who serves a request, and why.
     void logRoute(const char* task, const Route& route) const;
-    /// Of an answer that failed after its head.
+    /// Counts the failure of an answer after its head.
     void countFailure(const Provider& provider, int status);
     Metrics& metrics() { return m_metrics; }
 

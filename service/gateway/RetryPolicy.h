@@ -22,7 +22,7 @@ std::optional<std::chrono::milliseconds> retryDelay(
 
 using Sleep = std::function<void(std::chrono::milliseconds)>;
 
-/// Sleeps, a fifth of a second at a time; false as soon as nobody wants the outcome any more.
+/// Sleeps, a fifth of a second at a time; false as soon as the outcome is no longer wanted.
 bool sleepWhileWanted(std::chrono::milliseconds duration, const StillWanted& stillWanted,
                       const Sleep& sleep);
 

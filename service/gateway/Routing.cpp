@@ -36,7 +36,7 @@ std::string_view vendorOf(std::string_view model) {
 
 enum class Task { transcription, chat };
 
-/// What `provider` would use for it; empty when it cannot.
+/// The model that `provider` would use for the task; empty when it cannot do it.
 std::string modelOf(const Provider& provider, Task task) {
     const bool transcribes = task == Task::transcription;
     const std::string& chosen = transcribes ? provider.transcriptionModel : provider.chatModel;

@@ -3,7 +3,7 @@
 #include <string>
 #include <string_view>
 
-#include "service/gateway/GatewayConfig.h"
+#include "service/GatewayConfig.h"
 
 namespace nulo::service {
 
@@ -19,8 +19,8 @@ struct Route {
 Route transcriptionRoute(const GatewayConfig& config, std::string_view provider,
                          std::string_view model);
 
-/// The same for a chat, by the vendor that the model belongs to. A model that no vendor has goes to
-/// the local server, or to the offline rules.
+/// Who serves a chat: the vendor that the model belongs to, or the next in the same order. A model
+/// that no vendor has goes to the local server, or to the offline rules.
 Route chatRoute(const GatewayConfig& config, std::string_view model);
 
 /// The model that the form field "cleanup_model" stands for: "openai", or any other text for

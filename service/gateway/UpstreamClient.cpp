@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <stdexcept>
 
+#include "base/Ascii.h"
+
 #include "service/gateway/UpstreamConnection.h"
 
 namespace nulo::service {
@@ -23,10 +25,7 @@ int UpstreamAnswer::status() const {
 std::string UpstreamAnswer::contentType() const {
     std::string type = m_connection->header("Content-Type");
     type.resize(std::min(type.find_first_of("; "), type.size()));
-    std::transform(type.begin(), type.end(), type.begin(), [](char c) {
-        return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
-    });
-    return type;
+    return asciiLower(type);
 }
 
 std::string UpstreamAnswer::retryAfter() const {

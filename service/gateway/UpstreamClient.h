@@ -55,10 +55,10 @@ class UpstreamAnswer {
     /// The next bytes, as soon as there are any; empty at the end. Nothing is read from the
     /// provider between two calls beyond a few dozen kilobytes.
     Result<std::string, UpstreamFault> read(const StillWanted& stillWanted);
-    /// What was said is complete: only the formal end of the answer may follow. The connection can
-    /// then be kept.
+    /// Says that the text is complete and only the formal end of the answer may follow. The
+    /// connection can then be kept.
     void expectEnd();
-    /// The rest, at most `most` bytes of it.
+    /// Reads the rest, at most `most` bytes of it.
     Result<std::string, UpstreamFault> readAll(std::size_t most, const StillWanted& stillWanted);
 
   private:

@@ -11,12 +11,12 @@ namespace {
 
 using std::chrono::steady_clock;
 
-/// Read ahead of whoever takes the answer.
+/// Bounds the bytes that are read before the caller takes them.
 constexpr std::size_t mostReadAhead = 64 * 1024;
-/// How soon a client that has gone is noticed.
+/// The time within which a client that has gone is noticed.
 constexpr int lookEveryMilliseconds = 200;
 constexpr long secondsConnectionsAreKept = 300;
-/// However steadily it trickles.
+/// Bounds an exchange however steadily its answer trickles.
 constexpr auto longestExchange = std::chrono::minutes(10);
 constexpr auto longestWaitForTheEnd = std::chrono::milliseconds(100);
 

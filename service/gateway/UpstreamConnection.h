@@ -20,12 +20,13 @@ class UpstreamConnection {
 
     const std::string& origin() const { return m_origin; }
     void start(const UpstreamRequest& request, std::chrono::milliseconds connectTimeout);
-    /// Until the head is there.
+    /// Waits until the head is there.
     std::optional<UpstreamFault> waitForHead(const StillWanted& stillWanted);
     Result<std::string, UpstreamFault> read(const StillWanted& stillWanted);
-    /// Nothing more is expected: finish() gives the end a moment to arrive.
+    /// Says that nothing more is expected: finish() then gives the end a moment to arrive.
     void expectEnd() { m_endIsNear = true; }
-    /// Ends the exchange; what is left of it is not read. Whether the connection can be used again.
+    /// Ends the exchange; what is left of it is not read. Tells whether the connection can be used
+    /// again.
     bool finish();
 
     int status() const { return m_status; }

@@ -42,10 +42,10 @@ class Exchange {
     void end();
     /// False when the client has hung up, as far as this machine's system knows.
     bool isWanted() const;
-    /// When nothing else has been answered by the time that a client waits for, `head` is, and
-    /// then a `filler` now and again until there is more.
+    /// Promises an answer. When none has begun by the time that a client waits for, `head` is sent,
+    /// and then a `filler` now and again until there is more.
     void promise(Answer head, std::string filler);
-    /// No more will come: what has no end by now is broken off.
+    /// Says that no more will come: an answer that has no end by now is broken off.
     void abandon();
     /// @}
 
@@ -56,7 +56,7 @@ class Exchange {
     /// The head, once there is one; nothing when there will be none.
     std::optional<Answer> takeHead();
     bool isStreamed() const;
-    /// As libmicrohttpd's content readers return.
+    /// Takes the next bytes of the body; returns what libmicrohttpd's content readers return.
     std::ptrdiff_t read(char* target, std::size_t room);
     /// The connection has done with the exchange.
     void close();

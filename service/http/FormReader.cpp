@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <utility>
 
-#include "service/Strings.h"
+#include "base/Ascii.h"
 
 namespace nulo::service {
 namespace {
@@ -47,13 +47,13 @@ std::optional<std::string> parameterOf(std::string_view header, std::string_view
             continue;
         header.remove_prefix(1);
         std::string value = takeValue(header);
-        if (equalsIgnoringCase(key, name))
+        if (equalIgnoringAsciiCase(key, name))
             return value;
     }
     return std::nullopt;
 }
 
-/// What stands before a header's parameters.
+/// The part of a header's value that stands before its parameters.
 std::string_view kindOf(std::string_view header) {
     skipSpaces(header);
     return header.substr(0, header.find_first_of("; \t"));
@@ -62,7 +62,7 @@ std::string_view kindOf(std::string_view header) {
 }  // namespace
 
 std::optional<std::string> formBoundary(std::string_view contentType) {
-    if (!equalsIgnoringCase(kindOf(contentType), "multipart/form-data"))
+    if (!equalIgnoringAsciiCase(kindOf(contentType), "multipart/form-data"))
         return std::nullopt;
     auto boundary = parameterOf(contentType, "boundary");
     if (!boundary || boundary->empty() || boundary->size() > longestBoundary)
@@ -144,8 +144,8 @@ bool FormReader::takeHeadLine(std::string_view line) {
     if (colon == std::string_view::npos)
         return false;
     const std::string_view value = line.substr(colon + 1);
-    if (equalsIgnoringCase(line.substr(0, colon), "Content-Disposition") &&
-        equalsIgnoringCase(kindOf(value), "form-data"))
+    if (equalIgnoringAsciiCase(line.substr(0, colon), "Content-Disposition") &&
+        equalIgnoringAsciiCase(kindOf(value), "form-data"))
         m_name = parameterOf(value, "name");
     return true;
 }

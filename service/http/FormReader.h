@@ -21,8 +21,8 @@ class FormReader {
 
     FormReader(const std::string& boundary, StartField startField, AddToField addToField);
 
-    /// The next bytes; false when they are no part of a form, or the reading was stopped. Nothing
-    /// may follow then.
+    /// Reads the next bytes; false when they are no part of a form, or the reading was stopped.
+    /// Nothing may follow then.
     bool add(std::string_view bytes);
     /// Whether the form's own end has been read.
     bool isComplete() const { return m_state == State::end; }
@@ -30,7 +30,7 @@ class FormReader {
   private:
     enum class State {
         before,    // the first boundary
-        boundary,  // was read, but not what it stands before
+        boundary,  // was read, but not what follows it
         head,      // of a field
         content,   // of a field
         end,       // what follows is dropped

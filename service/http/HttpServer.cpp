@@ -24,7 +24,8 @@ using Response = std::unique_ptr<MHD_Response, void (*)(MHD_Response*)>;
 
 constexpr auto tickEvery = std::chrono::milliseconds(250);
 constexpr auto refusalsLoggedEvery = std::chrono::seconds(10);
-/// Of a refused request: a client that is cut off while it sends never reads why.
+/// The time for which a refused request is still read: a client that is cut off while it sends
+/// never reads why.
 constexpr auto longestRefusedBody = std::chrono::seconds(5);
 constexpr std::size_t largestHead = 32 * 1024;
 
@@ -95,7 +96,7 @@ struct HttpServer::Visit {
     int status = 0;              // 0: none was sent
 };
 
-/// What libmicrohttpd calls, all on its one thread. `self` is the server.
+/// The functions that libmicrohttpd calls, all on its one thread. `self` is the server.
 struct HttpServer::Callbacks {
     static MHD_Result onRequest(void* self, MHD_Connection* connection, const char* path,
                                 const char* method, const char*, const char* bytes,

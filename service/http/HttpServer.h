@@ -20,9 +20,10 @@ namespace nulo::service {
 
 /// How a request is taken once its head has been accepted.
 struct Intake {
-    /// The next bytes of the body, on the server's thread; an answer refuses the request.
+    /// Takes the next bytes of the body, on the server's thread; an answer refuses the request.
     std::function<std::optional<Answer>(std::string_view)> take;
-    /// Once the body is whole, on a thread of its own. What it leaves unanswered is broken off.
+    /// Called once the body is whole, on a thread of its own. A request that it leaves unanswered
+    /// is broken off.
     std::function<void(Exchange&)> answer;
 };
 
@@ -55,12 +56,12 @@ class HttpServer {
                        bool brokenOff)>
         onServed = [](const std::string&, int, std::chrono::nanoseconds, bool) {};
 
-    /// Takes the socket over. With `tls` clients have to speak it.
+    /// Takes the socket over. With `tls`, clients have to speak TLS.
     Outcome start(const ListeningSocket& socket, const std::optional<TlsIdentity>& tls);
     /// Serves until finish(), then until the last request in flight is answered. Connections that
     /// another holder of the socket can still accept are left to it.
     void run();
-    /// Once, after start(); any thread, also before run(). Returns at once.
+    /// Call it once after start(), from any thread; it may come before run(). Returns at once.
     void finish();
 
   private:

@@ -10,15 +10,12 @@
 #include <cstring>
 #include <memory>
 
+#include "base/Environment.h"
+
 namespace nulo::service {
 namespace {
 
 constexpr int firstDescriptor = 3;
-
-std::string variable(const char* name) {
-    const char* value = std::getenv(name);
-    return value ? value : "";
-}
 
 int option(int descriptor, int name) {
     int value = 0;
@@ -79,10 +76,10 @@ Result<ListeningSocket> openSocket(const std::string& address, int port) {
 
 Result<std::optional<ListeningSocket>> inheritedSocket() {
     // The variables also reach programs that a service starts; the process id says whom they mean.
-    if (variable("LISTEN_PID") != std::to_string(getpid()))
+    if (environmentVariable("LISTEN_PID") != std::to_string(getpid()))
         return std::optional<ListeningSocket>();
-    if (variable("LISTEN_FDS") != "1")
-        return Error{"handed " + variable("LISTEN_FDS") +
+    if (environmentVariable("LISTEN_FDS") != "1")
+        return Error{"handed " + environmentVariable("LISTEN_FDS") +
                      " sockets, but it serves one: give its socket unit one ListenStream="};
     auto socket = described(firstDescriptor);
     if (!socket || option(firstDescriptor, SO_TYPE) != SOCK_STREAM ||

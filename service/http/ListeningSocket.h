@@ -12,10 +12,10 @@ struct ListeningSocket {
     int descriptor;
     std::string address;
     int port;
-    bool isShared = false;  // whoever handed it over goes on listening
+    bool isShared = false;  // the program that handed it over goes on listening
 };
 
-/// A new one; port 0 takes any free port. The error is a line for the user.
+/// Opens a socket; port 0 takes any free port. The error is a line for the user.
 Result<ListeningSocket> openSocket(const std::string& address, int port);
 
 /// What the service manager that started this process handed over by sd_listen_fds(3), and keeps

@@ -1,18 +1,11 @@
 #include "service/http/Messages.h"
 
 #include <algorithm>
-#include <cctype>
 
-#include "service/Strings.h"
+#include "base/Ascii.h"
 
 namespace nulo::service {
-
 namespace {
-
-bool isToken(unsigned char c) {
-    return std::isalnum(c) ||
-           std::string_view("!#$%&'*+-.^_`|~").find(static_cast<char>(c)) != std::string_view::npos;
-}
 
 bool isControl(unsigned char c) {
     return (c < 32 && c != '\t') || c == 127;
@@ -22,20 +15,19 @@ bool isControl(unsigned char c) {
 
 std::string RequestHead::header(std::string_view name) const {
     for (const auto& [key, value] : headers)
-        if (equalsIgnoringCase(key, name))
+        if (equalIgnoringAsciiCase(key, name))
             return value;
     return {};
 }
 
 std::size_t RequestHead::count(std::string_view name) const {
     return static_cast<std::size_t>(std::ranges::count_if(
-        headers, [&](const auto& header) { return equalsIgnoringCase(header.first, name); }));
+        headers, [&](const auto& header) { return equalIgnoringAsciiCase(header.first, name); }));
 }
 
 bool RequestHead::isSound() const {
     for (const auto& [name, value] : headers)
-        if (name.empty() || !std::ranges::all_of(name, isToken) ||
-            std::ranges::any_of(value, isControl))
+        if (!isHttpToken(name) || std::ranges::any_of(value, isControl))
             return false;
     return count("Host") <= 1 && count("Content-Length") <= 1;
 }

@@ -24,8 +24,8 @@ struct RequestHead {
     /// The first header of that name, in small or capital letters; empty when there is none.
     std::string header(std::string_view name) const;
     std::size_t count(std::string_view name) const;
-    /// Whether nobody on the way can have read it as another head: its names are tokens, its values
-    /// without control characters, and host and length are stated once.
+    /// Whether no proxy on the way can have read another head than this: its names are tokens, its
+    /// values have no control characters, and host and length are stated once.
     bool isSound() const;
 };
 

@@ -24,9 +24,9 @@ class RequestGuard {
     /// takes does not reveal which one fits, or nearly fits.
     explicit RequestGuard(std::vector<std::string> tokens) : m_tokens(std::move(tokens)) {}
 
-    /// 403 for a web page, and for another user's program. Asked of every request.
+    /// Refuses a web page, and another user's program, with 403. For every request.
     std::optional<Failure> refusedSender(const RequestHead& head) const;
-    /// 401. Asked of requests that carry speech or text.
+    /// Refuses a missing or wrong token with 401. For requests that carry speech or text.
     std::optional<Failure> refusedToken(const RequestHead& head) const;
 
   private:

@@ -28,7 +28,7 @@ bool isCertificate(std::string& pem) {
     return true;
 }
 
-/// A key with a pass phrase does not: there is nobody to ask for it.
+/// A key with a pass phrase does not fit: a service cannot ask for the phrase.
 bool belongTogether(std::string& certificate, std::string& key) {
     gnutls_certificate_credentials_t raw = nullptr;
     if (gnutls_certificate_allocate_credentials(&raw) < 0)

@@ -3,7 +3,7 @@
 #include <string>
 
 #include "base/Result.h"
-#include "service/gateway/GatewayConfig.h"
+#include "service/GatewayConfig.h"
 
 namespace nulo::service {
 

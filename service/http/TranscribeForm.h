@@ -23,12 +23,12 @@ struct TranscribeForm {
 /// Reads that form in pieces of any size. One thread at a time.
 class TranscribeFormReader {
   public:
-    /// Null when the Content-Type is none of a form.
+    /// A reader for a body of that Content-Type; null when the type is none of a form.
     static std::unique_ptr<TranscribeFormReader> forType(std::string_view contentType);
 
-    /// The next bytes. What they are refused with: 400, 413, 503. Nothing may follow then.
+    /// Reads the next bytes. They are refused with 400, 413 or 503; nothing may follow then.
     std::optional<Failure> add(std::string_view bytes);
-    /// No more will come. 400.
+    /// The form, once no more bytes will come; 400 when it is not complete.
     Result<TranscribeForm, Failure> finish();
 
   private:

@@ -15,7 +15,7 @@ class UpdateFolder {
   public:
     explicit UpdateFolder(std::filesystem::path folder) : m_folder(std::move(folder)) {}
 
-    /// Nothing when there is none, or none of a sane size.
+    /// The content of version.json; nothing when there is none of a sane size.
     std::optional<std::string> versionInfo() const;
 
     /// Whether the path of a request is one that this folder answers: "/update.sh", or "/updates/"

@@ -5,7 +5,9 @@
 #include <limits>
 #include <span>
 
-#include "service/offline/AudioDecoder.h"
+#include "service/AudioDecoder.h"
+#include "service/Silence.h"
+#include "service/offline/MeantWords.h"
 
 namespace nulo::service {
 namespace {
@@ -46,23 +48,33 @@ Samples takePiece(Samples& samples) {
     return piece;
 }
 
+/// Models write something even of silence.
+bool isSilence(Samples samples) {
+    return SilenceGate().isSilentAfter(samples);
+}
+
 }  // namespace
 
 OfflineRecogniser::OfflineRecogniser(MakeEngine makeEngine, WorkGate::Limits limits,
-                                     Languages languages)
-    : m_makeEngine(std::move(makeEngine)), m_languages(languages), m_gate(limits) {}
+                                     Languages languages, std::string language,
+                                     KeptEngines::Duration keep, const Clock& clock)
+    : m_languages(languages),
+      m_language(std::move(language)),
+      m_gate(limits),
+      m_engines(std::move(makeEngine), clock, keep) {}
 
 Outcome OfflineRecogniser::prepare() {
-    auto engine = m_makeEngine();
+    auto engine = m_engines.take();
     if (!engine)
         return engine.error();
-    putBack(std::move(engine).value());
+    m_engines.putBack(std::move(engine).value());
     return Success{};
 }
 
-Result<std::string, Failure> OfflineRecogniser::recognise(const Take& take,
-                                                          const StillWanted& stillWanted) {
-    if (m_languages == Languages::english && !take.language.empty() && !isEnglish(take.language))
+Result<Transcript, Failure> OfflineRecogniser::recognise(const Take& take,
+                                                         const StillWanted& stillWanted) {
+    SpeechHints hints{take.language.empty() ? m_language : take.language, take.prompt.value_or("")};
+    if (m_languages == Languages::english && !hints.language.empty() && !isEnglish(hints.language))
         return Failure{501,
                        "The offline engine knows English only, and the language asked for is "
                        "another. Name a provider or a whisper.cpp model in nulo-service.json, or "
@@ -76,43 +88,39 @@ Result<std::string, Failure> OfflineRecogniser::recognise(const Take& take,
     const auto samples = decodedSpeech(take.audio, std::chrono::minutes(15), stillWanted);
     if (!samples)
         return samples.error();
-    auto engine = idleEngine();
+    if (isSilence(samples.value()))
+        return Transcript{};
+    auto engine = m_engines.take();
     if (!engine)
         return Failure{500,
                        "The recogniser cannot be started: " + engine.error().description + ".\n"};
     try {
-        std::string text;
+        Transcript whole;
         for (Samples rest = samples.value(); !rest.empty();) {
-            const std::string words = engine.value()->hear(takePiece(rest), take.language);
-            text += (text.empty() || words.empty() ? "" : " ") + words;
-            if (!rest.empty() && !stillWanted()) {
-                putBack(std::move(engine).value());
+            const Samples piece = takePiece(rest);
+            if (isSilence(piece))
+                continue;
+            const Transcript heard = engine.value()->hear(piece, hints, stillWanted);
+            if (!stillWanted()) {
+                m_engines.putBack(std::move(engine).value());
                 return clientIsGone();
             }
+            const std::string unmarked = withoutMarks(heard.text);
+            const std::string words = withoutEndlessRepetition(unmarked);
+            whole.text += (whole.text.empty() || words.empty() ? "" : " ") + words;
+            if (whole.language.empty())
+                whole.language = heard.language;
+            if (hints.language.empty())
+                hints.language = heard.language;
+            // A model that has lost its way would go on where it was.
+            hints.before = words == unmarked ? words : "";
         }
-        putBack(std::move(engine).value());
-        return text;
+        m_engines.putBack(std::move(engine).value());
+        return whole;
     } catch (const std::exception& error) {
         return Failure{500, "The offline engine failed (" + std::string(error.what()) +
                                 "). Try again; if it stays so, choose another model.\n"};
     }
-}
-
-Result<std::unique_ptr<SpeechEngine>> OfflineRecogniser::idleEngine() {
-    {
-        const std::scoped_lock lock(m_mutex);
-        if (!m_idle.empty()) {
-            auto engine = std::move(m_idle.back());
-            m_idle.pop_back();
-            return engine;
-        }
-    }
-    return m_makeEngine();
-}
-
-void OfflineRecogniser::putBack(std::unique_ptr<SpeechEngine> engine) {
-    const std::scoped_lock lock(m_mutex);
-    m_idle.push_back(std::move(engine));
 }
 
 }  // namespace nulo::service

@@ -1,39 +1,43 @@
 #pragma once
 
-#include <memory>
-#include <mutex>
-#include <vector>
+#include <chrono>
+#include <string>
 
+#include "base/Clock.h"
 #include "service/Recogniser.h"
 #include "service/WorkGate.h"
-#include "service/offline/SpeechEngine.h"
+#include "service/offline/KeptEngines.h"
 
 namespace nulo::service {
 
-/// Decodes a take and has an engine hear it. Engines are loaded when they are first needed and
-/// kept; there are never more than work at once. Takes last 15 minutes at most.
+/// Decodes a take and has an engine hear it, in pieces that end at pauses. There are never more
+/// engines than work at once, and one that was loaded ahead. Silence is heard by none. Takes last
+/// 15 minutes at most.
 class OfflineRecogniser final : public Recogniser {
   public:
     enum class Languages { english, any };
 
-    OfflineRecogniser(MakeEngine makeEngine, WorkGate::Limits limits, Languages languages);
+    /// `language` is that of takes that name none; empty: the engine finds out. Engines are let go
+    /// when they were not used for `keep`.
+    OfflineRecogniser(MakeEngine makeEngine, WorkGate::Limits limits, Languages languages,
+                      std::string language = {},
+                      KeptEngines::Duration keep = std::chrono::minutes(10),
+                      const Clock& clock = systemClock());
 
     /// Loads the first engine, so that a missing model shows at start-up.
     Outcome prepare();
+    /// A take is on its way: an engine is loaded meanwhile. Returns at once; any thread.
+    void warmUp() { m_engines.warmUp(); }
     /// 413, 415: see decodedSpeech(). 501 for a language that the engine does not know, 503 when
     /// too many are being recognised already.
-    Result<std::string, Failure> recognise(const Take& take,
-                                           const StillWanted& stillWanted) override;
+    Result<Transcript, Failure> recognise(const Take& take,
+                                          const StillWanted& stillWanted) override;
 
   private:
-    Result<std::unique_ptr<SpeechEngine>> idleEngine();
-    void putBack(std::unique_ptr<SpeechEngine> engine);
-
-    const MakeEngine m_makeEngine;
     const Languages m_languages;
+    const std::string m_language;
     WorkGate m_gate;
-    std::mutex m_mutex;
-    std::vector<std::unique_ptr<SpeechEngine>> m_idle;  // under m_mutex
+    KeptEngines m_engines;
 };
 
 }  // namespace nulo::service

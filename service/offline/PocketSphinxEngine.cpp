@@ -17,7 +17,8 @@ class PocketSphinxEngine final : public SpeechEngine {
   public:
     explicit PocketSphinxEngine(ps_decoder_t* decoder) : m_decoder(decoder) {}
 
-    std::string hear(std::span<const std::int16_t> samples, const std::string&) override {
+    Transcript hear(std::span<const std::int16_t> samples, const SpeechHints&,
+                    const StillWanted&) override {
         ps_decoder_t* decoder = m_decoder.get();
         if (ps_start_stream(decoder) < 0 || ps_start_utt(decoder) < 0)
             return {};
@@ -29,7 +30,7 @@ class PocketSphinxEngine final : public SpeechEngine {
         ps_end_utt(decoder);
         std::int32_t score = 0;
         const char* text = ps_get_hyp(decoder, &score);
-        return text ? text : "";
+        return {text ? text : "", "en"};
     }
 
   private:

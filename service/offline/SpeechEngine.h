@@ -7,21 +7,28 @@
 #include <string>
 
 #include "base/Result.h"
+#include "service/AudioDecoder.h"
+#include "service/StillWanted.h"
+#include "service/Transcript.h"
 
 namespace nulo::service {
 
-/// Samples a second of the audio that engines hear.
-inline constexpr int speechRate = 16000;
+/// What an engine may know beforehand of what it will hear.
+struct SpeechHints {
+    std::string language;     // a code such as "fr"; empty: the engine finds out
+    std::string prompt;       // words and names that may occur, UTF-8; empty: none
+    std::string before = {};  // what was said just before; empty: nothing
+};
 
 /// An offline recogniser with its model loaded. One call at a time; calls may be on any thread.
 class SpeechEngine {
   public:
     virtual ~SpeechEngine() = default;
-    /// Mono at speechRate, at least one sample; `language` as a code such as "fr", empty when it is
-    /// not known. UTF-8; empty when nothing was said. What was heard before has no influence. May
-    /// throw; the engine is then not used again.
-    virtual std::string hear(std::span<const std::int16_t> samples,
-                             const std::string& language) = 0;
+    /// Mono at speechRate, at least one sample. The language is the one that the engine recognised
+    /// or was told. What was heard before has no influence, but for what the hints say of it. May
+    /// throw; the engine is then not used again. What is no longer wanted ends soon, with any text.
+    virtual Transcript hear(std::span<const std::int16_t> samples, const SpeechHints& hints,
+                            const StillWanted& stillWanted) = 0;
 };
 
 /// Loads another engine; any thread.

@@ -19,9 +19,7 @@ TEST(RetryPolicy, retriesTwiceOnlyWhatMayPassAndAsLateAsItIsAskedTo) {
     EXPECT_EQ(retryDelay(0, 429, seconds(0)), milliseconds(0));
     EXPECT_EQ(retryDelay(1, 503, seconds(3)), seconds(3));
     EXPECT_FALSE(retryDelay(0, 429, milliseconds(3001)));
-}
 
-TEST(RetryPolicy, readsSecondsAndDates) {
     const auto now = Clock::WallTime(seconds(784111775));  // Sun, 06 Nov 1994 08:49:35 GMT
     EXPECT_EQ(retryAfter("2", now), seconds(2));
     EXPECT_EQ(retryAfter("99999999999999999999", now), seconds(999999));
@@ -29,13 +27,11 @@ TEST(RetryPolicy, readsSecondsAndDates) {
     EXPECT_EQ(retryAfter("Sun, 06 Nov 1994 08:49:00 GMT", now), seconds(0));
     for (const char* odd : {"", "soon", "-1", "1.5x"})
         EXPECT_FALSE(retryAfter(odd, now)) << odd;
-}
 
-TEST(RetryPolicy, sleepsUntilNobodyWaits) {
-    milliseconds slept(0);
-    const auto sleep = [&](milliseconds duration) { slept += duration; };
-    const auto leavesSoon = [&] { return slept < milliseconds(300); };
-    EXPECT_FALSE(sleepWhileWanted(seconds(3), leavesSoon, sleep));
+    milliseconds slept(0);  // until nobody waits
+    EXPECT_FALSE(sleepWhileWanted(
+        seconds(3), [&] { return slept < milliseconds(300); },
+        [&](milliseconds duration) { slept += duration; }));
     EXPECT_LE(slept, seconds(1));
 }
 

@@ -1,4 +1,4 @@
-#include "service/offline/Silence.h"
+#include "service/Silence.h"
 
 #include <gtest/gtest.h>
 

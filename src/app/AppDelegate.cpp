@@ -153,13 +153,18 @@ void AppDelegate::createMenuBar() {
 std::unique_ptr<QWidget> AppDelegate::settingsWindow(
     const AppConfig& config, std::function<Outcome(const AppConfig&)> onSave,
     std::function<void()> onClose) {
-    SettingsHost host{.load = [this] { return m_dependencies.configFile.load(); },
-                      .onSave = std::move(onSave),
-                      .onClose = std::move(onClose),
-                      .programMenu = [this] { return m_menuBarController->menu(); },
-                      // Without a tray the window is the only way to the rest of the menu.
-                      .showsProgramMenu = !m_dependencies.statusItem.isShown()};
-    return makeSettingsWindow(config, std::move(host),
+    SettingsDependencies dependencies{
+        .load = [this] { return m_dependencies.configFile.load(); },
+        .onSave = std::move(onSave),
+        .onClose = std::move(onClose),
+        .ask =
+            [this](QWidget& over, const AlertContent& content, auto onAnswer) {
+                m_dependencies.alerts.showOver(over, content, std::move(onAnswer));
+            },
+        .programMenu = [this] { return m_menuBarController->menu(); },
+        // Without a tray the window is the only way to the rest of the menu.
+        .showsProgramMenu = !m_dependencies.statusItem.isShown()};
+    return makeSettingsWindow(config, std::move(dependencies),
                               m_dependencies.overlayPlacement.visibleFrame());
 }
 

@@ -35,7 +35,7 @@ namespace nulo {
 /// Owns the long-lived parts and wires them to one another; it decides nothing itself. Main thread.
 class AppDelegate {
   public:
-    /// All of it outlives the delegate.
+    /// Everything referred to outlives the delegate.
     struct Dependencies {
         MainQueue& mainQueue;
         const Clock& clock;
@@ -74,20 +74,20 @@ class AppDelegate {
     AppDelegate(const AppDelegate&) = delete;
     AppDelegate& operator=(const AppDelegate&) = delete;
 
-    /// Once, before the event loop runs.
+    /// Call it once, before the event loop runs.
     void applicationDidFinishLaunching();
     /// A take in progress is not processed; those that are being processed are deleted.
     void applicationWillTerminate();
-    /// In place of it when the desktop is gone and the process about to be: ends a take's capture
-    /// and encoder, and touches no window.
+    /// Called in place of applicationWillTerminate() when the desktop is gone and the process is
+    /// about to end: ends a take's capture and encoder, and touches no window.
     void desktopIsGone();
 
   private:
-    /// The service named by service.json beside the configuration, read once; none without a
-    /// configuration or with a refused file.
+    /// Makes the client of the service that service.json names, which is read once; makes none
+    /// without a configuration or with a refused file.
     void loadTranscriptionService();
     void makeTranscriptionService();
-    /// A configuration that was mended since the start is enough for the service.
+    /// Makes the client after all when the configuration was mended since the start.
     void makeMissingService();
     void createMenuBar();
     void createUpdateChecker();
@@ -100,7 +100,7 @@ class AppDelegate {
     void recordStart();
     void recordStop();
     void recordingFailed(const Error& reason);
-    /// On the screen and, until a dictation succeeds, in the tray.
+    /// Shows the failure on the screen and, until a dictation succeeds, in the tray.
     void showFailure(const Notice& notice);
     void forgetFailure();
     std::unique_ptr<QWidget> settingsWindow(const AppConfig& config,

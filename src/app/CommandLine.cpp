@@ -32,19 +32,27 @@ Result<CommandLine> parsedCommandLine(const std::vector<std::string_view>& argum
             line.action = CommandLine::Action::help;
         else if (argument == "-v" || argument == "--version")
             line.action = CommandLine::Action::version;
+        else if (argument == "--doctor")
+            line.action = CommandLine::Action::doctor;
+        else if (argument == "--json")
+            line.isJson = true;
         else if (argument == "--quiet")
             line.isQuiet = true;
         else if (!argument.starts_with('-') || !isQtOption(argument, valueFollows))
             return Error{"unknown argument \"" + std::string(argument) + "\""};
     }
+    if (line.isJson && line.action != CommandLine::Action::doctor)
+        return Error{"--json goes with --doctor"};
     return line;
 }
 
 std::string_view commandLineHelp() {
-    return R"(usage: nulo [--quiet | --help | --version]
+    return R"(usage: nulo [--quiet | --doctor [--json] | --help | --version]
 Push-to-talk dictation: hold Alt, press and hold Space, speak, and let go.
 
   --quiet        print nothing on standard output, where dictated words stand otherwise
+  --doctor       look at everything that dictation needs, say what to do, and end: with 1 when it
+                 cannot work; --json prints the same for programs
   -h, --help     print this and end
   -v, --version  print the version and end
 

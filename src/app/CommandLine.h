@@ -9,13 +9,15 @@ namespace nulo {
 
 /// What the program was started with.
 struct CommandLine {
-    enum class Action { run, help, version };
+    enum class Action { run, doctor, help, version };
     Action action = Action::run;
     bool isQuiet = false;  // standard output goes nowhere
+    bool isJson = false;   // what the doctor prints
 };
 
-/// `arguments` without the program's name. Qt's own ones are passed over: the session manager gives
-/// one when it starts the program again. An error names the argument that means nothing.
+/// `arguments` without the program's name. Arguments that are Qt's own are passed over: the session
+/// manager gives one when it starts the program again. The error names the argument that is not
+/// known.
 Result<CommandLine> parsedCommandLine(const std::vector<std::string_view>& arguments);
 
 /// What --help prints; its first line is the usage.

@@ -19,7 +19,7 @@ class DebugTimer {
     long long lap(std::string name);
     /// Records a step whose duration was measured elsewhere.
     void forceStep(std::string name, long long ms);
-    /// Since the start.
+    /// The time since the start.
     long long elapsedMilliseconds() const { return wholeMilliseconds(m_clock.now() - m_startTime); }
     /// "Upload 312ms | Paste 2ms | Total 2215ms"
     std::string summary() const;

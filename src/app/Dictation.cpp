@@ -16,6 +16,7 @@ constexpr double pasteAfterHideSeconds = 0.1;
 constexpr double rawDelaySeconds = 0;
 constexpr double streamedDelaySeconds = 0.4;
 constexpr double debugDelaySeconds = 3.0;  // the timings stay readable
+constexpr double toBePastedSeconds = 2.0;  // so does what the user has to do
 
 std::string milliseconds(long long ms) {
     return std::to_string(ms) + "ms";
@@ -255,6 +256,7 @@ void Dictation::cleanupEnded(const std::string& debugLine) {
 void Dictation::deliver(const std::string& text, std::function<void()> delivered) {
     m_deliveries.await(m_lifetime.guard([this, text, delivered = std::move(delivered)] {
         m_dependencies.pasteboard.setString(text);
+        m_isOnClipboard = true;
         delivered();
     }));
 }
@@ -268,6 +270,11 @@ void Dictation::finish(double delaySeconds) {
             shown->clearDebugSteps();
         debugStep(summary);
         delaySeconds = debugDelaySeconds;
+    }
+    if (m_isOnClipboard && !m_deliveries.arePasted()) {
+        if (DictationOverlay* const shown = overlay())
+            shown->showToBePasted();
+        delaySeconds = std::max(delaySeconds, toBePastedSeconds);
     }
     if (m_closesLogSession)
         m_dependencies.log.endSession();

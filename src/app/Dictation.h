@@ -29,7 +29,7 @@ namespace nulo {
 /// network's thread reports is brought over to main first, in order.
 class Dictation {
   public:
-    /// All of it outlives the dictation.
+    /// Everything referred to outlives the dictation.
     struct Dependencies {
         MainQueue& mainQueue;
         const Clock& clock;
@@ -39,21 +39,21 @@ class Dictation {
         Pasteboard& pasteboard;
         PasteKeystroke& pasteKeystroke;
         std::function<std::optional<AppConfig>()> loadConfig;
-        /// A failure, for the user to see.
+        /// Called with a failure that the user is to see.
         std::function<void(const Notice&)> onFailure;
-        /// A text was delivered, and nothing failed on its way.
+        /// Called when a text was delivered and nothing failed on its way.
         std::function<void()> onSuccess;
     };
 
     Dictation(const Dependencies& dependencies, TranscriptionService& service,
               Deliveries& deliveries, std::filesystem::path file, DictationOverlay::Panel panel);
-    /// Gives it up; the take is not left behind.
+    /// Gives the dictation up and deletes its take.
     ~Dictation();
     Dictation(const Dictation&) = delete;
     Dictation& operator=(const Dictation&) = delete;
 
-    /// Once. Asks the service and returns; `onEnd` may come inside this call, and may destroy the
-    /// dictation.
+    /// Call it once. It asks the service and returns; `onEnd` may come inside this call, and may
+    /// destroy the dictation.
     void start(std::function<void()> onEnd);
 
   private:
@@ -74,22 +74,22 @@ class Dictation {
 
     /// Asks for the plain transcript and hands it to `next` on the main thread.
     void transcribe(void (Dictation::*next)(const TextResult&));
-    /// The step that both plain routes begin with; its time.
+    /// Ends the step that both plain routes begin with, and gives its time.
     long long transcriptArrived();
-    /// The end of the stream of cleaned text, on either route.
+    /// Ends the stream of cleaned text, on either route.
     void cleanupEnded(const std::string& debugLine);
     /// Puts the text on the clipboard when it is its turn, then calls `delivered`.
     void deliver(const std::string& text, std::function<void()> delivered);
     /// Hides the overlay after the delay, then pastes. In this dictation's turn.
     void finish(double delaySeconds);
     void fail(const Notice& notice);
-    /// Without a text: hides the overlay.
+    /// Hides the overlay and ends without a text.
     void abandon();
     void abandonEmpty();
     void end();
     void deleteAudioFile();
 
-    /// Null as soon as another take is shown.
+    /// The overlay; null as soon as it shows another take.
     DictationOverlay* overlay() const;
     void debugStep(const std::string& text);
     void replaceDebugStep(const std::string& text);
@@ -109,6 +109,7 @@ class Dictation {
     std::optional<std::string> m_dictPrompt;
     bool m_closesLogSession = false;  // the two-stage route leaves the log session open
     bool m_failed = false;
+    bool m_isOnClipboard = false;
     bool m_audioFileDeleted = false;
     int m_tokenCount = 0;
     bool m_sawFirstToken = false;

@@ -18,7 +18,7 @@ Notice configUnreadable();
 Notice serviceFileRefused(const Error& reason);
 
 Notice requestFailed(const TranscriptionFailure& failure);
-/// The transcript is pasted all the same.
+/// The notice of a failed clean-up; the transcript is pasted all the same.
 Notice cleanupFailed(const TranscriptionFailure& failure);
 Notice nothingRecognised();
 Notice textNotPasted(const Error& reason);

@@ -4,8 +4,6 @@
 #include <fstream>
 #include <string>
 
-#include "platform/system/UserFolders.h"
-
 namespace nulo {
 namespace fs = std::filesystem;
 namespace {
@@ -17,13 +15,6 @@ std::string rule() {
 }
 
 }  // namespace
-
-PipelineLog& PipelineLog::shared() {
-    // Never destroyed: threads write to it until the process is gone.
-    static PipelineLog& log = *new PipelineLog(userFolders().home / "Library" / "Logs" / "nulo",
-                                               systemClock(), printLine);
-    return log;
-}
 
 PipelineLog::PipelineLog(const fs::path& logDir, const Clock& clock, Print print)
     : m_file(logDir / "pipeline.log"), m_clock(clock), m_print(std::move(print)) {

@@ -14,9 +14,6 @@ namespace nulo {
 /// lines echoed on standard output. Always on; a failure to write is ignored. Any thread.
 class PipelineLog {
   public:
-    /// The program's own log, in the user's log folder; made on first use.
-    static PipelineLog& shared();
-
     /// `clock` outlives the log. Makes the folder.
     PipelineLog(const std::filesystem::path& logDir, const Clock& clock, Print print);
 

@@ -19,7 +19,7 @@ class RecordingPipeline {
     using Dependencies = Dictation::Dependencies;
     using Panel = DictationOverlay::Panel;
 
-    /// All of the dependencies outlives the pipeline.
+    /// Everything that the dependencies refer to outlives the pipeline.
     explicit RecordingPipeline(Dependencies dependencies);
 
     /// Without a service (null) every dictation ends at once with one line, and `reason` for the
@@ -31,7 +31,7 @@ class RecordingPipeline {
     /// once.
     void processRecording(const std::optional<std::filesystem::path>& file, Panel panel);
 
-    /// Gives up what is on its way; no take is left behind.
+    /// Gives up all dictations and deletes their takes.
     void cancelAll() { m_dictations.clear(); }
 
   private:

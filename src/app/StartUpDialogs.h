@@ -1,13 +1,13 @@
 #pragma once
 
-#include "ui/alerts/Alert.h"
+#include "ui/AlertContent.h"
 
 namespace nulo {
 
-/// The first button leads to where the permission is given.
+/// Says that the permission is missing; the first button leads to where it is given.
 AlertContent accessibilityAlert();
 
-/// The first button accepts.
+/// Offers to start the program at every login; the first button accepts.
 AlertContent loginItemOffer();
 
 }  // namespace nulo

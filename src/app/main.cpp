@@ -6,17 +6,21 @@
 #include <chrono>
 #include <cstdio>
 #include <string>
+#include <utility>
+#include <vector>
 
 #include "app/AppDelegate.h"
 #include "app/BuildInfo.h"
 #include "app/CommandLine.h"
+#include "app/Examination.h"
+#include "app/SessionBackends.h"
 #include "base/PrivateFolder.h"
 #include "base/StandardStreams.h"
 #include "pasting/InjectionGate.h"
 #include "platform/Backends.h"
+#include "platform/WaylandBackends.h"
 #include "platform/dbus/SessionLock.h"
 #include "platform/dbus/SingleInstance.h"
-#include "platform/keytap/KeytapSwitch.h"
 #include "platform/session/BackendChoice.h"
 #include "platform/system/AbruptExit.h"
 #include "platform/system/TerminationSignals.h"
@@ -28,22 +32,33 @@
 namespace nulo {
 namespace {
 
-/// The first of a capability's backends that can be made.
-template <typename Make>
-auto makeFirst(const char* capability, const std::vector<BackendCandidate>& candidates, Make make) {
-    decltype(make(Backend::none)) made;
-    for (std::size_t i = 0; !made && i < candidates.size(); ++i) {
-        made = make(candidates[i].backend);
-        if (made)
-            printLine(std::string("[nulo] ") + capability + ": " + candidates[i].reason);
+/// This program's arguments for the toolkit, which is told the window system unless the user does
+/// so in $QT_QPA_PLATFORM: set there, it would go on to every program that is started from here.
+class ToolkitArguments {
+  public:
+    ToolkitArguments(int argc, char** argv, std::string platform)
+        : m_platform(std::move(platform)), m_values(argv, argv + argc) {
+        if (qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM"))
+            m_values.insert(m_values.end(), {m_option.data(), m_platform.data()});
+        m_count = static_cast<int>(m_values.size());
+        m_values.push_back(nullptr);
     }
-    return made;
-}
+    /// Both belong to the application as long as it lives.
+    int& count() { return m_count; }
+    char** values() { return m_values.data(); }
+
+  private:
+    std::string m_option = "-platform";
+    std::string m_platform;
+    std::vector<char*> m_values;
+    int m_count = 0;
+};
 
 /// Offers what the shortcut needs where that can be switched on; else shows the page that says how
 /// it works and what it needs, beside the installed program.
 void openShortcutSettings() {
-    if (sessionFacts().isWayland() && switchKeytapOn())
+    const SessionFacts facts = sessionFacts();
+    if (facts.isWayland() && facts.keytap == KeytapInstallation::off && switchKeytapOn())
         return;
     const QFileInfo page(QCoreApplication::applicationDirPath() + "/../share/doc/nulo/shortcut.md");
     QDesktopServices::openUrl(QUrl::fromLocalFile(page.canonicalFilePath()));
@@ -53,25 +68,44 @@ void removeTakes(const std::filesystem::path& folder, Clock::WallTime writtenBef
     removeOwnFiles(folder, "recording_", ".m4a", writtenBefore);
 }
 
-int run(int argc, char** argv, bool isQuiet) {
+/// Why no window can be shown; empty when one can. `named` is what the environment names, `facts`
+/// what answers of it.
+std::string displayObstacle(const SessionFacts& named, const SessionFacts& facts) {
+    if (named.display.empty() && named.waylandDisplay.empty())
+        return "Nulo needs a desktop: neither $DISPLAY nor $WAYLAND_DISPLAY is set";
+    if (!facts.display.empty() || !facts.waylandDisplay.empty())
+        return {};
+    if (named.waylandDisplay.empty())
+        return "Nulo cannot reach the display " + named.display +
+               ": no X server answers there, or it does not let this user in";
+    return "Nulo cannot reach the Wayland display " + named.waylandDisplay +
+           ": no compositor answers there";
+}
+
+int run(int argc, char** argv, const CommandLine& commandLine) {
     const Clock::WallTime startTime = systemClock().wallTime();
-    const SessionFacts facts = sessionFacts();
-    if (facts.display.empty() && facts.waylandDisplay.empty()) {
-        printLine("Nulo needs a desktop: neither $DISPLAY nor $WAYLAND_DISPLAY is set.");
+    SessionFacts facts = sessionFacts();
+    const SessionFacts named = facts;
+    lookAtDisplays(facts);
+    if (const std::string obstacle = displayObstacle(named, facts); !obstacle.empty()) {
+        if (commandLine.action == CommandLine::Action::doctor)
+            return tellFindings({{"Session", Finding::Verdict::broken, obstacle, ""}},
+                                commandLine.isJson);
+        printLine(obstacle + ".");
         return 1;
     }
-    if (facts.waylandDisplay.empty() && !x11DisplayAnswers(facts.display)) {
-        printLine("Nulo cannot reach the display " + facts.display +
-                  ": no X server answers there, or it does not let this user in.");
-        return 1;
-    }
-    QApplication application(argc, argv);
+    ToolkitArguments arguments(argc, argv, chooseBackends(facts).toolkitPlatform);
+    QApplication application(arguments.count(), arguments.values());
     QApplication::setApplicationName("nulo");
     QApplication::setApplicationVersion(
         QString::fromUtf8(build::version().data(), build::version().size()));
     QApplication::setDesktopFileName("org.nulo.Nulo");
     QApplication::setQuitOnLastWindowClosed(false);
 
+    if (!facts.waylandDisplay.empty())
+        facts.hasPortal = portalIsOnTheBus();
+    if (commandLine.action == CommandLine::Action::doctor)
+        return examine(facts, commandLine.isJson);
     const ClaimedInstance claimed = claimInstance(printLine);
     switch (claimed.instance) {
         case Instance::only:
@@ -84,7 +118,7 @@ int run(int argc, char** argv, bool isQuiet) {
             return 1;
     }
 
-    if (isQuiet)
+    if (commandLine.isQuiet)
         silenceStandardOutput();
     const UserFolders folders = userFolders();
     removeTakes(folders.recordings, startTime);  // that an earlier run left
@@ -93,21 +127,8 @@ int run(int argc, char** argv, bool isQuiet) {
     const std::unique_ptr<Microphone> microphone = makeMicrophone(*mainQueue, printLine);
     InjectionGate gate;
     const BackendChoice choice = chooseBackends(facts);
-    const auto keytap = makeKeytapConnection();
-    const auto eventTapSource = makeFirst("Key tap", choice.keySource, [&](Backend backend) {
-        if (backend == Backend::keytap)
-            return makeKeytapEventTapSource(keytap, *mainQueue, printLine);
-        return backend == Backend::x11 ? makeX11EventTapSource(gate, *mainQueue, printLine)
-                                       : makeUnavailableEventTapSource();
-    });
-    const auto pasteboard =
-        makeFirst("Clipboard", choice.clipboard, [](Backend) { return makeQtPasteboard(); });
-    const auto pasteKeystroke = makeFirst("Paste", choice.paste, [&](Backend backend) {
-        if (backend == Backend::keytap)
-            return makeKeytapPasteKeystroke(keytap);
-        return backend == Backend::x11 ? makeX11PasteKeystroke(gate) : makeNoPasteKeystroke();
-    });
-    printLine("[nulo] Overlay: " + choice.overlay.front().reason);
+    const SessionBackends backends(facts, choice, gate, *mainQueue, configFile.configDir(),
+                                   printLine);
     TrayItem statusItem(makeStatusNotifierItem(),
                         [] { return std::make_unique<XEmbedTrayIcon>(); });
     const std::unique_ptr<Notifications> notifications = makeDesktopNotifications();
@@ -116,52 +137,55 @@ int run(int argc, char** argv, bool isQuiet) {
     const std::unique_ptr<LoginItem> loginItem =
         makeLoginItem(folders.config, QCoreApplication::applicationFilePath().toStdString());
     const std::unique_ptr<UpdateHttp> updateHttp = makeUpdateHttp(*mainQueue);
-    const std::unique_ptr<OverlayPlacement> overlayPlacement = makeX11OverlayPlacement();
-    const Alerts alerts(systemClock(), [&] { return overlayPlacement->visibleFrame(); });
+    const Alerts alerts(systemClock(), [&] { return backends.overlayPlacement->visibleFrame(); });
     UpdateDialogs updateWindows(alerts);
     const std::unique_ptr<ProcessLauncher> processLauncher = makeProcessLauncher();
 
+    // Never destroyed: threads write to it until the process is gone.
+    static PipelineLog& log =
+        *new PipelineLog(folders.home / "Library" / "Logs" / "nulo", systemClock(), printLine);
     AppDelegate* present = nullptr;
     AbruptExit withTheDesktop([&] {
         if (present)
             present->desktopIsGone();
         removeTakes(folders.recordings, Clock::WallTime::max());
     });
-    AppDelegate delegate({.mainQueue = *mainQueue,
-                          .clock = systemClock(),
-                          .print = printLine,
-                          .log = PipelineLog::shared(),
-                          .configFile = configFile,
-                          .temporaryFolder = folders.temporary,
-                          .recordingsFolder = folders.recordings,
-                          .defaultBaseURL = build::baseURL(),
-                          .version = build::version(),
-                          .microphone = *microphone,
-                          .makeAudioFileWriter = makeAacFileWriter,
-                          .eventTapSource = *eventTapSource,
-                          .permissionIsTheUsersToGive =
-                              choice.keySource.front().backend == Backend::none ||
-                              (facts.isWayland() && facts.keytap == KeytapInstallation::off),
-                          .pasteboard = *pasteboard,
-                          .pasteKeystroke = *pasteKeystroke,
-                          .makeHttpSession =
-                              [&](HttpSessionDelegate& session) {
-                                  auto made = makeHttpSession(session);
-                                  withTheDesktop.comeFirst();
-                                  return made;
-                              },
-                          .openShortcutHelp = openShortcutSettings,
-                          .overlayPlacement = *overlayPlacement,
-                          .alerts = alerts,
-                          .statusItem = statusItem,
-                          .remoteControl = *claimed.remoteControl,
-                          .notifications = *notifications,
-                          .userDefaults = *userDefaults,
-                          .loginItem = *loginItem,
-                          .updateHttp = *updateHttp,
-                          .updateWindows = updateWindows,
-                          .processLauncher = *processLauncher,
-                          .terminate = [] { QCoreApplication::quit(); }});
+    AppDelegate delegate(
+        {.mainQueue = *mainQueue,
+         .clock = systemClock(),
+         .print = printLine,
+         .log = log,
+         .configFile = configFile,
+         .temporaryFolder = folders.temporary,
+         .recordingsFolder = folders.recordings,
+         .defaultBaseURL = build::baseURL(),
+         .version = build::version(),
+         .microphone = *microphone,
+         .makeAudioFileWriter = makeAacFileWriter,
+         .eventTapSource = *backends.eventTapSource,
+         .permissionIsTheUsersToGive = choice.keySource.front().backend == Backend::none ||
+                                       (choice.keySource.front().backend == Backend::keytap &&
+                                        facts.keytap == KeytapInstallation::off),
+         .pasteboard = *backends.pasteboard,
+         .pasteKeystroke = *backends.pasteKeystroke,
+         .makeHttpSession =
+             [&](HttpSessionDelegate& session) {
+                 auto made = makeHttpSession(session);
+                 withTheDesktop.comeFirst();
+                 return made;
+             },
+         .openShortcutHelp = openShortcutSettings,
+         .overlayPlacement = *backends.overlayPlacement,
+         .alerts = alerts,
+         .statusItem = statusItem,
+         .remoteControl = *claimed.remoteControl,
+         .notifications = *notifications,
+         .userDefaults = *userDefaults,
+         .loginItem = *loginItem,
+         .updateHttp = *updateHttp,
+         .updateWindows = updateWindows,
+         .processLauncher = *processLauncher,
+         .terminate = [] { QCoreApplication::quit(); }});
     QObject::connect(&application, &QCoreApplication::aboutToQuit,
                      [&delegate] { delegate.applicationWillTerminate(); });
     const TerminationSignals terminationSignals([] { QCoreApplication::quit(); });
@@ -171,7 +195,7 @@ int run(int argc, char** argv, bool isQuiet) {
     std::unique_ptr<SessionLockWatch> sessionLock;
     mainQueue->async([&] {
         QApplication::setWindowIcon(QIcon::fromTheme("org.nulo.Nulo"));
-        sessionLock = watchSessionLock([&] { eventTapSource->letGo(); });
+        sessionLock = watchSessionLock([&] { backends.eventTapSource->letGo(); });
     });
     const int status = QApplication::exec();
     present = nullptr;
@@ -198,8 +222,9 @@ int main(int argc, char** argv) {
         case CommandLine::Action::version:
             printLine("nulo " + std::string(build::version()));
             return 0;
+        case CommandLine::Action::doctor:
         case CommandLine::Action::run:
             break;
     }
-    return run(argc, argv, commandLine.value().isQuiet);
+    return run(argc, argv, commandLine.value());
 }

@@ -3,6 +3,7 @@
 #include <functional>
 #include <memory>
 #include <span>
+#include <string>
 
 #include "base/Result.h"
 
@@ -41,6 +42,8 @@ class Microphone {
     /// `answer` may come on any thread.
     virtual void requestAccess(std::function<void(bool granted)> answer) = 0;
     virtual std::unique_ptr<CaptureEngine> makeEngine() = 0;
+    /// The default microphone's, for a person; empty when it is not known.
+    virtual std::string name() { return {}; }
 };
 
 }  // namespace nulo

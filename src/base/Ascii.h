@@ -4,7 +4,7 @@
 #include <string>
 #include <string_view>
 
-/// What protocols mean by letters and digits, whatever the locale. Any thread.
+/// Letters and digits as protocols mean them, whatever the locale. Any thread.
 namespace nulo {
 
 constexpr char asciiLower(char c) {
@@ -17,7 +17,7 @@ inline std::string asciiLower(std::string_view text) {
     return result;
 }
 
-/// Without regard to the case of ASCII letters, as header names are compared.
+/// Compares texts without regard to the case of ASCII letters, as header names are compared.
 inline bool equalIgnoringAsciiCase(std::string_view a, std::string_view b) {
     return std::ranges::equal(a, b, [](char x, char y) { return asciiLower(x) == asciiLower(y); });
 }
@@ -30,7 +30,7 @@ constexpr bool isAsciiAlphanumeric(char c) {
     return isAsciiDigit(c) || (asciiLower(c) >= 'a' && asciiLower(c) <= 'z');
 }
 
-/// The name of a header or of a method (RFC 9110, section 5.6.2).
+/// Whether the text can be the name of a header or of a method (RFC 9110, section 5.6.2).
 inline bool isHttpToken(std::string_view text) {
     return !text.empty() && std::ranges::all_of(text, [](char c) {
         return isAsciiAlphanumeric(c) ||

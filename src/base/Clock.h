@@ -12,9 +12,9 @@ class Clock {
     using WallTime = std::chrono::system_clock::time_point;
 
     virtual ~Clock() = default;
-    /// For durations; never goes back.
+    /// The time to measure durations by; it never goes back.
     virtual Instant now() const = 0;
-    /// For time stamps; jumps when the user sets the clock.
+    /// The time of day; it jumps when the user sets the clock.
     virtual WallTime wallTime() const = 0;
 };
 

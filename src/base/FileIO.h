@@ -20,12 +20,12 @@ struct ForeignAccess {
     bool mayWrite = false;  // also when it belongs to one of them
 };
 
-/// Nothing when the file is missing.
+/// What other users may do with the file; nothing when it is missing.
 std::optional<ForeignAccess> foreignAccess(const std::filesystem::path& path);
 
 /// Replaces the file's content in one step: a new file beside it, already on the disk, is renamed
-/// over it. What a symbolic link points to is the file that is replaced, or made where it is
-/// missing; mode and owner are kept, a new file is its owner's only. A failure changes nothing; its
+/// over it. A symbolic link stays: the file that it points to is replaced, or made where it is
+/// missing. Mode and owner are kept; a new file is its owner's only. A failure changes nothing; its
 /// text names the file and the system's reason. Where the folder takes no new file, a writable file
 /// is overwritten: a reader may then see half of it.
 Outcome replaceFile(const std::filesystem::path& path, std::string_view bytes);

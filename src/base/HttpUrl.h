@@ -23,13 +23,13 @@ struct HttpUrl {
     bool isSecure() const { return isEncrypted || isThisMachine(host); }
 };
 
-/// Nothing for another scheme, a relative reference, a port out of range, and characters that a URL
-/// holds escaped only. Pure: resolves nothing.
+/// Reads a URL; resolves nothing. Refuses another scheme, a relative reference, a port out of
+/// range, and characters that a URL may hold escaped only.
 std::optional<HttpUrl> parseHttpUrl(std::string_view text);
 
-/// parseHttpUrl() has an answer.
+/// Whether parseHttpUrl() takes the text.
 bool isValidHttpUrl(std::string_view url);
-/// It has one that isSecure().
+/// Whether parseHttpUrl() takes the text, and the URL isSecure().
 bool isSecureHttpUrl(std::string_view url);
 
 }  // namespace nulo

@@ -1,6 +1,8 @@
 #include "base/SocketOwner.h"
 
 #include <netinet/in.h>
+#include <sys/socket.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <array>
@@ -8,9 +10,12 @@
 #include <cstdio>
 #include <cstring>
 #include <memory>
+#include <type_traits>
 
 namespace nulo {
 namespace {
+
+static_assert(std::is_same_v<UserId, uid_t>);
 
 /// An address and a port. IPv4 is written as the IPv6 address that stands for it, because a socket
 /// that serves both lists its IPv4 connections so.
@@ -24,7 +29,7 @@ struct Endpoint {
 struct Row {
     Endpoint local, remote;
     unsigned state = 0;
-    uid_t user = 0;
+    UserId user = 0;
     unsigned long long inode = 0;  // 0 when no program holds the socket
 };
 
@@ -99,8 +104,8 @@ bool coversEveryAddress(const Endpoint& endpoint) {
     return endpoint == Endpoint{{}, endpoint.port} || endpoint == mapped(0, endpoint.port);
 }
 
-std::set<uid_t> listenersAt(const Endpoint& endpoint) {
-    std::set<uid_t> users;
+std::set<UserId> listenersAt(const Endpoint& endpoint) {
+    std::set<UserId> users;
     forEachSocket([&](const Row& row) {
         if (row.state == listening && row.local.port == endpoint.port &&
             (row.local == endpoint || coversEveryAddress(row.local)))
@@ -125,23 +130,27 @@ std::optional<FarEnd> farEndOf(int socket) {
     return found;
 }
 
-std::set<uid_t> listenersAt(const sockaddr* address) {
+std::set<UserId> listenersAt(const sockaddr* address) {
     const auto endpoint = endpointOf(address);
-    return endpoint ? listenersAt(*endpoint) : std::set<uid_t>();
+    return endpoint ? listenersAt(*endpoint) : std::set<UserId>();
 }
 
-bool isConnectedToOwn(int socket, uid_t user) {
-    const auto isOwn = [user](uid_t other) { return other == user || other == 0; };
+bool isConnectedToOwn(int socket, UserId user) {
+    const auto isOwn = [user](UserId other) { return other == user || other == 0; };
     // In this order: a connection that nobody has accepted when the list is read the second time
     // waits at a listener that was there the first time.
     const auto address = addressOf(socket, ::getpeername);
-    const std::set<uid_t> listeners = address ? listenersAt(*address) : std::set<uid_t>();
+    const std::set<UserId> listeners = address ? listenersAt(*address) : std::set<UserId>();
     const auto farEnd = farEndOf(socket);
     if (!farEnd)
         return false;
     if (farEnd->isHeld)
         return isOwn(farEnd->user);
     return !listeners.empty() && std::all_of(listeners.begin(), listeners.end(), isOwn);
+}
+
+bool isConnectedToOwn(int socket) {
+    return isConnectedToOwn(socket, ::geteuid());
 }
 
 }  // namespace nulo

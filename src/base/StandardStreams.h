@@ -2,12 +2,12 @@
 
 namespace nulo {
 
-/// First in main(): opens /dev/null in place of closed standard streams, which a file or socket of
-/// the program's own would take otherwise, and has writing to a pipe that nobody reads fail instead
-/// of ending the process.
+/// The first call in main(). Opens /dev/null in place of closed standard streams, whose numbers a
+/// file or socket of the program's own would get otherwise, and makes writing to a pipe without a
+/// reader fail instead of ending the process.
 void secureStandardStreams();
 
-/// From now on standard output goes nowhere.
+/// Sends standard output nowhere from now on.
 void silenceStandardOutput();
 
 }  // namespace nulo

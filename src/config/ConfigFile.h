@@ -29,7 +29,7 @@ class ConfigFile {
     /// Writes the whole file, by replaceFile(): a failure leaves the old one, a symbolic link stays
     /// one.
     Outcome trySave(const AppConfig& config) const;
-    /// Does what trySave() does, but drops a failure, which its callers could tell nobody.
+    /// Does what trySave() does, but drops a failure: its callers have no way to show it.
     void save(const AppConfig& config) const;
 
   private:

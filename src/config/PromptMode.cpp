@@ -1,7 +1,6 @@
 #include "config/PromptMode.h"
 
-#include <algorithm>
-#include <cctype>
+#include "base/Ascii.h"
 
 namespace nulo {
 namespace {
@@ -85,10 +84,7 @@ const std::vector<PromptMode>& defaultModes() {
 }
 
 PromptMode newCustomMode(std::string_view uuid) {
-    std::string id(uuid.substr(0, 8));
-    std::transform(id.begin(), id.end(), id.begin(),
-                   [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
-    return {std::move(id), "Nouveau mode", customPromptTemplate, false, "mistral"};
+    return {asciiLower(uuid.substr(0, 8)), "Nouveau mode", customPromptTemplate, false, "mistral"};
 }
 
 }  // namespace nulo

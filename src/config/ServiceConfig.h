@@ -11,10 +11,10 @@
 
 namespace nulo {
 
-/// Where the speech service is and what every request to it carries.
+/// The address of the speech service, and what every request to it carries.
 struct ServiceConfig {
-    std::string
-        baseURL;  // an https URL, or http for this machine; paths are appended to it as text
+    /// An https URL, or http for this machine; paths are appended to it as text.
+    std::string baseURL;
     std::vector<std::pair<std::string, std::string>> authHeaders;
 };
 
@@ -25,8 +25,8 @@ struct ServiceConfig {
 Result<ServiceConfig> loadServiceConfig(const std::filesystem::path& file,
                                         std::string_view defaultBaseURL, const Print& print);
 
-/// Why no request may be sent to that URL: it is none, or would send speech unencrypted over a
-/// network. Empty when it is fine.
+/// Why no request may be sent there: the text is no URL, or speech would go over a network
+/// unencrypted. Empty when requests may be sent.
 std::string serviceUrlFault(std::string_view url);
 
 }  // namespace nulo

@@ -8,8 +8,8 @@ namespace nulo {
 class LoginItem {
   public:
     virtual ~LoginItem() = default;
-    /// From now on it starts at every login; doing so twice is no error. The error's text says why
-    /// that is not so and names the file.
+    /// Makes the program start at every login; doing so twice is no error. The error says why it
+    /// will not start, and names the file.
     virtual Outcome registerItem() = 0;
 };
 

@@ -16,8 +16,8 @@ struct Notice {
 class Notifications {
   public:
     virtual ~Notifications() = default;
-    /// Takes the place of the notice that is still shown. Returns at once; a desktop that shows no
-    /// notices is no error.
+    /// Shows the notice, in place of one that is still shown. Returns at once; a desktop that shows
+    /// no notices is no error.
     virtual void show(const Notice& notice) = 0;
 };
 

@@ -16,9 +16,9 @@ struct RemoteActions {
 class RemoteControl {
   public:
     virtual ~RemoteControl() = default;
-    /// Nothing is answered before this: callers wait for the event loop to run.
+    /// No call is answered before this; callers wait for the event loop to run.
     virtual void setActions(RemoteActions actions) = 0;
-    /// What they are told of the program: "idle" or "recording", announced when it changes.
+    /// Sets what other programs are told, "idle" or "recording"; a change is announced to them.
     virtual void setRecording(bool recording) = 0;
 };
 

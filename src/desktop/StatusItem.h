@@ -7,9 +7,9 @@
 
 namespace nulo {
 
-/// One row of a menu, as data: whoever shows it (the tray's menu protocol, a widget) draws it its
-/// own way. Titles are UTF-8 and shown as they are, in one line: a '&' or '_' in one is no mnemonic,
-/// and whoever makes the menu cuts what is too long for one.
+/// One row of a menu, as data: the tray's menu protocol and a widget show it each in their own way.
+/// Titles are UTF-8 and shown in one line as they are: '&' and '_' mark no mnemonic, and the maker
+/// of the menu has cut a title that is too long.
 struct MenuEntry {
     enum class Kind {
         action,
@@ -37,7 +37,7 @@ struct StatusIcon {
     std::function<IconPixels(int width)> draw;
     std::string description;  // for screen readers and tooltips
     bool needsAttention = false;
-    /// In icon themes, the same icon in the panel's own colours.
+    /// The name by which icon themes have the same icon in the panel's own colours.
     std::string symbolicName;
     std::string detail;  // more for the tooltip, in whole sentences; may be empty
 };
@@ -46,10 +46,10 @@ struct StatusIcon {
 /// thread.
 class StatusItem {
   public:
-    /// The menu is about to be opened: the last moment for setMenu().
+    /// Called when the menu is about to be opened: the last moment for setMenu().
     std::function<void()> onAboutToShow;
-    /// Whether a tray shows the item became known or has changed, as far as the tray tells: one of
-    /// the old X11 kind does not. Never inside a call of this class.
+    /// Called when isShown() has become known or has changed, never inside a call of this class.
+    /// Trays of the old X11 kind do not tell.
     std::function<void()> onShownChanged;
 
     virtual ~StatusItem() = default;

@@ -12,7 +12,7 @@ class UserDefaults {
     virtual ~UserDefaults() = default;
     virtual std::optional<bool> boolean(std::string_view key) const = 0;
     virtual std::optional<double> number(std::string_view key) const = 0;
-    /// On disk when it returns.
+    /// Stores the value; it is on the disk when the call returns.
     virtual void set(std::string_view key, bool value) = 0;
     virtual void set(std::string_view key, double value) = 0;
 };

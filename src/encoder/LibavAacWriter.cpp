@@ -121,8 +121,8 @@ class LibavAacWriter final : public AudioFileWriter {
     // "file:" keeps a colon in the path from being read as a protocol's name.
     static std::string urlOf(const std::filesystem::path& path) { return "file:" + path.string(); }
 
-    /// With room for that many packets' index in front; without, the index is moved there at the
-    /// end.
+    /// Leaves room in front for the index of that many packets; for none, the index is moved there
+    /// at the end.
     Outcome openContainer(const std::filesystem::path& path, std::int64_t packets) {
         const std::string url = urlOf(path);
         int code = avformat_alloc_output_context2(&m_container, nullptr, "ipod", url.c_str());
@@ -189,7 +189,8 @@ class LibavAacWriter final : public AudioFileWriter {
         return code < 0 ? code : m_container->pb->error;
     }
 
-    /// Begins the file again with more room for its index. Amid the take, when nobody waits.
+    /// Begins the file again with more room for its index. This happens amid the take, when no one
+    /// waits for it.
     int makeRoom() {
         m_framesWithRoom *= growthOfRoom;
         if (const int code = completeContainer(); code < 0)
@@ -199,7 +200,8 @@ class LibavAacWriter final : public AudioFileWriter {
         if (const int code = avformat_open_input(&begun, urlOf(m_path).c_str(), nullptr, nullptr);
             code < 0)
             return code;
-        // Its name is that of a take too, for whoever tidies up should this process be killed.
+        // Its name is that of a take too, so that it is tidied up with the takes should this
+        // process be killed.
         const std::filesystem::path again = m_path.parent_path() / (m_path.stem() += "-.m4a");
         int code = createFile(again);
         if (code >= 0 && !openContainer(again, m_framesWithRoom / m_encoder->frame_size))
@@ -215,7 +217,7 @@ class LibavAacWriter final : public AudioFileWriter {
         return code == AVERROR_EOF ? AVERROR(errno) : code;
     }
 
-    /// For its owner only, like the one that it will replace.
+    /// Makes a file that only its owner can read, like the one that it will replace.
     static int createFile(const std::filesystem::path& path) {
         const int descriptor = ::open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
         return descriptor < 0 ? AVERROR(errno) : ::close(descriptor);

@@ -28,20 +28,22 @@ class GlobalKeyMonitor {
     GlobalKeyMonitor(const GlobalKeyMonitor&) = delete;
     GlobalKeyMonitor& operator=(const GlobalKeyMonitor&) = delete;
 
-    /// The chord went down; was let go. Called on main, never inside another call. Set before
-    /// start().
+    /// Called when the chord went down, and when it was let go: on main, never inside another call.
+    /// Set them before start().
     std::function<void()> onRecordStart;
     std::function<void()> onRecordStop;
-    /// The permission was given (true) or taken away (false). Called on main. Set before start().
+    /// Called on main when the permission was given (true) or taken away (false). Set it before
+    /// start().
     std::function<void(bool)> onAccessibilityChanged;
 
-    /// Once. Without the permission it polls for it.
+    /// Call it once. Without the permission, the monitor polls for it.
     void start();
     /// Lets go of the keyboard and of all timers.
     void stop();
     void openAccessibilitySettings() const;
 
-    /// As last looked at: every 5 s, every 2 s while waiting for the permission.
+    /// The state when it was last looked at: every 5 s, or every 2 s while waiting for the
+    /// permission.
     bool isAccessibilityGranted() const { return m_isAccessibilityGranted; }
     bool isEventTapAlive() const { return m_isEventTapAlive; }
 

@@ -5,14 +5,15 @@
 namespace nulo {
 namespace {
 
-/// For programs that take the keystroke for something else and read nothing.
+/// Ends the wait for a program that takes the keystroke for something else and reads nothing.
 constexpr MainQueue::Delay longestWaitForReader(1.0);
 
 }  // namespace
 
 Deliveries::Deliveries(MainQueue& mainQueue, Pasteboard& pasteboard, PasteKeystroke& pasteKeystroke)
     : m_mainQueue(mainQueue), m_pasteboard(pasteboard), m_pasteKeystroke(pasteKeystroke) {
-    // By way of the queue: behind what the keystroke reports, and after the reader has its text.
+    // The call goes through the queue, so that it comes behind what the keystroke reports, and
+    // after the reader has its text.
     m_pasteboard.onRead = onMain([this] { wasRead(); });
 }
 

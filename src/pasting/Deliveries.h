@@ -15,15 +15,17 @@ namespace nulo {
 /// on the clipboard would be pasted in place of this one. Main thread.
 class Deliveries {
   public:
-    /// All of it outlives the deliveries, which take over the pasteboard's onRead.
+    /// All references outlive the deliveries, which take over the pasteboard's onRead.
     Deliveries(MainQueue& mainQueue, Pasteboard& pasteboard, PasteKeystroke& pasteKeystroke);
     ~Deliveries();
     Deliveries(const Deliveries&) = delete;
     Deliveries& operator=(const Deliveries&) = delete;
 
-    /// Why a text, which is on the clipboard, was not pasted.
+    /// Called when a text was not pasted, which stays on the clipboard.
     std::function<void(const Error& reason)> onFailure;
 
+    /// Whether texts come into programs by themselves in this session.
+    bool arePasted() const { return m_pasteKeystroke.isPossible(); }
     /// Calls `begin` when it is this delivery's turn, inside this call when none is under way. The
     /// turn ends with what paste() starts, so every `begin` leads to one paste().
     void await(std::function<void()> begin);
@@ -36,7 +38,7 @@ class Deliveries {
         begun,    // the text is on the clipboard, or about to be
         posted,   // the keystroke waits for the user's fingers
         sending,  // from here on a program that reads the clipboard acts on the keystroke
-        read,     // it did so before the end of sending was known
+        read,     // a program has read it before the end of sending was known
         sent,     // the program has yet to read
     };
 

@@ -33,7 +33,8 @@ class InjectionGate {
     bool isInjecting() const { return m_injecting.load(std::memory_order_acquire); }
 
     // Paste thread.
-    /// Waits until the tap does not hold the keyboard, for as long as the user holds the chord.
+    /// Waits until the tap does not hold the keyboard, which can take as long as the user holds the
+    /// chord.
     [[nodiscard]] Scope enter();
     /// Makes present and later waits return a false Scope. Any thread.
     void cancel();

@@ -5,6 +5,8 @@
 #include <optional>
 #include <string>
 
+#include "base/Ascii.h"
+
 namespace nulo {
 namespace {
 
@@ -70,10 +72,7 @@ constexpr std::array table{
 };
 
 std::optional<PasteChord> find(std::string_view name) {
-    std::string lower(name);
-    for (char& letter : lower)
-        if (letter >= 'A' && letter <= 'Z')
-            letter = static_cast<char>(letter - 'A' + 'a');
+    const std::string lower = asciiLower(name);
     const auto entry = std::find_if(table.begin(), table.end(),
                                     [&](const Entry& one) { return one.name == lower; });
     return entry == table.end() ? std::nullopt : std::optional(entry->chord);

@@ -7,10 +7,11 @@
 
 namespace nulo {
 
-/// Where text goes that other programs can paste. Main thread.
+/// Takes the text that other programs can paste. Main thread.
 class Pasteboard {
   public:
-    /// A program asks for the text, which it gets after the call: setString() must wait for that.
+    /// Called when a program asks for the text. The program gets it after the call, so setString()
+    /// must wait.
     std::function<void()> onRead;
 
     virtual ~Pasteboard() = default;
@@ -21,15 +22,17 @@ class Pasteboard {
 /// The keystroke that makes the focused program paste. Main thread.
 class PasteKeystroke {
   public:
-    /// How a keystroke is getting on; called on any thread, not at all once its maker is gone.
+    /// Told how a keystroke gets on: on any thread, and not at all once the PasteKeystroke is gone.
     struct Report {
         /// The keys are about to be sent: no program has acted on them before.
         std::function<void()> onSending;
-        /// They were sent; or why they were not and will not be.
+        /// The keys were sent; or the reason why they were not and will not be.
         std::function<void(const Outcome&)> onEnd;
     };
 
     virtual ~PasteKeystroke() = default;
+    /// Whether keys can be sent in this session at all.
+    virtual bool isPossible() const { return true; }
     /// Returns at once; the keys are sent as soon as the user's own are out of the way.
     virtual void post(Report report) = 0;
 };

@@ -2,12 +2,15 @@
 
 #include <filesystem>
 #include <memory>
+#include <optional>
 #include <string>
+#include <vector>
 
 #include "audio/AudioFileWriter.h"
 #include "audio/CaptureEngine.h"
 #include "base/MainQueue.h"
 #include "base/Print.h"
+#include "desktop/DesktopFacts.h"
 #include "desktop/LoginItem.h"
 #include "desktop/Notifications.h"
 #include "desktop/StatusItem.h"
@@ -19,12 +22,11 @@
 #include "update/ProcessLauncher.h"
 #include "update/UpdateHttp.h"
 
-/// Every platform backend, reached by one function each; nothing else of platform/ is needed to use
-/// one. All are called on the main thread.
+/// Every platform backend, reached by one function each, here and in WaylandBackends.h; nothing
+/// else of platform/ is needed to use one. All are called on the main thread.
 namespace nulo {
 
 class InjectionGate;
-class KeytapConnection;
 class OverlayPlacement;
 
 /// Work queue on Qt's event loop. After QCoreApplication was made, on its thread.
@@ -56,15 +58,6 @@ Result<std::unique_ptr<AudioFileWriter>> makeAacFileWriter(const std::filesystem
 std::unique_ptr<EventTapSource> makeX11EventTapSource(InjectionGate& gate, MainQueue& mainQueue,
                                                       Print print);
 
-/// The chord as nulo-keytap tells of it; trusted while that service serves this program.
-/// `mainQueue` outlives it.
-std::unique_ptr<EventTapSource> makeKeytapEventTapSource(
-    std::shared_ptr<KeytapConnection> connection, MainQueue& mainQueue, Print print);
-
-/// The paste chord, pressed by nulo-keytap.
-std::unique_ptr<PasteKeystroke> makeKeytapPasteKeystroke(
-    std::shared_ptr<KeytapConnection> connection);
-
 /// Where no tap is possible: never trusted, no taps.
 std::unique_ptr<EventTapSource> makeUnavailableEventTapSource();
 
@@ -75,8 +68,8 @@ std::unique_ptr<PasteKeystroke> makeX11PasteKeystroke(InjectionGate& gate);
 /// runs on no X server.
 std::unique_ptr<OverlayPlacement> makeX11OverlayPlacement();
 
-/// Where no keys can be sent: the user pastes.
-std::unique_ptr<PasteKeystroke> makeNoPasteKeystroke();
+/// Where no keys can be sent: each keystroke fails for that reason, and the user pastes.
+std::unique_ptr<PasteKeystroke> makeNoPasteKeystroke(std::string reason);
 
 /// Whether an X server answers there; Qt ends the process when none does. Waits for the server.
 bool x11DisplayAnswers(const std::string& display);
@@ -91,6 +84,14 @@ std::unique_ptr<StatusItem> makeStatusNotifierItem();
 /// Notices by the desktop's own service (org.freedesktop.Notifications), which the bus may start.
 /// With a QCoreApplication.
 std::unique_ptr<Notifications> makeDesktopNotifications();
+
+/// What another program prints on standard output, at most 64 kB of it; nothing when it cannot be
+/// started, fails, or has not ended after five seconds, for which this waits.
+std::optional<std::string> programOutput(const std::filesystem::path& program,
+                                         const std::vector<std::string>& arguments);
+
+/// Waits for the bus, and for a tray no longer than a second. With a QCoreApplication.
+DesktopFacts desktopFacts();
 
 /// The entry autostart/nulo.desktop in `configHome` (userFolders().config), which starts `program`,
 /// an absolute path, at login. An entry for it that an earlier version wrote, and nobody changed,

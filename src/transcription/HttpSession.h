@@ -32,7 +32,8 @@ struct HttpResponseHead {
     std::optional<std::string_view> header(std::string_view name) const;
 };
 
-/// When each step of one exchange began and ended; absent when it did not happen or is unknown.
+/// The times at which each step of one exchange began and ended; absent for a step that did not
+/// happen or is unknown.
 struct HttpTransactionMetrics {
     using Instant = std::optional<std::chrono::steady_clock::time_point>;
 
@@ -57,7 +58,8 @@ class HttpSessionDelegate {
     /// Never empty; ends at a character boundary of UTF-8 unless the body itself does not. Tells
     /// whether more is wanted: after false the task completes without an error, and without more.
     virtual bool didReceiveData(HttpTaskId task, std::string_view bytes) = 0;
-    /// One entry an exchange: more than one after redirects, none when nothing was begun.
+    /// `transactions` has one entry for each exchange: several after redirects, none when no
+    /// exchange was begun.
     virtual void didCollectMetrics(HttpTaskId task,
                                    const std::vector<HttpTransactionMetrics>& transactions) = 0;
     /// `error` is a transport failure; an HTTP error status is not one.
@@ -66,9 +68,9 @@ class HttpSessionDelegate {
 
 /// Keeps connections open from request to request. Redirects are followed within the request's
 /// origin only; elsewhere the redirect itself is the response, its body cut off at 64 kB.
-/// Certificates are verified; over plain http to this machine, that this user's or root's program
-/// answers. A POST that may have arrived is never sent again.
-/// Destroying a session cancels what is in flight, without further delegate calls, and joins.
+/// Certificates are verified; over plain http to this machine it is verified that a program of this
+/// user's or root's answers. A POST that may have arrived is never sent again. Destroying a session
+/// cancels what is in flight, without further delegate calls, and joins.
 class HttpSession {
   public:
     virtual ~HttpSession() = default;

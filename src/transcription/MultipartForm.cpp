@@ -2,15 +2,14 @@
 
 #include <utility>
 
+#include "base/Ascii.h"
+
 namespace nulo {
 namespace {
 
 std::string_view audioType(const std::filesystem::path& path) {
-    std::string extension = path.extension().string();
-    for (char& c : extension)
-        if (c >= 'A' && c <= 'Z')
-            c = static_cast<char>(c - 'A' + 'a');
-    return extension == ".m4a" ? "audio/mp4" : "audio/wav";
+    const bool isM4a = equalIgnoringAsciiCase(path.extension().string(), ".m4a");
+    return isM4a ? "audio/mp4" : "audio/wav";
 }
 
 }  // namespace

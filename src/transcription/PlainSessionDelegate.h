@@ -9,7 +9,7 @@
 
 namespace nulo {
 
-/// For requests that want their answer in one piece.
+/// Collects the answers of requests that want them in one piece.
 class PlainSessionDelegate final : public HttpSessionDelegate {
   public:
     struct Answer {

@@ -29,7 +29,7 @@ class TranscriptionError {
 
     /// One line for the console, to stand after the caller's own prefix; see visible().
     std::string errorDescription() const;
-    /// Of the service's answer; 0 for what is no apiError().
+    /// The status of the service's answer; 0 for an error that is no apiError().
     int statusCode() const { return m_statusCode; }
 
     bool operator==(const TranscriptionError&) const = default;

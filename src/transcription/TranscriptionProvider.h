@@ -7,12 +7,12 @@ namespace nulo {
 /// Who turns speech into text behind the service; the program itself only names it in a form field.
 enum class TranscriptionProvider { openai, mistral };
 
-/// As sent to the service.
+/// The name that is sent to the service.
 constexpr std::string_view rawValue(TranscriptionProvider provider) {
     return provider == TranscriptionProvider::openai ? "openai" : "mistral";
 }
 
-/// As shown in diagnostic lines.
+/// The name that diagnostic lines show.
 constexpr std::string_view label(TranscriptionProvider provider) {
     return provider == TranscriptionProvider::openai ? "OpenAI" : "Voxtral (Mistral)";
 }

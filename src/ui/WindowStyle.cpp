@@ -10,7 +10,7 @@
 namespace nulo {
 namespace {
 
-// What accessibility guidelines ask of texts, and of shapes that say something.
+// The contrasts that accessibility guidelines ask of texts, and of shapes that say something.
 constexpr double readableContrast = 4.5;
 constexpr double visibleContrast = 3;
 

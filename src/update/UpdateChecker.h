@@ -78,7 +78,7 @@ class UpdateChecker {
     const std::string m_currentVersion;
     const Dependencies m_dependencies;
     State m_state = State::idle;
-    int m_round = 0;  // raised by each window: what was asked before it has its answer
+    int m_round = 0;  // raised by each window, which answers all that was asked before
     // Removed at the end of an attempt; empty when there is none.
     std::filesystem::path m_downloadedFile;
     std::filesystem::path m_workingFolder;

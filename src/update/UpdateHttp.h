@@ -11,8 +11,9 @@
 namespace nulo {
 
 /// The requests that updates need: plain GETs without headers of ours. Redirects are followed, but
-/// never to an address that is not secure (see isSecureHttpUrl). Main thread; completions too,
-/// never inside the call. Destroying it gives up what is under way, without completions.
+/// never to an address that is not secure (see isSecureHttpUrl). Called on the main thread, where
+/// the completions run too, never inside the call. Destroying it gives up what is under way,
+/// without completions.
 class UpdateHttp {
   public:
     using GetCompletion = std::function<void(Result<std::string> body)>;
@@ -24,12 +25,12 @@ class UpdateHttp {
 
     virtual ~UpdateHttp() = default;
 
-    /// The answer's body whatever its status; what is longer than `limit` bytes is cut off there.
+    /// Fetches the answer's body, whatever its status; a longer body is cut off at `limit` bytes.
     virtual void get(const std::string& url, std::size_t limit, GetCompletion completion) = 0;
 
     /// Streams the answer's body, whatever its status, to a new file, which belongs to the caller
-    /// once the completion is given a Download. Without one there is no file. `file` must not
-    /// exist. What is longer than `limit` bytes is an error.
+    /// once the completion is given a Download. Without a Download there is no file. `file` must
+    /// not exist. What is longer than `limit` bytes is an error.
     virtual void download(const std::string& url, const std::filesystem::path& file,
                           std::uintmax_t limit, DownloadCompletion completion) = 0;
 

@@ -18,11 +18,11 @@ class UpdateWindows {
                                   std::function<void(Answer)> onAnswer) = 0;
     virtual void showUpToDate(const std::string& currentVersion, std::function<void()> onClose) = 0;
     virtual void showError(const std::string& message, std::function<void()> onClose) = 0;
-    /// A small window that stays until it is closed here. `onCancel`: the user wants an end of it;
-    /// may be called again.
+    /// Shows a small window until closeProgress(). `onCancel` is called each time the user wants an
+    /// end of the download.
     virtual void showProgress(const std::string& version, std::function<void()> onCancel) = 0;
     virtual void closeProgress() = 0;
-    /// The window that is open, if one is.
+    /// Raises the window that is open, if one is.
     virtual void bringToFront() = 0;
 };
 

@@ -1,7 +1,6 @@
 #include "config/ConfigFile.h"
 
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -16,7 +15,6 @@
 namespace nulo {
 namespace {
 
-using testing::ElementsAre;
 using testing::HasSubstr;
 namespace fs = std::filesystem;
 
@@ -27,12 +25,21 @@ class ConfigFileTest : public testing::Test {
         std::ofstream(file, std::ios::binary) << text;
     }
     std::string written() { return readFile(m_path, 1 << 20).value_or("not readable"); }
-    std::vector<std::string> loadedIds() {
-        std::vector<std::string> ids;
-        const AppConfig config = m_file.load().value();
-        for (const auto& mode : config.modes)
-            ids.push_back(mode.id);
+    std::string loadedIds() {
+        std::string ids;
+        for (const auto config = m_file.load().value(); const auto& mode : config.modes)
+            ids += mode.id + " ";
         return ids;
+    }
+    /// Saves as a user who cannot write into the folder, but to the file in it.
+    Outcome saveIntoReadOnlyFolder(const AppConfig& config) {
+        const bool isRoot = geteuid() == 0;
+        fs::permissions(m_file.configDir(), fs::perms(0555));
+        EXPECT_TRUE(!isRoot || (chown(m_path.c_str(), 65534, 65534) == 0 && seteuid(65534) == 0));
+        Outcome outcome = m_file.trySave(config);
+        EXPECT_TRUE(!isRoot || seteuid(0) == 0);
+        fs::permissions(m_file.configDir(), fs::perms(0755));
+        return outcome;
     }
 
     TemporaryFolder m_home;
@@ -43,7 +50,7 @@ class ConfigFileTest : public testing::Test {
 
 // A first file with a key missing or out of order; a prompt of the legacy program lost.
 TEST_F(ConfigFileTest, createsTheFileFromDefaultsOrTheLegacyOne) {
-    const fs::path legacy = m_home / ".config" / "quennel" / "config.json";
+    const fs::path legacy = m_home / ".config/quennel/config.json";
     for (const char* text : {"", "[1]", "{\"a\":\"\xFF\"}"}) {
         write(text, legacy);
         m_file.createDefaultIfNeeded();
@@ -53,20 +60,18 @@ TEST_F(ConfigFileTest, createsTheFileFromDefaultsOrTheLegacyOne) {
     }
     write(R"({"cleanupPrompt": "Nettoie"})", legacy);
     m_file.createDefaultIfNeeded();
-    EXPECT_EQ(m_printed.lines().back(),
-              "Config migrated from ~/.config/quennel/ to ~/.config/nulo/");
-    const std::string inOrder =
+    EXPECT_THAT(m_printed.lines().back(), HasSubstr("migrated from ~/.config/quennel/ to ~/.con"));
+    const char* order =
         "activeMode.*modes.*\"id\".*name.*\"prompt\": \"Nettoie\".*isBuiltIn.*cleanupModel.*"
         "bash/zsh.*dictionary.*transcriptionProvider.*debugMode";
-    EXPECT_THAT(written(), testing::ContainsRegex(inOrder));
+    EXPECT_THAT(written(), testing::ContainsRegex(order));
     EXPECT_EQ(m_file.load(), defaultConfig()) << "the refresh takes the prompt back";
 }
 
 // A built-in mode lost, moved or left as edited; a clean file written at every reading.
 TEST_F(ConfigFileTest, refreshesTheBuiltInModesAndDropsLegacyKeys) {
     write("{}", m_path);
-    EXPECT_THAT(loadedIds(), ElementsAre("voice-to-text", "raw-transcription", "system-command",
-                                         "email", "spanish"));
+    EXPECT_EQ(loadedIds(), "voice-to-text raw-transcription system-command email spanish ");
     AppConfig config = defaultConfig();
     config.dictionary = {"Nulo"};
     config.modes.erase(config.modes.begin() + 1, config.modes.begin() + 3);
@@ -74,12 +79,14 @@ TEST_F(ConfigFileTest, refreshesTheBuiltInModesAndDropsLegacyKeys) {
     config.modes[1].name = "Mine";
     config.modes[1].isBuiltIn = false;
     m_file.save(config);
-    EXPECT_THAT(loadedIds(), ElementsAre("voice-to-text", "system-command", "raw-transcription",
-                                         "email", "spanish", "abcdef01"));
+    EXPECT_EQ(loadedIds(),
+              "voice-to-text system-command raw-transcription email spanish abcdef01 ");
     config = m_file.load().value();
     EXPECT_EQ(config.modes[3].name, "Email");
     EXPECT_FALSE(config.modes[3].isBuiltIn);
-    EXPECT_THAT(config.dictionary, ElementsAre("Nulo"));
+    EXPECT_EQ(config.dictionary, std::vector<std::string>{"Nulo"});
+    EXPECT_EQ(AppConfig{.activeMode = "gone"}.activeModeName(), "Voice to Text");
+    EXPECT_EQ(AppConfig{.activeMode = "gone"}.activePrompt(), voiceToTextMode().prompt);
 
     write("{\"openaiApiKey\": null, " + written().substr(1), m_path);
     EXPECT_EQ(m_file.load(), config);
@@ -91,15 +98,13 @@ TEST_F(ConfigFileTest, refreshesTheBuiltInModesAndDropsLegacyKeys) {
 
 // What the user wrote by hand overwritten because of a slip; a file that is none, or without end.
 TEST_F(ConfigFileTest, refusesWhatDoesNotDecodeAndLeavesItAlone) {
-    std::vector<std::string> bad{"", "{", "[]", "{\"activeMode\":\"\xC3\"}",
-                                 std::string(99'999, '[')};
-    for (const char* field :
-         {R"("activeMode":1)", R"("modes":{})", R"("modes":[1])", R"("dictionary":[1])",
-          R"("transcriptionProvider":[])", R"("debugMode":1)",
-          R"("modes":[{"name":"b","prompt":"c","isBuiltIn":false}])",
-          R"("modes":[{"id":"a","name":"b","prompt":"c"}])"})
-        bad.push_back("{" + std::string(field) + "}");
-    for (const std::string& text : bad) {
+    const std::string deep(99'999, '[');
+    for (const std::string text :
+         {"", "{", "[]", "{\"activeMode\":\"\xC3\"}", deep.c_str(), R"({"activeMode":1})",
+          R"({"modes":{}})", R"({"modes":[1]})", R"({"dictionary":[1]})",
+          R"({"transcriptionProvider":[]})", R"({"debugMode":1})",
+          R"({"modes":[{"name":"b","prompt":"c","isBuiltIn":false}]})",
+          R"({"modes":[{"id":"a","name":"b","prompt":"c"}]})"}) {
         write(text, m_path);
         EXPECT_FALSE(m_file.load()) << text.substr(0, 80);
         m_file.createDefaultIfNeeded();
@@ -122,37 +127,19 @@ TEST_F(ConfigFileTest, refusesWhatDoesNotDecodeAndLeavesItAlone) {
 
 // A link into a folder of dotfiles turned into a file of its own; a private file opened to others.
 TEST_F(ConfigFileTest, savesThroughLinksAndKeepsTheMode) {
-    fs::create_directories(m_home / "dotfiles");
+    const fs::path target = m_home / "nulo.json";
     fs::create_directories(m_file.configDir());
-    fs::create_symlink("../../dotfiles/link.json", m_path);
-    fs::create_symlink("nulo.json", m_home / "dotfiles" / "link.json");
+    fs::create_symlink("../../link.json", m_path);
+    fs::create_symlink("nulo.json", m_home / "link.json");
     m_file.createDefaultIfNeeded();  // where nothing was yet
-    const fs::path target = m_home / "dotfiles" / "nulo.json";
     fs::permissions(target, fs::perms(0640));
-    AppConfig config = defaultConfig();
-    config.debugMode = true;
-    EXPECT_TRUE(m_file.trySave(config));
+    EXPECT_TRUE(m_file.trySave(AppConfig{.activeMode = "changed"}));
     EXPECT_TRUE(fs::is_symlink(m_path));
-    EXPECT_EQ(m_file.load(), config);
+    EXPECT_EQ(m_file.load().value().activeMode, "changed");
     EXPECT_EQ(fs::symlink_status(target).permissions(), fs::perms(0640));
-    EXPECT_EQ(std::distance(fs::directory_iterator(target.parent_path()), {}), 2);
     fs::remove(m_path);
     fs::create_symlink("config.json", m_path);
-    EXPECT_FALSE(m_file.trySave(config)) << "the link leads to itself";
-}
-
-/// Saves as a user who cannot write into the folder, but to the file in it.
-Outcome saveIntoReadOnlyFolder(const ConfigFile& file, const AppConfig& config) {
-    constexpr uid_t nobody = 65534;
-    const bool isRoot = geteuid() == 0;
-    fs::permissions(file.configDir(), fs::perms(0555));
-    if (isRoot && (chown(file.configFile().c_str(), nobody, nobody) != 0 || seteuid(nobody) != 0))
-        return Error{"root cannot be somebody else"};
-    Outcome outcome = file.trySave(config);
-    if (isRoot && seteuid(0) != 0)
-        return Error{"root cannot be taken back"};
-    fs::permissions(file.configDir(), fs::perms(0755));
-    return outcome;
+    EXPECT_FALSE(m_file.trySave({})) << "the link leads to itself";
 }
 
 // Settings cut short by a full disk, or not saved where only the file may be written.
@@ -162,23 +149,16 @@ TEST_F(ConfigFileTest, savesInPlaceWhereItMustAndSurvivesAFullDisk) {
     AppConfig longer = defaultConfig();
     longer.dictionary.assign(100, "word");
     for (const AppConfig& config : {longer, defaultConfig()}) {
-        EXPECT_TRUE(saveIntoReadOnlyFolder(m_file, config));
+        EXPECT_TRUE(saveIntoReadOnlyFolder(config));
         EXPECT_EQ(m_file.load(), config);
     }
     longer.dictionary.assign(1000, std::string(100, 'x'));
     const FileSizeLimit limit(16 * 1024);
     const std::string reason = m_path.string() + ": " + std::generic_category().message(EFBIG);
     EXPECT_EQ(m_file.trySave(longer).error().description, reason);
-    EXPECT_EQ(saveIntoReadOnlyFolder(m_file, longer).error().description, reason);
+    EXPECT_EQ(saveIntoReadOnlyFolder(longer).error().description, reason);
     EXPECT_EQ(m_file.load(), defaultConfig());
     EXPECT_EQ(std::distance(fs::directory_iterator(m_file.configDir()), {}), 1);
-}
-
-TEST(AppConfig, unknownActiveModeSpeaksForVoiceToText) {
-    const AppConfig config{.activeMode = "gone", .modes = defaultModes()};
-    EXPECT_EQ(config.activeModeName(), "Voice to Text");
-    EXPECT_EQ(config.activeCleanupModel(), "mistral");
-    EXPECT_EQ(config.activePrompt(), voiceToTextMode().prompt);
 }
 
 }  // namespace

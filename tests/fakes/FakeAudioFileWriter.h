@@ -1,6 +1,5 @@
 #pragma once
 
-#include <cstddef>
 #include <fstream>
 #include <memory>
 #include <optional>
@@ -11,17 +10,13 @@
 
 namespace nulo {
 
-/// Makes writers whose files are `bytesPerFile` long, and notes what was written to them. Outlives
+/// Makes writers whose files are 2 KB long, and notes what was written to them. Outlives
 /// them.
 class FakeAudioFiles {
   public:
-    std::size_t bytesPerFile = 2048;
-    std::optional<Error> makeFailure;
-    std::optional<Error> writeFailure;
-    std::optional<Error> closeFailure;
+    std::optional<Error> makeFailure, writeFailure, closeFailure;
     std::vector<AudioFileSettings> settings;  // one a file
     std::vector<float> frames;                // of all files
-    int closedCount = 0;
 
     MakeAudioFileWriter maker() {
         return [this](const std::filesystem::path& path, const AudioFileSettings& fileSettings)
@@ -29,7 +24,7 @@ class FakeAudioFiles {
             if (makeFailure)
                 return *makeFailure;
             settings.push_back(fileSettings);
-            std::ofstream(path) << std::string(bytesPerFile, 'a');
+            std::ofstream(path) << std::string(2048, 'a');
             return std::unique_ptr<AudioFileWriter>(std::make_unique<Writer>(*this, path));
         };
     }
@@ -43,7 +38,6 @@ class FakeAudioFiles {
             return files.writeFailure ? Outcome(*files.writeFailure) : Success{};
         }
         Outcome close() override {
-            ++files.closedCount;
             if (!files.closeFailure)
                 return Success{};
             std::filesystem::remove(path);

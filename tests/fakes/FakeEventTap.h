@@ -36,8 +36,11 @@ class FakeEventTapSource final : public EventTapSource {
     EventFate option(bool down) {
         return send({.type = KeyEvent::Type::flagsChanged, .optionSet = down});
     }
-    EventFate space(bool down) { return key(down, true); }
-    EventFate letter(bool down) { return key(down, false); }
+    EventFate space(bool down, bool isSpace = true) {
+        return send(
+            {.type = down ? KeyEvent::Type::keyDown : KeyEvent::Type::keyUp, .isSpace = isSpace});
+    }
+    EventFate letter(bool down) { return space(down, false); }
 
   private:
     struct Tap final : EventTap {
@@ -54,11 +57,6 @@ class FakeEventTapSource final : public EventTapSource {
         FakeEventTapSource& source;
         Handler handler;
     };
-
-    EventFate key(bool down, bool isSpace) {
-        return send(
-            {.type = down ? KeyEvent::Type::keyDown : KeyEvent::Type::keyUp, .isSpace = isSpace});
-    }
 
     Tap* m_tap = nullptr;
 };

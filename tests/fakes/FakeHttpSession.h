@@ -25,9 +25,6 @@ class FakeHttp {
         }
         /// Whether more is wanted.
         bool data(std::string_view bytes) const { return delegate->didReceiveData(task, bytes); }
-        void metrics(const std::vector<HttpTransactionMetrics>& transactions) const {
-            delegate->didCollectMetrics(task, transactions);
-        }
         void complete(const std::optional<Error>& error = {}) const {
             delegate->didComplete(task, error);
         }
@@ -36,17 +33,15 @@ class FakeHttp {
             respond(status, std::move(headers));
             if (!body.empty())
                 data(body);
-            metrics({});
+            delegate->didCollectMetrics(task, {});
             complete();
         }
     };
 
-    std::unique_ptr<HttpSession> makeSession(HttpSessionDelegate& delegate) {
-        ++sessionsMade;
-        return std::make_unique<Session>(*this, delegate);
-    }
     std::function<std::unique_ptr<HttpSession>(HttpSessionDelegate&)> factory() {
-        return [this](HttpSessionDelegate& delegate) { return makeSession(delegate); };
+        return [this](HttpSessionDelegate& delegate) {
+            return ++sessionsMade, std::make_unique<Session>(*this, delegate);
+        };
     }
 
     std::vector<Exchange> exchanges;  // in the order created

@@ -29,16 +29,12 @@ class FakeMainQueue final : public MainQueue {
 
     /// Runs all that is due now, and what that queues for now.
     void runPending() { advance(Delay(0)); }
-
     /// Moves time on, running what falls due in order.
     void advance(Delay by) {
         const Delay end = m_time + by;
-        while (runFirstDueBy(end)) {
-        }
-        const std::lock_guard lock(m_mutex);
-        moveTo(end);
+        while (const Work work = firstDueBy(end))
+            work();
     }
-
     std::size_t pendingCount() const {
         const std::lock_guard lock(m_mutex);
         return m_work.size();
@@ -58,24 +54,15 @@ class FakeMainQueue final : public MainQueue {
         });
     }
 
-    bool runFirstDueBy(Delay end) {
-        Work work;
-        {
-            const std::lock_guard lock(m_mutex);
-            if (m_work.empty() || m_work.begin()->first.first > end)
-                return false;
-            moveTo(m_work.begin()->first.first);
-            work = std::move(m_work.begin()->second);
-            m_work.erase(m_work.begin());
-        }
-        work();
-        return true;
-    }
-
-    void moveTo(Delay time) {
-        if (m_clock && time > m_time)
+    /// Time moves on to when it is due, or to the end when there is none.
+    Work firstDueBy(Delay end) {
+        const std::lock_guard lock(m_mutex);
+        const bool isDue = !m_work.empty() && m_work.begin()->first.first <= end;
+        const Delay time = std::max(m_time, isDue ? m_work.begin()->first.first : end);
+        if (m_clock)
             m_clock->advance(time - m_time);
-        m_time = std::max(m_time, time);
+        m_time = time;
+        return isDue ? std::move(m_work.extract(m_work.begin()).mapped()) : nullptr;
     }
 
     FakeClock* m_clock;

@@ -15,14 +15,10 @@ class FakeStatusItem final : public StatusItem {
   public:
     StatusIcon icon;
     Menu menu;
-    int menusSet = 0;
     bool shown = false;
 
     void setIcon(StatusIcon newIcon) override { icon = std::move(newIcon); }
-    void setMenu(Menu newMenu) override {
-        menu = std::move(newMenu);
-        ++menusSet;
-    }
+    void setMenu(Menu newMenu) override { menu = std::move(newMenu); }
     bool isShown() const override { return shown; }
 
     void changeShown(bool now) {
@@ -41,18 +37,11 @@ inline void choose(const Menu& menu, const std::string& title) {
     action();
 }
 
-inline std::vector<std::string> titles(const Menu& menu) {
+/// What the rows are called: all, or those that carry a mark.
+inline std::vector<std::string> titles(const Menu& menu, bool onlyChecked = false) {
     std::vector<std::string> all;
     for (const MenuEntry& entry : menu)
-        all.push_back(entry.title);
-    return all;
-}
-
-/// What the rows that carry a mark are called.
-inline std::vector<std::string> checkedTitles(const Menu& menu) {
-    std::vector<std::string> all;
-    for (const MenuEntry& entry : menu)
-        if (entry.checked)
+        if (entry.checked || !onlyChecked)
             all.push_back(entry.title);
     return all;
 }

@@ -1,11 +1,11 @@
 #pragma once
 
 #include <fstream>
-#include <stdexcept>
+#include <map>
 #include <string>
-#include <utility>
 #include <vector>
 
+#include "desktop/UserDefaults.h"
 #include "update/ProcessLauncher.h"
 #include "update/UpdateHttp.h"
 #include "update/UpdateWindows.h"
@@ -45,9 +45,7 @@ class FakeUpdateHttp final : public UpdateHttp {
   private:
     template <typename T>
     static T takeFirst(std::vector<T>& waiting) {
-        if (waiting.empty())
-            throw std::logic_error("nothing was asked");
-        T first = std::move(waiting.front());
+        T first = std::move(waiting.at(0));  // throws when nothing was asked
         waiting.erase(waiting.begin());
         return first;
     }
@@ -66,24 +64,26 @@ class FakeUpdateWindows final : public UpdateWindows {
         answer = std::move(onAnswer);
     }
     void showUpToDate(const std::string& currentVersion, std::function<void()> onClose) override {
-        shown.push_back("up to date: " + currentVersion);
-        close = std::move(onClose);
+        note("up to date: " + currentVersion, std::move(onClose));
     }
     void showError(const std::string& message, std::function<void()> onClose) override {
-        shown.push_back("error: " + message);
-        close = std::move(onClose);
+        note("error: " + message, std::move(onClose));
     }
     void showProgress(const std::string& version, std::function<void()> onCancel) override {
-        shown.push_back("progress: " + version);
-        cancel = std::move(onCancel);
+        note("progress: " + version, std::move(onCancel));
     }
     void closeProgress() override { shown.emplace_back("progress closed"); }
     void bringToFront() override { shown.emplace_back("brought to front"); }
 
     std::vector<std::string> shown;
     std::function<void(Answer)> answer;
-    std::function<void()> close;
-    std::function<void()> cancel;
+    std::function<void()> close;  // of the window shown last; ends a progress
+
+  private:
+    void note(const std::string& line, std::function<void()> onClose) {
+        shown.push_back(line);
+        close = std::move(onClose);
+    }
 };
 
 class FakeProcessLauncher final : public ProcessLauncher {
@@ -95,6 +95,25 @@ class FakeProcessLauncher final : public ProcessLauncher {
 
     std::vector<std::vector<std::string>> commands;
     Outcome result = Success{};
+};
+
+class FakeUserDefaults final : public UserDefaults {
+  public:
+    std::optional<bool> boolean(std::string_view key) const override { return find(booleans, key); }
+    std::optional<double> number(std::string_view key) const override { return find(numbers, key); }
+    void set(std::string_view key, bool value) override { booleans[std::string(key)] = value; }
+    void set(std::string_view key, double value) override { numbers[std::string(key)] = value; }
+
+    std::map<std::string, bool> booleans;
+    std::map<std::string, double> numbers;
+
+  private:
+    template <typename Value>
+    static std::optional<Value> find(const std::map<std::string, Value>& values,
+                                     std::string_view key) {
+        const auto entry = values.find(std::string(key));
+        return entry == values.end() ? std::nullopt : std::optional(entry->second);
+    }
 };
 
 }  // namespace nulo

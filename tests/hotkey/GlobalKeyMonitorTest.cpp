@@ -1,40 +1,29 @@
 #include "hotkey/GlobalKeyMonitor.h"
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
 #include <optional>
 #include <string>
 #include <thread>
 
 #include "fakes/FakeEventTap.h"
-#include "fakes/FakeMainQueue.h"
-#include "fakes/PrintedLines.h"
+#include "fakes/PartTest.h"
+#include "hotkey/ChordStateMachine.h"
 
 namespace nulo {
 namespace {
 
-using testing::ElementsAre;
-
-constexpr auto started = "Global key monitor started (Option+Space)";
-constexpr auto failed = "Failed to create event tap. Check Accessibility permissions.";
-constexpr auto reEnabling = "Event tap was disabled — re-enabling...";
-constexpr auto recreating = "Event tap lost — recreating...";
-
-class GlobalKeyMonitorTest : public testing::Test {
+class GlobalKeyMonitorTest : public PartTest {
   protected:
     GlobalKeyMonitorTest() {
-        monitor.emplace(source, queue, printed.print(), nullptr);
+        monitor.emplace(source, m_queue, m_printed.print(), nullptr);
         monitor->onRecordStart = [this] { calls += "start "; };
         monitor->onRecordStop = [this] { calls += "stop "; };
         monitor->onAccessibilityChanged = [this](bool granted) {
             calls += granted ? "yes " : "no ";
         };
     }
+    void wait(double seconds) { m_queue.advance(MainQueue::Delay(seconds)); }
 
     FakeEventTapSource source;
-    FakeMainQueue queue;
-    PrintedLines printed;
     std::string calls;
     std::optional<GlobalKeyMonitor> monitor;
 };
@@ -43,7 +32,7 @@ class GlobalKeyMonitorTest : public testing::Test {
 // application never gets.
 TEST_F(GlobalKeyMonitorTest, postsTheChordToMainInOrder) {
     monitor->start();
-    std::thread tapThread([this] {
+    std::thread([this] {
         EXPECT_EQ(source.option(true), EventFate::swallow);
         for (int i = 0; i < 3; ++i)
             EXPECT_EQ(source.space(true), EventFate::swallow);
@@ -57,46 +46,26 @@ TEST_F(GlobalKeyMonitorTest, postsTheChordToMainInOrder) {
         EXPECT_EQ(source.letter(true), EventFate::pass);
         EXPECT_EQ(source.optionDowns, 1);
         EXPECT_EQ(source.option(false), EventFate::pass);
-    });
-    tapThread.join();
+    }).join();
     EXPECT_EQ(calls, "");
-    queue.runPending();
-    EXPECT_EQ(calls, "yes start stop start stop ");
-}
-
-/// A shortcut that a desktop watches: told as a whole, it makes the key events of Option+Space.
-void tellChord(FakeEventTapSource& source, bool down) {
-    if (down)
-        source.option(true);
-    source.space(down);
-    if (!down)
-        source.option(false);
-}
-
-// A source without keys that would need a monitor of its own.
-TEST_F(GlobalKeyMonitorTest, worksWithASourceThatKnowsTheChordOnly) {
-    monitor->start();
-    for (const bool down : {true, false, false, true, true, false})
-        tellChord(source, down);
-    queue.runPending();
+    m_queue.runPending();
     EXPECT_EQ(calls, "yes start stop start stop ");
 }
 
 // Callbacks that are not set, or called after the end; a tap, timer or poll that stays.
 TEST_F(GlobalKeyMonitorTest, needsNoListenersAndLeavesNothingBehind) {
     monitor->start();
-    queue.runPending();
     monitor->onRecordStart = nullptr;
-    tellChord(source, true);
-    queue.runPending();
+    source.option(true);
+    source.space(true);
+    m_queue.runPending();
     monitor->stop();
-    EXPECT_FALSE(source.hasTap());
-    EXPECT_FALSE(monitor->isEventTapAlive());
+    EXPECT_FALSE(source.hasTap() || monitor->isEventTapAlive());
     monitor->start();
-    tellChord(source, true);
+    source.space(false);
     monitor.reset();
     source.trusted = false;
-    queue.advance(MainQueue::Delay(30));
+    wait(30);
     EXPECT_EQ(calls, "yes ");
 }
 
@@ -114,39 +83,28 @@ TEST_F(GlobalKeyMonitorTest, followsThePermission) {
     source.trusted = false;
     monitor->start();
     for (const auto& [seconds, trusted, expected] : timeline) {
-        const bool alive = expected.ends_with("yes ");
-        queue.advance(MainQueue::Delay(seconds));
+        wait(seconds);
         EXPECT_EQ(calls, expected);
-        EXPECT_EQ(monitor->isEventTapAlive(), alive);
-        EXPECT_EQ(source.hasTap(), alive);
+        EXPECT_EQ(monitor->isEventTapAlive(), expected.ends_with("yes "));
+        EXPECT_EQ(source.hasTap(), expected.ends_with("yes "));
         source.trusted = trusted;
     }
     EXPECT_EQ(source.tapsMade, 2);
-
-    // Begun anew, the look finds the permission first: the poll then ends with a call of its own.
-    monitor.emplace(source, queue, printed.print(), nullptr);
-    calls.clear();
-    monitor->onAccessibilityChanged = [this](bool granted) { calls += granted ? "yes " : "no "; };
-    source.trusted = false;
-    monitor->start();
-    queue.advance(MainQueue::Delay(4.5));
-    source.trusted = true;
-    queue.advance(MainQueue::Delay(20));
-    EXPECT_EQ(calls, "yes yes ");
-    EXPECT_EQ(source.tapsMade, 3);
 }
 
 // A tap that cannot be made, or that was switched off.
 TEST_F(GlobalKeyMonitorTest, keepsTheTapAlive) {
+    const std::string failed = "Failed to create event tap. Check Accessibility permissions.";
+    const std::string recreating = "Event tap lost — recreating...";
     source.canCreate = false;
     monitor->start();
-    queue.advance(MainQueue::Delay(5));
+    wait(5);
     EXPECT_FALSE(monitor->isEventTapAlive());
     source.canCreate = true;
-    queue.advance(MainQueue::Delay(5));
+    wait(5);
     EXPECT_TRUE(monitor->isEventTapAlive());
     source.enabled = false;
-    queue.advance(MainQueue::Delay(5));
+    wait(5);
     EXPECT_TRUE(source.enabled);
     for (const auto type :
          {KeyEvent::Type::tapDisabledByTimeout, KeyEvent::Type::tapDisabledByUserInput}) {
@@ -154,9 +112,59 @@ TEST_F(GlobalKeyMonitorTest, keepsTheTapAlive) {
         EXPECT_EQ(source.send({.type = type}), EventFate::pass);
         EXPECT_TRUE(source.enabled);
     }
-    EXPECT_THAT(printed.lines(), ElementsAre(failed, recreating, failed, recreating, started,
-                                             reEnabling, "Event tap re-enabled after timeout",
-                                             "Event tap re-enabled after user input"));
+    EXPECT_THAT(m_printed.lines(), ElementsAre(failed, recreating, failed, recreating,
+                                               "Global key monitor started (Option+Space)",
+                                               "Event tap was disabled — re-enabling...",
+                                               "Event tap re-enabled after timeout",
+                                               "Event tap re-enabled after user input"));
+}
+
+// One letter an event: O/o Option down/up (with others unchanged), S/s Space, K/k another key,
+// F another modifier. Answers: '.' pass, 'x' swallow, '+' swallow and start, '-' swallow and stop,
+// 'p' Option-down posted and pass.
+std::string reactionsTo(const std::string& events) {
+    ChordStateMachine machine;
+    bool option = false;
+    std::string answers;
+    for (const char letter : events) {
+        KeyEvent event;
+        if (letter == 'O' || letter == 'o')
+            option = letter == 'O';
+        if (std::string("OoF").find(letter) != std::string::npos)
+            event = {.type = KeyEvent::Type::flagsChanged, .optionSet = option};
+        else
+            event = {.type = std::isupper(letter) ? KeyEvent::Type::keyDown : KeyEvent::Type::keyUp,
+                     .isSpace = letter == 'S' || letter == 's'};
+        const auto [fate, report, posted] = machine.handle(event);
+        answers += report == ChordStateMachine::Report::recordStart  ? '+'
+                   : report == ChordStateMachine::Report::recordStop ? '-'
+                   : posted                                          ? 'p'
+                   : fate == EventFate::swallow                      ? 'x'
+                                                                     : '.';
+    }
+    return answers;
+}
+
+// Each row of the table from each state: a fate or a report that is wrong shows as one letter.
+TEST(ChordStateMachine, followsItsTable) {
+    const struct {
+        const char *what, *events, *reactions;
+    } rows[] = {
+        {"idle passes everything but Option", "SskKFo", "......"},
+        {"Option alone is hidden whole", "OoOo", "xxxx"},
+        {"Option and another key", "OKkKo", "xp..."},
+        {"armed: releases and other modifiers change nothing", "OkFsSso", "x...+-."},
+        {"repeats start nothing", "OSSSSs", "x+xxx-"},
+        {"Option released first: Space's release passes", "OSosSs", "x+-..."},
+        {"Space released first: Option's release passes", "OSsoOo", "x+-.xx"},
+        {"no second start while Option stays down", "OSsSs", "x+-.."},
+        {"recording passes other keys and modifiers", "OSKkFSs", "x+...x-"},
+        {"Space before Option", "SOso", ".x.x"},
+        {"a source that knows the chord only, told twice", "OSsosoOSOSso", "x+-...x+.x-."},
+        {"a modifier that finds Option down arms again", "OKFSs", "xpx+-"},
+    };
+    for (const auto& row : rows)
+        EXPECT_EQ(reactionsTo(row.events), row.reactions) << row.what << ": " << row.events;
 }
 
 }  // namespace

@@ -1,13 +1,6 @@
 #pragma once
 
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
-#include <map>
-#include <memory>
-#include <optional>
-#include <string>
-#include <utility>
 
 #include "fakes/FakeMainQueue.h"
 #include "fakes/PrintedLines.h"
@@ -24,8 +17,7 @@ namespace nulo {
 using Keyboard = XTestKeyboard;
 
 /// A user's monitor and keyboard on a private X server.
-class KeyDesktop {
-  public:
+struct KeyDesktop {
     explicit KeyDesktop(
         VirtualDisplay::WindowManager windowManager = VirtualDisplay::WindowManager::none)
         : server(windowManager), source(makeX11EventTapSource(gate, queue, printed.print())) {
@@ -68,24 +60,24 @@ class KeyDesktop {
 
     /// O Option, S Space, A and X other keys, F Shift, R the right Option key, T Tab, Q F4.
     static Keyboard::Key keyOf(char letter) {
-        static const std::map<char, Keyboard::Key> keys{
-            {'O', Keyboard::altLeft}, {'S', Keyboard::space}, {'A', Keyboard::a},
-            {'X', Keyboard::s},       {'F', Keyboard::shift}, {'R', Keyboard::altRight},
-            {'T', Keyboard::tab},     {'Q', Keyboard::f4}};
-        return keys.at(static_cast<char>(std::toupper(letter)));
+        constexpr Keyboard::Key keys[] = {Keyboard::altLeft, Keyboard::space, Keyboard::a,
+                                          Keyboard::s,       Keyboard::shift, Keyboard::altRight,
+                                          Keyboard::tab,     Keyboard::f4};
+        return keys[std::string_view("OSAXFRTQ").find(static_cast<char>(std::toupper(letter)))];
     }
 
-    /// Capitals press, small letters release; a 2 before one: on a second keyboard.
+    /// Capitals press, small letters release; a 2 before one: on a second keyboard. B is the mouse
+    /// button.
     void play(const std::string& events) {
-        auto device = Keyboard::Device::injecting;
-        for (const char event : events) {
-            if (event == '2') {
-                device = Keyboard::Device::own;
-                continue;
-            }
-            std::isupper(event) ? keyboard->press(keyOf(event), device)
-                                : keyboard->release(keyOf(event), device);
-            device = Keyboard::Device::injecting;
+        for (std::size_t i = 0; i < events.size(); ++i) {
+            const bool isSecond = events[i] == '2';
+            const char event = events[i += isSecond];
+            const auto device = isSecond ? Keyboard::Device::own : Keyboard::Device::injecting;
+            if (event == 'B' || event == 'b')
+                keyboard->button(event == 'B');
+            else
+                std::isupper(event) ? keyboard->press(keyOf(event), device)
+                                    : keyboard->release(keyOf(event), device);
         }
     }
 
@@ -97,6 +89,13 @@ class KeyDesktop {
     std::unique_ptr<EventTapSource> source;
     std::optional<XTestKeyboard> keyboard;
     std::optional<GlobalKeyMonitor> monitor;
+};
+
+/// One that the tap follows the focus to.
+struct TappedWindow : KeyLoggingWindow {
+    explicit TappedWindow(Input input = Input::core) : KeyLoggingWindow(input) {
+        EXPECT_TRUE(KeyDesktop::isTapped(*this));
+    }
 };
 
 }  // namespace nulo

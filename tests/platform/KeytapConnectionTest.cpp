@@ -16,7 +16,7 @@
 
 #include "fakes/FakeMainQueue.h"
 #include "fakes/PrintedLines.h"
-#include "platform/Backends.h"
+#include "platform/WaylandBackends.h"
 #include "platform/keytap/SessionKeymap.h"
 
 namespace nulo {

@@ -1,15 +1,10 @@
 #include <gtest/gtest.h>
 
-#include <QCoreApplication>
 #include <QEventLoop>
 #include <QTimer>
-#include <algorithm>
-#include <memory>
-#include <string>
-#include <thread>
-#include <vector>
 
 #include "platform/Backends.h"
+#include "support/QtProgram.h"
 
 namespace nulo {
 namespace {
@@ -18,10 +13,7 @@ using namespace std::chrono_literals;
 
 class QtMainQueueTest : public testing::Test {
   protected:
-    int m_argumentCount = 1;
-    char m_name[5] = "test";
-    char* m_arguments[2] = {m_name, nullptr};
-    QCoreApplication m_application{m_argumentCount, m_arguments};
+    QtProgram<> m_program;
     std::unique_ptr<MainQueue> m_queue = makeQtMainQueue();
     std::string m_done;
 
@@ -31,7 +23,8 @@ class QtMainQueueTest : public testing::Test {
 };
 
 // Delayed work in the order queued, work run inside the call or held up by a dialogue, work that
-// queues work without end and freezes the user interface.
+// queues work without end and freezes the user interface; a thread's work that is lost, reordered,
+// or does not wake a sleeping loop.
 TEST_F(QtMainQueueTest, runsWorkByDueTimeThenInTheOrderQueued) {
     QEventLoop inner;
     MainQueue::Work again = [&] { m_queue->async(again); };
@@ -42,7 +35,7 @@ TEST_F(QtMainQueueTest, runsWorkByDueTimeThenInTheOrderQueued) {
     m_queue->async(mark('a'));
     m_queue->async([&] {
         inner.exec();
-        QTimer::singleShot(0, &m_application, &QCoreApplication::quit);
+        QTimer::singleShot(0, &m_program.application, &QCoreApplication::quit);
     });
     m_queue->asyncAfter(-1s, mark('b'));
     m_queue->async(mark('c'));
@@ -50,13 +43,11 @@ TEST_F(QtMainQueueTest, runsWorkByDueTimeThenInTheOrderQueued) {
     EXPECT_EQ(m_done, "");
     QCoreApplication::exec();
     EXPECT_EQ(m_done, "abcde");
-}
 
-// A thread's work that is lost, reordered, or does not wake a sleeping loop.
-TEST_F(QtMainQueueTest, keepsTheOrderOfEachThread) {
-    std::vector<std::vector<int>> seen(4);
-    int left = 2000;
+    m_queue = makeQtMainQueue();
+    std::vector<int> seen[4];
     std::vector<std::thread> producers;
+    int left = 2000;
     for (auto& numbers : seen)
         producers.emplace_back([&] {
             for (int i = 0; i < 500; ++i)

@@ -1,6 +1,5 @@
-#include <atomic>
 #include <random>
-#include <thread>
+#include <regex>
 
 #include "hotkey/ChordStateMachine.h"
 #include "platform/KeyDesktop.h"
@@ -14,9 +13,7 @@ using WindowManager = VirtualDisplay::WindowManager;
 // What a program sees of each kind of key: a swallowed one that shows, a passed one that does not,
 // an Option press that comes late or twice, a start or stop that is missed.
 TEST(X11EventTap, showsProgramsWhatTheTableSays) {
-    const struct {
-        const char *what, *events, *calls, *seen;
-    } rows[] = {
+    const char* const rows[][4] = {
         {"plain typing", "AaSsFXxf", "", "+38 -38 +65 -65 +50 +39 -39 -50"},
         {"Option alone", "Oo", "", ""},
         {"the chord, Option released first", "OSos", "+-", "-65"},
@@ -28,76 +25,60 @@ TEST(X11EventTap, showsProgramsWhatTheTableSays) {
         {"Space on a second keyboard too", "OS2S2sso", "+-", "-64"},
         {"Option on a second keyboard too", "O2OSs2oo2OS2os", "+-+-", "-64 -65"},
         {"a letter on a second keyboard too", "OA2A2aaoA2Aa2a", "", "+64 +38 -38 -64 +38 -38"},
+        {"a window dragged by Alt, whose button must set the keyboard free", "OBbo", "", "+64 -64"},
     };
     KeyDesktop desktop;
     for (const Input input : {Input::core, Input::xi2}) {
-        KeyLoggingWindow window(input);
-        ASSERT_TRUE(desktop.isTapped(window));
-        for (const auto& row : rows) {
-            desktop.play(row.events);
-            EXPECT_EQ(desktop.typed(window), row.seen) << row.what << ": " << row.events;
-            EXPECT_EQ(desktop.takeCalls(std::string(row.calls).size()), row.calls) << row.what;
-            EXPECT_THAT(desktop.keyboard->keysDown(), testing::IsEmpty()) << row.what;
+        TappedWindow window(input);
+        for (const auto& [what, events, calls, seen] : rows) {
+            desktop.play(events);
+            EXPECT_EQ(desktop.typed(window), seen) << what << ": " << events;
+            EXPECT_EQ(desktop.takeCalls(std::string(calls).size()), calls) << what;
+            EXPECT_THAT(desktop.keyboard->keysDown(), testing::IsEmpty()) << what;
         }
     }
 }
 
-/// What the chord's own table makes of single keys, for sequences that nobody thought of.
-class Model {
-  public:
-    void play(char event) {
+/// What a program sees and what is called, by the chord's own table.
+std::pair<std::string, std::string> expectedOf(const std::string& events) {
+    using Report = ChordStateMachine::Report;
+    ChordStateMachine machine;
+    std::string seen, heldBack, calls;
+    bool isArmed = false;
+    for (const char event : events) {
         const bool press = std::isupper(event);
         KeyEvent key{press ? KeyEvent::Type::keyDown : KeyEvent::Type::keyUp,
                      event == (press ? 'S' : 's')};
         if (std::toupper(event) == 'O')
             key = {.type = KeyEvent::Type::flagsChanged, .optionSet = press};
         const auto [fate, report, posted] =
-            std::toupper(event) == 'F' ? ChordStateMachine::Reaction() : m_machine.handle(key);
-        using Report = ChordStateMachine::Report;
+            std::toupper(event) == 'F' ? ChordStateMachine::Reaction() : machine.handle(key);
         calls += report == Report::recordStart ? "+" : report == Report::recordStop ? "-" : "";
         // What passes while Option is held back reaches the program in its order, so after an
         // Option press that turns out to be meant for it.
-        if (event == 'O')
-            m_armed = true;
+        isArmed |= event == 'O';
         if (event == 'o' || posted || report == Report::recordStart) {
-            m_armed = false;
-            seen += (posted ? "+64 " : "") + std::exchange(m_heldBack, "");
+            isArmed = false;
+            seen += (posted ? "+64 " : "") + std::exchange(heldBack, "");
         }
         if (fate == EventFate::pass)
-            (m_armed ? m_heldBack : seen) +=
+            (isArmed ? heldBack : seen) +=
                 (press ? "+" : "-") + std::to_string(KeyDesktop::keyOf(event)) + " ";
     }
-
-    std::string seen;
-    std::string calls;
-
-  private:
-    ChordStateMachine m_machine;
-    bool m_armed = false;
-    std::string m_heldBack;
-};
-
-std::string withoutReleases(std::string keys) {
-    for (const char* release : {"-64 ", "-65 "})
-        for (std::size_t at; (at = keys.find(release)) != std::string::npos;)
-            keys.erase(at, 4);
-    return keys;
+    return {seen, calls};
 }
 
 std::string randomEvents(std::mt19937& random) {
-    std::string down;
-    std::string events;
-    // Option and Space are the keys that matter; of the others one press is as good as another.
-    const std::string keys = "OOOSSSAXF";
-    for (int i = 0; i < 14; ++i) {
-        const char key = keys[random() % keys.size()];
+    std::string down, events;
+    while (events.size() < 14 || !down.empty()) {
+        // Option and Space are the keys that matter; of the others one is as good as another.
+        const char key =
+            events.size() < 14 ? "OOOSSSAXF"[random() % 9] : down[random() % down.size()];
         const std::size_t at = down.find(key);
-        events += at == std::string::npos ? key : static_cast<char>(std::tolower(key));
-        at == std::string::npos ? void(down += key) : void(down.erase(at, 1));
+        const bool press = at == std::string::npos;
+        events += press ? key : static_cast<char>(std::tolower(key));
+        press ? void(down += key) : void(down.erase(at, 1));
     }
-    std::shuffle(down.begin(), down.end(), random);
-    for (const char key : down)
-        events += static_cast<char>(std::tolower(key));
     return events;
 }
 
@@ -106,53 +87,63 @@ std::string randomEvents(std::mt19937& random) {
 // down.
 TEST(X11EventTap, agreesWithAModelOnRandomKeys) {
     static unsigned seed = 20261121;
-    std::mt19937 random(++seed);  // --gtest_repeat tries others
-    KeyDesktop desktop;
-    std::string calls;
-    std::atomic<bool> isTyping = true;
-    // A hidden key let go at the very moment when others are let through may show as a release
-    // without a press, which no program minds. It must stay as rare as that moment: on a machine
-    // with twice as much to do as it can, it was fewer than one sequence in 5,000.
-    int strayReleases = 0;
-    std::thread user([&] {
-        for (const Input input : {Input::core, Input::xi2}) {
-            KeyLoggingWindow window(input);
-            EXPECT_TRUE(desktop.isTapped(window));
-            for (int i = 0; i < 100; ++i) {
-                const std::string events = randomEvents(random);
-                Model model;
-                for (const char event : events)
-                    model.play(event);
-                desktop.play(events);
-                const std::string seen = desktop.typed(window) + " ";
-                calls += model.calls;
-                if (seen == model.seen || (seen == " " && model.seen.empty()))
-                    continue;
-                ++strayReleases;
-                EXPECT_EQ(withoutReleases(seen), withoutReleases(model.seen))
-                    << seen << "\n"
-                    << model.seen << "\n"
-                    << events << ", seed " << seed;
+    // A machine so busy that the tap lets go of the keyboard, as it must after a while, shows
+    // nothing of it.
+    bool hasTimedOut = true;
+    for (int attempt = 0; attempt < 5 && hasTimedOut; ++attempt) {
+        std::mt19937 random(++seed);  // --gtest_repeat tries others
+        KeyDesktop desktop;
+        std::string calls, mismatches;
+        std::atomic<bool> isTyping = true;
+        // A hidden key let go at the very moment when others are let through may show as a release
+        // without a press, which no program minds. It must stay as rare as that moment: on a
+        // machine with twice as much to do as it can, it was fewer than one sequence in 5,000.
+        int strayReleases = 0;
+        std::thread user([&] {
+            for (const Input input : {Input::core, Input::xi2}) {
+                TappedWindow window(input);
+                for (int i = 0; i < 40; ++i) {
+                    const std::string events = randomEvents(random);
+                    const auto [expected, expectedCalls] = expectedOf(events);
+                    desktop.play(events);
+                    const std::string seen = desktop.typed(window) + " ";
+                    calls += expectedCalls;
+                    if (seen == expected || (seen == " " && expected.empty()))
+                        continue;
+                    ++strayReleases;
+                    const std::regex release("-6[45] ");
+                    if (std::regex_replace(seen, release, "") !=
+                        std::regex_replace(expected, release, ""))
+                        mismatches += events + ": " + seen + "instead of " + expected + "\n";
+                }
             }
+            isTyping = false;
+        });
+        std::mt19937 pauses(1);
+        while (isTyping) {
+            desktop.queue.runPending();
+            std::this_thread::sleep_for(std::chrono::milliseconds(pauses() % 3 == 0 ? 500 : 50));
         }
-        isTyping = false;
-    });
-    std::mt19937 pauses(1);
-    while (isTyping) {
+        user.join();
         desktop.queue.runPending();
-        std::this_thread::sleep_for(std::chrono::milliseconds(pauses() % 3 == 0 ? 500 : 50));
+        const auto timedOut = [&] { return desktop.printed.lines().size() > 1; };
+        const std::string called = desktop.takeCalls(timedOut() ? 0 : calls.size());
+        hasTimedOut = timedOut();
+        if (hasTimedOut)
+            continue;
+        EXPECT_EQ(mismatches, "") << seed;
+        EXPECT_EQ(called, calls);
+        EXPECT_LE(strayReleases, 1) << seed;
     }
-    user.join();
-    EXPECT_EQ(desktop.takeCalls(calls.size()), calls);
-    EXPECT_LE(strayReleases, 1) << seed;
+    EXPECT_FALSE(hasTimedOut);
 }
 
-// Spaces typed into the document by the chord that is held, or still half held.
+// Spaces typed into the document by the chord that is held, or still half held, or held while the
+// program ends.
 TEST(X11EventTap, hidesTheRepeatsOfAHiddenSpace) {
     KeyDesktop desktop;
-    KeyLoggingWindow window;
+    TappedWindow window;
     outputOf({"xset", "r", "rate", "60", "100"});
-    ASSERT_TRUE(desktop.isTapped(window));
     const auto longerThanTheDelay = std::chrono::milliseconds(200);
     desktop.play("A");
     EXPECT_TRUE(waitUntil([&] { return window.keys().find("=38") != std::string::npos; }));
@@ -164,26 +155,34 @@ TEST(X11EventTap, hidesTheRepeatsOfAHiddenSpace) {
     std::this_thread::sleep_for(longerThanTheDelay);
     desktop.play("s");
     EXPECT_EQ(desktop.typed(window), "+38 -38 -65");
+    desktop.play("OS");
+    EXPECT_EQ(desktop.takeCalls(3), "+-+");
+    std::thread end([&] { desktop.monitor->stop(); });
+    std::this_thread::sleep_for(longerThanTheDelay);
+    desktop.play("so");
+    end.join();
+    EXPECT_EQ(desktop.typed(window), "-64");
 }
 
 // Slow Keys: a press counts for the server only when the key was held for a while, for longer than
 // the tap may leave events unanswered.
 TEST(X11EventTap, worksWithSlowKeys) {
     KeyDesktop desktop;
-    KeyLoggingWindow window;
-    ASSERT_TRUE(desktop.isTapped(window));
-    const auto slow = std::chrono::milliseconds(350);
-    const auto fast = std::exchange(desktop.keyboard->pace, slow);
+    TappedWindow window;
     window.slowKeys(std::chrono::milliseconds(250));
-    desktop.play("OSsoO");
-    desktop.keyboard->pace = fast;
+    const auto playSlowly = [&](const std::string& events) {
+        for (const char event : events) {
+            desktop.keyboard->pace = std::chrono::milliseconds(std::isupper(event) ? 350 : 2);
+            desktop.play({event});
+        }
+    };
+    playSlowly("OSsoO");
+    desktop.keyboard->pace = std::chrono::milliseconds(2);
     desktop.play("Ss");  // refused
-    desktop.keyboard->pace = slow;
-    desktop.play("Aao");
+    playSlowly("Aao");
+    window.slowKeys({});
     EXPECT_EQ(desktop.typed(window), "-64 +38 -38 -64");
     EXPECT_EQ(desktop.takeCalls(4), "+-+-");
-    window.slowKeys({});
-    desktop.keyboard->pace = fast;
     EXPECT_THAT(desktop.printed.lines(), testing::SizeIs(1));
 }
 
@@ -203,11 +202,18 @@ TEST(X11EventTap, leavesWindowManagersTheirShortcutsAndActiveWindow) {
         };
         ASSERT_TRUE(isInUse(to));
         // Each of the first goes to the other window, the two Tabs in one hold come back.
-        for (const char* keys : {"OTto", "OTto", "OTto", "OFTtfo", "OTtTto"}) {
-            if (std::string(keys) != "OTtTto")
+        const std::pair<const char*, const char*> switches[] = {
+            {"OTt", "o"}, {"OTt", "o"}, {"OTt", "o"}, {"OFTt", "fo"}, {"OTt", "Tto"}};
+        for (const auto& [begin, end] : switches) {
+            desktop.typed(*to);
+            desktop.play(begin);
+            // A manager that has not acted yet would miss the end, tap or no tap.
+            EXPECT_TRUE(waitUntil([&] { return to->keys().find("64") != std::string::npos; }));
+            EXPECT_TRUE(waitUntil([&] { return to->isKeyboardTaken() || from->isActive(); }));
+            desktop.play(end);
+            if (std::string(end) != "Tto")
                 std::swap(from, to);
-            desktop.play(keys);
-            ASSERT_TRUE(isInUse(to)) << keys;
+            ASSERT_TRUE(isInUse(to)) << begin << end;
         }
         for (const char* keys : {"Oo", "OAao", "AOaSso", "OSso"}) {
             desktop.play(keys);
@@ -222,18 +228,6 @@ TEST(X11EventTap, leavesWindowManagersTheirShortcutsAndActiveWindow) {
         desktop.play("OSTtso");
         EXPECT_EQ(desktop.takeCalls(2), "+-");
     }
-}
-
-// A window dragged by Alt: the press of a mouse button must set the keyboard free.
-TEST(X11EventTap, handsOptionOnToAMouseButton) {
-    KeyDesktop desktop;
-    KeyLoggingWindow window;
-    ASSERT_TRUE(desktop.isTapped(window));
-    desktop.play("O");
-    desktop.keyboard->button(true);
-    desktop.keyboard->button(false);
-    desktop.play("o");
-    EXPECT_EQ(desktop.typed(window), "+64 -64");
 }
 
 // AltGr taken for Option, by its key or in the wrong group of a key that has both.

@@ -1,42 +1,36 @@
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
-#include <xcb/xcb.h>
 
 #include <QGuiApplication>
-#include <cstdlib>
 #include <future>
-#include <memory>
 #include <regex>
-#include <string>
 
 #include "base/FileIO.h"
 #include "pasting/Deliveries.h"
 #include "pasting/InjectionGate.h"
 #include "platform/Backends.h"
+#include "platform/x11/Xcb.h"
+#include "rig/display/VirtualDisplay.h"
 #include "rig/display/XTestKeyboard.h"
 #include "rig/process/ChildProcess.h"
 #include "rig/process/TemporaryFolder.h"
-#include "rig/process/WaitUntil.h"
-#include "support/InputTestServer.h"
+#include "support/QtProgram.h"
 
 namespace nulo {
 namespace {
 
-using testing::HasSubstr;
-using testing::IsEmpty;
-using testing::Not;
 using testing::StartsWith;
+using Key = XTestKeyboard::Key;
 
-/// A desktop of its own: a keyboard that is the user's and not XTEST's, and this program as the
-/// owner of the clipboard. Injected keys have another layout than the keyboard's until setxkbmap is
-/// run. There is no window manager: openbox drops the focus for a moment when the server goes from
-/// one of the two layouts to the other.
+/// A desktop of its own: a keyboard that is the user's and not that of injected keys, which have
+/// another layout until setxkbmap is run, and this program as the owner of the clipboard. There is
+/// no window manager: openbox drops the focus for a moment when the server goes from one of the two
+/// layouts to the other.
 class X11PasteTest : public testing::Test {
   protected:
     X11PasteTest() {
-        setenv("DISPLAY", m_server.display().c_str(), 1);
+        outputOf({"setxkbmap", "-device", "7", "dvorak"});
         setenv("QT_QPA_PLATFORM", "xcb", 1);
-        m_application = std::make_unique<QGuiApplication>(m_argumentCount, m_arguments);
+        m_program.emplace();
         m_queue = makeQtMainQueue();
         m_pasteboard = makeQtPasteboard();
         m_keystroke = makeX11PasteKeystroke(m_gate);
@@ -44,50 +38,38 @@ class X11PasteTest : public testing::Test {
         m_deliveries->onFailure = [](const Error& reason) { ADD_FAILURE() << reason.description; };
     }
 
-    /// Serves the clipboard meanwhile.
-    template <typename Condition>
-    static bool eventually(Condition condition) {
-        return waitUntil([&] {
-            QCoreApplication::processEvents();
-            return condition();
-        });
-    }
-
     /// Another program's window, with the focus.
     std::unique_ptr<ChildProcess> openTextWindow(const std::string& windowClass = "notes") {
         auto window = std::make_unique<ChildProcess>(
             std::vector<std::string>{NULO_BINARY_FOLDER "/nulo-text-window", "--class", windowClass,
-                                     "--file", m_text, "--keys", m_keys});
-        if (!eventually([&] { return std::filesystem::exists(m_text); }))
-            ADD_FAILURE() << "the text window did not get the focus";
+                                     "--file", m_text, "--keys", m_folder / "keys"});
+        EXPECT_TRUE(processUntil([&] { return std::filesystem::exists(m_text); })) << "no focus";
         return window;
     }
-
-    static std::string contentOf(const std::filesystem::path& file) {
-        return readFile(file, 4'000'000).value_or("");
+    std::string keys() const { return readFile(m_folder / "keys", 1 << 20).value_or(""); }
+    bool hasEndedTheChord() const {
+        return processUntil([&] { return keys().ends_with("release Control\n"); });
     }
-    std::string text() const { return contentOf(m_text); }
-    std::string keys() const { return contentOf(m_keys); }
     void paste(const std::string& what) {
         m_deliveries->await([this, what] {
             m_pasteboard->setString(what);
             m_deliveries->paste();
         });
     }
-    bool arrives(const std::string& whole) {
-        return eventually([&] { return text() == whole; });
+    bool arrives(const std::string& whole) const {
+        return processUntil([&] { return readFile(m_text, 1 << 20) == whole; });
     }
     /// Nobody's, as far as the server knows.
-    static bool isAnyKeyDown() { return !XTestKeyboard().keysDown().empty(); }
+    bool isAnyKeyDown() { return !m_keyboard.keysDown().empty(); }
+    void press(Key key) { m_keyboard.press(key, XTestKeyboard::Device::own); }
+    void release(Key key) { m_keyboard.release(key, XTestKeyboard::Device::own); }
+    void tap(Key key) { m_keyboard.tap(key, XTestKeyboard::Device::own); }
 
-    InputTestServer m_server{"dvorak"};
+    const VirtualDisplay m_display;
+    XTestKeyboard m_keyboard;
     TemporaryFolder m_folder;
     const std::filesystem::path m_text = m_folder / "text";
-    const std::filesystem::path m_keys = m_folder / "keys";
-    int m_argumentCount = 1;
-    char m_name[5] = "test";
-    char* m_arguments[2] = {m_name, nullptr};
-    std::unique_ptr<QGuiApplication> m_application;
+    std::optional<QtProgram<QGuiApplication>> m_program;
     std::unique_ptr<MainQueue> m_queue;
     InjectionGate m_gate;
     std::unique_ptr<Pasteboard> m_pasteboard;
@@ -96,40 +78,60 @@ class X11PasteTest : public testing::Test {
 };
 
 // Faults: keys are looked up in the layout of the wrong device, Caps Lock spoils the chord, a key
-// stays down, a text overtakes the one before it.
+// stays down, a text overtakes the one before it; empty text leaves the old one to be pasted; text
+// larger than one X request is cut.
 TEST_F(X11PasteTest, pastesOneTextAfterTheOther) {
     const auto window = openTextWindow();
+    m_pasteboard->setString("old");
+    paste("");
+    EXPECT_TRUE(hasEndedTheChord());
+    EXPECT_TRUE(arrives(""));
     m_gate.setKeyboardHeld(true);
     for (const char* one : {"déjà ", "vu ", "encore "})
         paste(one);
     m_gate.setKeyboardHeld(false);
-    EXPECT_TRUE(arrives("déjà vu encore ")) << text();
-    m_server.tap(InputTestServer::capsLock);
-    paste("€");
-    EXPECT_TRUE(arrives("déjà vu encore €")) << keys();
-    EXPECT_TRUE(eventually([&] { return keys().ends_with("release Control\n"); })) << keys();
-    EXPECT_FALSE(isAnyKeyDown());
+    EXPECT_TRUE(arrives("déjà vu encore "));
+    tap(Key::capsLock);
+    std::string large = "€";
+    while (large.size() < 600'000)
+        large += "Une longue dictée, encore et encore. ";
+    paste(large);
+    EXPECT_TRUE(arrives("déjà vu encore " + large)) << keys();
+    EXPECT_TRUE(hasEndedTheChord() && !isAnyKeyDown()) << keys();
 }
 
-// Faults: Alt joins the chord, or is pressed again on the user's behalf, or is left down.
-TEST_F(X11PasteTest, keepsHeldModifiersOutOfTheChord) {
+// Faults: Alt joins the chord, or is pressed again on the user's behalf, or is left down; keys go
+// out while the tap holds the keyboard, or never again; the end waits for the tap.
+TEST_F(X11PasteTest, waitsForHeldKeysAndForTheTap) {
     const auto window = openTextWindow();
-    m_server.press(InputTestServer::altLeft);
+    press(Key::altLeft);
     paste("held ");
     EXPECT_TRUE(arrives("held "));
     EXPECT_FALSE(isAnyKeyDown());
-    m_server.release(InputTestServer::altLeft);
-    EXPECT_FALSE(isAnyKeyDown());
+    release(Key::altLeft);
+    press(Key::altLeft);
+    press(Key::controlLeft);
+    paste("let go ");
+    release(Key::controlLeft);
+    release(Key::altLeft);
+    EXPECT_TRUE(arrives("held let go "));
+    EXPECT_TRUE(hasEndedTheChord() && !isAnyKeyDown()) << keys();
+    EXPECT_EQ(keys().find("Alt+V"), std::string::npos);
 
-    m_server.press(InputTestServer::altLeft);
-    m_server.press(InputTestServer::controlLeft);
-    paste("let go");
-    m_server.release(InputTestServer::controlLeft);
-    m_server.release(InputTestServer::altLeft);
-    EXPECT_TRUE(arrives("held let go"));
-    EXPECT_TRUE(eventually([&] { return keys().ends_with("release Control\n"); })) << keys();
+    const std::string before = keys();
+    m_gate.setKeyboardHeld(true);
+    paste("text");
+    tap(Key::a);
+    ASSERT_TRUE(arrives("held let go a"));
+    EXPECT_TRUE(processUntil([&] { return keys() == before + "press A\nrelease A\n"; })) << keys();
+    m_gate.setKeyboardHeld(false);
+    EXPECT_TRUE(arrives("held let go atext"));
+    m_gate.setKeyboardHeld(true);
+    m_keystroke->post({});
+    m_keystroke.reset();
+    tap(Key::a);
+    EXPECT_TRUE(arrives("held let go atexta"));
     EXPECT_FALSE(isAnyKeyDown());
-    EXPECT_THAT(keys(), Not(HasSubstr("Alt+V")));
 }
 
 // Faults: the key of v is assumed; a layout without v pastes nothing, or keeps the borrowed key.
@@ -142,18 +144,17 @@ TEST_F(X11PasteTest, pastesInAnyLayout) {
         expected += layout + " ";
         ASSERT_TRUE(arrives(expected)) << layout;
     }
-    EXPECT_TRUE(eventually([] {
+    EXPECT_TRUE(processUntil([] {
         return !std::regex_search(outputOf({"xmodmap", "-pke"}), std::regex(" v( |\n)"));
     }));
     EXPECT_FALSE(isAnyKeyDown());
-
     // v is in the group that is not in use: it must be found there, and the group given back.
     outputOf({"setxkbmap", "us,ru", "-option", "grp:caps_toggle"});
-    m_server.tap(InputTestServer::capsLock);
+    tap(Key::capsLock);
     paste("two ");
     expected += "two ";
     ASSERT_TRUE(arrives(expected));
-    m_server.tap(InputTestServer::keyV);
+    tap(Key::v);
     EXPECT_TRUE(arrives(expected + "м"));
 }
 
@@ -163,57 +164,25 @@ TEST_F(X11PasteTest, sendsTerminalsTheirOwnChord) {
     {
         const auto konsole = openTextWindow("konsole");
         paste("x");
-        EXPECT_TRUE(eventually([&] { return keys().find("Ctrl+Shift+V") != std::string::npos; }))
-            << keys();
+        EXPECT_TRUE(processUntil([&] { return keys().find("Ctrl+Shift+V") != std::string::npos; }));
     }
     const ChildProcess windowManager({"openbox"});  // puts windows into frames of its own
     const auto root = [](const std::string& property) {
-        return std::regex_search(outputOf({"xprop", "-root", property}),
-                                 std::regex("# 0x[1-9a-f]"));
+        return processUntil([&] {
+            return std::regex_search(outputOf({"xprop", "-root", property}),
+                                     std::regex("# 0x[1-9a-f]"));
+        });
     };
-    ASSERT_TRUE(eventually([&] { return root("_NET_SUPPORTING_WM_CHECK"); }));
+    ASSERT_TRUE(root("_NET_SUPPORTING_WM_CHECK"));
     const auto typed = m_folder / "typed";
     const ChildProcess xterm(
         {"xterm", "-u8", "-e", "sh", "-c", "exec cat > '" + typed.string() + "'"},
         {{"LC_ALL=C.UTF-8"}, {}});
-    ASSERT_TRUE(eventually([&] { return std::filesystem::exists(typed); }));
-    ASSERT_TRUE(eventually([&] { return root("_NET_ACTIVE_WINDOW"); }));
+    ASSERT_TRUE(processUntil([&] { return std::filesystem::exists(typed); }));
+    ASSERT_TRUE(root("_NET_ACTIVE_WINDOW"));
     paste("déjà vu\n");
-    EXPECT_TRUE(eventually([&] { return contentOf(typed) == "déjà vu\n"; })) << contentOf(typed);
+    EXPECT_TRUE(processUntil([&] { return readFile(typed, 1000) == "déjà vu\n"; }));
     EXPECT_FALSE(isAnyKeyDown());
-}
-
-// Faults: keys go out while the tap holds the keyboard, or never again; the end waits for the tap.
-TEST_F(X11PasteTest, waitsForTheTapToLetGoOfTheKeyboard) {
-    const auto window = openTextWindow();
-    m_gate.setKeyboardHeld(true);
-    paste("text");
-    m_server.tap(InputTestServer::keyA);
-    ASSERT_TRUE(arrives("a"));
-    EXPECT_TRUE(eventually([&] { return keys() == "press A\nrelease A\n"; })) << keys();
-    m_gate.setKeyboardHeld(false);
-    EXPECT_TRUE(arrives("atext"));
-
-    m_gate.setKeyboardHeld(true);
-    m_keystroke->post({});
-    m_keystroke.reset();
-    m_server.tap(InputTestServer::keyA);
-    EXPECT_TRUE(arrives("atexta"));
-    EXPECT_FALSE(isAnyKeyDown());
-}
-
-// Faults: empty text leaves the old one to be pasted; text larger than one X request is cut.
-TEST_F(X11PasteTest, ownsBothSelectionsWhateverTheText) {
-    const auto window = openTextWindow();
-    m_pasteboard->setString("old");
-    paste("");
-    std::string large;
-    while (large.size() < 3'000'000)
-        large += "Une longue dictée, encore et encore.\n";
-    ASSERT_TRUE(eventually([&] { return keys().ends_with("release Control\n"); }));
-    EXPECT_EQ(text(), "");
-    paste(large);
-    EXPECT_TRUE(arrives(large)) << text().size();
 }
 
 // Faults: a lost or missing server ends the program or the worker, or is passed over in silence.
@@ -225,21 +194,18 @@ TEST_F(X11PasteTest, saysWhyItCouldNotPaste) {
         }});
         return reason.get_future().get();
     };
-    xcb_connection_t* connection = xcb_connect(nullptr, nullptr);
-    xcb_set_input_focus(connection, XCB_INPUT_FOCUS_NONE, XCB_NONE, XCB_CURRENT_TIME);
-    std::free(xcb_get_input_focus_reply(connection, xcb_get_input_focus(connection), nullptr));
+    const XcbConnection connection(xcb_connect(nullptr, nullptr));
+    xcb_set_input_focus(connection.get(), XCB_INPUT_FOCUS_NONE, XCB_NONE, XCB_CURRENT_TIME);
+    NULO_XCB(xcb_get_input_focus, connection.get());
     EXPECT_THAT(failure(*m_keystroke), StartsWith("no window has the keyboard focus"));
-    xcb_disconnect(connection);
 
-    auto server = std::make_unique<InputTestServer>();
-    setenv("DISPLAY", server->display().c_str(), 1);
-    InjectionGate gate;
-    auto keystroke = makeX11PasteKeystroke(gate);
+    VirtualDisplay other;
+    const auto keystroke = makeX11PasteKeystroke(m_gate);
     failure(*keystroke);
-    server.reset();
+    other.kill();
     EXPECT_THAT(failure(*keystroke), StartsWith("the X server cannot be reached"));
     unsetenv("DISPLAY");
-    EXPECT_THAT(failure(*makeX11PasteKeystroke(gate)), StartsWith("there is no X server"));
+    EXPECT_THAT(failure(*makeX11PasteKeystroke(m_gate)), StartsWith("there is no X server"));
 }
 
 }  // namespace

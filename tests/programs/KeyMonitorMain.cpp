@@ -17,6 +17,7 @@ int main() {
     monitor.onRecordStart = [] { nulo::printLine("start"); };
     monitor.onRecordStop = [] { nulo::printLine("stop"); };
     monitor.start();
+    nulo::printLine("listening");
     for (;;) {
         constexpr auto step = std::chrono::milliseconds(10);
         std::this_thread::sleep_for(step);

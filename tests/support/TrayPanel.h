@@ -1,6 +1,5 @@
 #pragma once
 
-#include <QCoreApplication>
 #include <QDBusArgument>
 #include <QDBusConnection>
 #include <QDBusMessage>
@@ -8,36 +7,19 @@
 #include <QDBusVariant>
 #include <QDBusVirtualObject>
 #include <QStringList>
-#include <chrono>
-#include <string>
 
 #include "platform/dbus/DBusMenuTypes.h"
-#include "rig/process/WaitUntil.h"
+#include "support/QtProgram.h"
+#include "support/TestBus.h"
 
 namespace nulo {
-
-/// Lets this process's own objects answer meanwhile; needs a QCoreApplication.
-template <typename Condition>
-bool processUntil(Condition condition,
-                  std::chrono::milliseconds timeout = std::chrono::seconds(10)) {
-    return waitUntil(
-        [&] {
-            QCoreApplication::processEvents();
-            return condition();
-        },
-        timeout);
-}
 
 /// What a panel does: the watcher that items register with, and the host that reads and clicks
 /// them. On a bus connection of its own, as if it were another program. One at a time; it answers
 /// while a QCoreApplication processes events.
 class Panel final : private QDBusVirtualObject {
   public:
-    enum class Host { none, present };
-    explicit Panel(const std::string& busAddress, Host host = Host::present)
-        : m_connection(
-              QDBusConnection::connectToBus(QString::fromStdString(busAddress), connectionName)),
-          m_hasHost(host == Host::present) {
+    explicit Panel(bool hasHost = true) : m_hasHost(hasHost) {
         dbusmenu::registerTypes();
         m_connection.registerVirtualObject("/StatusNotifierWatcher", this);
         m_connection.registerService(watcher);
@@ -45,7 +27,6 @@ class Panel final : private QDBusVirtualObject {
     /// As if it had crashed: its names go with its connection.
     ~Panel() override { QDBusConnection::disconnectFromBus(connectionName); }
 
-    const QStringList& items() const { return m_items; }
     bool isRegistered() const { return !m_items.isEmpty(); }
     int hostQuestions = 0;
     void hostAppears() {
@@ -56,14 +37,14 @@ class Panel final : private QDBusVirtualObject {
 
     /// Calls the registered item; the reply may be an error.
     QDBusMessage call(const QString& path, const QString& interface, const QString& method,
-                      const QVariantList& arguments = {}) {
+                      const QVariantList& arguments) {
         auto message = QDBusMessage::createMethodCall(m_items.value(0), path, interface, method);
         message.setArguments(arguments);
         QDBusPendingCall pending = m_connection.asyncCall(message, 10'000);
         processUntil([&] { return pending.isFinished(); });
         return pending.reply();
     }
-    QDBusMessage menuCall(const QString& method, const QVariantList& arguments = {}) {
+    QDBusMessage menuCall(const QString& method, const QVariantList& arguments) {
         return call("/MenuBar", "com.canonical.dbusmenu", method, arguments);
     }
     QVariant itemProperty(const QString& name) {
@@ -81,8 +62,8 @@ class Panel final : private QDBusVirtualObject {
         QString label() const { return properties.value("label").toString(); }
         bool isChecked() const { return properties.value("toggle-state").toInt() == 1; }
     };
-    QList<Row> rows(const QStringList& properties = {}, int depth = -1) {
-        const QDBusMessage reply = menuCall("GetLayout", {0, depth, properties});
+    QList<Row> rows(const QStringList& properties = {}) {
+        const QDBusMessage reply = menuCall("GetLayout", {0, -1, properties});
         const auto root =
             qdbus_cast<dbusmenu::Layout>(reply.arguments().value(1).value<QDBusArgument>());
         QList<Row> found;
@@ -116,15 +97,12 @@ class Panel final : private QDBusVirtualObject {
             m_items.append(message.arguments().value(0).toString());
             return connection.send(message.createReply());
         }
-        if (message.member() == "Get") {
-            ++hostQuestions;
-            return connection.send(
-                message.createReply(QVariant::fromValue(QDBusVariant(m_hasHost))));
-        }
-        return false;
+        ++hostQuestions;
+        return connection.send(message.createReply(QVariant::fromValue(QDBusVariant(m_hasHost))));
     }
 
-    QDBusConnection m_connection;
+    QDBusConnection m_connection =
+        QDBusConnection::connectToBus(QString::fromStdString(testBus().address()), connectionName);
     bool m_hasHost;
     QStringList m_items;
 };

@@ -1,90 +1,83 @@
 #include "transcription/TranscriptionService.h"
 
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 #include <fstream>
 #include <nlohmann/json.hpp>
+#include <regex>
 
+#include "Told.h"
+#include "base/Text.h"
 #include "fakes/FakeHttpSession.h"
 #include "fakes/FakeMainQueue.h"
-#include "fakes/PrintedLines.h"
 #include "rig/process/TemporaryFolder.h"
 
 namespace nulo {
 namespace {
 
 using testing::ElementsAre;
+using testing::HasSubstr;
 using testing::IsEmpty;
-using testing::Pair;
 using enum TranscriptionProvider;
 
 const std::string sound("\r\n--sound\0\xFF", 11);
 const std::string answerStream =
     "data: {\"choices\":[{\"delta\":{\"content\":\"Bon\"}}]}\ndata: [DONE]\n";
 
+// What a server says must not drive the terminal.
+const Print visibly = [](std::string_view line) { EXPECT_EQ(visible(line), line); };
+
 class TranscriptionServiceTest : public testing::Test {
   protected:
     std::unique_ptr<TranscriptionService> makeService(std::string baseURL) {
         return std::make_unique<TranscriptionService>(
             std::move(baseURL), HttpHeaders{{"Authorization", "Bearer key"}},
-            TranscriptionService::Dependencies{m_http.factory(), m_mainQueue, m_clock,
-                                               m_printed.print(), m_log.print(),
+            TranscriptionService::Dependencies{m_http.factory(), m_mainQueue, m_clock, visibly,
+                                               visibly,
                                                [this] { return "U" + std::to_string(++m_uuids); }});
     }
-    std::filesystem::path file(const std::string& name) {
+    FakeHttp::Exchange& transcribe(const std::filesystem::path& name = "x.m4a",
+                                   TranscriptionProvider provider = openai,
+                                   const std::optional<std::string>& prompt = {}) {
         std::ofstream(m_folder / name, std::ios::binary) << sound;
-        return m_folder / name;
+        m_service->transcribe(m_folder / name, provider, prompt, m_told.completion());
+        return m_http.exchanges.back();
     }
-    TranscriptionService::Completion completion() {
-        return [this](const TextResult& result) {
-            m_calls.push_back(result ? "text " + result.value()
-                                     : "failure " + describe(result.error()));
-        };
+    void clean(TranscriptionProvider provider, const std::optional<std::string>& prompt = {},
+               const std::filesystem::path& name = "x.m4a") {
+        m_service->transcribeAndClean(m_folder / name, provider, prompt, "Nettoie", "mistral",
+                                      m_told.time(), m_told.token(), m_told.completion());
     }
-    TranscriptionService::OnToken onToken() {
-        return [this](const std::string& fragment) { m_calls.push_back("token " + fragment); };
-    }
-    void clean(const std::filesystem::path& path, TranscriptionProvider provider,
-               const std::optional<std::string>& dictPrompt) {
-        m_service->transcribeAndClean(
-            path, provider, dictPrompt, "Nettoie", "mistral",
-            [this](long long time) { m_calls.push_back("time " + std::to_string(time)); },
-            onToken(), completion());
+    void chat(const std::string& raw = "x", const char* model = "openai") {
+        m_service->cleanupStreaming(raw, "Nettoie", model, m_told.token(), m_told.completion());
     }
     /// The names of the last request's form fields, in order.
-    std::vector<std::string> fields() const {
-        constexpr std::string_view opening = "form-data; name=\"";
+    std::string fields() const {
         const std::string& body = m_http.exchanges.back().request.body;
-        std::vector<std::string> names;
-        for (auto at = body.find(opening); at != std::string::npos; at = body.find(opening, at)) {
-            at += opening.size();
-            names.push_back(body.substr(at, body.find('"', at) - at));
-        }
+        const std::regex name("form-data; name=\"(\\w+)\"");
+        std::string names;
+        for (std::sregex_iterator one(body.begin(), body.end(), name), end; one != end; ++one)
+            names += one->str(1) + " ";
         return names;
     }
 
     FakeHttp m_http;
     FakeClock m_clock;
     FakeMainQueue m_mainQueue{&m_clock};
-    PrintedLines m_printed;
-    PrintedLines m_log;
     TemporaryFolder m_folder;
-    std::vector<std::string> m_calls;  // of the owner's callbacks, in order
+    Told m_told;
     int m_uuids = 0;
     std::unique_ptr<TranscriptionService> m_service = makeService("https://speech.example");
 };
 
 // Catches any byte out of place in the form, a boundary used twice, and headers in the wrong order.
 TEST_F(TranscriptionServiceTest, sendsTheFormByteForByte) {
-    m_service->transcribe(file("take \"1\".M4A"), openai, "Nulo, déjà", completion());
-    const HttpRequest& request = m_http.exchanges[0].request;
+    const HttpRequest request = transcribe("take \"1\".M4A", openai, "Nulo, déjà").request;
     EXPECT_EQ(request.method, "POST");
     EXPECT_EQ(request.url, "https://speech.example/api/transcribe");
     EXPECT_EQ(request.idleTimeout, std::chrono::seconds(60));
-    EXPECT_THAT(request.headers,
-                ElementsAre(Pair("Authorization", "Bearer key"),
-                            Pair("Content-Type", "multipart/form-data; boundary=U1")));
+    EXPECT_EQ(request.headers, (HttpHeaders{{"Authorization", "Bearer key"},
+                                            {"Content-Type", "multipart/form-data; boundary=U1"}}));
     EXPECT_EQ(request.body,
               "--U1\r\nContent-Disposition: form-data; name=\"provider\"\r\n\r\nopenai\r\n"
               "--U1\r\nContent-Disposition: form-data; name=\"model\"\r\n\r\n"
@@ -94,123 +87,96 @@ TEST_F(TranscriptionServiceTest, sendsTheFormByteForByte) {
               "--U1\r\nContent-Disposition: form-data; name=\"file\"; filename=\"take \"1\".M4A\""
               "\r\nContent-Type: audio/mp4\r\n\r\n" +
                   sound + "\r\n--U1--\r\n");
-
-    for (const char* name : {"x.wav", "x.caf", "x", ".m4a"}) {
-        m_service->transcribe(file(name), mistral, {}, completion());
-        EXPECT_THAT(m_http.exchanges.back().request.body,
-                    testing::HasSubstr("\r\nContent-Type: audio/wav\r\n\r\n"))
-            << name;
-    }
+    for (const char* name : {"x.wav", "x.caf", "x", ".m4a"})
+        EXPECT_THAT(transcribe(name).request.body, HasSubstr("Content-Type: audio/wav\r\n\r\n"));
     EXPECT_THAT(m_http.exchanges.back().request.body, testing::EndsWith("\r\n--U5--\r\n"));
 }
 
 // Catches the vocabulary sent where it must not be, an empty one left out, and a changed order.
 TEST_F(TranscriptionServiceTest, choosesTheFieldsByProviderAndMode) {
-    const auto take = file("x.m4a");
-    m_service->transcribe(take, openai, {}, completion());
-    EXPECT_THAT(fields(), ElementsAre("provider", "model", "response_format", "file"));
-    m_service->transcribe(take, mistral, "words", completion());
-    EXPECT_THAT(fields(), ElementsAre("provider", "file"));
-    clean(take, openai, "");
-    EXPECT_THAT(fields(), ElementsAre("provider", "model", "response_format", "prompt",
-                                      "cleanup_prompt", "cleanup_model", "file"));
-    clean(take, mistral, "words");
-    EXPECT_THAT(fields(), ElementsAre("provider", "cleanup_prompt", "cleanup_model", "file"));
+    transcribe();
+    EXPECT_EQ(fields(), "provider model response_format file ");
+    transcribe("x.m4a", mistral, "words");
+    EXPECT_EQ(fields(), "provider file ");
+    clean(openai, "");
+    EXPECT_EQ(fields(), "provider model response_format prompt cleanup_prompt cleanup_model file ");
+    clean(mistral, "words");
+    EXPECT_EQ(fields(), "provider cleanup_prompt cleanup_model file ");
     EXPECT_THAT(m_http.exchanges.back().request.body,
-                testing::HasSubstr("name=\"cleanup_prompt\"\r\n\r\nNettoie\r\n"));
+                HasSubstr("name=\"cleanup_prompt\"\r\n\r\nNettoie\r\n"));
 }
 
-// Catches lenient statuses, wrong trimming, lost or retried requests and a wrong elapsed time.
+// Catches lenient statuses, wrong trimming, lost or retried requests, and memory that
+// an answer fills without end; a request sent without its audio.
 TEST_F(TranscriptionServiceTest, endsAPlainRequestInTextOrFailure) {
-    const std::vector<std::pair<int, std::string>> answers = {
-        {200, "  hello\n"}, {200, "\xFF"}, {201, " \x1B[2J "}, {500, ""}, {500, "\xFF"}};
-    const auto take = file("x.m4a");
-    for (const auto& [status, body] : answers) {
-        m_service->transcribe(take, status == 200 ? mistral : openai, {}, completion());
-        m_clock.advance(std::chrono::microseconds(1'234'999));
-        const FakeHttp::Exchange& exchange = m_http.exchanges.back();
+    const std::string endless(9 << 20, 'x');
+    const std::tuple<int, std::string, std::string> answers[] = {
+        {200, "  hello\n", "text hello"},
+        {200, "\xFF", "text "},
+        {201, " \x1B[2J ", "failure API error 201:  ␛[2J "},
+        {500, "", "failure API error 500: "},
+        {500, "\xFF", "failure API error 500: Unknown error"},
+        {200, endless,
+         "failure The speech service sent a text of more than 8 MB; the rest was not read"},
+        {404, endless, "failure API error 404: " + std::string(64 * 1024, 'x')},
+    };
+    for (const auto& [status, body, call] : answers) {
+        const auto& exchange = transcribe("x.m4a", status == 200 ? mistral : openai);
         exchange.respond(status);
-        for (const char& byte : body)
-            exchange.data({&byte, 1});
+        const std::size_t piece = body.size() < 100 ? 1 : 10'000;
+        for (std::size_t at = 0; at < body.size() && exchange.data(body.substr(at, piece));)
+            at += piece;
         exchange.complete();
+        EXPECT_EQ(m_told.calls.back(), call);
     }
-    m_service->transcribe(take, openai, {}, completion());
-    m_http.exchanges.back().respond(200);
+    transcribe().respond(200);
     m_http.exchanges.back().complete(Error{"The connection was lost"});
-    m_service->transcribe(take, openai, {}, completion());
-    m_http.exchanges.back().complete();
-    for (const int status : {200, 404}) {
-        m_service->transcribe(take, openai, {}, completion());
-        m_http.exchanges.back().respond(status);
-        while (m_http.exchanges.back().data(std::string(10'000, 'x'))) {
-        }
-        m_http.exchanges.back().complete();
-    }
-
-    EXPECT_THAT(m_calls,
-                ElementsAre("text hello", "text ", "failure API error 201:  ␛[2J ",
-                            "failure API error 500: ", "failure API error 500: Unknown error",
-                            "failure The connection was lost", "failure Invalid server response",
-                            "failure The speech service sent a text of more than 8 MB; the rest "
-                            "was not read",
-                            "failure API error 404: " + std::string(64 * 1024, 'x')));
-    EXPECT_THAT(
-        m_printed.lines(),
-        ElementsAre("Transcription (Voxtral (Mistral)): 1234ms, 5 chars",
-                    "Transcription (Voxtral (Mistral)): 1234ms, 0 chars",
-                    "Transcription API error (201):  ␛[2J ", "Transcription API error (500): ",
-                    "Transcription API error (500): Unknown error",
-                    testing::StartsWith("Transcription API error (404")));
-    EXPECT_EQ(m_mainQueue.pendingCount(), 0u);
+    EXPECT_EQ(m_told.calls.back(), "failure The connection was lost");
+    transcribe().complete();
+    EXPECT_EQ(m_told.calls.back(), "failure Invalid server response");
+    m_service->transcribe(m_folder.path(), openai, {}, m_told.completion());
+    EXPECT_EQ(m_told.calls.back(), "failure Failed to read audio file");
+    clean(openai, {}, "absent.m4a");
+    EXPECT_EQ(m_told.calls.back(), "failure Failed to read audio file");
+    EXPECT_EQ(m_told.calls.size(), 11u);
     EXPECT_EQ(m_http.exchanges.size(), 9u);
 }
 
-// Catches a request sent without its audio, and a failure that comes late or is logged as sent.
-TEST_F(TranscriptionServiceTest, sendsNothingWhenTheFileCannotBeRead) {
-    m_service->transcribe(m_folder / "absent.m4a", openai, {}, completion());
-    clean(m_folder.path(), openai, {});  // a folder
-    EXPECT_THAT(m_calls, ElementsAre("failure Failed to read audio file",
-                                     "failure Failed to read audio file"));
-    EXPECT_THAT(m_http.exchanges, IsEmpty());
-    EXPECT_THAT(m_log.lines(), IsEmpty());
-}
-
-// Catches a handler registered after the start, which loses an answer that comes at once.
-TEST_F(TranscriptionServiceTest, streamsTheAnswerToACombinedRequest) {
+// Catches a handler registered after the start, which loses an answer that comes at once, and
+// callbacks that need the service: it goes away while what it queued still waits for main.
+TEST_F(TranscriptionServiceTest, streamsTheAnswerAndMayGoBeforeItsCallbacksAreCalled) {
+    std::ofstream(m_folder / "x.m4a") << sound;
     m_http.onResume = [](const FakeHttp::Exchange& exchange) {
         exchange.answer(200, answerStream, {{"X-Transcription-Ms", "850"}});
     };
-    clean(file("x.m4a"), mistral, {});
+    clean(mistral);
+    chat();
+    m_http.onResume = {};
+    chat("in flight");
+    m_service.reset();
     m_mainQueue.runPending();
-    EXPECT_THAT(m_calls, ElementsAre("time 850", "token Bon", "text Bon"));
-    const std::string size = std::to_string(m_http.exchanges[0].request.body.size());
-    EXPECT_EQ(m_log.lines().front(), "HTTP request ready: " + size + " bytes (0KB), sending...");
-    EXPECT_EQ(m_log.lines().back(),
-              "URLSession dataTask resumed (persistent session, request in flight)");
+    EXPECT_THAT(m_told.calls,
+                ElementsAre("time 850", "token Bon", "text Bon", "token Bon", "text Bon"));
 }
 
 // Catches text that is damaged on its way into JSON, and a wrong model.
 TEST_F(TranscriptionServiceTest, asksForCleanupInJson) {
     const std::string raw = "dit \"oui\"\\\n\té 😀";
     for (const char* model : {"openai", "mistral", "", "OpenAI"}) {
-        m_service->cleanupStreaming(raw, "Nettoie", model, onToken(), completion());
+        chat(raw, model);
         const HttpRequest& request = m_http.exchanges.back().request;
         EXPECT_EQ(request.url, "https://speech.example/api/chat");
-        EXPECT_THAT(request.headers, ElementsAre(Pair("Authorization", "Bearer key"),
-                                                 Pair("Content-Type", "application/json")));
+        EXPECT_EQ(request.headers, (HttpHeaders{{"Authorization", "Bearer key"},
+                                                {"Content-Type", "application/json"}}));
         const nlohmann::json expected = {
             {"model", model == std::string("openai") ? "gpt-5.4-mini" : "mistral-small-latest"},
             {"stream", true},
-            {"messages", nlohmann::json::array({{{"role", "system"}, {"content", "Nettoie"}},
-                                                {{"role", "user"}, {"content", raw}}})}};
+            {"messages",
+             {{{"role", "system"}, {"content", "Nettoie"}}, {{"role", "user"}, {"content", raw}}}}};
         EXPECT_EQ(nlohmann::json::parse(request.body), expected);
     }
-    m_http.exchanges.front().answer(200, answerStream, {{"X-Transcription-Ms", "850"}});
-    m_mainQueue.runPending();
-    EXPECT_THAT(m_calls, ElementsAre("token Bon", "text Bon"));
-
-    m_service->cleanupStreaming("\xFF", "Nettoie", "openai", onToken(), completion());
-    EXPECT_EQ(m_calls.back(), "failure Invalid server response");
+    chat("\xFF");
+    EXPECT_THAT(m_told.calls, ElementsAre("failure Invalid server response"));
     EXPECT_EQ(m_http.exchanges.size(), 4u);
 }
 
@@ -227,32 +193,18 @@ TEST_F(TranscriptionServiceTest, warmsUpTheConnectionOfStreamedRequests) {
     EXPECT_THAT(warmUp.request.headers, IsEmpty());
     EXPECT_EQ(warmUp.request.idleTimeout, std::chrono::seconds(10));
     EXPECT_TRUE(warmUp.resumed);
-    EXPECT_THAT(m_printed.lines(),
-                ElementsAre("[nulo] Connection warm-up sent to https://speech.example/"));
-
-    m_service->cleanupStreaming("x", "y", "openai", onToken(), completion());
+    chat();
     EXPECT_EQ(m_http.exchanges[1].delegate, warmUp.delegate);
     EXPECT_EQ(m_http.sessionsMade, 1);
-    m_service->transcribe(file("x.m4a"), openai, {}, completion());
-    EXPECT_NE(m_http.exchanges[2].delegate, warmUp.delegate);
+    EXPECT_NE(transcribe().delegate, warmUp.delegate);
     warmUp.answer(500, "no");
     m_mainQueue.runPending();
-    EXPECT_THAT(m_calls, IsEmpty());
+    EXPECT_THAT(m_told.calls, IsEmpty());
 
     m_service = makeService("speech example");
     m_service->warmUpConnection();
     EXPECT_EQ(m_http.exchanges.size(), 3u);
-    EXPECT_DEATH(m_service->transcribe(file("x.m4a"), openai, {}, completion()), "is not a valid");
-}
-
-// Catches callbacks that need the service: it goes away while what it queued still waits for main.
-TEST_F(TranscriptionServiceTest, mayGoBeforeItsCallbacksAreCalled) {
-    m_service->cleanupStreaming("x", "y", "", onToken(), completion());
-    m_http.exchanges[0].answer(200, answerStream);
-    m_service->cleanupStreaming("in flight", "y", "", onToken(), completion());
-    m_service.reset();
-    m_mainQueue.runPending();
-    EXPECT_THAT(m_calls, ElementsAre("token Bon", "text Bon"));
+    EXPECT_DEATH(transcribe(), "is not a valid");
 }
 
 }  // namespace

@@ -1,21 +1,12 @@
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
-#include <QAccessible>
-#include <QApplication>
-#include <QDialog>
-#include <QLabel>
-#include <QLineEdit>
-#include <QMenu>
-#include <QPlainTextEdit>
-#include <QPointer>
-#include <QPushButton>
-#include <QRadioButton>
 #include <QTest>
-#include <QToolButton>
+#include <QtWidgets>
 
 #include "config/ConfigFile.h"
-#include "rig/process/TemporaryFolder.h"
+#include "fakes/PartTest.h"
+#include "ui/OneLine.h"
+#include "ui/alerts/Alert.h"
+#include "ui/alerts/UpdateDialogs.h"
+#include "ui/settings/PasteableTextField.h"
 #include "ui/settings/SettingsView.h"
 #include "ui/settings/WordChips.h"
 
@@ -23,11 +14,11 @@ namespace nulo {
 namespace {
 
 /// The window over a real file in a home of its own, driven as a user would.
-class SettingsWindowTest : public testing::Test {
+class SettingsWindowTest : public PartTest {
   protected:
     void open(const AppConfig& saved) {
         m_file.save(saved);
-        m_window = makeSettingsWindow(saved, m_host, m_visibleFrame);
+        m_window = makeSettingsWindow(saved, m_dependencies, m_visibleFrame);
         m_window->show();
         m_window->activateWindow();
         ASSERT_TRUE(QTest::qWaitForWindowActive(m_window.get()));
@@ -68,15 +59,17 @@ class SettingsWindowTest : public testing::Test {
         click(*list().viewport(), list().visualRect(list().model()->index(row, 0)).center());
     }
 
-    TemporaryFolder m_home;
-    ConfigFile m_file{m_home.path(), [](std::string_view) {}};
+    ConfigFile m_file{m_folder.path(), [](std::string_view) {}};
     Outcome m_saved = Success{};
     QRect m_visibleFrame{0, 0, 1000, 800};
+    const Alerts m_alerts{systemClock(), [this] { return m_visibleFrame; }};
     std::unique_ptr<QWidget> m_window;
-    SettingsHost m_host{
+    SettingsDependencies m_dependencies{
         .load = [this] { return m_file.load(); },
         .onSave =
-            [this](const AppConfig& config) { return m_saved ? m_file.trySave(config) : m_saved; }};
+            [this](const AppConfig& config) { return m_saved ? m_file.trySave(config) : m_saved; },
+        .ask = [this](QWidget& over, const AlertContent& content,
+                      auto onAnswer) { m_alerts.showOver(over, content, std::move(onAnswer)); }};
 };
 
 // An edit that never reaches the file, or reaches it unasked; what somebody else wrote overwritten.
@@ -84,9 +77,6 @@ TEST_F(SettingsWindowTest, editsByKeyboardAndSavesOverWhatIsOnDiskNow) {
     AppConfig config = defaultConfig();
     config.dictionary = {"Qt", "Nulo", "Xorg", "Qt"};
     open(config);
-    EXPECT_EQ(m_window->windowTitle(), "Nulo - Reglages");
-    EXPECT_EQ(m_window->size(), QSize(580, 620));
-    EXPECT_EQ(m_window->minimumSize(), QSize(550, 560));
     addWord("  Ada Lovelace ");
     addWord("Nulo");  // is there already: stays in the field
     EXPECT_EQ(the<QLineEdit>("Ajouter un mot").text(), "Nulo");
@@ -98,9 +88,6 @@ TEST_F(SettingsWindowTest, editsByKeyboardAndSavesOverWhatIsOnDiskNow) {
     type("Mémo");  // over "Nouveau mode"
     EXPECT_EQ(list().currentIndex().data(), "Mémo");
     prompt().setPlainText("un\u00A0:\ndeux");
-    press(Qt::Key_Tab);
-    press(Qt::Key_Tab);
-    press(Qt::Key_Right);
     EXPECT_EQ(m_file.load(), config);
 
     config.activeMode = "spanish";
@@ -115,13 +102,11 @@ TEST_F(SettingsWindowTest, editsByKeyboardAndSavesOverWhatIsOnDiskNow) {
     m_saved = Success{};
     save();
     config.dictionary = {"Xorg", "Qt", "Ada Lovelace"};
-    const std::string id = m_file.load().value().modes.back().id;
-    config.modes.push_back({id, "Mémo", "un\u00A0:\ndeux", false, "openai"});
+    config.modes.push_back(newCustomMode(m_file.load()->modes.back().id));
+    config.modes.back().name = "Mémo";
+    config.modes.back().prompt = "un\u00A0:\ndeux";
     EXPECT_EQ(m_file.load(), config);
     EXPECT_TRUE(shows("Enregistre."));
-    addWord("dropped");
-    m_window->close();
-    EXPECT_EQ(m_file.load(), config);
 }
 
 // A title bar above the screen, or a button below it.
@@ -166,7 +151,8 @@ TEST_F(SettingsWindowTest, asksBeforeDeletingAMode) {
         return QPointer(m_window->findChild<QDialog*>());
     };
     EXPECT_EQ(ask()->windowModality(), Qt::WindowModal);
-    EXPECT_TRUE(shows("Le mode \"<b> " + QString(56, 'x') + "\u2026\" sera supprime."));
+    EXPECT_TRUE(the<QTextEdit>("Le mode \"<b> " + QString(56, 'x') + "\u2026\" sera supprime.")
+                    .isVisible());
     QTest::keyClick(m_window->findChild<QDialog*>(), Qt::Key_Return);
     EXPECT_EQ(list().model()->rowCount(), 6) << "Return means \"Annuler\"";
     QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
@@ -184,7 +170,8 @@ TEST_F(SettingsWindowTest, asksBeforeDeletingAMode) {
     EXPECT_FALSE(question && question->isVisible());
 }
 
-// Texts changed by being shown; a widget for each of thousands of words.
+// Texts changed by being shown; a widget for each of thousands of words; an edit that goes to
+// another mode of the same id.
 TEST_F(SettingsWindowTest, hugeAndStrangeSettingsComeBackAsTheyWere) {
     AppConfig config = defaultConfig();
     const std::string strange = "\u05E9\u05DC\r\n\u00A0\tA\u0301 \U0001F469\u200D\U0001F467\u2028";
@@ -199,6 +186,8 @@ TEST_F(SettingsWindowTest, hugeAndStrangeSettingsComeBackAsTheyWere) {
     list().setFocus();
     for (int i = 0; i < 12; ++i)
         press(Qt::Key_Down);
+    the<QLineEdit>("Nom du mode").setText("Mine");
+    config.modes[12].name = "Mine";
     save();
     EXPECT_EQ(m_file.load(), config);
 }
@@ -208,7 +197,7 @@ TEST_F(SettingsWindowTest, everyControlIsReachedAndNamed) {
     AppConfig config = defaultConfig();
     config.dictionary = {"Nulo"};
     config.modes.push_back({"1", "Mine", "p", false, "openai"});
-    m_host.showsProgramMenu = true;
+    m_dependencies.showsProgramMenu = true;
     open(config);
     clickRow(5);
     EXPECT_EQ(list().model()->index(0, 0).data(Qt::AccessibleTextRole), "Voice to Text, inclus");
@@ -224,31 +213,11 @@ TEST_F(SettingsWindowTest, everyControlIsReachedAndNamed) {
         "Menu de Nulo; Enregistrer; Dictionnaire; Ajouter un mot; Ajouter le mot");
 }
 
-// A menu of when the window was opened, or shortcuts that are only shown.
-TEST_F(SettingsWindowTest, theProgramMenuIsFreshAndItsShortcutsWork) {
-    int quits = 0;
-    m_host.showsProgramMenu = true;
-    m_host.programMenu = [&] {
-        const MenuEntry quit{MenuEntry::Kind::action, "Quitter", [&] { ++quits; }, false, "Ctrl+Q"};
-        return Menu(static_cast<std::size_t>(quits) + 1, quit);
-    };
-    open(defaultConfig());
-    press(Qt::Key_Q, Qt::ControlModifier);
-    QCoreApplication::processEvents();
-    click(the<QToolButton>("Menu de Nulo"));
-    auto* menu = qobject_cast<QMenu*>(QApplication::activePopupWidget());
-    ASSERT_EQ(menu->actions().size(), 2);
-    QTest::keyClick(menu, Qt::Key_Q, Qt::ControlModifier);
-    QCoreApplication::processEvents();
-    EXPECT_EQ(quits, 2);
-}
-
 // A host that drops the window while the window still works with itself.
 TEST_F(SettingsWindowTest, theHostMayDestroyItFromEachCallback) {
-    m_host.onClose = [this] { m_window.reset(); };
-    m_host.onSave = [this](const AppConfig&) -> Outcome {
-        m_window.reset();
-        return Success{};
+    m_dependencies.onClose = [this] { m_window.reset(); };
+    m_dependencies.onSave = [this](const AppConfig&) {
+        return m_window.reset(), Outcome(Success{});
     };
     const std::function<void()> ways[] = {[&] { m_window->close(); }, [&] { save(); },
                                           [&] { click(the<QPushButton>("Enregistrer")); }};
@@ -257,6 +226,122 @@ TEST_F(SettingsWindowTest, theHostMayDestroyItFromEachCallback) {
         way();
         EXPECT_FALSE(m_window);
     }
+}
+
+// An editing key that does nothing, a line break in a word, a secret that other programs can read.
+TEST(PasteableTextField, editsByItsKeysButGivesNoSecretAway) {
+    QClipboard& clipboard = *QGuiApplication::clipboard();
+    for (const bool isPlain : {true, false}) {
+        PasteableTextField field(
+            isPlain ? PasteableTextField::Kind::plain : PasteableTextField::Kind::secure, "...",
+            nullptr);
+        const auto press = [&](Qt::Key key) {
+            QTest::keyClick(&field.field(), key, Qt::ControlModifier);
+        };
+        QString heard;
+        field.onTextChanged = [&](const QString& text) { heard = text; };
+        clipboard.setText("x\r\ny");
+        press(Qt::Key_V);
+        EXPECT_EQ(heard, "x y");
+        EXPECT_EQ(field.field().displayText().contains("x"), isPlain);
+        for (const Qt::Key key : {Qt::Key_C, Qt::Key_X}) {
+            clipboard.setText("other");
+            press(Qt::Key_A);
+            press(key);
+            EXPECT_EQ(clipboard.text() == "other", !isPlain);
+        }
+        EXPECT_EQ(field.text(), isPlain ? "" : "x y");
+    }
+}
+
+// A character cut in two, or a line break that gets into one line.
+TEST(OneLine, cutsBetweenCharacters) {
+    EXPECT_EQ(oneLine("a\r\n\tb\u2028c"), "a   b c");
+    EXPECT_EQ(oneLine("\U0001F469\U0001F469", 3), QString("\U0001F469\u2026"));
+}
+
+class AlertTest : public PartTest {
+  protected:
+    ~AlertTest() override {
+        delete m_alert;
+        QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
+    }
+    void show() {
+        m_alert = m_alerts.show({{}, "Text", "Text", {"First", "R&D", "Last"}},
+                                [this](std::size_t button) { m_answers.push_back(button); });
+    }
+    QPushButton* button(int index) { return m_alert->findChildren<QPushButton*>().at(index); }
+    /// The texts and buttons of the one window that is shown.
+    std::string shown() {
+        std::string texts;
+        for (QWidget* window : QApplication::topLevelWidgets()) {
+            if (!window->isVisible())
+                continue;
+            m_alert = window;
+            for (const auto* part : window->findChildren<QTextEdit*>())
+                texts += part->toPlainText().toStdString() + "|";
+            for (const auto* part : window->findChildren<QPushButton*>())
+                texts += part->accessibleName().toStdString() + "|";
+        }
+        return texts;
+    }
+
+    const QRect m_screen = QGuiApplication::primaryScreen()->availableGeometry();
+    const Alerts m_alerts{m_clock, [this] { return m_screen; }};
+    QPointer<QWidget> m_alert;
+    std::vector<std::size_t> m_answers;
+};
+
+// An answer given twice, to a window that is gone, or to the keys of somebody who was typing.
+TEST_F(AlertTest, answersOnceAndNotToWhatIsTyped) {
+    show();
+    button(1)->click();  // the mouse need not wait
+    m_alert->close();
+    EXPECT_THAT(std::exchange(m_answers, {}), ElementsAre(1u));
+    QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
+    EXPECT_TRUE(m_alert.isNull());
+    for (const auto& [key, answer] : std::initializer_list<std::pair<Qt::Key, std::size_t>>{
+             {Qt::Key_Return, 0}, {Qt::Key_Space, 0}, {Qt::Key_Escape, 2}}) {
+        show();
+        QTest::keyClick(m_alert->windowHandle(), key);
+        m_clock.advance(1s);
+        QTest::keyClick(m_alert->windowHandle(), Qt::Key_A);
+        QTest::keyClick(m_alert->windowHandle(), key);
+        EXPECT_THAT(m_answers, IsEmpty()) << key;
+        m_clock.advance(1s);
+        QTest::keyClick(m_alert->windowHandle(), key);
+        EXPECT_THAT(std::exchange(m_answers, {}), ElementsAre(answer)) << key;
+    }
+}
+
+// A text of the update's windows that is wrong, a button that does another's work.
+TEST_F(AlertTest, updateDialogsSpeakToTheUser) {
+    UpdateDialogs windows(m_alerts);
+    windows.showUpdateDialog({.version = "1.3", .releaseNotes = "<b>"}, "1.2", [&](auto answer) {
+        m_answers.push_back(answer == UpdateWindows::Answer::install);
+    });
+    EXPECT_EQ(shown(),
+              "Nulo 1.3 est disponible|Vous utilisez la version 1.2.\n\n<b>|"
+              "Installer maintenant|Plus tard|");
+    button(0)->click();
+    windows.showUpToDate("1.2", [&] { m_answers.push_back(7); });
+    EXPECT_EQ(shown(), "Nulo est a jour|Vous utilisez la derniere version (1.2).|OK|");
+    button(0)->click();
+    windows.showError("Echec.", [&] { m_answers.push_back(8); });
+    EXPECT_EQ(shown(), "Erreur de mise a jour|Echec.|OK|");
+    m_alert->close();
+    windows.bringToFront();
+    EXPECT_EQ(shown(), "") << "a closed alert came back";
+    windows.showProgress("1.3", [&] {
+        m_answers.push_back(9);
+        windows.closeProgress();
+    });
+    shown();
+    EXPECT_EQ(m_alert->size(), QSize(320, 100));
+    QTest::keyClick(m_alert, Qt::Key_Escape);
+    QCoreApplication::processEvents();
+    EXPECT_THAT(m_answers, ElementsAre(1u, 7u, 8u, 9u));
+    EXPECT_TRUE(m_alert.isNull());
 }
 
 }  // namespace

@@ -2,7 +2,8 @@
 // voice heard by a virtual microphone, the chord really pressed, the words read out of another
 // program's window, the menu opened by a click on the panel's icon.
 //
-//   nulo-demo FOLDER     leaves pictures of the screen in FOLDER
+//   nulo-demo FOLDER          leaves pictures of the screen in FOLDER
+//   nulo-demo FOLDER sway     the same in sway, which has no panel here; the words go to a terminal
 
 #include <QCoreApplication>
 #include <QRgb>
@@ -10,9 +11,11 @@
 #include <cstdio>
 #include <exception>
 #include <filesystem>
+#include <optional>
 #include <sstream>
 #include <stdexcept>
 #include <string>
+#include <string_view>
 #include <thread>
 
 #include "rig/desktop/DesktopPanel.h"
@@ -62,7 +65,7 @@ QImage pictureOfTheWords(const DesktopSession& desktop) {
     int most = 0;
     waitUntil(
         [&] {
-            const QImage screen = takeScreenshot(desktop.xServer().display());
+            const QImage screen = desktop.picture();
             const int light = lightPixels(screen);
             if (light > most) {
                 most = light;
@@ -75,16 +78,19 @@ QImage pictureOfTheWords(const DesktopSession& desktop) {
     return best;
 }
 
-int demonstrate(const std::filesystem::path& pictures) {
+int demonstrate(const std::filesystem::path& pictures, DesktopSession::Screen screen) {
     std::filesystem::create_directories(pictures);
     const RecordedSpeech speech = recordedSpeech();
     const CompanionProcess companion;
-    DesktopSession desktop;
+    DesktopSession desktop(DesktopSession::Launch::later, screen);
     desktop.writeServiceFile(companion.baseURL());
-    DesktopPanel panel(desktop);
+    std::optional<DesktopPanel> panel;
+    if (screen == DesktopSession::Screen::x11)
+        panel.emplace(desktop);
     desktop.startTextWindow();
     desktop.startNulo();
-    require(panel.waitForIcon(DesktopPanel::Icon::idle), "The panel did not show Nulo's icon.");
+    require(!panel || panel->waitForIcon(DesktopPanel::Icon::idle),
+            "The panel did not show Nulo's icon.");
     desktop.screenshot(pictures / "idle.png");
 
     std::printf("Spoken:      %s\n", speech.words.c_str());
@@ -92,7 +98,7 @@ int demonstrate(const std::filesystem::path& pictures) {
     desktop.waitForPrinted("Recording started");
     const auto voice = desktop.soundServer().play(speech.file);
     std::this_thread::sleep_for(std::chrono::seconds(3));
-    require(panel.waitForIcon(DesktopPanel::Icon::recording),
+    require(!panel || panel->waitForIcon(DesktopPanel::Icon::recording),
             "The icon in the panel did not turn red while Nulo recorded.");
     desktop.screenshot(pictures / "recording.png");
     voice->wait(std::chrono::seconds(60));
@@ -112,12 +118,17 @@ int demonstrate(const std::filesystem::path& pictures) {
     std::printf("Text window: %s\n", desktop.text().c_str());
     const int words = wordsInOrder(recognised, speech.words);
 
-    require(panel.waitForIcon(DesktopPanel::Icon::idle),
+    require(!panel || panel->waitForIcon(DesktopPanel::Icon::idle),
             "The icon in the panel stayed red after the recording.");
-    require(!panel.openMenu().isEmpty(), "A click on the icon in the panel opened no menu.");
-    desktop.screenshot(pictures / "menu.png");
-    panel.closeMenu();
-    std::printf("Pictures:    %s/{idle,recording,waiting,streaming,menu}.png\n", pictures.c_str());
+    if (panel) {
+        require(!panel->openMenu().isEmpty(), "A click on the icon in the panel opened no menu.");
+        desktop.screenshot(pictures / "menu.png");
+        panel->closeMenu();
+    } else {
+        desktop.screenshot(pictures / "pasted.png");
+    }
+    std::printf("Pictures:    %s/{idle,recording,waiting,streaming,%s}.png\n", pictures.c_str(),
+                panel ? "menu" : "pasted");
     const bool stopped = desktop.stopNulo() == 0 && desktop.noKeyIsDown();
 
     if (!arrived || !stopped || words < 5) {
@@ -137,13 +148,15 @@ int demonstrate(const std::filesystem::path& pictures) {
 }  // namespace nulo
 
 int main(int argc, char** argv) {
-    if (argc != 2) {
-        std::fprintf(stderr, "usage: nulo-demo FOLDER\n");
+    const bool isSway = argc == 3 && argv[2] == std::string_view("sway");
+    if (argc != 2 && !isSway) {
+        std::fprintf(stderr, "usage: nulo-demo FOLDER [sway]\n");
         return 2;
     }
     QCoreApplication application(argc, argv);  // what speaks to the session bus needs one
     try {
-        return nulo::demonstrate(argv[1]);
+        return nulo::demonstrate(argv[1], isSway ? nulo::DesktopSession::Screen::sway
+                                                 : nulo::DesktopSession::Screen::x11);
     } catch (const std::exception& failure) {
         std::fprintf(stderr, "nulo-demo: %s\n", failure.what());
         return 1;

@@ -99,10 +99,14 @@ class Windows {
     }
 
     void drawSettings() {
-        const SettingsHost host{.load = [] { return std::nullopt; },
-                                .onSave = [](const AppConfig&) { return Outcome(Success()); }};
+        const SettingsDependencies dependencies{
+            .load = [] { return std::nullopt; },
+            .onSave = [](const AppConfig&) { return Outcome(Success()); },
+            .ask = [this](
+                       QWidget& over, const AlertContent& content,
+                       auto onAnswer) { m_alerts.showOver(over, content, std::move(onAnswer)); }};
         const std::unique_ptr<QWidget> window =
-            makeSettingsWindow(someonesSettings(), host, visibleFrame());
+            makeSettingsWindow(someonesSettings(), dependencies, visibleFrame());
         window->show();
         save(*window, "settings");
         window->resize(window->minimumSize());

@@ -1,16 +1,14 @@
-#include "service/offline/AudioDecoder.h"
+#include "service/AudioDecoder.h"
 
 #include <gtest/gtest.h>
 
 #include <cmath>
-#include <filesystem>
 #include <numbers>
 
 #include "Form.h"
 #include "base/FileIO.h"
 #include "rig/process/ChildProcess.h"
 #include "rig/process/TemporaryFolder.h"
-#include "service/offline/SpeechEngine.h"
 
 namespace nulo::service {
 namespace {
@@ -45,13 +43,11 @@ TEST(AudioDecoder, makesSpeechSamplesOfAnM4aTake) {
 
 // At 1 Hz a file of 94 bytes was two gigabytes of sound.
 TEST(AudioDecoder, refusesRatesThatNobodySpeaksAt) {
-    const auto second = [](std::uint32_t rate) {
-        return speechWav(std::vector<std::int16_t>(rate), rate);
-    };
-    for (const std::uint32_t rate : {1U, 3999U, 192001U})
-        EXPECT_FALSE(decoded(second(rate))) << rate;
-    for (const std::uint32_t rate : {4000U, 192000U})
-        EXPECT_TRUE(decoded(second(rate))) << rate;
+    for (const auto& [rate, isHeard] :
+         {std::pair{1, false}, {3999, false}, {4000, true}, {192000, true}, {192001, false}}) {
+        const std::vector<std::int16_t> second(static_cast<std::size_t>(rate));
+        EXPECT_EQ(bool(decoded(speechWav(second, static_cast<std::uint32_t>(rate)))), isHeard);
+    }
 }
 
 TEST(AudioDecoder, refusesWhatIsNoWholeAudioFile) {

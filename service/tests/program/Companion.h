@@ -1,9 +1,10 @@
 #pragma once
 
-#include <gtest/gtest.h>
+#include <gmock/gmock.h>
 #include <httplib.h>
 
 #include <future>
+#include <latch>
 #include <mutex>
 #include <nlohmann/json.hpp>
 
@@ -11,7 +12,7 @@
 #include "RawClient.h"
 #include "rig/http/ScriptedHttpServer.h"
 #include "rig/process/WaitUntil.h"
-#include "service/SpeechApi.h"
+#include "service/app/SpeechApi.h"
 #include "service/gateway/GatewayCleanup.h"
 #include "service/gateway/GatewayRecogniser.h"
 #include "service/http/HttpServer.h"
@@ -24,33 +25,15 @@ using nlohmann::json;
 using Connection = ScriptedHttpServer::Connection;
 using std::chrono::milliseconds;
 
-/// Words of an answer's events, and whether it ended as it should.
-inline std::pair<std::string, bool> textOf(const std::string& stream) {
-    std::istringstream lines(stream);
-    std::string text;
-    for (std::string line; std::getline(lines, line);) {
-        if (line == "data: [DONE]")
-            return {text, true};
-        if (line.starts_with("data: "))
-            text += json::parse(line.substr(6))["choices"][0]["delta"]["content"];
-    }
-    return {text, false};
-}
-
 /// The whole service in this process, with an offline engine that hears when the test says so.
 class CompanionTest : public testing::Test {
   protected:
     explicit CompanionTest(HttpServer::Limits serverLimits = {}, ProviderCalls::Limits limits = {})
         : calls(
-              client, systemClock(),
-              [this](milliseconds duration) {
-                  const std::scoped_lock lock(mutex);
-                  slept += duration;
-              },
-              [this](std::string_view line) { keepLine(line); }, metrics, limits),
-          server(
-              systemClock(), [this](std::string_view line) { keepLine(line); }, serverLimits,
-              [this](const RequestHead& head) { return api.accept(head); }) {
+              client, systemClock(), [this](milliseconds duration) { slept += duration.count(); },
+              print, metrics, limits),
+          server(systemClock(), print, serverLimits,
+                 [this](const RequestHead& head) { return api.accept(head); }) {
         const auto socket = openSocket("127.0.0.1", 0).value();
         EXPECT_TRUE(server.start(socket, std::nullopt));
         port = socket.port;
@@ -58,23 +41,15 @@ class CompanionTest : public testing::Test {
     }
     ~CompanionTest() override {
         letGo();
-        finish();
+        server.finish();
         running.join();
         for (const char* secret : {"sk-secret", "spoken"})
             EXPECT_EQ(log.find(secret), std::string::npos) << log;
     }
 
     void letGo() {
-        if (!std::exchange(m_released, true))
-            m_release.set_value();
-    }
-    void finish() {
-        if (!std::exchange(m_finished, true))
-            server.finish();
-    }
-    void keepLine(std::string_view line) {
-        const std::scoped_lock lock(mutex);
-        log += std::string(line) + "\n";
+        if (!m_letGo.try_wait())
+            m_letGo.count_down();
     }
     std::string logged() {
         const std::scoped_lock lock(mutex);
@@ -96,8 +71,12 @@ class CompanionTest : public testing::Test {
     }
 
     std::mutex mutex;
-    std::string log;  // with the next, under mutex
-    milliseconds slept{0};
+    std::string log;  // under mutex
+    const Print print = [this](std::string_view line) {
+        const std::scoped_lock lock(mutex);
+        log += std::string(line) + "\n";
+    };
+    std::atomic<long> slept = 0;  // milliseconds
     std::atomic<int> hearing = 0;
     GatewayConfig config;
     Metrics metrics;
@@ -105,22 +84,17 @@ class CompanionTest : public testing::Test {
     ProviderCalls calls;
 
   private:
-    class HeldEngine final : public SpeechEngine {
-      public:
-        explicit HeldEngine(CompanionTest& test) : m_test(test) {}
-        std::string hear(std::span<const std::int16_t>, const std::string&) override {
-            ++m_test.hearing;
-            m_test.m_letGo.wait();
-            return "um spoken words";
+    struct HeldEngine final : SpeechEngine {
+        explicit HeldEngine(CompanionTest& one) : test(one) {}
+        Transcript hear(std::span<const std::int16_t>, const SpeechHints&,
+                        const StillWanted&) override {
+            ++test.hearing;
+            test.m_letGo.wait();
+            return {"um spoken words", "en"};
         }
-
-      private:
-        CompanionTest& m_test;
+        CompanionTest& test;
     };
-    std::promise<void> m_release;
-    std::shared_future<void> m_letGo{m_release.get_future()};
-    bool m_released = false;
-    bool m_finished = false;
+    std::latch m_letGo{1};
 
   protected:
     OfflineRecogniser offline{

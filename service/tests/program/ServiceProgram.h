@@ -1,6 +1,6 @@
 #pragma once
 
-#include <gtest/gtest.h>
+#include <gmock/gmock.h>
 #include <httplib.h>
 
 #include <fstream>
@@ -26,14 +26,12 @@ class Service {
         const std::regex marker("Listening on https?://127\\.0\\.0\\.1:(\\d+)\n");
         std::smatch found;
         std::string text;
-        waitUntil(
-            [&] {
-                text = log();
-                return std::regex_search(text, found, marker) || !m_process.isRunning();
-            },
-            std::chrono::seconds(60));
+        const auto isKnown = [&] {
+            return std::regex_search(text = log(), found, marker) || !m_process.isRunning();
+        };
+        waitUntil(isKnown, std::chrono::seconds(60));
         if (found.empty())
-            throw std::runtime_error("no service: " + log());
+            throw std::runtime_error("no service: " + text);
         port = std::stoi(found[1]);
     }
 
@@ -70,10 +68,5 @@ class Service {
     TemporaryFolder m_folder;
     ChildProcess m_process;
 };
-
-inline std::string openAiAt(const ScriptedHttpServer& upstream) {
-    return R"({"providers": {"openai": {"apiKey": "sk-secret", "baseURL": ")" +
-           upstream.url("/v1") + R"("}}})";
-}
 
 }  // namespace nulo::service

@@ -17,11 +17,11 @@ class DBusMenu final : public BusObject {
   public:
     DBusMenu(const QDBusConnection& connection, const QString& path);
 
-    /// The menu is about to be opened; it may call setMenu().
+    /// Called when the menu is about to be opened; it may call setMenu().
     std::function<void()> onAboutToShow;
 
     void setMenu(Menu menu);
-    /// Shown by hosts that point at a menu that needs attention.
+    /// Some hosts point at a menu that needs attention.
     void setNeedsAttention(bool needsAttention) { m_needsAttention = needsAttention; }
 
   protected:

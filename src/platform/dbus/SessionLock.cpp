@@ -28,7 +28,8 @@ class BusSessionLockWatch final : public SessionLockWatch {
     static QString name(QDBusConnection::BusType bus) {
         return bus == QDBusConnection::SystemBus ? "lock-system" : "lock-session";
     }
-    // Of its own: the shared one stays without a bus if there was none when it was first asked for.
+    // Makes a connection of its own, because the shared one stays without a bus if there was none
+    // when it was first asked for.
     static QDBusConnection connection(QDBusConnection::BusType bus) {
         return QDBusConnection::connectToBus(bus, name(bus));
     }

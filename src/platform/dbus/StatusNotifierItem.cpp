@@ -66,7 +66,7 @@ const QString menuPath = QStringLiteral("/MenuBar");
 /// have the fallback made, whose toolkit asks that watcher too and waits: 25 seconds without us.
 constexpr int noTimeout = std::numeric_limits<int>::max();
 
-// What panels of common sizes ask for, at one and at two device pixels a point.
+// The widths that panels of common sizes ask for, at one and at two device pixels a point.
 constexpr int pixmapWidths[] = {16, 18, 22, 24, 32, 36, 44, 48, 64, 96, 128};
 
 const char introspection[] = R"xml(<interface name="org.kde.StatusNotifierItem">
@@ -171,7 +171,8 @@ class ItemObject final : public BusObject {
   private:
     static constexpr const char* needsAttentionStatus = "NeedsAttention";
 
-    /// When a host asks, not when the icon is set: that is at the start of a dictation.
+    /// Draws the icon when a host asks for it, and not when it is set, which is at the start of a
+    /// dictation.
     const QList<IconPixmap>& drawn() const {
         if (m_pixmaps.isEmpty() && m_draw)
             for (const int width : pixmapWidths)

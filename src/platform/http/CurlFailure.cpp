@@ -4,13 +4,15 @@
 #include <cerrno>
 #include <system_error>
 
+#include "base/Ascii.h"
+
 namespace nulo {
 namespace {
 
 std::string withSmallFirstLetter(std::string text) {
     const bool isWord = text.size() > 1 && text[1] >= 'a' && text[1] <= 'z';
-    if (isWord && text[0] >= 'A' && text[0] <= 'Z')
-        text[0] = static_cast<char>(text[0] - 'A' + 'a');
+    if (isWord)
+        text[0] = asciiLower(text[0]);
     return text;
 }
 

@@ -21,7 +21,8 @@ struct CurlFailure {
 /// A sentence that a person can act on; never holds a header's value.
 Error describe(const CurlFailure& failure, const HttpUrl& url);
 
-/// Nothing came or went for `idleTimeout`, before or after the connection was made.
+/// The error of an exchange on which nothing came or went for `idleTimeout`; `connected` tells
+/// whether the connection stood.
 Error describeSilence(std::chrono::milliseconds idleTimeout, bool connected, std::string peer,
                       const HttpUrl& url);
 

@@ -2,7 +2,6 @@
 #include <algorithm>
 #include <chrono>
 #include <csignal>
-#include <cstdlib>
 #include <limits>
 #include <map>
 #include <memory>
@@ -12,6 +11,7 @@
 #include <utility>
 #include <vector>
 
+#include "base/Environment.h"
 #include "platform/http/CurlHttp.h"
 #include "platform/http/CurlTransfer.h"
 
@@ -33,8 +33,7 @@ class CurlHttpSession final : public HttpSession {
         if (!m_multi)
             throw std::bad_alloc();
         curl_multi_setopt(m_multi, CURLMOPT_MAXCONNECTS, mostIdleConnections);
-        if (const char* file = std::getenv("SSL_CERT_FILE"))
-            m_state.authorities = file;
+        m_state.authorities = environmentVariable("SSL_CERT_FILE");
         m_thread = std::thread([this] { run(); });
     }
 

@@ -28,7 +28,8 @@ T infoOf(CURL* easy, CURLINFO info) {
     return value;
 }
 
-/// As a beginning: the kernel still lets it grow with the connection's pace.
+/// Sets the size that the buffer begins with; the kernel still lets it grow with the connection's
+/// pace.
 void widenSendBuffer(curl_socket_t socket) {
     const int grows = 0;
     setsockopt(socket, SOL_SOCKET, SO_SNDBUF, &sendBufferBytes, sizeof sendBufferBytes);
@@ -96,7 +97,7 @@ void CurlTransfer::setHeaders() {
     const HttpHeaders headers = withoutReplacedHeaders(m_request.headers);
     for (const auto& [name, value] : headers)
         append(value.empty() ? name + ";" : name + ": " + value);
-    // libcurl's own: a pause before a long body, and a form type that nobody asked for.
+    // Keeps libcurl from adding headers of its own: a pause before a long body, and a form's type.
     for (const char* name : {"Expect", "Content-Type"})
         if (std::none_of(headers.begin(), headers.end(), [&](const auto& header) {
                 return equalIgnoringAsciiCase(header.first, name);
@@ -211,7 +212,7 @@ HttpTransactionMetrics CurlTransfer::metrics() const {
 
 bool CurlTransfer::endExchange(CURLcode result) {
     m_metrics.push_back(metrics());
-    if (m_next) {  // also when its body was cut off: nobody wants that
+    if (m_next) {  // also when its body, which is of no use, was cut off
         adaptToRedirect(m_request, m_head.status);
         return true;
     }
@@ -366,7 +367,8 @@ int CurlTransfer::onClose(void* session, curl_socket_t socket) {
     return ::close(socket);
 }
 
-/// Also before an exchange on a kept connection, and before each further attempt at it.
+/// libcurl calls this also before an exchange on a kept connection, and before each further attempt
+/// at it.
 int CurlTransfer::onConnected(void* self, char*, char*, int, int localPort) {
     return static_cast<CurlTransfer*>(self)->beginRequest(localPort) ? CURL_PREREQFUNC_OK
                                                                      : CURL_PREREQFUNC_ABORT;

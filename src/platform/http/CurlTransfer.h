@@ -27,8 +27,8 @@ struct CurlListDeleter {
 
 /// A connection that a session has opened; exchanges hold on to it beyond its end.
 struct CurlConnection {
-    curl_socket_t socket = CURL_SOCKET_BAD;  // that again once it is closed
-    SocketActivity atEnd;                    // once it is closed
+    curl_socket_t socket = CURL_SOCKET_BAD;  // CURL_SOCKET_BAD again once it is closed
+    SocketActivity atEnd;                    // the activity up to the close
     bool isToOwnProgram = false;             // known to lead to this user's or root's
 
     SocketActivity activity() const {
@@ -62,8 +62,8 @@ class CurlTransfer {
         return std::max(m_request.idleTimeout, std::chrono::milliseconds(1));
     }
 
-    /// These two once the handle is out of the multi handle. The first tells whether a redirect is
-    /// to be followed: prepare() again.
+    /// One of these two ends the exchange, once the handle is out of the multi handle. After true
+    /// from endExchange() a redirect is to be followed: call prepare() again.
     bool endExchange(CURLcode result);
     void endInSilence();
 
@@ -81,7 +81,8 @@ class CurlTransfer {
     bool takeBody(std::string_view bytes);
     /// The connection stands and the request is about to be written to it.
     bool beginRequest(int localPort);
-    /// Of a request that was begun on a kept connection which then broke.
+    /// Whether the server may have got the request, which was begun on a kept connection that then
+    /// broke.
     bool mayHaveArrived() const;
     Error failure(CURLcode code) const;
 
@@ -103,7 +104,7 @@ class CurlTransfer {
     int m_redirects = 0;
     std::string m_heldBack;  // the beginning of a character whose rest has yet to come
 
-    // Of the present exchange; the list is read until the handle is gone.
+    // The present exchange. The list is read until the handle is gone.
     HttpUrl m_url;
     std::unique_ptr<curl_slist, CurlListDeleter> m_headers;
     std::unique_ptr<CURL, CurlEasyDeleter> m_easy;
@@ -117,7 +118,7 @@ class CurlTransfer {
     std::optional<Error> m_refusal;                // why the request was not written
     std::shared_ptr<CurlConnection> m_connection;  // the last that was opened, then the carrier
     std::shared_ptr<CurlConnection> m_carrier;     // what the request is written to
-    SocketActivity m_atRequest;                    // the carrier's when it began to be
+    SocketActivity m_atRequest;                    // the carrier's when the request began
     SocketActivity m_activity;                     // at the last look
     std::uint64_t m_written = 0;                   // bytes of the request, at the last look
     std::uint64_t m_read = 0;                      // bytes of the answer, at the last look

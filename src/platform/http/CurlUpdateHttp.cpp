@@ -64,7 +64,7 @@ class Exchange final : public HttpSessionDelegate {
     void didComplete(HttpTaskId, const std::optional<Error>& error) override {
         if (m_ended)
             return;
-        if (m_next)  // also when its body was cut off: nobody wants that
+        if (m_next)  // also when its body, which is of no use, was cut off
             return followRedirect(*std::exchange(m_next, std::nullopt));
         if (error)
             return end(*error);

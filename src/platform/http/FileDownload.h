@@ -16,12 +16,12 @@ class FileDownload {
     FileDownload(const FileDownload&) = delete;
     FileDownload& operator=(const FileDownload&) = delete;
 
-    /// Once. The file must not exist; only its owner can read it.
+    /// Call it once. The file must not exist; only its owner will be able to read it.
     Outcome create(const std::filesystem::path& path);
     Outcome write(std::string_view bytes);
-    /// All that was written is in the file's hands; errors that the system held back come out now.
+    /// Completes the file; errors that the system held back come out now.
     Outcome close();
-    /// After close().
+    /// Leaves the file where it is. Call it after close().
     void keep() { m_path.clear(); }
 
   private:

@@ -9,17 +9,18 @@
 namespace nulo {
 
 constexpr int mostRedirects = 8;
-/// Nobody wants the body of a redirect, and reading it to its end keeps the connection.
+/// The body of a redirect is of no use, but reading it to its end keeps the connection.
 constexpr std::size_t longestRedirectBody = 64 * 1024;
 
 /// Why the request cannot be put on the wire: a method or header that would break out of its line.
 /// Names the header, never its value.
 std::optional<Error> faultOf(const HttpRequest& request);
 
-/// The headers as they are to be sent: of entries with one name only the last.
+/// The headers that are to be sent: of several entries with one name, the last.
 HttpHeaders withoutReplacedHeaders(const HttpHeaders& headers);
 
-/// Where the head sends a client, as written there; nothing when it is no redirect.
+/// The place that a redirect sends a client to, as it is written in the head; nothing when the head
+/// is no redirect's.
 std::optional<std::string> redirectTarget(const HttpResponseHead& head);
 
 /// `reference` as a document at `base` would mean it.

@@ -1,7 +1,7 @@
 #include <utility>
 
 #include "base/Lifetime.h"
-#include "platform/Backends.h"
+#include "platform/WaylandBackends.h"
 #include "platform/keytap/KeytapConnection.h"
 
 namespace nulo {

@@ -1,11 +1,9 @@
-#include "platform/keytap/KeytapSwitch.h"
-
 #include <QProcess>
 #include <QStandardPaths>
 
+#include "platform/WaylandBackends.h"
 #include "platform/keytap/KeytapConnection.h"
 #include "platform/keytap/SessionKeymap.h"
-#include "platform/session/BackendChoice.h"
 
 namespace nulo {
 
@@ -16,9 +14,8 @@ std::shared_ptr<KeytapConnection> makeKeytapConnection() {
 
 bool switchKeytapOn() {
     const QString pkexec = QStandardPaths::findExecutable("pkexec");
-    return sessionFacts().keytap == KeytapInstallation::off && !pkexec.isEmpty() &&
-           QProcess::startDetached(pkexec,
-                                   {"/usr/bin/systemctl", "enable", "--now", "nulo-keytap.socket"});
+    return !pkexec.isEmpty() && QProcess::startDetached(pkexec, {"/usr/bin/systemctl", "enable",
+                                                                 "--now", "nulo-keytap.socket"});
 }
 
 }  // namespace nulo

@@ -1,61 +1,94 @@
 #include "platform/session/BackendChoice.h"
 
-#include <cstdlib>
-#include <filesystem>
-
-#include "keytap/Protocol.h"
-
 namespace nulo {
 namespace {
 
-std::string variable(const char* name) {
-    const char* value = std::getenv(name);
-    return value ? value : "";
+using Candidates = std::vector<BackendCandidate>;
+
+constexpr const char* virtualKeyboards = "zwp_virtual_keyboard_manager_v1";
+constexpr const char* fakeInputs = "org_kde_kwin_fake_input";
+constexpr const char* layerShells = "zwlr_layer_shell_v1";
+
+bool hasDataControl(const SessionFacts& facts) {
+    return facts.offers("ext_data_control_manager_v1") ||
+           facts.offers("zwlr_data_control_manager_v1");
 }
 
-KeytapInstallation keytapInstallation() {
-    std::error_code error;
-    if (std::filesystem::exists(keytap::socketPath, error))
-        return KeytapInstallation::on;
-    for (const char* folder : {"/etc", "/usr/local/lib", "/usr/lib"})
-        if (std::filesystem::exists(std::string(folder) + "/systemd/system/nulo-keytap.socket",
-                                    error))
-            return KeytapInstallation::off;
-    return KeytapInstallation::none;
+bool isKwin(const SessionFacts& facts) {
+    return facts.isDesktop("KDE") || facts.offers("org_kde_plasma_shell");
 }
 
-/// It stands before what else the session offers where it is on, behind it where it is off.
-void addKeytap(BackendChoice& choice, KeytapInstallation keytap) {
-    if (keytap == KeytapInstallation::none)
-        return;
-    const bool isOn = keytap == KeytapInstallation::on;
-    choice.keySource.insert(isOn ? choice.keySource.begin() : choice.keySource.end() - 1,
-                            {Backend::keytap, isOn ? "nulo-keytap, which tells of the chord alone"
-                                                   : "nulo-keytap, once it is switched on"});
-    choice.paste.insert(choice.paste.end() - 1,
-                        {Backend::keytap, "Shift+Insert, by nulo-keytap, while it is on"});
+Candidates waylandKeySource(const SessionFacts& facts) {
+    if (facts.keytap == KeytapInstallation::on)
+        return {{Backend::keytap, "nulo-keytap, which tells of the chord alone"}};
+    if (!facts.swaySocket.empty())
+        return {{Backend::swayBindings, "sway's own bindings: Alt+Space, until Space is let go"}};
+    if (facts.hasPortal)
+        return {{Backend::shortcutsPortal, "the desktop's global shortcuts, by its portal"}};
+    if (facts.keytap == KeytapInstallation::off)
+        return {{Backend::keytap, "nulo-keytap, once it is switched on"}};
+    return {{Backend::none,
+             "Option+Space cannot be watched: nulo-keytap is not installed, the compositor is not "
+             "sway ($SWAYSOCK is not set), and no desktop portal with global shortcuts is on the "
+             "session bus"}};
+}
+
+Candidates waylandClipboard(const SessionFacts& facts) {
+    if (hasDataControl(facts))
+        return {{Backend::dataControl, "both selections, by data-control"}};
+    // KWin hands on what an X11 program has only while that has the focus, and has data-control.
+    if (!facts.display.empty())
+        return {{Backend::qt, "both selections, through XWayland"}};
+    return {{Backend::qt,
+             "the desktop takes a text from the window with the focus only: the compositor offers "
+             "no data-control, and there is no XWayland"}};
+}
+
+Candidates waylandPaste(const SessionFacts& facts) {
+    // Each of the two pastes what data-control has put there.
+    if (hasDataControl(facts) && facts.offers(virtualKeyboards))
+        return {{Backend::virtualKeyboard, "Shift+Insert, by a virtual keyboard"}};
+    if (hasDataControl(facts) && facts.offers(fakeInputs))
+        return {{Backend::fakeInput, "Shift+Insert, by KWin's fake input"}};
+    if (facts.keytap == KeytapInstallation::on)
+        return {{Backend::keytap, "Shift+Insert, by nulo-keytap"}};
+    if (isKwin(facts))
+        return {{Backend::none,
+                 "by hand: KWin does not let this program send keys, as it is not the one that "
+                 "the installed desktop entry names"}};
+    if (facts.hasPortal)
+        return {{Backend::remoteDesktopPortal,
+                 "Shift+Insert, by the desktop's portal, which asks for leave once"}};
+    return {{Backend::none,
+             "by hand: the compositor offers neither a virtual keyboard nor KWin's fake input, and "
+             "no desktop portal is on the session bus"}};
+}
+
+Candidates waylandOverlay(const SessionFacts& facts) {
+    // On KWin a layer's surface takes the keyboard when it is clicked.
+    if (facts.offers(layerShells) && (!isKwin(facts) || facts.display.empty()))
+        return {{Backend::layerShell, "a layer above all windows"}};
+    if (!facts.display.empty())
+        return {{Backend::x11, "above all windows, through XWayland"}};
+    return {{Backend::qt, "where the compositor puts it"}};
 }
 
 }  // namespace
 
-SessionFacts sessionFacts() {
-    return {variable("XDG_SESSION_TYPE"), variable("DISPLAY"), variable("WAYLAND_DISPLAY"),
-            keytapInstallation()};
-}
-
 BackendChoice chooseBackends(const SessionFacts& facts) {
     BackendChoice choice;
-    choice.clipboard = {{Backend::qt, "the desktop's clipboard and primary selection"}};
+    // Windows keep their places on XWayland, and GNOME takes the clipboard from there.
+    choice.toolkitPlatform = facts.display.empty() && facts.isWayland() ? "wayland" : "xcb";
     if (facts.isWayland()) {
-        choice.keySource = {{Backend::none,
-                             "Option+Space cannot be watched in a Wayland session without "
-                             "nulo-keytap, which is not installed"}};
-        choice.paste = {
-            {Backend::none, "by hand: no keys can be sent to other programs without nulo-keytap"}};
-        choice.overlay = {{Backend::qt, "where the compositor puts it"}};
-        addKeytap(choice, facts.keytap);
+        choice.keySource = waylandKeySource(facts);
+        choice.clipboard = waylandClipboard(facts);
+        choice.paste = waylandPaste(facts);
+        choice.overlay = waylandOverlay(facts);
+        choice.overlayTakesClicks =
+            !isKwin(facts) || choice.overlay.front().backend != Backend::layerShell;
         return choice;
     }
+    choice.clipboard = {{Backend::qt, "the desktop's clipboard and primary selection"}};
     if (facts.display.empty()) {
         const BackendCandidate none{Backend::none, "no display ($DISPLAY is not set)"};
         choice.keySource = choice.paste = choice.overlay = {none};

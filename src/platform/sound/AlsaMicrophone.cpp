@@ -171,7 +171,7 @@ class AlsaCapture final : public CaptureEngine {
             interrupt(code);
     }
 
-    /// What is there at this moment; a device that runs on meanwhile does not keep it going.
+    /// Reads what is there at this moment, and no more: the device runs on meanwhile.
     void readRest() {
         const snd_pcm_sframes_t available = snd_pcm_avail(m_pcm.get());
         for (snd_pcm_sframes_t read = 0; read < available;) {
@@ -225,7 +225,7 @@ class AlsaCapture final : public CaptureEngine {
     Lifetime m_lifetime;
 };
 
-/// What there is of a permission is the access to the device files.
+/// Takes the access to the device files for the permission.
 class AlsaMicrophone final : public Microphone {
   public:
     explicit AlsaMicrophone(MainQueue& mainQueue) : m_mainQueue(mainQueue) {}

@@ -30,7 +30,8 @@ namespace fs = std::filesystem;
 
 /// An encoder that takes nothing for so long, of sound as it is recorded, counts as hanging.
 constexpr std::size_t longestBacklogSeconds = 10;
-/// At the end: the looks at an encoder that does nothing, and the wait for one that is busy.
+/// At the end of a file these bound the looks at an encoder that does nothing, and the wait for one
+/// that is busy.
 constexpr auto betweenLooks = std::chrono::milliseconds(100);
 constexpr int mostIdleLooks = 20;
 constexpr auto longestWait = std::chrono::seconds(10);
@@ -59,14 +60,15 @@ fs::path encoderProgram() {
            "libexec/nulo-encoder";
 }
 
-/// Whether a process gets on. What the kernel counts of one that is stopped, or that waits in vain,
-/// stays the same; one that is ready to run has only not had its turn on a busy machine.
+/// Tells whether a process gets on. What the kernel counts of a process stays the same while that
+/// is stopped or waits in vain; a process that is ready to run has only not had its turn on a busy
+/// machine.
 class ProcessActivity {
   public:
     explicit ProcessActivity(pid_t process)
         : m_file("/proc/" + std::to_string(process) + "/stat") {}
 
-    /// Since the last look.
+    /// Whether the process did anything since the last look.
     bool isSeen() {
         std::string line;
         std::getline(std::ifstream(m_file), line);
@@ -199,7 +201,7 @@ class EncoderProcess {
         return Success{};
     }
 
-    /// What the encoder has answered, which it does at its end.
+    /// Reads the answer that the encoder gives at its end.
     Outcome outcome(const std::string& withoutAnswer) {
         std::array<char, 1024> text{};
         const ssize_t count = recv(m_socket, text.data(), text.size(), MSG_DONTWAIT);
@@ -248,7 +250,7 @@ class EncoderProcessWriter final : public AudioFileWriter {
     }
 
   private:
-    /// With the first frames, so that the microphone need not wait for it.
+    /// Starts the encoder with the first frames, so that the microphone need not wait for it.
     Outcome ensureStarted() {
         if (m_failure)
             return *m_failure;

@@ -76,6 +76,11 @@ Result<unsigned> PulseConnection::sampleRate() {
     return m_facts.sampleRate;
 }
 
+std::string PulseConnection::description() {
+    const std::lock_guard lock(m_factsMutex);
+    return m_facts.description;
+}
+
 bool PulseConnection::isAccessDenied() {
     const std::lock_guard lock(m_factsMutex);
     return m_facts.accessDenied;
@@ -217,6 +222,7 @@ void PulseConnection::sourceAnswered(const pa_source_info* info) {
         return;
     m_answer.failure.reset();
     m_answer.sampleRate = aacSampleRate(info->sample_spec.rate);
+    m_answer.description = info->description ? info->description : "";
 }
 
 void PulseConnection::refreshed(const Facts& facts) {

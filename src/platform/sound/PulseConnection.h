@@ -5,6 +5,7 @@
 #include <memory>
 #include <mutex>
 #include <optional>
+#include <string>
 
 #include "audio/CaptureEngine.h"
 #include "base/MainQueue.h"
@@ -39,7 +40,7 @@ class PulseLock {
 };
 
 /// The connection to the sound server: made in the background, kept, and made again when it is
-/// lost. Knows the default microphone at all times, so that nobody has to wait for an answer.
+/// lost. Knows the default microphone at all times, so that no caller waits for an answer.
 class PulseConnection {
   public:
     explicit PulseConnection(const PulseTimings& timings);
@@ -50,8 +51,10 @@ class PulseConnection {
     /// Frames per second to record the default microphone at. Waits for a connection that is just
     /// being made, less than 10 ms.
     Result<unsigned> sampleRate();
+    /// Of the default microphone, for a person; empty as long as that is not known.
+    std::string description();
     bool isAccessDenied();
-    /// Whether there is none to connect to, as opposed to one that refuses or hangs.
+    /// Whether no sound server is there, as opposed to one that refuses or hangs.
     bool isServerMissing();
 
     pa_threaded_mainloop* loop() const { return m_loop; }
@@ -60,11 +63,12 @@ class PulseConnection {
 
   private:
     struct Facts {
-        bool known = false;  // as long as the first connection is being made, nothing is
+        bool known = false;  // false while the first connection is being made
         std::optional<Error> failure;
         bool accessDenied = false;
         bool serverMissing = false;
         unsigned sampleRate = 0;
+        std::string description;
     };
 
     void connect();

@@ -13,7 +13,8 @@
 namespace nulo {
 namespace {
 
-constexpr uint32_t fragmentBytes = FrameBlocks::length * sizeof(float);
+/// Servers send somewhat less than they are asked for, and the first fragment is to fill a block.
+constexpr uint32_t fragmentBytes = (FrameBlocks::length + 64) * sizeof(float);
 
 class PulseCapture final : public CaptureEngine {
   public:
@@ -82,8 +83,7 @@ class PulseCapture final : public CaptureEngine {
         if (!m_stream)
             return;
         const PulseLock lock(m_connection->loop());
-        readAvailable();  // up to a fragment of the last word; its own thread is locked out
-        m_blocks->flush();
+        m_blocks->flush();  // what has arrived was read as it came
         release();
     }
 
@@ -175,7 +175,7 @@ class PulseCapture final : public CaptureEngine {
         }
     }
 
-    /// In place of a hole in the server's data, so that the rest keeps its place in time.
+    /// Fills a hole in the server's data, so that the rest keeps its place in time.
     void addSilence(size_t frames) {
         static constexpr std::array<float, FrameBlocks::length> silence{};
         while (frames > 0) {
@@ -256,6 +256,9 @@ class PulseMicrophone final : public Microphone {
         if (isStoodInFor())
             return m_withoutServer->makeEngine();
         return std::make_unique<PulseCapture>(m_connection, m_mainQueue, m_print, m_silenceBound);
+    }
+    std::string name() override {
+        return isStoodInFor() ? m_withoutServer->name() : m_connection->description();
     }
 
   private:

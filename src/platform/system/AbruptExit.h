@@ -14,8 +14,8 @@ class AbruptExit {
     AbruptExit(const AbruptExit&) = delete;
     AbruptExit& operator=(const AbruptExit&) = delete;
 
-    /// To be called once a library is in use that may have registered its own clean-up for the
-    /// exit, as TLS libraries do: what is registered last comes first.
+    /// Call it once a library is in use that may have registered its own clean-up for the exit, as
+    /// TLS libraries do: what is registered last comes first.
     void comeFirst();
 };
 

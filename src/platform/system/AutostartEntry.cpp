@@ -11,7 +11,7 @@ namespace fs = std::filesystem;
 
 constexpr std::uintmax_t largestEntry = 64 * 1024;
 
-/// As the value of any key is written: its reader takes these escapes out first.
+/// Escapes the value of a key; a reader takes these escapes out before all else.
 std::string escapedValue(std::string_view text) {
     std::string escaped;
     for (const char character : text) {
@@ -35,8 +35,8 @@ std::string escapedValue(std::string_view text) {
     return escaped;
 }
 
-/// As a word of a command line, before escapedValue(): quoted, and no letter taken for a field
-/// code.
+/// Quotes a word of a command line, so that no letter of it is taken for a field code. The line
+/// still goes through escapedValue().
 std::string quotedArgument(std::string_view text) {
     std::string quoted = "\"";
     for (const char character : text) {
@@ -62,7 +62,7 @@ std::string execLine(const std::string& program) {
     return "\nExec=" + escapedValue(commandLine(program)) + " --quiet\n";
 }
 
-/// As earlier versions wrote it.
+/// The line that earlier versions wrote.
 std::string loudExecLine(const std::string& program) {
     return "\nExec=" + escapedValue(commandLine(program)) + "\n";
 }

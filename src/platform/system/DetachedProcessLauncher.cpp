@@ -28,7 +28,8 @@ struct Image {
     _exit(127);
 }
 
-/// In the forked process: signals as a fresh process has them, whatever a thread of ours blocks.
+/// Gives the forked process its signals as a fresh process has them, whatever a thread of ours
+/// blocks.
 void resetSignals() {
     for (int number = 1; number < NSIG; ++number)
         std::signal(number, SIG_DFL);
@@ -37,7 +38,8 @@ void resetSignals() {
     sigprocmask(SIG_SETMASK, &none, nullptr);
 }
 
-/// Forks once more, so that the program is nobody's child here: whoever adopts it collects it.
+/// Forks once more, so that the program is no child of ours: the process that adopts it collects
+/// it.
 [[noreturn]] void becomeProgram(const Image& image) {
     setsid();
     const pid_t child = fork();

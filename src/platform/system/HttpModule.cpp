@@ -8,8 +8,8 @@
 namespace nulo {
 namespace {
 
-/// Of the module of this version, beside this program. Without it the program is not installed
-/// whole.
+/// Finds a function of the module that lies beside this program, of its version. Without the module
+/// the program is not installed whole.
 template <typename Function>
 Function* functionOfModule(const char* name) {
     static void* const module = [] {

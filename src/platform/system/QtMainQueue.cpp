@@ -85,7 +85,8 @@ class QtMainQueue final : public MainQueue {
             const auto alive = weak.lock();
             if (!alive)
                 return;
-            // On the beat, but beats that were missed while main was busy are not made up for.
+            // The timer keeps its beat, but beats that were missed while main was busy are not made
+            // up for.
             const auto next = due + alive->interval;
             const auto now = std::chrono::steady_clock::now();
             schedule(next >= now ? next : now + alive->interval, alive);
@@ -93,14 +94,14 @@ class QtMainQueue final : public MainQueue {
         });
     }
 
-    // With the lock held.
+    // Called with the lock held.
     void insert(Instant due, Work work) {
         const auto added = m_entries.emplace(Key(due, m_order++), std::move(work)).first;
         if (added == m_entries.begin())
             setTimer();
     }
 
-    // With the lock held. An entry that is due makes the timer readable at once.
+    // Called with the lock held. An entry that is due makes the timer readable at once.
     void setTimer() {
         if (m_timer < 0)
             return;

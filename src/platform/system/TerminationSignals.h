@@ -6,9 +6,9 @@
 
 namespace nulo {
 
-/// SIGTERM, SIGINT and SIGHUP as a call on Qt's event loop, until it is destroyed; a second signal
-/// ends the process at once. While it lives, a terminal cannot stop the process. One in a process,
-/// on the main thread, after QCoreApplication was made.
+/// Turns SIGTERM, SIGINT and SIGHUP into a call on Qt's event loop, until it is destroyed; a second
+/// signal ends the process at once. While it lives, a terminal cannot stop the process. One in a
+/// process, on the main thread, after QCoreApplication was made.
 class TerminationSignals {
   public:
     explicit TerminationSignals(std::function<void()> callback);

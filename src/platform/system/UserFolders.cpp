@@ -4,17 +4,13 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <cstdlib>
 #include <string>
 #include <vector>
 
+#include "base/Environment.h"
+
 namespace nulo {
 namespace {
-
-std::string variable(const char* name) {
-    const char* value = std::getenv(name);
-    return value ? value : "";
-}
 
 std::string homeFromPasswordDatabase() {
     std::vector<char> buffer(16 * 1024);
@@ -34,7 +30,7 @@ bool isOwnFolder(const std::filesystem::path& folder) {
 std::filesystem::path recordingsFolder(const std::filesystem::path& temporary) {
     if (!temporary.empty())
         return temporary / "nulo";
-    const std::filesystem::path runtime = variable("XDG_RUNTIME_DIR");
+    const std::filesystem::path runtime = environmentVariable("XDG_RUNTIME_DIR");
     if (isOwnFolder(runtime))
         return runtime / "nulo";
     return "/tmp/nulo-" + std::to_string(geteuid());
@@ -43,11 +39,11 @@ std::filesystem::path recordingsFolder(const std::filesystem::path& temporary) {
 }  // namespace
 
 UserFolders userFolders() {
-    const std::string homeVariable = variable("HOME");
-    const std::string temporary = variable("TMPDIR");
+    const std::string homeVariable = environmentVariable("HOME");
+    const std::string temporary = environmentVariable("TMPDIR");
     const std::filesystem::path home =
         homeVariable.empty() ? homeFromPasswordDatabase() : homeVariable;
-    const std::filesystem::path config = variable("XDG_CONFIG_HOME");
+    const std::filesystem::path config = environmentVariable("XDG_CONFIG_HOME");
     return {.home = home,
             .temporary = temporary.empty() ? "/tmp" : temporary,
             .recordings = recordingsFolder(temporary),

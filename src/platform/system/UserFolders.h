@@ -13,7 +13,7 @@ struct UserFolders {
     std::filesystem::path config;  // $XDG_CONFIG_HOME when absolute, else ~/.config
 };
 
-/// As the environment says now; an empty variable counts as missing. Any thread.
+/// The folders that the environment names now; an empty variable counts as missing. Any thread.
 UserFolders userFolders();
 
 }  // namespace nulo

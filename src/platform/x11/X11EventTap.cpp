@@ -20,13 +20,14 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-/// A lost connection is noticed at once; asking the server whether the grabs are there only shows
-/// what should never be, and wakes up the tap's thread and the server.
+/// Asking the server whether the grabs are still there wakes up the tap's thread and the server,
+/// and finds a fault only if the grabs went although the connection stands: a lost connection is
+/// noticed at once.
 constexpr auto probeInterval = std::chrono::minutes(1);
 constexpr auto longestProbe = std::chrono::seconds(2);
 constexpr auto longestEnd = std::chrono::seconds(1);
 
-/// What the source and its present tap know of each other.
+/// Shared by the source and its present tap.
 struct TapState {
     TapState() : wake(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {}
     ~TapState() { close(wake); }

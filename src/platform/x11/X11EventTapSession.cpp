@@ -82,13 +82,12 @@ std::optional<Error> X11EventTapSession::connect() {
 
     const auto version = NULO_XCB(xcb_input_xi_query_version, connection, 2, 2);
     const auto keyboard = NULO_XCB(xcb_xkb_use_extension, connection, 1, 0);
-    const auto atom = NULO_XCB(xcb_intern_atom, connection, 0, 18, "_NET_ACTIVE_WINDOW");
-    if (!version || !keyboard || !atom)
+    m_activeWindow = atomOf(connection, "_NET_ACTIVE_WINDOW");
+    if (!version || !keyboard || m_activeWindow == XCB_ATOM_NONE)
         return noAnswer;
     if (std::pair(version->major_version, version->minor_version) <
         std::pair<std::uint16_t, std::uint16_t>(2, 1))
         return Error{"the X server's input extension is older than 2.1"};
-    m_activeWindow = atom->atom;
 
     selectEvents(root);
     m_events.emplace(connection);
@@ -262,8 +261,8 @@ void X11EventTapSession::reportModifier(const xcb_input_raw_key_press_event_t& r
     enqueue(key, press, fate);
 }
 
-/// What is not held back cannot be swallowed, so it must not begin a chord: keys typed into a
-/// screen lock, for one, which has the keyboard for itself.
+/// A press that is not held back cannot be swallowed, so it must not begin a chord. Keys typed into
+/// a screen lock, which has the keyboard for itself, are such presses.
 void X11EventTapSession::reportUnqueuedModifier(const xcb_input_raw_key_press_event_t& raw,
                                                 bool press) {
     const auto key = static_cast<xcb_keycode_t>(raw.detail);
@@ -343,7 +342,7 @@ void X11EventTapSession::enqueue(xcb_keycode_t key, bool press, EventFate fate) 
         settle();
 }
 
-/// Answers what is decided; whether the server was talked to.
+/// Answers what is decided; tells whether the server was talked to.
 bool X11EventTapSession::settle() {
     if (m_optionHandedOn) {
         m_optionHandedOn = false;
@@ -373,7 +372,7 @@ bool X11EventTapSession::settle() {
     return true;
 }
 
-/// Follows the focus and the layout; whether there was something to do.
+/// Follows the focus and the layout; tells whether there was something to do.
 bool X11EventTapSession::refresh() {
     if (m_grabWindowIsGone && m_queue->isHeld()) {
         // The server has dropped the grab with its window, and let the queue go.

@@ -38,7 +38,8 @@ class X11EventTapSession {
     using Handler = EventTapSource::Handler;
     using ExpectDelay = X11FrozenQueue::ExpectDelay;
 
-    /// Whether a session can be opened at $DISPLAY, whoever has the keys; grabs nothing.
+    /// Whether a session can be opened at $DISPLAY, also when another program has the keys; grabs
+    /// nothing.
     static Outcome check(InjectionGate& gate, const Handler& handler);
     /// Connects to $DISPLAY and puts the grabs in place. `gate` and `handler` outlive the session;
     /// `hideSpace`: Space, if it is down along with Option, was swallowed by an earlier session.
@@ -48,22 +49,23 @@ class X11EventTapSession {
                                                             bool hideSpace);
     ~X11EventTapSession();
 
-    /// The event connection's first.
+    /// The sockets of both connections, that of the events first.
     std::vector<int> sockets() const;
-    /// First of all: reports Option as up to the handler when the chord is not wholly down.
+    /// Call it before all else: reports Option as up to the handler when the chord is not wholly
+    /// down.
     void begin();
     /// Handles all that has arrived; false when the connection is gone.
     bool handleEvents();
-    /// Inside the handler: the held-back Option press is to be seen by the application.
+    /// Inside the handler only: lets the application see the held-back Option press.
     void postOptionDown();
     /// Ends the chord, as if Option had been let go, and what holds the keyboard.
     void letGo();
 
     bool isKeyboardHeld() const { return m_queue->isHeld(); }
     bool isHidingSpace() const { return m_hidingSpace; }
-    /// As X11OptionGrabs::obstacle().
+    /// See X11OptionGrabs::obstacle().
     const char* obstacle() const { return m_grabs->obstacle(); }
-    /// As X11OptionGrabs::areAlive().
+    /// See X11OptionGrabs::areAlive().
     bool grabsAreAlive() { return m_grabs->areAlive(); }
 
   private:

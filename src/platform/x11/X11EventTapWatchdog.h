@@ -21,12 +21,12 @@ class X11EventTapWatchdog {
     X11EventTapWatchdog& operator=(const X11EventTapWatchdog&) = delete;
 
     // Tap thread.
-    /// Sockets to cut; the first is the one that key events come from. None once they are closed.
+    /// Names the sockets to cut; key events come from the first. Name none once they are closed.
     void watch(std::vector<int> sockets);
-    /// Around the handling of what arrived.
+    /// Call these around the handling of what arrived.
     void beginWork();
     void endWork(bool keyboardHeld);
-    /// The work may take so much longer, within reason.
+    /// Lets the work take so much longer, longestDelay at most.
     void expectDelay(std::chrono::milliseconds delay);
     /// Whether watch()ed sockets were cut because of a stall.
     bool stalled();

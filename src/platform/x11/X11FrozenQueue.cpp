@@ -92,8 +92,9 @@ X11FrozenQueue::Taken X11FrozenQueue::step(const Key& key) {
     return Taken::lost;
 }
 
-/// What follows the request: an event of the queue, or the notice that `key` is none. Slow Keys and
-/// Bounce Keys judge a press when it leaves the queue, and may refuse it along with its release.
+/// Waits for what follows the request: an event of the queue, or the notice that there is none for
+/// `key`. Slow Keys and Bounce Keys judge a press when it leaves the queue, and may refuse it along
+/// with its release.
 XcbEvent X11FrozenQueue::await(std::uint32_t since, const Key& key) {
     xcb_flush(m_holder);
     for (;;) {
@@ -156,8 +157,8 @@ void X11FrozenQueue::comeHome() {
         setHeld(false);
 }
 
-/// For an event that cannot be replayed: the application gets a copy, which programs that ask for
-/// XInput 2 events do not see.
+/// Sends the application a copy of an event that cannot be replayed. Programs that ask for XInput 2
+/// events do not see it.
 void X11FrozenQueue::forward(const xcb_key_press_event_t& event) {
     xcb_key_press_event_t copy = event;
     copy.response_type &= 0x7F;

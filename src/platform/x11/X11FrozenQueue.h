@@ -25,10 +25,10 @@ namespace nulo {
 /// One thread.
 class X11FrozenQueue {
   public:
-    /// Told before a wait that may last as long: the user has the server delay keys.
+    /// Called before a wait that may last as long, because the user has the server delay keys.
     using ExpectDelay = std::function<void(std::chrono::milliseconds)>;
 
-    /// All of it outlives the queue. `helper` is the second connection.
+    /// All references outlive the queue. `helper` is the second connection.
     X11FrozenQueue(X11EventReader& events, xcb_connection_t* helper, std::uint8_t keyboardEvent,
                    const X11KeyWatch& keys, X11WindowManager& windowManager, InjectionGate& gate,
                    const ExpectDelay& expectDelay);
@@ -63,15 +63,15 @@ class X11FrozenQueue {
     void handOn();
     /// Lets go of the keyboard.
     void release();
-    /// The window that the grabs are on from now on.
+    /// Names the window that the grabs are on from now on.
     void moveTo(xcb_window_t window) { m_window = window; }
-    /// The server has let go of it already.
+    /// Notes that the server has let go of the keyboard already.
     void wasLost() { setHeld(false); }
-    /// For a press that a passive grab caught without a hold: the application gets it.
+    /// Lets the application have a press that a passive grab caught without a hold.
     void refuse(xcb_window_t window);
 
-    /// An Option press that was taken out of the queue before its raw event came, while the queue
-    /// was let through; the rest is queued behind it.
+    /// Whether an Option press was taken out of the queue before its raw event came, while the
+    /// queue was let through; the rest is queued behind it.
     bool hasTakenOption() const { return m_takenOption != nullptr; }
     bool isTakenOption(xcb_keycode_t key, std::uint32_t time) const;
     void judgeTakenOption(std::uint32_t sequence, EventFate fate);

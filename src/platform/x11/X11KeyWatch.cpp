@@ -1,35 +1,20 @@
 #include "platform/x11/X11KeyWatch.h"
 
 #include <algorithm>
-#include <string_view>
-
-#include "platform/x11/Xcb.h"
 
 namespace nulo {
 
 std::optional<X11KeyWatch> X11KeyWatch::begin(xcb_connection_t* connection,
                                               const InjectionGate& gate) {
     X11KeyWatch watch(connection, gate);
-    auto keys = X11EventTapKeys::read(connection);
+    auto keys = X11Keymap::read(connection);
     if (!keys)
         return std::nullopt;
     watch.m_keys = std::move(*keys);
-    watch.findInjectingDevices();
+    for (const X11InjectingKeyboard& keyboard : injectingKeyboards(connection))
+        watch.m_injecting.insert(keyboard.device);
     watch.readState();
     return watch;
-}
-
-void X11KeyWatch::findInjectingDevices() {
-    const auto reply = NULO_XCB(xcb_input_xi_query_device, m_connection, XCB_INPUT_DEVICE_ALL);
-    if (!reply)
-        return;
-    auto device = xcb_input_xi_query_device_infos_iterator(reply.get());
-    for (; device.rem > 0; xcb_input_xi_device_info_next(&device)) {
-        const std::string_view name(xcb_input_xi_device_info_name(device.data),
-                                    device.data->name_len);
-        if (name.ends_with("XTEST keyboard"))
-            m_injecting.insert(device.data->deviceid);
-    }
 }
 
 void X11KeyWatch::readState() {
@@ -58,7 +43,7 @@ bool X11KeyWatch::note(const xcb_input_raw_key_press_event_t& raw, bool press) {
 
 bool X11KeyWatch::layoutChanged() {
     const auto before = m_keys.optionKeys();
-    if (auto keys = X11EventTapKeys::read(m_connection))
+    if (auto keys = X11Keymap::read(m_connection))
         m_keys = std::move(*keys);
     return before != m_keys.optionKeys();
 }

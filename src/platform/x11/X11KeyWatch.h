@@ -8,12 +8,12 @@
 #include <vector>
 
 #include "pasting/InjectionGate.h"
-#include "platform/x11/X11EventTapKeys.h"
+#include "platform/x11/X11Keymap.h"
 
 namespace nulo {
 
-/// Which keys the user holds down, on which keyboard, and what they mean in the present layout. One
-/// thread, that of the connection; the connection and the gate outlive it.
+/// Knows which keys the user holds down, on which keyboard, and what they mean in the present
+/// layout. One thread, that of the connection; the connection and the gate outlive it.
 class X11KeyWatch {
   public:
     /// Nothing when the server did not answer.
@@ -25,7 +25,7 @@ class X11KeyWatch {
     /// and released once.
     bool note(const xcb_input_raw_key_press_event_t& raw, bool press);
     void groupChanged(int group) { m_group = group; }
-    /// Reads the layout anew; whether other keys are Option now.
+    /// Reads the layout anew; tells whether other keys are Option now.
     bool layoutChanged();
 
     bool isDown(xcb_keycode_t key) const;
@@ -33,7 +33,7 @@ class X11KeyWatch {
     bool isSpaceDown() const { return !spacesDown().empty(); }
     std::vector<xcb_keycode_t> spacesDown() const;
 
-    // By the present layout.
+    // What a key is in the present layout.
     bool isOption(xcb_keycode_t key) const { return m_keys.isOption(key, m_group); }
     bool isSpace(xcb_keycode_t key) const { return m_keys.isSpace(key, m_group); }
     bool isModifier(xcb_keycode_t key) const { return m_keys.isModifier(key); }
@@ -46,16 +46,15 @@ class X11KeyWatch {
 
     X11KeyWatch(xcb_connection_t* connection, const InjectionGate& gate)
         : m_connection(connection), m_gate(&gate) {}
-    void findInjectingDevices();
     void readState();
 
     xcb_connection_t* m_connection;
     const InjectionGate* m_gate;
-    X11EventTapKeys m_keys;
+    X11Keymap m_keys;
     int m_group = 0;
     std::set<Device> m_injecting;
-    /// By keyboard; 0 has what was down at the beginning.
-    std::map<Device, X11EventTapKeys::KeySet> m_down;
+    /// The keys that are down, by keyboard; 0 has those that were down at the beginning.
+    std::map<Device, X11Keymap::KeySet> m_down;
 };
 
 }  // namespace nulo

@@ -9,6 +9,7 @@
 #include <array>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "platform/x11/Xcb.h"
@@ -35,16 +36,14 @@ class Desktop {
     /// Where the window with the keyboard is, its frame included. Nothing when none has it, or only
     /// the one that is the desktop's background.
     std::optional<QRect> focusedWindow() const {
-        const XcbMemory<xcb_get_input_focus_reply_t> focus(
-            xcb_get_input_focus_reply(m_server, xcb_get_input_focus(m_server), nullptr));
+        const auto focus = NULO_XCB(xcb_get_input_focus, m_server);
         if (!focus || focus->focus <= XCB_INPUT_FOCUS_POINTER_ROOT || focus->focus == m_root)
             return {};
         xcb_window_t window = focus->focus;
         for (int depth = 0; depth < deepestWindow; ++depth) {
             if (isBackground(window))
                 return {};
-            const XcbMemory<xcb_query_tree_reply_t> tree(
-                xcb_query_tree_reply(m_server, xcb_query_tree(m_server, window), nullptr));
+            const auto tree = NULO_XCB(xcb_query_tree, m_server, window);
             if (!tree)
                 return {};
             if (tree->parent == m_root)
@@ -98,20 +97,13 @@ class Desktop {
     }
 
     std::optional<QRect> frameOf(xcb_window_t window) const {
-        const XcbMemory<xcb_get_geometry_reply_t> frame(
-            xcb_get_geometry_reply(m_server, xcb_get_geometry(m_server, window), nullptr));
+        const auto frame = NULO_XCB(xcb_get_geometry, m_server, window);
         if (!frame)
             return {};
         return QRect(frame->x, frame->y, frame->width, frame->height);
     }
 
-    xcb_atom_t atom(const std::string& name) const {
-        const XcbMemory<xcb_intern_atom_reply_t> reply(xcb_intern_atom_reply(
-            m_server,
-            xcb_intern_atom(m_server, 0, static_cast<std::uint16_t>(name.size()), name.c_str()),
-            nullptr));
-        return reply ? reply->atom : xcb_atom_t{XCB_ATOM_NONE};
-    }
+    xcb_atom_t atom(std::string_view name) const { return atomOf(m_server, name); }
 
     xcb_get_property_cookie_t ask(xcb_window_t window, xcb_atom_t property) const {
         return xcb_get_property(m_server, 0, window, property, XCB_GET_PROPERTY_TYPE_ANY, 0,
@@ -132,7 +124,8 @@ class Desktop {
     const xcb_window_t m_root;
 };
 
-/// In the X server's pixels. The toolkit scales what is on a screen, but not where the screen is.
+/// The screen in the X server's pixels. The toolkit scales what is on a screen, but not where the
+/// screen is.
 QRect pixelsOf(const QScreen& screen) {
     return {screen.geometry().topLeft(),
             (QSizeF(screen.geometry().size()) * screen.devicePixelRatio()).toSize()};
@@ -186,7 +179,7 @@ void subtract(const Strut& strut, QSize desktop, const QRect& screen, QRect& vis
         visible.setBottom(std::min(visible.bottom(), int(bottom) - 1));
 }
 
-/// In the server's pixels.
+/// What the desktop's bars leave of the screen, in the X server's pixels.
 QRect withoutBars(const Desktop& desktop, const QRect& screen) {
     QRect visible = screen;
     for (const Strut& strut : desktop.struts())

@@ -1,9 +1,10 @@
-#include "ui/overlay/OverlayPlacement.h"
+#include "desktop/OverlayPlacement.h"
 
 #include <xcb/shape.h>
 #include <xcb/xcb.h>
 
 #include <QGuiApplication>
+#include <QWidget>
 #include <cstdlib>
 #include <string>
 
@@ -40,14 +41,7 @@ class X11OverlayPlacement final : public OverlayPlacement {
         if (!server)
             return true;
         const std::string name = "_NET_WM_CM_S" + std::to_string(defaultScreen());
-        const XcbMemory<xcb_intern_atom_reply_t> selection(xcb_intern_atom_reply(
-            server,
-            xcb_intern_atom(server, 0, static_cast<std::uint16_t>(name.size()), name.c_str()),
-            nullptr));
-        if (!selection)
-            return false;
-        const XcbMemory<xcb_get_selection_owner_reply_t> owner(xcb_get_selection_owner_reply(
-            server, xcb_get_selection_owner(server, selection->atom), nullptr));
+        const auto owner = NULO_XCB(xcb_get_selection_owner, server, atomOf(server, name));
         return owner && owner->owner != XCB_NONE;
     }
 
@@ -55,6 +49,11 @@ class X11OverlayPlacement final : public OverlayPlacement {
         // Unmanaged, a window is on all desktops and the window manager gives it no focus.
         window.setWindowFlags(Qt::Tool | Qt::FramelessWindowHint | Qt::WindowStaysOnTopHint |
                               Qt::WindowDoesNotAcceptFocus | Qt::BypassWindowManagerHint);
+    }
+
+    void setOpacity(QWidget& window, double opacity) override {
+        if (toolkitConnection())  // elsewhere the toolkit cannot, and says so each time
+            window.setWindowOpacity(opacity);
     }
 
     void place(QWidget& window, const QRect& panel, int margin) override {

@@ -3,91 +3,72 @@
 #include <xcb/xinput.h>
 #include <xcb/xtest.h>
 #include <xkbcommon/xkbcommon-keysyms.h>
-#include <xkbcommon/xkbcommon-x11.h>
 
-#include <optional>
 #include <string_view>
 #include <utility>
 
-#include "platform/x11/Xcb.h"
-
 namespace nulo {
+
 Result<std::unique_ptr<X11PasteDisplay>> X11PasteDisplay::open(const std::string& name) {
     if (name.empty())
         return Error{"there is no X server, $DISPLAY is not set"};
-    std::unique_ptr<X11PasteDisplay> display(
-        new X11PasteDisplay(connectToDisplay(name.c_str()).release()));
+    std::unique_ptr<X11PasteDisplay> display(new X11PasteDisplay(connectToDisplay(name.c_str())));
     if (const Outcome outcome = display->prepare(); !outcome)
         return Error{outcome.error().description + " (display " + name + ")"};
     return display;
 }
 
-X11PasteDisplay::X11PasteDisplay(xcb_connection_t* connection)
-    : m_connection(connection), m_context(xkb_context_new(XKB_CONTEXT_NO_DEFAULT_INCLUDES)) {}
+X11PasteDisplay::X11PasteDisplay(XcbConnection connection) : m_connection(std::move(connection)) {}
 
 X11PasteDisplay::~X11PasteDisplay() {
     returnBorrowedKey();
-    xcb_disconnect(m_connection);
 }
 
 Outcome X11PasteDisplay::prepare() {
-    if (xcb_connection_has_error(m_connection))
+    if (xcb_connection_has_error(m_connection.get()))
         return Error{"the X server cannot be reached"};
-    const auto* setup = xcb_get_setup(m_connection);
+    const auto* setup = xcb_get_setup(m_connection.get());
     m_root = xcb_setup_roots_iterator(setup).data->root;
 
-    const auto* test = xcb_get_extension_data(m_connection, &xcb_test_id);
+    const auto* test = xcb_get_extension_data(m_connection.get(), &xcb_test_id);
     if (!test || !test->present)
         return Error{"the X server does not let programs send keys (no XTEST extension)"};
-    if (!m_context || !xkb_x11_setup_xkb_extension(m_connection, XKB_X11_MIN_MAJOR_XKB_VERSION,
-                                                   XKB_X11_MIN_MINOR_XKB_VERSION,
-                                                   XKB_X11_SETUP_XKB_EXTENSION_NO_FLAGS, nullptr,
-                                                   nullptr, nullptr, nullptr))
+    const auto* keyboard = xcb_get_extension_data(m_connection.get(), &xcb_xkb_id);
+    if (!keyboard || !keyboard->present ||
+        !NULO_XCB(xcb_xkb_use_extension, m_connection.get(), 1, 0))
         return Error{"the X server cannot describe its keyboard (no XKB extension)"};
-    m_userDevice = xkb_x11_get_core_keyboard_device_id(m_connection);
     findInjectionDevice();
-
-    constexpr std::string_view name = "_NET_ACTIVE_WINDOW";
-    if (const auto atom = NULO_XCB(xcb_intern_atom, m_connection, 0,
-                                   static_cast<std::uint16_t>(name.size()), name.data()))
-        m_activeWindowAtom = atom->atom;
+    m_activeWindowAtom = atomOf(m_connection.get(), "_NET_ACTIVE_WINDOW");
     return Success{};
 }
 
 /// Injected keys come from a keyboard device of their own, whose key map can differ from the
 /// user's: a layout set in the server's configuration belongs to the real keyboards alone.
 void X11PasteDisplay::findInjectionDevice() {
-    m_injectionDevice = m_userDevice;
-    const auto* extension = xcb_get_extension_data(m_connection, &xcb_input_id);
+    const auto* extension = xcb_get_extension_data(m_connection.get(), &xcb_input_id);
     if (!extension || !extension->present ||
-        !NULO_XCB(xcb_input_xi_query_version, m_connection, 2, 0))
+        !NULO_XCB(xcb_input_xi_query_version, m_connection.get(), 2, 0))
         return;
-    const auto devices = NULO_XCB(xcb_input_xi_query_device, m_connection, XCB_INPUT_DEVICE_ALL);
-    if (!devices)
-        return;
-    for (auto each = xcb_input_xi_query_device_infos_iterator(devices.get()); each.rem;
-         xcb_input_xi_device_info_next(&each)) {
-        const std::string_view name(xcb_input_xi_device_info_name(each.data), each.data->name_len);
-        if (each.data->type == XCB_INPUT_DEVICE_TYPE_SLAVE_KEYBOARD &&
-            each.data->attachment == m_userDevice && name.ends_with("XTEST keyboard"))
-            m_injectionDevice = each.data->deviceid;
-    }
+    const auto state = NULO_XCB(xcb_xkb_get_state, m_connection.get(), XCB_XKB_ID_USE_CORE_KBD);
+    for (const X11InjectingKeyboard& keyboard : injectingKeyboards(m_connection.get()))
+        if (state && keyboard.master == state->deviceID)
+            m_injectionDevice = keyboard.device;
 }
 
 int X11PasteDisplay::fileDescriptor() const {
-    return xcb_get_file_descriptor(m_connection);
+    return xcb_get_file_descriptor(m_connection.get());
 }
 
 bool X11PasteDisplay::drain() {
-    while (const auto event = owned(xcb_poll_for_event(m_connection))) {
+    while (const auto event = owned(xcb_poll_for_event(m_connection.get()))) {
     }
-    return !xcb_connection_has_error(m_connection);
+    return !xcb_connection_has_error(m_connection.get());
 }
 
 Result<X11PasteDisplay::Keymaps> X11PasteDisplay::readKeymaps() {
-    auto user = X11PasteKeymap::read(m_connection, m_context.get(), m_userDevice);
-    auto injected = X11PasteKeymap::read(m_connection, m_context.get(), m_injectionDevice);
-    const auto state = NULO_XCB(xcb_xkb_get_state, m_connection, XCB_XKB_ID_USE_CORE_KBD);
+    auto user = X11Keymap::read(m_connection.get());
+    auto injected = X11Keymap::read(m_connection.get(), m_injectionDevice);
+    const auto state = NULO_XCB(xcb_xkb_get_state, m_connection.get(), XCB_XKB_ID_USE_CORE_KBD);
     if (!user || !injected || !state)
         return Error{"the keyboard's layout cannot be read from the X server"};
     return Keymaps{std::move(*user), std::move(*injected), state->group, state->lockedGroup};
@@ -95,7 +76,7 @@ Result<X11PasteDisplay::Keymaps> X11PasteDisplay::readKeymaps() {
 
 std::vector<xcb_keycode_t> X11PasteDisplay::heldModifiers(const Keymaps& keymaps) {
     std::vector<xcb_keycode_t> held;
-    const auto down = NULO_XCB(xcb_query_keymap, m_connection);
+    const auto down = NULO_XCB(xcb_query_keymap, m_connection.get());
     for (unsigned code = 0; down && code < 256; ++code) {
         const auto key = static_cast<xcb_keycode_t>(code);
         if ((down->keys[code / 8] >> (code % 8) & 1) &&
@@ -106,7 +87,7 @@ std::vector<xcb_keycode_t> X11PasteDisplay::heldModifiers(const Keymaps& keymaps
 }
 
 bool X11PasteDisplay::isModifierHeld() {
-    const auto down = NULO_XCB(xcb_query_keymap, m_connection);
+    const auto down = NULO_XCB(xcb_query_keymap, m_connection.get());
     bool anyDown = false;
     for (unsigned byte = 0; down && byte < sizeof down->keys; ++byte)
         anyDown = anyDown || down->keys[byte] != 0;
@@ -117,7 +98,7 @@ bool X11PasteDisplay::isModifierHeld() {
 }
 
 X11PasteDisplay::WindowClass X11PasteDisplay::classOf(xcb_window_t window) {
-    const auto reply = NULO_XCB(xcb_get_property, m_connection, 0, window, XCB_ATOM_WM_CLASS,
+    const auto reply = NULO_XCB(xcb_get_property, m_connection.get(), 0, window, XCB_ATOM_WM_CLASS,
                                 XCB_ATOM_STRING, 0, 256);
     if (!reply || reply->format != 8)
         return {};
@@ -137,7 +118,7 @@ X11PasteDisplay::WindowClass X11PasteDisplay::classOfSelfOrParents(xcb_window_t 
         WindowClass found = classOf(window);
         if (!found.instance.empty() || !found.name.empty())
             return found;
-        const auto tree = NULO_XCB(xcb_query_tree, m_connection, window);
+        const auto tree = NULO_XCB(xcb_query_tree, m_connection.get(), window);
         window = tree ? tree->parent : XCB_NONE;
     }
     return {};
@@ -147,7 +128,7 @@ X11PasteDisplay::WindowClass X11PasteDisplay::classUnderPointer() {
     xcb_window_t window = m_root;
     WindowClass found;
     while (found.instance.empty() && found.name.empty()) {
-        const auto pointer = NULO_XCB(xcb_query_pointer, m_connection, window);
+        const auto pointer = NULO_XCB(xcb_query_pointer, m_connection.get(), window);
         if (!pointer || pointer->child == XCB_NONE)
             break;
         window = pointer->child;
@@ -157,7 +138,7 @@ X11PasteDisplay::WindowClass X11PasteDisplay::classUnderPointer() {
 }
 
 xcb_window_t X11PasteDisplay::activeWindow() {
-    const auto reply = NULO_XCB(xcb_get_property, m_connection, 0, m_root, m_activeWindowAtom,
+    const auto reply = NULO_XCB(xcb_get_property, m_connection.get(), 0, m_root, m_activeWindowAtom,
                                 XCB_ATOM_WINDOW, 0, 1);
     if (!reply || reply->format != 32 || xcb_get_property_value_length(reply.get()) != 4)
         return XCB_NONE;
@@ -165,7 +146,7 @@ xcb_window_t X11PasteDisplay::activeWindow() {
 }
 
 Result<PasteChord> X11PasteDisplay::chordOfFocusedWindow() {
-    const auto focus = NULO_XCB(xcb_get_input_focus, m_connection);
+    const auto focus = NULO_XCB(xcb_get_input_focus, m_connection.get());
     if (!focus)
         return Error{"the X server does not answer"};
     if (focus->focus == XCB_NONE)
@@ -179,16 +160,15 @@ Result<PasteChord> X11PasteDisplay::chordOfFocusedWindow() {
     return pasteChordFor(found.instance, found.name);
 }
 
-void X11PasteDisplay::bind(xcb_keycode_t code, xkb_keysym_t symbol) {
+void X11PasteDisplay::bind(xcb_keycode_t code, xcb_keysym_t symbol) {
     const xcb_keysym_t symbols[] = {symbol, symbol};
-    xcb_change_keyboard_mapping(m_connection, 1, code, 2, symbols);
+    xcb_change_keyboard_mapping(m_connection.get(), 1, code, 2, symbols);
 }
 
-Result<X11PasteKeymap::Key> X11PasteDisplay::findOrBorrow(xkb_keysym_t symbol,
-                                                          const Keymaps& keymaps) {
+Result<X11Keymap::Key> X11PasteDisplay::findOrBorrow(xcb_keysym_t symbol, const Keymaps& keymaps) {
     if (const auto key = keymaps.injected.keyFor(symbol, keymaps.group))
         return *key;
-    const auto* setup = xcb_get_setup(m_connection);
+    const auto* setup = xcb_get_setup(m_connection.get());
     for (unsigned code = setup->max_keycode; code >= setup->min_keycode; --code) {
         const auto key = static_cast<xcb_keycode_t>(code);
         if (!keymaps.injected.isUnused(key) || !keymaps.user.isUnused(key))
@@ -196,7 +176,7 @@ Result<X11PasteKeymap::Key> X11PasteDisplay::findOrBorrow(xkb_keysym_t symbol,
         returnBorrowedKey();
         bind(key, symbol);
         m_borrowedKey = key;
-        return X11PasteKeymap::Key{key, keymaps.group};
+        return X11Keymap::Key{key, keymaps.group};
     }
     return Error{"the keyboard layout has no key for it and none to spare"};
 }
@@ -205,7 +185,7 @@ void X11PasteDisplay::returnBorrowedKey() {
     if (m_borrowedKey == 0)
         return;
     bind(m_borrowedKey, XKB_KEY_NoSymbol);
-    xcb_flush(m_connection);
+    xcb_flush(m_connection.get());
     m_borrowedKey = 0;
 }
 
@@ -213,7 +193,7 @@ Outcome X11PasteDisplay::inject(const std::vector<xcb_keycode_t>& released,
                                 const std::vector<xcb_keycode_t>& chord) {
     std::vector<xcb_void_cookie_t> sent;
     const auto send = [&](std::uint8_t type, xcb_keycode_t key) {
-        sent.push_back(xcb_test_fake_input_checked(m_connection, type, key, XCB_CURRENT_TIME,
+        sent.push_back(xcb_test_fake_input_checked(m_connection.get(), type, key, XCB_CURRENT_TIME,
                                                    XCB_NONE, 0, 0, 0));
     };
     for (const xcb_keycode_t key : released)
@@ -224,8 +204,8 @@ Outcome X11PasteDisplay::inject(const std::vector<xcb_keycode_t>& released,
         send(XCB_KEY_RELEASE, *key);
     bool refused = false;
     for (const xcb_void_cookie_t& cookie : sent)
-        refused = owned(xcb_request_check(m_connection, cookie)) != nullptr || refused;
-    if (xcb_connection_has_error(m_connection))
+        refused = owned(xcb_request_check(m_connection.get(), cookie)) != nullptr || refused;
+    if (xcb_connection_has_error(m_connection.get()))
         return Error{"the connection to the X server was lost"};
     if (refused)
         return Error{"the X server refused the keys"};
@@ -258,14 +238,15 @@ Outcome X11PasteDisplay::pressPasteChord() {
     keys.push_back(symbol.value().code);
 
     const auto lockGroup = [this](std::uint8_t which) {
-        xcb_xkb_latch_lock_state(m_connection, XCB_XKB_ID_USE_CORE_KBD, 0, 0, 1, which, 0, 0, 0);
+        xcb_xkb_latch_lock_state(m_connection.get(), XCB_XKB_ID_USE_CORE_KBD, 0, 0, 1, which, 0, 0,
+                                 0);
     };
     if (group != keymaps.value().group)
         lockGroup(group);
     Outcome outcome = inject(heldModifiers(keymaps.value()), keys);
     if (group != keymaps.value().group) {
         lockGroup(keymaps.value().lockedGroup);
-        xcb_flush(m_connection);
+        xcb_flush(m_connection.get());
     }
     return outcome;
 }

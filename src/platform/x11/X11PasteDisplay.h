@@ -6,7 +6,7 @@
 
 #include "base/Result.h"
 #include "pasting/PasteChordTable.h"
-#include "platform/x11/X11PasteKeymap.h"
+#include "platform/x11/X11Keymap.h"
 
 namespace nulo {
 
@@ -20,7 +20,7 @@ class X11PasteDisplay {
     X11PasteDisplay(const X11PasteDisplay&) = delete;
     X11PasteDisplay& operator=(const X11PasteDisplay&) = delete;
 
-    /// Readable when the server sent something: drain() then.
+    /// The descriptor is readable when the server has sent something; call drain() then.
     int fileDescriptor() const;
     /// Discards what the server sent; false when the connection is lost.
     bool drain();
@@ -40,17 +40,14 @@ class X11PasteDisplay {
         std::string instance;
         std::string name;
     };
-    struct ContextUnref {
-        void operator()(xkb_context* context) const { xkb_context_unref(context); }
-    };
     struct Keymaps {
-        X11PasteKeymap user;      // of the keyboard that the user typed on last
-        X11PasteKeymap injected;  // which the server applies to injected keys
+        X11Keymap user;      // of the keyboard that the user typed on last
+        X11Keymap injected;  // which the server applies to injected keys
         std::uint8_t group = 0;
         std::uint8_t lockedGroup = 0;
     };
 
-    explicit X11PasteDisplay(xcb_connection_t* connection);
+    explicit X11PasteDisplay(XcbConnection connection);
     Outcome prepare();
     void findInjectionDevice();
     Result<Keymaps> readKeymaps();
@@ -60,17 +57,15 @@ class X11PasteDisplay {
     WindowClass classOfSelfOrParents(xcb_window_t window);
     WindowClass classUnderPointer();
     xcb_window_t activeWindow();
-    Result<X11PasteKeymap::Key> findOrBorrow(xkb_keysym_t symbol, const Keymaps& keymaps);
-    void bind(xcb_keycode_t code, xkb_keysym_t symbol);
+    Result<X11Keymap::Key> findOrBorrow(xcb_keysym_t symbol, const Keymaps& keymaps);
+    void bind(xcb_keycode_t code, xcb_keysym_t symbol);
     Outcome inject(const std::vector<xcb_keycode_t>& released,
                    const std::vector<xcb_keycode_t>& chord);
 
-    xcb_connection_t* m_connection;
+    XcbConnection m_connection;
     xcb_window_t m_root = XCB_NONE;
     xcb_atom_t m_activeWindowAtom = XCB_NONE;
-    std::unique_ptr<xkb_context, ContextUnref> m_context;
-    std::int32_t m_userDevice = -1;
-    std::int32_t m_injectionDevice = -1;
+    xcb_xkb_device_spec_t m_injectionDevice = XCB_XKB_ID_USE_CORE_KBD;
     xcb_keycode_t m_borrowedKey = 0;
 };
 

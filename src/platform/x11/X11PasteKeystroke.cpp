@@ -7,7 +7,6 @@
 #include <cerrno>
 #include <chrono>
 #include <cstdint>
-#include <cstdlib>
 #include <deque>
 #include <mutex>
 #include <optional>
@@ -16,6 +15,7 @@
 #include <thread>
 #include <utility>
 
+#include "base/Environment.h"
 #include "pasting/InjectionGate.h"
 #include "platform/Backends.h"
 #include "platform/x11/X11PasteDisplay.h"
@@ -30,18 +30,13 @@ constexpr auto longestWaitForModifiers = 400ms;
 constexpr auto modifierPollInterval = 10ms;
 constexpr auto borrowedKeyHold = 1s;
 
-std::string displayName() {
-    const char* name = std::getenv("DISPLAY");
-    return name ? name : "";
-}
-
 /// Everything that can wait (for the user's fingers, the key tap, the server) happens on one worker
 /// thread, which sleeps until it is asked for a keystroke or the server has something to say.
 class X11PasteKeystroke final : public PasteKeystroke {
   public:
     explicit X11PasteKeystroke(InjectionGate& gate)
         : m_gate(gate),
-          m_displayName(displayName()),
+          m_displayName(environmentVariable("DISPLAY")),
           m_wake(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {
         if (m_wake < 0)
             throw std::system_error(errno, std::generic_category(), "eventfd");

@@ -1,6 +1,5 @@
 #include "platform/x11/X11WindowManager.h"
 
-#include <cstring>
 #include <string_view>
 
 namespace nulo {
@@ -8,15 +7,9 @@ namespace nulo {
 X11WindowManager::X11WindowManager(xcb_connection_t* connection, xcb_window_t root)
     : m_connection(connection),
       m_root(root),
-      m_check(atom("_NET_SUPPORTING_WM_CHECK")),
-      m_name(atom("_NET_WM_NAME")) {
+      m_check(atomOf(connection, "_NET_SUPPORTING_WM_CHECK")),
+      m_name(atomOf(connection, "_NET_WM_NAME")) {
     identify();
-}
-
-xcb_atom_t X11WindowManager::atom(const char* name) {
-    const auto reply = NULO_XCB(xcb_intern_atom, m_connection, 0,
-                                static_cast<std::uint16_t>(std::strlen(name)), name);
-    return reply ? reply->atom : static_cast<xcb_atom_t>(XCB_NONE);
 }
 
 void X11WindowManager::propertyChanged(xcb_atom_t property) {

@@ -10,15 +10,14 @@ class X11WindowManager {
   public:
     X11WindowManager(xcb_connection_t* connection, xcb_window_t root);
 
-    /// For every change of a property of the root window.
+    /// Call it for every change of a property of the root window.
     void propertyChanged(xcb_atom_t property);
-    /// After a keyboard grab on the window that has the focus has ended. The server announces that
-    /// by FocusOut and FocusIn, both of mode Ungrab. KWin takes the first for a loss of the focus
-    /// and ignores the second, so it is told once more.
+    /// Call it after the end of a keyboard grab on the window that has the focus. The server
+    /// announces that by FocusOut and FocusIn, both of mode Ungrab. KWin takes the first for a loss
+    /// of the focus and ignores the second, so it is told once more.
     void grabHasEnded(xcb_window_t window);
 
   private:
-    xcb_atom_t atom(const char* name);
     void identify();
 
     xcb_connection_t* const m_connection;

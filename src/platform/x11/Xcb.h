@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <cstdlib>
 #include <memory>
+#include <string_view>
 
 #define explicit explicit_  // a field's name in this C header
 #include <xcb/xkb.h>
@@ -23,7 +24,8 @@ using XcbMemory = std::unique_ptr<T, XcbFree>;
 using XcbConnection = std::unique_ptr<xcb_connection_t, XcbFree>;
 using XcbEvent = XcbMemory<xcb_generic_event_t>;
 
-/// Any thread; null for $DISPLAY. Never null itself: it may hold an error, as xcb_connect()'s.
+/// Connects to `display`, or to $DISPLAY when that is null. The result is never null; it may hold
+/// an error, as that of xcb_connect(). Any thread.
 XcbConnection connectToDisplay(const char* display, int* screen = nullptr);
 
 template <typename T>
@@ -35,7 +37,10 @@ XcbMemory<T> owned(T* memory) {
 #define NULO_XCB(call, connection, ...) \
     nulo::owned(call##_reply(connection, call(connection __VA_OPT__(, ) __VA_ARGS__), nullptr))
 
-/// Without the bit that marks what another client sent.
+/// The atom of that name, made where there is none; XCB_ATOM_NONE when the server did not answer.
+xcb_atom_t atomOf(xcb_connection_t* connection, std::string_view name);
+
+/// The event's type, without the bit that marks what another client sent.
 inline int typeOf(const xcb_generic_event_t& event) {
     return event.response_type & 0x7F;
 }
@@ -45,12 +50,13 @@ inline const xcb_key_press_event_t& asKey(const xcb_generic_event_t& event) {
     return reinterpret_cast<const xcb_key_press_event_t&>(event);
 }
 
-/// Order of full sequence numbers and of server times, which both wrap.
+/// Orders full sequence numbers, and server times; both wrap.
 inline bool isBefore(std::uint32_t earlier, std::uint32_t later) {
     return static_cast<std::int32_t>(earlier - later) < 0;
 }
 
-/// The detail of an AccessX notice that Slow Keys wait with a press; the header has its mask only.
+/// The detail of an AccessX notice which says that Slow Keys delay a press; xcb's header has its
+/// mask only.
 constexpr int slowKeyPressed = 0;
 
 /// Whether the event is the press of the key that happened at this server time.

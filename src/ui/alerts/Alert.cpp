@@ -24,9 +24,11 @@ namespace {
 
 constexpr int textWidth = 400;
 constexpr int margin = 20;
-/// Of the screen's height, for the two texts together; the rest is for what is around them.
+/// The share of the screen's height that the two texts may take together; the rest is for what is
+/// around them.
 constexpr double largestShareOfScreen = 0.6;
-/// In UTF-16 units. More would take seconds to lay out, and nobody reads it.
+/// The longest texts in UTF-16 units: a longer one would take seconds to lay out, and no person
+/// reads it.
 constexpr qsizetype longestMessage = 300;
 constexpr qsizetype longestInformativeText = 16 * 1024;
 
@@ -59,7 +61,8 @@ class TextBlock final : public QTextEdit {
         const int height = heightOf(*document());
         const bool scrolls = height > largestHeight;
         setVerticalScrollBarPolicy(scrolls ? Qt::ScrollBarAlwaysOn : Qt::ScrollBarAlwaysOff);
-        // What can be scrolled must be reachable without a mouse; the rest is in nobody's way.
+        // A text that scrolls must be reachable without a mouse; one that does not would only be a
+        // stop on the way of the Tab key.
         setFocusPolicy(scrolls ? Qt::StrongFocus : Qt::ClickFocus);
         setFixedSize(textWidth + (scrolls ? verticalScrollBar()->sizeHint().width() : 0),
                      std::min(height, largestHeight));
@@ -76,17 +79,18 @@ class TextBlock final : public QTextEdit {
 
 class AlertWindow final : public QDialog {
   public:
-    /// `screenHeight` is in points.
-    AlertWindow(const AlertContent& content, const Clock& clock, int screenHeight,
+    /// `owner` is the window that the alert is shown over, null for none. `screenHeight` is in
+    /// points.
+    AlertWindow(QWidget* owner, const AlertContent& content, const Clock& clock, int screenHeight,
                 std::function<void(std::size_t)> onAnswer)
-        : QDialog(nullptr, Qt::Dialog | Qt::CustomizeWindowHint | Qt::WindowTitleHint |
-                               Qt::WindowSystemMenuHint | Qt::WindowCloseButtonHint |
-                               Qt::WindowStaysOnTopHint),
+        : QDialog(owner, Qt::Dialog | Qt::CustomizeWindowHint | Qt::WindowTitleHint |
+                             Qt::WindowSystemMenuHint | Qt::WindowCloseButtonHint),
           m_keys(clock),
           m_onAnswer(std::move(onAnswer)),
           m_last(content.buttons.size() - 1) {
-        setWindowTitle(QStringLiteral("Nulo"));
         const QString message = shownText(content.message, longestMessage);
+        setWindowTitle(owner ? message : QStringLiteral("Nulo"));
+        setWindowFlag(Qt::WindowStaysOnTopHint, !owner);
         const QString informativeText = shownText(content.informativeText, longestInformativeText);
         setAccessibleName(message);
         setAccessibleDescription(informativeText);
@@ -97,10 +101,10 @@ class AlertWindow final : public QDialog {
         rows->addLayout(
             texts(content.style, message, informativeText, screenHeight * largestShareOfScreen));
         rows->addLayout(buttons(content));
-        m_first->setDefault(true);
-        m_first->setProperty("prominent", true);
+        m_default->setDefault(true);
+        m_default->setProperty("prominent", !content.destructiveButton);
         dressWindow(*this);
-        m_first->setFocus();
+        m_default->setFocus();
     }
 
     void reject() override { answer(m_last); }
@@ -108,7 +112,8 @@ class AlertWindow final : public QDialog {
   protected:
     void showEvent(QShowEvent* event) override {
         QDialog::showEvent(event);
-        windowHandle()->installEventFilter(&m_keys);
+        if (!parentWidget())
+            windowHandle()->installEventFilter(&m_keys);
         m_keys.begin();
     }
     bool event(QEvent* event) override {
@@ -150,8 +155,12 @@ class AlertWindow final : public QDialog {
             button->setAccessibleName(QString::fromStdString(content.buttons[i]));
             connect(button, &QPushButton::clicked, this, [this, i] { answer(i); });
             row->addWidget(button);
-            if (i == 0)
-                m_first = button;
+            if (i == content.defaultButton)
+                m_default = button;
+            if (i == content.destructiveButton) {
+                button->setProperty("destructive", true);
+                button->setAutoDefault(false);
+            }
         }
         return row;
     }
@@ -167,7 +176,7 @@ class AlertWindow final : public QDialog {
     KeyGuard m_keys;
     std::function<void(std::size_t)> m_onAnswer;  // empty once it was called
     const std::size_t m_last;
-    QPushButton* m_first = nullptr;
+    QPushButton* m_default = nullptr;
 };
 
 }  // namespace
@@ -180,10 +189,16 @@ QPointer<QWidget> Alerts::show(AlertContent content,
     if (content.buttons.empty())
         content.buttons.emplace_back("OK");
     auto* window =
-        new AlertWindow(content, m_clock, m_visibleFrame().height(), std::move(onAnswer));
+        new AlertWindow(nullptr, content, m_clock, m_visibleFrame().height(), std::move(onAnswer));
     QObject::connect(qApp, &QCoreApplication::aboutToQuit, window, [window] { delete window; });
     showInFront(*window);
     return window;
+}
+
+void Alerts::showOver(QWidget& window, AlertContent content,
+                      std::function<void(std::size_t button)> onAnswer) const {
+    (new AlertWindow(&window, content, m_clock, m_visibleFrame().height(), std::move(onAnswer)))
+        ->open();
 }
 
 void Alerts::showInFront(QWidget& window) const {

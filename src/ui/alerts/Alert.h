@@ -4,24 +4,11 @@
 #include <QWidget>
 #include <cstddef>
 #include <functional>
-#include <string>
-#include <vector>
 
 #include "base/Clock.h"
+#include "ui/AlertContent.h"
 
 namespace nulo {
-
-/// What an alert shows. The texts are UTF-8 and plain: markup in them is shown as it is.
-struct AlertContent {
-    enum class Style { warning, informational };
-
-    Style style = Style::informational;
-    std::string message;
-    std::string informativeText;
-    /// At least one, shown in this order. The first is the default, which Return presses; Escape
-    /// and closing the window count as the last. Keys are taken as KeyGuard says.
-    std::vector<std::string> buttons;
-};
 
 /// Brings the program's alerts up. Main thread, with a QApplication.
 class Alerts {
@@ -31,10 +18,17 @@ class Alerts {
     Alerts(const Clock& clock, std::function<QRect()> visibleFrame);
 
     /// Shows an alert above all windows, raised and activated, and returns at once: the event loop
-    /// goes on, and several alerts may be open. `onAnswer` gets the button's index, once, after the
-    /// alert has gone; not at all when the program ends first or the returned window is destroyed.
+    /// goes on, and several alerts may be open. Keys answer it as KeyGuard says. `onAnswer` gets
+    /// the button's index, once, after the alert has gone; not at all when the program ends first
+    /// or the returned window is destroyed.
     QPointer<QWidget> show(AlertContent content,
                            std::function<void(std::size_t button)> onAnswer) const;
+
+    /// Shows over `window` an alert that the user has asked for there: keys answer it at once, and
+    /// until it has gone the window takes no input. It is destroyed with the window; `onAnswer` is
+    /// called as by show().
+    void showOver(QWidget& window, AlertContent content,
+                  std::function<void(std::size_t button)> onAnswer) const;
 
     /// Shows the window, in the middle of the screen if it was not shown, and gives it the
     /// keyboard.

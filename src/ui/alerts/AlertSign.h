@@ -2,7 +2,7 @@
 
 #include <QWidget>
 
-#include "ui/alerts/Alert.h"
+#include "ui/AlertContent.h"
 
 namespace nulo {
 

@@ -20,7 +20,7 @@ class KeyGuard final : public QObject {
     void begin() { m_quietSince = m_clock.now(); }
 
   protected:
-    /// As a filter of the QWindow's events, which every key comes through.
+    /// Filters the events of the QWindow, through which every key comes.
     bool eventFilter(QObject* window, QEvent* event) override;
 
   private:

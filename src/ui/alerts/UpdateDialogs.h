@@ -9,7 +9,7 @@
 
 namespace nulo {
 
-/// The windows of an update. They go with it, without an answer.
+/// The windows of an update. They are closed when this object is destroyed, without an answer.
 class UpdateDialogs final : public UpdateWindows {
   public:
     /// `alerts` outlives the dialogs.

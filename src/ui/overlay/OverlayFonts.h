@@ -8,7 +8,7 @@ namespace nulo {
 /// pixels), whatever resolution the desktop claims for it.
 QFont systemFont(int size, QFont::Weight weight);
 
-/// The same for the desktop's monospaced font.
+/// The desktop's monospaced font at a size that is counted so.
 QFont monospacedSystemFont(int size, QFont::Weight weight);
 
 }  // namespace nulo

@@ -15,7 +15,8 @@ constexpr std::chrono::duration<double> fadeDuration(0.15);
 constexpr std::chrono::duration<double> wideningDuration(0.2);
 constexpr MainQueue::Delay animationStep(1.0 / 60);
 
-/// Around the panel where nothing can shine through: reads on white and on black.
+/// The colour of the panel's edge where windows cannot be translucent: it shows on white and on
+/// black.
 const QColor edgeColor(96, 96, 96);
 constexpr int edgeWidth = 1;
 
@@ -31,7 +32,7 @@ OverlayPanel::OverlayPanel(MainQueue& mainQueue, const Clock& clock, OverlayPlac
     setAttribute(Qt::WA_ShowWithoutActivating);
     setAttribute(Qt::WA_TranslucentBackground);
     setWindowTitle("Nulo");
-    setWindowOpacity(0);
+    m_placement.setOpacity(*this, m_opacity);
 }
 
 void OverlayPanel::setContent(QWidget& content) {
@@ -65,11 +66,12 @@ void OverlayPanel::fadeOut(std::function<void()> onDone) {
 }
 
 void OverlayPanel::fadeTo(double opacity, std::function<void()> onDone) {
-    const double from = windowOpacity();
+    const double from = m_opacity;
     run(
         m_fade, fadeDuration,
         [this, opacity, from](double progress) {
-            setWindowOpacity(from + (opacity - from) * progress);
+            m_opacity = from + (opacity - from) * progress;
+            m_placement.setOpacity(*this, m_opacity);
         },
         std::move(onDone));
 }

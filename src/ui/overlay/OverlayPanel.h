@@ -8,14 +8,14 @@
 
 #include "base/Clock.h"
 #include "base/MainQueue.h"
-#include "ui/overlay/OverlayPlacement.h"
+#include "desktop/OverlayPlacement.h"
 #include "ui/overlay/OverlayShadow.h"
 
 namespace nulo {
 
-/// The overlay's window: a panel that never takes the keyboard focus and is dragged by its
-/// background, in a margin for what sets it off from the desktop behind it: a shadow, or a mere
-/// line where windows cannot be translucent. Frames are the panel's, without the margin. Main
+/// The overlay's window. Its panel never takes the keyboard focus and is dragged by its background.
+/// The margin around the panel holds what sets it off from the desktop behind it: a shadow, or a
+/// mere line where windows cannot be translucent. Frames are the panel's, without the margin. Main
 /// thread.
 class OverlayPanel final : public QWidget {
   public:
@@ -25,14 +25,14 @@ class OverlayPanel final : public QWidget {
     /// Fills the panel with a child of this widget.
     void setContent(QWidget& content);
 
-    /// Where a widening under way will end, or where the panel is.
+    /// The frame at which a widening under way will end; the present one without a widening.
     const QRect& frame() const { return m_frame; }
-    /// At once, but for a widening under way, which goes on.
+    /// Moves and resizes the panel at once; a widening under way goes on.
     void setFrame(const QRect& frame);
-    /// Animated, from the frame at the moment and about its centre.
+    /// Widens the panel to that frame, animated, from the present frame and about its centre.
     void widenTo(const QRect& frame);
 
-    /// Each ends the one before and starts from the opacity that it had reached.
+    /// A fade ends the one before it and starts from the opacity that this had reached.
     void fadeIn();
     /// `onDone` may destroy the panel; it is not called once the panel is gone or fades in again.
     void fadeOut(std::function<void()> onDone);
@@ -60,6 +60,7 @@ class OverlayPanel final : public QWidget {
     OverlayShadow m_shadow;
     QWidget* m_content = nullptr;
     QRect m_frame;
+    double m_opacity = 0;
     int m_missingWidth = 0;  // on either side, until the widening has ended
     QPoint m_dragPosition;
     Animation m_fade;

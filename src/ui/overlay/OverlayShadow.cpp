@@ -20,8 +20,8 @@ constexpr double lineAlpha = 0.22;
 constexpr int fixedPart = OverlayShadow::margin + overlayCornerRadius + static_cast<int>(drop);
 constexpr int smallSide = 2 * fixedPart + 1;
 
-/// From the edge of a rounded rectangle to a point outside it; negative inside. The rectangle has
-/// the small panel's size, `point` is seen from its centre.
+/// The distance from the edge of a rounded rectangle to a point outside it; negative inside. The
+/// rectangle has the small panel's size, and `point` is seen from its centre.
 double distanceFromPanel(QPointF point) {
     constexpr double straight = smallSide / 2.0 - OverlayShadow::margin - overlayCornerRadius;
     const double x = std::abs(point.x()) - straight;

@@ -13,8 +13,8 @@ class OverlayShadow {
     /// Points that the shadow takes on each side of the panel.
     static constexpr int margin = 24;
 
-    /// Draws it in `window`, the panel with the margin on each side; what is under the panel's
-    /// edge is drawn too.
+    /// Draws the shadow in `window`, which is the panel with the margin on each side. It reaches
+    /// under the panel's edge.
     void draw(QPainter& painter, const QRect& window);
 
   private:

@@ -19,8 +19,8 @@ class StreamingTextLayout {
     /// Lays `text` out in lines of at most `width` points.
     void update(const std::string& text, double width);
 
-    /// Of all lines, with the spacing between them; an empty text is as high as its first line
-    /// will be. A line feed at the very end opens no line of its own.
+    /// The height of all lines, with the spacing between them; an empty text is as high as its
+    /// first line will be. A line feed at the very end opens no line of its own.
     double height() const { return m_height; }
 
     /// The bottom left corner of the last glyph's place: its left edge and its line's lower edge.
@@ -43,7 +43,7 @@ class StreamingTextLayout {
     };
 
     void layOutFrom(qsizetype start, Qt::LayoutDirection direction);
-    /// One paragraph or what is left of it, without its line feed.
+    /// Lays out one paragraph, or what is left of it, without its line feed.
     void layOutParagraph(qsizetype start, qsizetype length, Qt::LayoutDirection direction);
     void addPiece(qsizetype start, qsizetype length, Qt::LayoutDirection direction);
     double nextTop() const;

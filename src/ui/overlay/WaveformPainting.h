@@ -23,14 +23,14 @@ struct WaveformContent {
     std::optional<std::string> statusText;
     /// The text received so far; an empty one still counts as present.
     std::optional<std::string> streamingText;
-    /// Without a cursor once true.
+    /// The text has no cursor once this is true.
     bool streamingDone = false;
     /// Debug steps, shown in one line at the bottom edge of a status or a streaming text.
     std::vector<std::string> debugLines;
     QColor barColor = QColor::fromRgbF(1.0f, 0.25f, 0.25f);
 };
 
-/// What is kept from one drawing to the next, to be quicker; it has no influence on the picture.
+/// Kept from one drawing to the next, which makes it quicker; it has no influence on the picture.
 struct WaveformMemory {
     StreamingTextLayout layout;
     WaveformPictures pictures;

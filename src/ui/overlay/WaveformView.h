@@ -14,7 +14,7 @@ class WaveformView final : public QWidget, public WaveformContent {
     /// `clock` runs the animations and outlives the view.
     WaveformView(const Clock& clock, QWidget* parent);
 
-    /// In points, for a panel that is `width` points wide.
+    /// The height in points that the text needs in a panel `width` points wide.
     double idealHeightForStreamingText(double width);
 
   protected:

@@ -84,6 +84,15 @@ void WaveformWindow::finishStreaming() {
     m_waveformView->update();
 }
 
+void WaveformWindow::showToBePasted() {
+    if (!m_waveformView)
+        return;
+    const bool isBelowText = !m_waveformView->streamingText.value_or("").empty();
+    appendStreamingText(std::string(isBelowText ? "\n" : "") +
+                        "→ Dans le presse-papiers, a coller");
+    finishStreaming();
+}
+
 void WaveformWindow::showDebugStep(std::string text) {
     changeDebugLines([text = std::move(text)](auto& lines) { lines.push_back(text); });
 }

@@ -20,9 +20,9 @@ namespace nulo {
 /// The overlay of one dictation after another: a small panel near the bottom of the screen with the
 /// microphone's level, then the state of the transcription, then its text.
 ///
-/// Hidden until show(); then the other calls may come in any order and any number until hide(),
-/// from which on they do nothing again. Nothing runs while it is hidden. Main thread, with a
-/// QApplication, but where said otherwise.
+/// It is hidden until show(). From then until hide() the other calls may come in any order and
+/// number; while it is hidden they do nothing, and no timer runs. Main thread, with a QApplication,
+/// but where said otherwise.
 class WaveformWindow final : public DictationOverlay {
   public:
     /// All outlive the window; `clock` runs the animations.
@@ -37,6 +37,7 @@ class WaveformWindow final : public DictationOverlay {
     void showStreaming(std::string_view modeName) override;
     void appendStreamingText(std::string_view text) override;
     void finishStreaming() override;
+    void showToBePasted() override;
 
     /// Adds a line to the debug strip. Any thread; in the order of the calls, later, on main.
     void showDebugStep(std::string text) override;
@@ -48,12 +49,12 @@ class WaveformWindow final : public DictationOverlay {
 
     /// What is on the screen; null while hidden. Valid until the next show() or hide().
     WaveformView* waveformView() { return m_waveformView; }
-    /// Its window, which is there until it has faded away; null while hidden.
+    /// The window on the screen, until it has faded away; null while hidden.
     OverlayPanel* window() { return m_window.get(); }
 
   private:
     void animate();
-    /// Later, on main, unless another panel is shown by then.
+    /// Changes the lines later, on main, unless another panel is shown by then.
     void changeDebugLines(std::function<void(std::vector<std::string>& lines)> change);
 
     MainQueue& m_mainQueue;

@@ -7,8 +7,8 @@
 #include <algorithm>
 #include <cmath>
 
+#include "ui/OneLine.h"
 #include "ui/WindowStyle.h"
-#include "ui/tray/OneLine.h"
 
 namespace nulo {
 namespace {

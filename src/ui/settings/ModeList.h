@@ -21,7 +21,8 @@ class ModeList final : public PaintedList {
     /// The selected mode's name was edited.
     void refreshSelectedRow();
 
-    /// As wide as the names need, within bounds; high enough for the built-in modes.
+    /// The list is as wide as the names need, within bounds, and high enough for the built-in
+    /// modes.
     QSize sizeHint() const override;
     QSize minimumSizeHint() const override;
 
@@ -38,7 +39,7 @@ class ModeList final : public PaintedList {
     SettingsModel& m_model;
     ModeListModel* m_rows;
     ItemPainter* m_painter;
-    // While a row goes, the view makes a neighbour the current one, which nobody chose.
+    // While a row goes, the view makes a neighbour the current one, which the user did not choose.
     bool m_isChangingRows = false;
 };
 

@@ -4,7 +4,6 @@
 #include <QVBoxLayout>
 
 #include "ui/WindowStyle.h"
-#include "ui/settings/DeleteConfirmation.h"
 
 namespace nulo {
 
@@ -60,7 +59,10 @@ QWidget* ModesSection::makeListColumn(QWidget* parent) {
     layout->addLayout(buttons);
 
     connect(addButton, &QToolButton::clicked, this, [this] { addMode(); });
-    connect(m_deleteButton, &QToolButton::clicked, this, [this] { askForDeletion(); });
+    connect(m_deleteButton, &QToolButton::clicked, this, [this] {
+        if (m_model.canDeleteSelectedMode() && onDeletionWanted)
+            onDeletionWanted();
+    });
     return column;
 }
 
@@ -68,11 +70,6 @@ void ModesSection::addMode() {
     m_list->addMode();
     m_editor->startRenaming();
     edited();
-}
-
-void ModesSection::askForDeletion() {
-    if (m_model.canDeleteSelectedMode())
-        confirmDeletion(this, m_model.selectedMode()->name, [this] { deleteSelectedMode(); });
 }
 
 void ModesSection::deleteSelectedMode() {

@@ -20,6 +20,11 @@ class ModesSection final : public QWidget {
     /// Shows the selected mode as it is stored, without edits that were not kept.
     void showStoredMode();
 
+    /// Deletes the selected mode, when it can be.
+    void deleteSelectedMode();
+
+    /// The user wants the selected mode, which can be deleted, to go.
+    std::function<void()> onDeletionWanted;
     /// Another mode is selected, or none.
     std::function<void()> onSelected;
     /// The user changed, added or deleted a mode.
@@ -28,8 +33,6 @@ class ModesSection final : public QWidget {
   private:
     QWidget* makeListColumn(QWidget* parent);
     void addMode();
-    void askForDeletion();
-    void deleteSelectedMode();
     void showSelectedMode();
     void edited();
 

@@ -17,7 +17,7 @@ class EditableNSTextField final : public QLineEdit {
     void keyPressEvent(QKeyEvent* event) override;
 };
 
-/// The same for secrets, whose text is hidden: it can be pasted but neither copied nor cut.
+/// A line of text for secrets, which is hidden: it can be pasted but neither copied nor cut.
 class EditableNSSecureTextField final : public QLineEdit {
   public:
     explicit EditableNSSecureTextField(QWidget* parent = nullptr);

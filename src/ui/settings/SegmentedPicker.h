@@ -22,15 +22,17 @@ class SegmentedPicker final : public QWidget {
     };
     SegmentedPicker(std::vector<Segment> segments, QWidget* parent);
 
-    /// None is chosen for a value that no segment has. Does not call onValueChanged.
+    /// Chooses the segment that has the value; none when no segment has it. Does not call
+    /// onValueChanged.
     void setValue(const std::string& value);
     /// The user chose another segment.
     std::function<void(const std::string& value)> onValueChanged;
 
-    /// What a label gives the focus to.
+    /// The button that a label gives the focus to.
     QWidget& firstButton() { return *m_group.button(0); }
 
-    /// As wide as the longest title: the segments get side by side where there is room.
+    /// The picker asks for the width of the longest title only; its segments go side by side where
+    /// there is room.
     QSize sizeHint() const override;
 
   protected:

@@ -17,12 +17,13 @@
 #include <QWindow>
 #include <utility>
 
+#include "ui/MenuWidget.h"
+#include "ui/OneLine.h"
 #include "ui/WindowStyle.h"
 #include "ui/settings/DictionarySection.h"
 #include "ui/settings/ModesSection.h"
 #include "ui/settings/SettingsModel.h"
 #include "ui/settings/Symbols.h"
-#include "ui/tray/MenuWidget.h"
 
 namespace nulo {
 namespace {
@@ -39,7 +40,7 @@ const QString notKept = QStringLiteral("Mode inclus : ce changement ne sera pas 
 /// Edits copies; nothing is written before the user asks for it. Main thread.
 class SettingsView final : public QWidget {
   public:
-    SettingsView(const AppConfig& config, SettingsHost host);
+    SettingsView(const AppConfig& config, SettingsDependencies dependencies);
 
     /// Makes the window no larger than `visibleFrame` and its frame allow.
     void fitInto(const QRect& visibleFrame);
@@ -56,16 +57,17 @@ class SettingsView final : public QWidget {
     void saveConfig();
     void showStatus(const QString& text, bool isError);
     void edited();
+    void askForDeletion();
 
-    SettingsHost m_host;
+    SettingsDependencies m_dependencies;
     SettingsModel m_model;
     DictionarySection* m_dictionary = nullptr;
     ModesSection* m_modes = nullptr;
     QLabel* m_status = nullptr;
 };
 
-SettingsView::SettingsView(const AppConfig& config, SettingsHost host)
-    : m_host(std::move(host)), m_model(config) {
+SettingsView::SettingsView(const AppConfig& config, SettingsDependencies dependencies)
+    : m_dependencies(std::move(dependencies)), m_model(config) {
     dressWindow(*this);
     auto* scrollArea = new QScrollArea(this);
     scrollArea->setWidgetResizable(true);
@@ -87,6 +89,7 @@ QWidget* SettingsView::makeContent() {
     content->setObjectName("content");
     m_dictionary = new DictionarySection(m_model, content);
     m_modes = new ModesSection(m_model, content);
+    m_modes->onDeletionWanted = [this] { askForDeletion(); };
     auto* layout = new QVBoxLayout(content);
     layout->setContentsMargins(padding, padding - 4, padding, padding - 4);
     layout->setSpacing(12);
@@ -107,7 +110,7 @@ QWidget* SettingsView::makeBottomBar() {
     auto* layout = new QHBoxLayout(bar);
     layout->setContentsMargins(padding, 8, padding, 8);
     layout->setSpacing(12);
-    if (m_host.showsProgramMenu)
+    if (m_dependencies.showsProgramMenu)
         layout->addWidget(makeMenuButton(bar));
     m_status = makeSecondaryLabel({}, bar);
     m_status->setTextFormat(Qt::PlainText);
@@ -128,9 +131,9 @@ QWidget* SettingsView::makeBottomBar() {
 }
 
 void SettingsView::takeShortcutsOfProgramMenu() {
-    if (!m_host.programMenu)
+    if (!m_dependencies.programMenu)
         return;
-    for (const MenuEntry& entry : m_host.programMenu()) {
+    for (const MenuEntry& entry : m_dependencies.programMenu()) {
         if (entry.shortcut.empty() || !entry.action)
             continue;
         const QKeySequence keys(QString::fromStdString(entry.shortcut));
@@ -144,7 +147,7 @@ QWidget* SettingsView::makeMenuButton(QWidget* parent) {
     auto* button = new SymbolButton(Symbol::menu, "Menu de Nulo", parent);
     auto* menu = new MenuWidget(button);
     connect(button, &QToolButton::clicked, this, [this, button, menu] {
-        menu->fill(m_host.programMenu());
+        menu->fill(m_dependencies.programMenu());
         menu->popup(button->mapToGlobal(QPoint(0, -menu->sizeHint().height())));
     });
     return button;
@@ -152,9 +155,9 @@ QWidget* SettingsView::makeMenuButton(QWidget* parent) {
 
 void SettingsView::saveConfig() {
     const QPointer<SettingsView> self = this;
-    const SettingsHost host = m_host;
-    const AppConfig config = m_model.recordToSave(host.load());
-    const Outcome outcome = host.onSave(config);
+    const SettingsDependencies dependencies = m_dependencies;
+    const AppConfig config = m_model.recordToSave(dependencies.load());
+    const Outcome outcome = dependencies.onSave(config);
     if (!self)
         return;
     if (!outcome)
@@ -186,6 +189,22 @@ void SettingsView::edited() {
         showStatus(status, false);
 }
 
+void SettingsView::askForDeletion() {
+    constexpr int shownCharacters = 60;
+    const QString name = oneLine(m_model.selectedMode()->name, shownCharacters);
+    m_dependencies.ask(*this,
+                       {.style = AlertContent::Style::warning,
+                        .message = "Supprimer ce mode ?",
+                        .informativeText = "Le mode \"" + name.toStdString() + "\" sera supprime.",
+                        .buttons = {"Supprimer", "Annuler"},
+                        .defaultButton = 1,
+                        .destructiveButton = 0},
+                       [this](std::size_t button) {
+                           if (button == 0)
+                               m_modes->deleteSelectedMode();
+                       });
+}
+
 void SettingsView::fitInto(const QRect& visibleFrame) {
     const QSize room = visibleFrame.marginsRemoved(windowFrame).size();
     setMinimumSize(leastSize.boundedTo(room));
@@ -201,15 +220,16 @@ void SettingsView::closeEvent(QCloseEvent* event) {
     for (QDialog* dialog : findChildren<QDialog*>())
         dialog->reject();
     event->accept();
-    if (const auto close = m_host.onClose)
+    if (const auto close = m_dependencies.onClose)
         close();
 }
 
 }  // namespace
 
-std::unique_ptr<QWidget> makeSettingsWindow(const AppConfig& config, SettingsHost host,
+std::unique_ptr<QWidget> makeSettingsWindow(const AppConfig& config,
+                                            SettingsDependencies dependencies,
                                             const QRect& visibleFrame) {
-    auto window = std::make_unique<SettingsView>(config, std::move(host));
+    auto window = std::make_unique<SettingsView>(config, std::move(dependencies));
     window->setWindowTitle("Nulo - Reglages");
     window->setWindowFlags(Qt::Window | Qt::WindowTitleHint | Qt::WindowSystemMenuHint |
                            Qt::WindowMinimizeButtonHint | Qt::WindowCloseButtonHint);

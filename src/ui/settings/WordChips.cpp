@@ -7,9 +7,9 @@
 #include <algorithm>
 #include <utility>
 
+#include "ui/OneLine.h"
 #include "ui/WindowStyle.h"
 #include "ui/settings/Symbols.h"
-#include "ui/tray/OneLine.h"
 
 namespace nulo {
 namespace {

@@ -31,7 +31,7 @@ class WordChips final : public PaintedList {
     /// The user wants the chip away; the owner answers with removeRow().
     std::function<void(int row)> onRemove;
 
-    /// Where the remove button of a row's chip is, in the viewport's coordinates.
+    /// The place of the remove button of a row's chip, in the viewport's coordinates.
     QRect removeButtonRect(int row) const;
 
     void doItemsLayout() override;

@@ -2,8 +2,8 @@
 
 #include <utility>
 
+#include "ui/OneLine.h"
 #include "ui/WindowPlace.h"
-#include "ui/tray/OneLine.h"
 #include "ui/tray/StatusIcons.h"
 
 namespace nulo {
@@ -11,7 +11,7 @@ namespace {
 
 using Kind = MenuEntry::Kind;
 
-/// In UTF-16 units; a menu grows with its widest entry, off the screen.
+/// The longest name in UTF-16 units: a menu grows with its widest entry, off the screen if need be.
 constexpr qsizetype longestModeName = 50;
 
 void callIfSet(const std::function<void()>& callback) {

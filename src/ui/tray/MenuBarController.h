@@ -38,17 +38,18 @@ class MenuBarController {
     std::function<void()> onCheckForUpdates;
     /// "Quitter" was chosen.
     std::function<void()> onQuit;
-    /// As last known; whoever sets it calls updateIcon() and rebuildMenu().
+    /// Whether the permission is given, as last known. Call updateIcon() and rebuildMenu() after a
+    /// change.
     bool accessibilityGranted = false;
-    /// What went wrong last, for the icon's tooltip; whoever sets it calls updateIcon().
+    /// What went wrong last, for the icon's tooltip. Call updateIcon() after a change.
     std::string failure;
-    /// Another program gets the chord's keys at present; whoever sets it calls updateIcon().
+    /// Whether another program gets the chord's keys at present. Call updateIcon() after a change.
     bool shortcutIsObstructed = false;
 
-    /// The warning goes before recording, recording before idle.
+    /// Shows the icon of a warning, without one that of a recording, else the idle one.
     void updateIcon();
     void rebuildMenu();
-    /// The same menu for another place than the tray.
+    /// The tray's menu, for another place.
     Menu menu();
 
     /// Nothing happens while the configuration cannot be loaded.

@@ -8,8 +8,8 @@
 
 namespace nulo {
 
-/// One item of two kinds: the preferred one wherever a tray shows it, the fallback exactly as long
-/// as none does. Nothing is shown before the preferred one has answered.
+/// Shows the preferred item wherever a tray takes it, and the fallback exactly as long as none
+/// does. Nothing is shown before the preferred one has answered.
 class TrayItem final : public StatusItem {
   public:
     using Make = std::function<std::unique_ptr<StatusItem>()>;

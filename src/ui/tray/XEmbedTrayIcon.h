@@ -3,7 +3,7 @@
 #include <QSystemTrayIcon>
 
 #include "desktop/StatusItem.h"
-#include "ui/tray/MenuWidget.h"
+#include "ui/MenuWidget.h"
 
 namespace nulo {
 
@@ -21,7 +21,8 @@ class XEmbedTrayIcon final : public StatusItem {
     bool isShown() const override;
 
   private:
-    /// Given to the widget when it opens: measuring their titles at the start would load the fonts.
+    /// The entries are given to the widget when it opens, because measuring their titles at the
+    /// start would load the fonts.
     Menu m_entries;
     MenuWidget m_menu;
     QSystemTrayIcon m_icon;

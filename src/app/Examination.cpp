@@ -1,0 +1,78 @@
+#include "app/Examination.h"
+
+#include <QCoreApplication>
+#include <cstdio>
+#include <memory>
+#include <string>
+#include <utility>
+
+#include "app/BuildInfo.h"
+#include "doctor/Doctor.h"
+#include "pasting/InjectionGate.h"
+#include "platform/Backends.h"
+#include "platform/system/UserFolders.h"
+
+namespace nulo {
+namespace {
+
+/// Null where asking would take the chord from the Nulo that runs, or put questions to the user.
+std::unique_ptr<EventTapSource> harmlessEventTapSource(Backend backend, InjectionGate& gate,
+                                                       MainQueue& mainQueue, const Print& print) {
+    if (backend == Backend::x11)
+        return makeX11EventTapSource(gate, mainQueue, print);
+    return backend == Backend::none ? makeUnavailableEventTapSource() : nullptr;
+}
+
+Finding chosen(const char* capability, const BackendCandidate& candidate) {
+    return {capability,
+            candidate.backend == Backend::none ? Finding::Verdict::weak : Finding::Verdict::good,
+            candidate.reason, ""};
+}
+
+}  // namespace
+
+int tellFindings(const std::vector<Finding>& findings, bool isJson) {
+    std::fputs((isJson ? asJson(findings) : asText(findings)).c_str(), stdout);
+    return canDictate(findings) ? 0 : 1;
+}
+
+int examine(const SessionFacts& facts, bool isJson) {
+    std::string printed;
+    const Print collect = [&printed](std::string_view line) { printed += line; };
+    const BackendChoice choice = chooseBackends(facts);
+    std::vector<Finding> findings{{"Session", Finding::Verdict::good, described(facts), ""},
+                                  chosen("Key tap", choice.keySource.front()),
+                                  chosen("Clipboard", choice.clipboard.front()),
+                                  chosen("Paste", choice.paste.front()),
+                                  chosen("Overlay", choice.overlay.front())};
+    const std::unique_ptr<MainQueue> mainQueue = makeQtMainQueue();
+    const std::unique_ptr<Microphone> microphone = makeMicrophone(*mainQueue, collect);
+    const std::unique_ptr<UpdateHttp> http = makeUpdateHttp(*mainQueue);
+    InjectionGate gate;
+    const std::unique_ptr<EventTapSource> eventTapSource =
+        harmlessEventTapSource(choice.keySource.front().backend, gate, *mainQueue, collect);
+    Doctor doctor({.mainQueue = *mainQueue,
+                   .microphone = *microphone,
+                   .eventTapSource = eventTapSource.get(),
+                   .http = *http,
+                   .configHome = userFolders().home,
+                   .defaultBaseURL = build::baseURL(),
+                   .desktop = desktopFacts(),
+                   .checkCompanion =
+                       [] {
+                           return programOutput(
+                               QCoreApplication::applicationDirPath().toStdString() +
+                                   "/nulo-service",
+                               {"--check"});
+                       },
+                   .printed = [&printed] { return std::exchange(printed, ""); }});
+    int status = 1;
+    doctor.examine(std::move(findings), [&](const std::vector<Finding>& all) {
+        status = tellFindings(all, isJson);
+        QCoreApplication::quit();
+    });
+    QCoreApplication::exec();
+    return status;
+}
+
+}  // namespace nulo

@@ -1,0 +1,69 @@
+#include "app/SessionBackends.h"
+
+#include <string>
+#include <vector>
+
+#include "pasting/InjectionGate.h"
+#include "platform/Backends.h"
+#include "platform/WaylandBackends.h"
+
+namespace nulo {
+
+SessionBackends::SessionBackends(const SessionFacts& facts, const BackendChoice& choice,
+                                 InjectionGate& gate, MainQueue& mainQueue,
+                                 const std::filesystem::path& configDir, const Print& print) {
+    const auto makeFirst = [&](const char* capability,
+                               const std::vector<BackendCandidate>& candidates, auto make) {
+        decltype(make(candidates.front())) made;
+        for (std::size_t i = 0; !made && i < candidates.size(); ++i) {
+            made = make(candidates[i]);
+            if (made)
+                print(std::string("[nulo] ") + capability + ": " + candidates[i].reason);
+        }
+        return made;
+    };
+    if (!facts.waylandDisplay.empty())
+        wayland = openWaylandSession(facts.waylandDisplay);
+    const std::shared_ptr<KeytapConnection> keytap = makeKeytapConnection();
+    eventTapSource = makeFirst("Key tap", choice.keySource, [&](const BackendCandidate& candidate) {
+        switch (candidate.backend) {
+            case Backend::x11:
+                return makeX11EventTapSource(gate, mainQueue, print);
+            case Backend::keytap:
+                return makeKeytapEventTapSource(keytap, mainQueue, print);
+            case Backend::swayBindings:
+                return makeSwayBindings(facts.swaySocket, print);
+            case Backend::shortcutsPortal:
+                return makePortalShortcuts(print);
+            default:
+                return makeUnavailableEventTapSource();
+        }
+    });
+    pasteboard = makeFirst("Clipboard", choice.clipboard, [&](const BackendCandidate& candidate) {
+        return candidate.backend == Backend::dataControl ? makeWaylandPasteboard(wayland, mainQueue)
+                                                         : makeQtPasteboard();
+    });
+    pasteKeystroke = makeFirst("Paste", choice.paste, [&](const BackendCandidate& candidate) {
+        switch (candidate.backend) {
+            case Backend::x11:
+                return makeX11PasteKeystroke(gate);
+            case Backend::keytap:
+                return makeKeytapPasteKeystroke(keytap);
+            case Backend::virtualKeyboard:
+                return makeVirtualKeyboardPaste(wayland);
+            case Backend::fakeInput:
+                return makeFakeInputPaste(wayland);
+            case Backend::remoteDesktopPortal:
+                return makePortalPaste(configDir / "remote-desktop-token", print);
+            default:
+                return makeNoPasteKeystroke(candidate.reason);
+        }
+    });
+    overlayPlacement = makeFirst("Overlay", choice.overlay, [&](const BackendCandidate& candidate) {
+        return candidate.backend == Backend::layerShell
+                   ? makeLayerShellPlacement(wayland, mainQueue, choice.overlayTakesClicks)
+                   : makeX11OverlayPlacement();
+    });
+}
+
+}  // namespace nulo
