@@ -126,10 +126,10 @@ void Service::updateSoon() {
 
 void Service::update() {
     m_updateTimer.reset();
+    serve(whoIsToBeServed());  // whoever is served no more is told that the chord ended
     for (Client& client : m_clients)
         if (!m_login.users().all.count(client.user))
             refuse(client, Reason::otherSession);
-    serve(whoIsToBeServed());
     removeGone();
     m_pulse.isHolding = m_keyboards && m_keyboards->isHolding();
     for (Client& client : m_clients)
