@@ -31,14 +31,24 @@ class Machine:
         self.folder = pathlib.Path(tempfile.mkdtemp(prefix="nulo-machine-"))
         self.files = files
         self.calls = 0
+        self.process = None
 
     def __enter__(self):
+        try:
+            self._start()
+        except BaseException:
+            self.__exit__()
+            raise
+        return self
+
+    def _start(self):
         image, release = kernel()
         self._make_ramdisk(release)
         at = self.folder
         self.log = at / "console"
         self.process = subprocess.Popen(
-            ["qemu-system-x86_64", "-M", "q35", "-accel", "tcg,thread=multi", "-cpu", "max", "-smp", "2", "-m", "1024",
+            ["setpriv", "--pdeathsig", "KILL",
+             "qemu-system-x86_64", "-M", "q35", "-accel", "tcg,thread=multi", "-cpu", "max", "-smp", "2", "-m", "1024",
              "-nodefaults", "-no-user-config", "-display", "none", "-no-reboot", "-vga", "virtio", "-device", "qemu-xhci",
              "-kernel", image, "-initrd", at / "ramdisk",
              "-append", "console=ttyS0 quiet panic=1 mitigations=off",
@@ -52,11 +62,11 @@ class Machine:
         self.qmp("qmp_capabilities")
         self.shell_socket = self._connect("shell")
         self.wait("the machine to come up", lambda: "nulo-machine is up" in self.log.read_text(errors="replace"))
-        return self
 
     def __exit__(self, *_):
-        self.process.kill()
-        self.process.wait()
+        if self.process:
+            self.process.kill()
+            self.process.wait()
         shutil.rmtree(self.folder)
 
     def _make_ramdisk(self, release):
