@@ -63,10 +63,7 @@ void AppDelegate::applicationDidFinishLaunching() {
         m_dependencies.mainQueue.asyncAfter(loginItemOfferDelay,
                                             m_lifetime.guard([this] { proposeLoginItem(); }));
     }
-    m_dependencies.mainQueue.asyncAfter(accessibilityCheckDelay, m_lifetime.guard([this] {
-        if (!m_keyMonitor.isAccessibilityGranted())
-            showAccessibility(false);
-    }));
+    checkAccessibilityLater();
     wireKeyMonitor();
     wireRemoteControl();
     observeRecording();
@@ -206,6 +203,16 @@ void AppDelegate::observeRecording() {
             recordStop();
         });
     });
+}
+
+void AppDelegate::checkAccessibilityLater() {
+    m_dependencies.mainQueue.asyncAfter(accessibilityCheckDelay, m_lifetime.guard([this] {
+        EventTapSource& source = m_dependencies.eventTapSource;
+        if (source.isUndecided())
+            checkAccessibilityLater();
+        else if (!m_keyMonitor.isAccessibilityGranted() && !source.isTrusted())
+            showAccessibility(false);
+    }));
 }
 
 void AppDelegate::showAccessibility(bool granted) {

@@ -94,6 +94,7 @@ class AppDelegate {
     void wireKeyMonitor();
     void wireRemoteControl();
     void observeRecording();
+    void checkAccessibilityLater();
     void showAccessibility(bool granted);
     void showAccessibilityAlert();
     void proposeLoginItem();

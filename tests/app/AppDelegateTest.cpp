@@ -203,9 +203,11 @@ TEST_F(AppDelegateTest, explainsAMissingPermission) {
     for (const bool isTheUsers : {true, false}) {
         m_permissionIsTheUsersToGive = isTheUsers;
         m_tapSource.trusted = false;
+        m_tapSource.undecided = !isTheUsers;
         launch();
-        m_queue.advance(1.9s);
+        m_queue.advance(isTheUsers ? 1.9s : 9.9s);
         EXPECT_THAT(buttons(), IsEmpty());
+        m_tapSource.undecided = false;
         m_queue.advance(0.2s);
         ASSERT_THAT(buttons(), ElementsAre("Ouvrir les Reglages", "Plus tard"));
         shown<QAbstractButton>().front()->click();

@@ -74,6 +74,7 @@ class PortalShortcuts final : public EventTapSource {
             begin();  // which starts it again
         return m_isBound;
     }
+    bool isUndecided() override { return m_isAsking; }
     std::unique_ptr<EventTap> createTap(Handler handler) override {
         return m_isBound ? m_chord.makeTap(std::move(handler)) : nullptr;
     }
@@ -120,10 +121,12 @@ class PortalShortcuts final : public EventTapSource {
 
     void request(const QString& method, QVariantList arguments, QVariantMap options,
                  std::function<void(const QVariantMap& results)> granted) {
+        m_isAsking = true;
         m_request = std::make_unique<PortalRequest>(
             m_bus, interface, method, std::move(arguments), std::move(options),
             [this, granted = std::move(granted)](bool isGranted, const QVariantMap& results,
                                                  const QString& reason) {
+                m_isAsking = false;
                 if (isGranted)
                     granted(results);
                 else  // it is not asked for again: that would be a dialog every two seconds
@@ -153,6 +156,7 @@ class PortalShortcuts final : public EventTapSource {
 
     void portalEnded() {
         m_request.reset();
+        m_isAsking = false;
         lose();
         m_portalHasEnded = true;
     }
@@ -162,6 +166,7 @@ class PortalShortcuts final : public EventTapSource {
     BusSignals m_signals;
     QDBusServiceWatcher m_watcher;
     QString m_session;
+    bool m_isAsking = false;
     bool m_isBound = false;
     bool m_portalHasEnded = false;
     ReportedChord m_chord;

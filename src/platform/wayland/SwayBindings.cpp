@@ -55,6 +55,7 @@ class SwayBindings final : public EventTapSource {
     }
 
     bool isTrusted() override { return m_isBound; }
+    bool isUndecided() override { return m_isUndecided; }
     std::unique_ptr<EventTap> createTap(Handler handler) override {
         return m_isBound ? m_chord.makeTap(std::move(handler)) : nullptr;
     }
@@ -65,7 +66,7 @@ class SwayBindings final : public EventTapSource {
         std::string last;
         for (bool isFirst = true; isFirst || !wait(-1, retryInterval); isFirst = false) {
             const std::string reason = serve();
-            m_isBound = false;
+            m_isUndecided = m_isBound = false;
             m_chord.setEnabled(false);
             m_chord.setDown(false);
             if (!reason.empty() && std::exchange(last, reason) != reason)
@@ -111,6 +112,7 @@ class SwayBindings final : public EventTapSource {
             const bool isDone =
                 content.is_array() && !content.empty() && field(content.front(), "success", false);
             m_isBound = isDone;
+            m_isUndecided = false;
             m_chord.setEnabled(isDone);
             return isDone ? "" : "sway does not bind Alt+Space";
         }
@@ -142,6 +144,7 @@ class SwayBindings final : public EventTapSource {
     const std::string m_path;
     const Print m_print;
     const int m_wake;
+    std::atomic<bool> m_isUndecided = true;
     std::atomic<bool> m_isBound = false;
     ReportedChord m_chord;
     std::thread m_thread;
