@@ -157,9 +157,20 @@ std::optional<int> DesktopSession::stopNulo() {
     return m_nulo->wait(std::chrono::seconds(10));
 }
 
-void DesktopSession::dictate(const fs::path& soundFile) {
+void DesktopSession::beginTake() {
+    const auto takes = [this] {
+        const auto lines = printed();
+        return std::count_if(lines.begin(), lines.end(), [](const std::string& line) {
+            return line.starts_with("Recording started");
+        });
+    };
+    const auto before = takes();
     pressChord();
-    require(waitForPrinted("Recording started").has_value(), "recording did not start");
+    require(waitUntil([&] { return takes() > before; }), "recording did not start");
+}
+
+void DesktopSession::dictate(const fs::path& soundFile) {
+    beginTake();
     m_soundServer.play(soundFile)->wait(std::chrono::seconds(60));
     releaseChord();
 }

@@ -60,6 +60,8 @@ class DesktopSession {
 
     /// Presses the chord, plays the sound file into the microphone to its end, lets go.
     void dictate(const std::filesystem::path& soundFile);
+    /// Presses the chord and waits until Nulo records.
+    void beginTake();
     void pressChord();
     void releaseChord();
     /// What the two do on KWin and Mutter.

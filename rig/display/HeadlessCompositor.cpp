@@ -62,6 +62,9 @@ HeadlessCompositor::HeadlessCompositor(Kind kind, Options options) : m_kind(kind
             started.environment.insert(started.environment.end(),
                                        {"KWIN_COMPOSE=Q", "QT_QPA_PLATFORM", "LC_ALL=C.UTF-8"});
             openFakeInput(options.fakeInputPrograms, started.environment);
+            // Plasma's launcher, where it is installed, has Alt+Space as long as nobody says so.
+            std::ofstream(folder() / "kglobalshortcutsrc")
+                << "[org.kde.krunner.desktop]\n_launch=none,Alt+Space,KRunner\n";
             // The installed one has a capability that a container may not give it.
             fs::copy_file("/usr/bin/kwin_wayland", folder() / "kwin_wayland");
             arguments = {folder() / "kwin_wayland",

@@ -68,7 +68,7 @@ class WaylandDictation : public testing::TestWithParam<Session> {
 };
 
 // Faults: a toolkit that ends the program for want of an X server; parts that are X11's; a session
-// whose parts do not fit together; a doctor that tells of others than those that serve.
+// whose parts do not fit together; keyboards that others bring and take away; a doctor that tells of others than those that serve.
 TEST_P(WaylandDictation, goesAllTheWay) {
     bringPortal();
     m_desktop.writeServiceFile(m_service.url());
@@ -78,9 +78,11 @@ TEST_P(WaylandDictation, goesAllTheWay) {
     EXPECT_THAT(m_desktop.startNuloAgain({"--doctor"}).second,
                 AllOf(HasSubstr(session.keyTap), HasSubstr(session.clipboard),
                       HasSubstr(session.paste), HasSubstr(session.overlay)));
-    m_desktop.dictate(recordedSpeech().file.parent_path() /
-                      "sense_and_sensibility_01_austen_64kb-0880.wav");
-    EXPECT_TRUE(waitUntil([&] { return m_desktop.text() == "Tout va bien."; })) << m_desktop.text();
+    for (const std::string text : {"Tout va bien.", "Tout va bien.Tout va bien."}) {
+        m_desktop.dictate(recordedSpeech().file.parent_path() /
+                          "sense_and_sensibility_01_austen_64kb-0880.wav");
+        EXPECT_TRUE(waitUntil([&] { return m_desktop.text() == text; })) << m_desktop.text();
+    }
     if (session.screen != Screen::mutter) {  // which no program without the focus may ask
         EXPECT_EQ(m_desktop.clipboard(), "Tout va bien.");
     }
