@@ -14,6 +14,7 @@
 #include "base/HttpUrl.h"
 #include "base/Print.h"
 #include "base/StandardStreams.h"
+#include "service/AudioDecoder.h"
 #include "service/GatewayConfig.h"
 #include "service/Sha256.h"
 #include "service/app/Options.h"
@@ -238,8 +239,11 @@ int serve(const Options& options) {
     HttpServer server(systemClock(), printLine, {},
                       [&api](const RequestHead& head) { return api.accept(head); });
     const bool isOffline = !transcriptionRoute(setup.config, "", "").provider;
-    if (isOffline)
-        api.onWarmUp = [&recogniser] { recogniser.warmUp(); };
+    api.onWarmUp = [&recogniser, isOffline] {
+        prepareDecoder();
+        if (isOffline)
+            recogniser.warmUp();
+    };
     api.onMetrics = [&] { return metrics.text(); };
     server.onServed = [&](const std::string& path, int status, std::chrono::nanoseconds duration,
                           bool brokenOff) {

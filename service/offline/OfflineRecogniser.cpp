@@ -86,6 +86,7 @@ Result<Transcript, Failure> OfflineRecogniser::recognise(const Take& take,
         return Failure{
             503, "The service is busy with other recordings. Try again in a few seconds.\n", 3};
     const auto samples = decodedSpeech(take.audio, std::chrono::minutes(15), stillWanted);
+    letDecoderGo();  // the engine needs the memory now
     if (!samples)
         return samples.error();
     if (isSilence(samples.value()))
