@@ -31,6 +31,20 @@ TEST(Service, recognisesAHumanVoiceAndSaysNothingOfIt) {
     EXPECT_THAT(service.log(), Not(HasSubstr("leisure")));
 }
 
+TEST(Service, loadsItsEngineWhileTheUserSpeaks) {
+    Service service({}, R"({"offline": {"keepMinutes": 0}})");
+    const auto megabytes = [&] {
+        long whole = 0, resident = 0;
+        std::ifstream("/proc/" + std::to_string(service.process().pid()) + "/statm") >> whole >>
+            resident;
+        return resident * sysconf(_SC_PAGESIZE) / 1'000'000;
+    };
+    ASSERT_TRUE(
+        waitUntil([&] { return megabytes() < 50; }));  // it was loaded to see that it can be
+    EXPECT_EQ(service.client().Head("/api/version")->status, 200);
+    EXPECT_TRUE(waitUntil([&] { return megabytes() > 80; }));
+}
+
 TEST(Service, offersTheUpdateInItsFolderAndNothingElseOfTheDisk) {
     const TemporaryFolder folder;
     const auto write = [&](const char* name, const std::string& content) {
