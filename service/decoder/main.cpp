@@ -6,7 +6,6 @@
 // take as much memory as a small model and as long to load as the rest of the companion; and
 // because files that are made to break a decoder break this one alone, which knows nothing else.
 
-#include <fcntl.h>
 #include <poll.h>
 #include <signal.h>
 #include <sys/socket.h>
@@ -110,6 +109,8 @@ int main() {
         std::fputs("usage: nulo-decoder <SOCKET\nnulo-service starts it for recordings.\n", stderr);
         return 2;
     }
+    signal(SIGTERM,
+           SIG_IGN);  // the companion's end, which finishes what is in flight, is this one's
     nulo::service::serve();
     _exit(0);  // threads may be at work for a companion that is gone
 }
