@@ -11,7 +11,7 @@ Chord chosenChord(const UserDefaults& defaults, const Print& print) {
     const auto chord = parsedChord(*wish);
     if (chord)
         return chord.value();
-    print("defaults.ini: " + chord.error().description + ". " + Chord().title() + " it is.");
+    print("defaults.ini: " + chord.error().description + "; " + Chord().title() + " it is");
     return {};
 }
 

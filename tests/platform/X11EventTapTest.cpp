@@ -52,10 +52,10 @@ TEST(X11EventTap, showsProgramsWhatTheTableSays) {
                 const auto printed = desktop.printed.lines().size();
                 desktop.play(isWithControl ? "C" + std::string(events) + "c" : events);
                 typed = desktop.typed(window);
-                called = desktop.takeCalls(std::string(calls).size());
+                const auto hasTimedOut = [&] { return desktop.printed.lines().size() > printed; };
+                called = desktop.takeCalls(hasTimedOut() ? 0 : std::string(calls).size());
                 // A machine so busy that the tap lets go of the keyboard shows nothing of it.
-                if ((typed == expected && called == calls) ||
-                    !waitUntil([&] { return desktop.printed.lines().size() > printed; }))
+                if ((typed == expected && called == calls) || !waitUntil(hasTimedOut))
                     break;
                 EXPECT_TRUE(KeyDesktop::isTapped(window, desktop.option));
                 desktop.takeCalls(0);
