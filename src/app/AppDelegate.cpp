@@ -27,7 +27,7 @@ AppDelegate::AppDelegate(Dependencies dependencies)
                  m_dependencies.mainQueue, m_dependencies.clock, m_dependencies.print,
                  m_dependencies.recordingsFolder),
       m_keyMonitor(m_dependencies.eventTapSource, m_dependencies.mainQueue, m_dependencies.print,
-                   m_dependencies.openShortcutHelp),
+                   m_dependencies.openShortcutHelp, m_dependencies.chord),
       m_waveformWindow(m_dependencies.mainQueue, m_dependencies.clock,
                        m_dependencies.overlayPlacement),
       m_pipeline({.mainQueue = m_dependencies.mainQueue,
@@ -68,7 +68,7 @@ void AppDelegate::applicationDidFinishLaunching() {
     wireRemoteControl();
     observeRecording();
     m_keyMonitor.start();
-    m_dependencies.print("Nulo is running. Use Option+Space to record.");
+    m_dependencies.print("Nulo is running. Use " + m_dependencies.chord + " to record.");
 }
 
 void AppDelegate::applicationWillTerminate() {
@@ -224,7 +224,8 @@ void AppDelegate::showAccessibility(bool granted) {
     const bool wasShown = std::exchange(m_accessibilityAlertWasShown, true);
     if (m_dependencies.permissionIsTheUsersToGive)
         return showAccessibilityAlert();
-    m_dependencies.print("Nulo may not watch the keyboard at the moment: Option+Space is off.");
+    m_dependencies.print("Nulo may not watch the keyboard at the moment: " + m_dependencies.chord +
+                         " is off.");
     // Other programs take the keyboard and give it back: one explanation is enough.
     if (!wasShown)
         showAccessibilityAlert();

@@ -49,6 +49,7 @@ class AppDelegate {
         Microphone& microphone;
         MakeAudioFileWriter makeAudioFileWriter;
         EventTapSource& eventTapSource;
+        std::string chord;  // Chord::title()
         /// Whether the user can give the permission that the tap source is waiting for; otherwise
         /// it comes and goes with what other programs do.
         bool permissionIsTheUsersToGive;

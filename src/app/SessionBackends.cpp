@@ -10,7 +10,7 @@
 namespace nulo {
 
 SessionBackends::SessionBackends(const SessionFacts& facts, const BackendChoice& choice,
-                                 InjectionGate& gate, MainQueue& mainQueue,
+                                 const Chord& chord, InjectionGate& gate, MainQueue& mainQueue,
                                  const std::filesystem::path& configDir, const Print& print) {
     const auto makeFirst = [&](const char* capability,
                                const std::vector<BackendCandidate>& candidates, auto make) {
@@ -27,11 +27,11 @@ SessionBackends::SessionBackends(const SessionFacts& facts, const BackendChoice&
     eventTapSource = makeFirst("Key tap", choice.keySource, [&](const BackendCandidate& candidate) {
         switch (candidate.backend) {
             case Backend::x11:
-                return makeX11EventTapSource(gate, mainQueue, print);
+                return makeX11EventTapSource(gate, mainQueue, print, chord);
             case Backend::swayBindings:
-                return makeSwayBindings(facts.swaySocket, print);
+                return makeSwayBindings(facts.swaySocket, print, chord);
             case Backend::shortcutsPortal:
-                return makePortalShortcuts(print);
+                return makePortalShortcuts(print, chord);
             default:
                 return makeUnavailableEventTapSource();
         }

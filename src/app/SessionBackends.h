@@ -20,9 +20,9 @@ class WaylandSession;
 struct SessionBackends {
     /// `gate` and `mainQueue` outlive it. `configDir` keeps what a portal remembers of the user's
     /// leave.
-    SessionBackends(const SessionFacts& facts, const BackendChoice& choice, InjectionGate& gate,
-                    MainQueue& mainQueue, const std::filesystem::path& configDir,
-                    const Print& print);
+    SessionBackends(const SessionFacts& facts, const BackendChoice& choice, const Chord& chord,
+                    InjectionGate& gate, MainQueue& mainQueue,
+                    const std::filesystem::path& configDir, const Print& print);
 
     std::shared_ptr<WaylandSession> wayland;  // null on X11
     std::unique_ptr<EventTapSource> eventTapSource;

@@ -11,6 +11,7 @@
 
 #include "app/AppDelegate.h"
 #include "app/BuildInfo.h"
+#include "app/ChosenChord.h"
 #include "app/CommandLine.h"
 #include "app/Examination.h"
 #include "app/SessionBackends.h"
@@ -121,14 +122,15 @@ int run(int argc, char** argv, const CommandLine& commandLine) {
     const std::unique_ptr<MainQueue> mainQueue = makeQtMainQueue();
     const std::unique_ptr<Microphone> microphone = makeMicrophone(*mainQueue, printLine);
     InjectionGate gate;
-    const BackendChoice choice = chooseBackends(facts);
-    const SessionBackends backends(facts, choice, gate, *mainQueue, configFile.configDir(),
+    const std::unique_ptr<UserDefaults> userDefaults =
+        makeUserDefaults(configFile.configDir() / "defaults.ini");
+    const Chord chord = chosenChord(*userDefaults, printLine);
+    const BackendChoice choice = chooseBackends(facts, chord);
+    const SessionBackends backends(facts, choice, chord, gate, *mainQueue, configFile.configDir(),
                                    printLine);
     TrayItem statusItem(makeStatusNotifierItem(),
                         [] { return std::make_unique<XEmbedTrayIcon>(); });
     const std::unique_ptr<Notifications> notifications = makeDesktopNotifications();
-    const std::unique_ptr<UserDefaults> userDefaults =
-        makeUserDefaults(configFile.configDir() / "defaults.ini");
     const std::unique_ptr<LoginItem> loginItem =
         makeLoginItem(folders.config, QCoreApplication::applicationFilePath().toStdString());
     const std::unique_ptr<UpdateHttp> updateHttp = makeUpdateHttp(*mainQueue);
@@ -158,6 +160,7 @@ int run(int argc, char** argv, const CommandLine& commandLine) {
          .microphone = *microphone,
          .makeAudioFileWriter = makeAacFileWriter,
          .eventTapSource = *backends.eventTapSource,
+         .chord = chord.title(),
          .permissionIsTheUsersToGive = choice.keySource.front().backend == Backend::none,
          .pasteboard = *backends.pasteboard,
          .pasteKeystroke = *backends.pasteKeystroke,

@@ -17,6 +17,7 @@
 #include "pasting/Pasting.h"
 
 #include "desktop/UserDefaults.h"
+#include "hotkey/Chord.h"
 #include "hotkey/EventTap.h"
 #include "transcription/HttpSession.h"
 #include "update/ProcessLauncher.h"
@@ -56,7 +57,7 @@ Result<std::unique_ptr<AudioFileWriter>> makeAacFileWriter(const std::filesystem
 
 /// Frozen-grab tap on the X server named by $DISPLAY. `gate` and `mainQueue` outlive it.
 std::unique_ptr<EventTapSource> makeX11EventTapSource(InjectionGate& gate, MainQueue& mainQueue,
-                                                      Print print);
+                                                      Print print, const Chord& chord = {});
 
 /// Where no tap is possible: never trusted, no taps.
 std::unique_ptr<EventTapSource> makeUnavailableEventTapSource();
@@ -107,7 +108,7 @@ std::unique_ptr<UpdateHttp> makeUpdateHttp(MainQueue& mainQueue);
 std::unique_ptr<ProcessLauncher> makeProcessLauncher();
 
 /// An INI file, readable by its owner only; its folder is made when something is first written. A
-/// file that is no INI file is replaced.
+/// file that is no INI file gets ".refused" added to its name.
 std::unique_ptr<UserDefaults> makeUserDefaults(const std::filesystem::path& file);
 
 }  // namespace nulo

@@ -8,6 +8,7 @@
 
 #include "base/MainQueue.h"
 #include "base/Print.h"
+#include "hotkey/Chord.h"
 #include "hotkey/EventTap.h"
 #include "pasting/Pasting.h"
 
@@ -46,10 +47,11 @@ std::unique_ptr<OverlayPlacement> makeLayerShellPlacement(std::shared_ptr<Waylan
 
 /// The chord by sway's own bindings, as long as sway answers on that $SWAYSOCK. A thread of its own
 /// calls the handlers.
-std::unique_ptr<EventTapSource> makeSwayBindings(const std::string& socket, Print print);
+std::unique_ptr<EventTapSource> makeSwayBindings(const std::string& socket, Print print,
+                                                 const Chord& chord = {});
 
 /// The chord by the portal's global shortcuts. Asks for them once; the user may be asked, too. With
 /// a QCoreApplication.
-std::unique_ptr<EventTapSource> makePortalShortcuts(Print print);
+std::unique_ptr<EventTapSource> makePortalShortcuts(Print print, const Chord& chord = {});
 
 }  // namespace nulo

@@ -44,9 +44,10 @@ class AppDelegateTest : public PartTest {
         m_delegate.emplace(AppDelegate::Dependencies(
             m_queue, m_clock, m_printed.print(), m_log, m_configFile, m_folder / "tmp",
             m_folder / "tmp/nulo", "http://127.0.0.1:8737", "1.2", m_microphone, m_files.maker(),
-            m_tapSource, m_permissionIsTheUsersToGive, m_desktop, m_desktop, m_http.factory(),
-            [this] { ++m_helpOpened; }, *m_overlayPlacement, m_alerts, m_statusItem, m_desktop,
-            m_desktop, m_defaults, m_desktop, m_updateHttp, m_updateWindows, m_launcher, nullptr));
+            m_tapSource, "Option+Space", m_permissionIsTheUsersToGive, m_desktop, m_desktop,
+            m_http.factory(), [this] { ++m_helpOpened; }, *m_overlayPlacement, m_alerts,
+            m_statusItem, m_desktop, m_desktop, m_defaults, m_desktop, m_updateHttp,
+            m_updateWindows, m_launcher, nullptr));
         m_delegate->applicationDidFinishLaunching();
     }
     void pressChord() {

@@ -125,13 +125,23 @@ TEST_F(SwayTest, tellsOfTheChord) {
         const std::lock_guard lock(mutex);
         return events;
     };
-    const auto source = makeSwayBindings(m_sway.swaySocket(), [](std::string_view) {});
-    ASSERT_TRUE(eventually([&] { return source->isTrusted(); }));
-    const auto tap = source->createTap([&](const KeyEvent& event) {
+    const auto note = [&](const KeyEvent& event) {
         const std::lock_guard lock(mutex);
         events += event.isSpace ? "space " : event.optionSet ? "option " : "end ";
         return EventFate::pass;
-    });
+    };
+    {
+        const auto source = makeSwayBindings(
+            m_sway.swaySocket(), [](std::string_view) {}, parsedChord("Super+Ctrl+D").value());
+        ASSERT_TRUE(eventually([&] { return source->isTrusted(); }));
+        const auto tap = source->createTap(note);
+        pressKeys({"-M", "logo", "-M", "ctrl", "-P", "d", "-p", "d", "-m", "ctrl", "-m", "logo"});
+        EXPECT_TRUE(eventually([&] { return told() == "option space end "; })) << told();
+    }
+    events.clear();
+    const auto source = makeSwayBindings(m_sway.swaySocket(), [](std::string_view) {});
+    ASSERT_TRUE(eventually([&] { return source->isTrusted(); }));
+    const auto tap = source->createTap(note);
     const std::vector<std::string> chord = {"-M", "alt", "-P", "space", "-p", "space", "-m", "alt"};
     pressKeys(chord);
     EXPECT_TRUE(eventually([&] { return told() == "option space end "; })) << told();

@@ -104,17 +104,21 @@ TEST_F(X11PasteTest, pastesOneTextAfterTheOther) {
 // out while the tap holds the keyboard, or never again; the end waits for the tap.
 TEST_F(X11PasteTest, waitsForHeldKeysAndForTheTap) {
     const auto window = openTextWindow();
-    press(Key::altLeft);
-    paste("held ");
-    EXPECT_TRUE(arrives("held "));
-    EXPECT_FALSE(isAnyKeyDown());
-    release(Key::altLeft);
+    std::string held;
+    for (const Key key : {Key::altLeft, Key::controlLeft, Key::superLeft}) {
+        press(key);
+        paste("held ");
+        held += "held ";
+        EXPECT_TRUE(arrives(held)) << key;
+        EXPECT_FALSE(isAnyKeyDown()) << key;
+        release(key);
+    }
     press(Key::altLeft);
     press(Key::controlLeft);
     paste("let go ");
     release(Key::controlLeft);
     release(Key::altLeft);
-    EXPECT_TRUE(arrives("held let go "));
+    EXPECT_TRUE(arrives(held + "let go "));
     EXPECT_TRUE(hasEndedTheChord() && !isAnyKeyDown()) << keys();
     EXPECT_EQ(keys().find("Alt+V"), std::string::npos);
 
@@ -122,15 +126,15 @@ TEST_F(X11PasteTest, waitsForHeldKeysAndForTheTap) {
     m_gate.setKeyboardHeld(true);
     paste("text");
     tap(Key::a);
-    ASSERT_TRUE(arrives("held let go a"));
+    ASSERT_TRUE(arrives(held + "let go a"));
     EXPECT_TRUE(processUntil([&] { return keys() == before + "press A\nrelease A\n"; })) << keys();
     m_gate.setKeyboardHeld(false);
-    EXPECT_TRUE(arrives("held let go atext"));
+    EXPECT_TRUE(arrives(held + "let go atext"));
     m_gate.setKeyboardHeld(true);
     m_keystroke->post({});
     m_keystroke.reset();
     tap(Key::a);
-    EXPECT_TRUE(arrives("held let go atexta"));
+    EXPECT_TRUE(arrives(held + "let go atexta"));
     EXPECT_FALSE(isAnyKeyDown());
 }
 

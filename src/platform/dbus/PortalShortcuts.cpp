@@ -49,8 +49,11 @@ constexpr const char* shortcutId = "push-to-talk";
 /// Everything happens on main, where the bus is heard.
 class PortalShortcuts final : public EventTapSource {
   public:
-    explicit PortalShortcuts(Print print)
+    PortalShortcuts(Print print, const Chord& chord)
         : m_print(std::move(print)),
+          m_chordName(chord.name()),
+          m_trigger(QString::fromStdString(
+              chord.written({"CTRL", "ALT", "SHIFT", "LOGO"}, chord.symbol))),
           m_bus(QDBusConnection::connectToBus(QDBusConnection::SessionBus, connectionName)),
           m_signals([this](const QDBusMessage& signal) { heard(signal); }),
           m_watcher(portalService, m_bus, QDBusServiceWatcher::WatchForUnregistration) {
@@ -108,15 +111,16 @@ class PortalShortcuts final : public EventTapSource {
         m_chord.setEnabled(true);
         m_print(keys.isEmpty()
                     ? "No global shortcut: the desktop gives Nulo no keys, as another program may "
-                      "have Alt+Space. Its keyboard settings change that."
+                      "have " +
+                          m_chordName + ". Its keyboard settings change that."
                     : "[nulo] The desktop's name for the shortcut: " + keys.toStdString());
         if (onObstructed)
             onObstructed(keys.isEmpty());
     }
 
-    static PortalShortcutList wanted() {
+    PortalShortcutList wanted() const {
         return {
-            {shortcutId, {{"description", "Hold to dictate"}, {"preferred_trigger", "ALT+space"}}}};
+            {shortcutId, {{"description", "Hold to dictate"}, {"preferred_trigger", m_trigger}}}};
     }
 
     void request(const QString& method, QVariantList arguments, QVariantMap options,
@@ -162,6 +166,8 @@ class PortalShortcuts final : public EventTapSource {
     }
 
     const Print m_print;
+    const std::string m_chordName;
+    const QString m_trigger;  // as desktops' portals write it
     QDBusConnection m_bus;
     BusSignals m_signals;
     QDBusServiceWatcher m_watcher;
@@ -175,8 +181,8 @@ class PortalShortcuts final : public EventTapSource {
 
 }  // namespace
 
-std::unique_ptr<EventTapSource> makePortalShortcuts(Print print) {
-    return std::make_unique<PortalShortcuts>(std::move(print));
+std::unique_ptr<EventTapSource> makePortalShortcuts(Print print, const Chord& chord) {
+    return std::make_unique<PortalShortcuts>(std::move(print), chord);
 }
 
 }  // namespace nulo

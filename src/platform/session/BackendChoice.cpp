@@ -18,14 +18,16 @@ bool isKwin(const SessionFacts& facts) {
     return facts.isDesktop("KDE") || facts.offers("org_kde_plasma_shell");
 }
 
-Candidates waylandKeySource(const SessionFacts& facts) {
+Candidates waylandKeySource(const SessionFacts& facts, const Chord& chord) {
     if (!facts.swaySocket.empty())
-        return {{Backend::swayBindings, "sway's own bindings: Alt+Space, until Space is let go"}};
+        return {{Backend::swayBindings,
+                 "sway's own bindings: " + chord.name() + ", until " + chord.key + " is let go"}};
     if (facts.hasPortal)
         return {{Backend::shortcutsPortal, "the desktop's global shortcuts, by its portal"}};
     return {{Backend::none,
-             "Option+Space cannot be watched: the compositor is not sway ($SWAYSOCK is not set), "
-             "and no desktop portal with global shortcuts is on the session bus"}};
+             chord.title() +
+                 " cannot be watched: the compositor is not sway ($SWAYSOCK is not set), "
+                 "and no desktop portal with global shortcuts is on the session bus"}};
 }
 
 Candidates waylandClipboard(const SessionFacts& facts) {
@@ -68,12 +70,12 @@ Candidates waylandOverlay(const SessionFacts& facts) {
 
 }  // namespace
 
-BackendChoice chooseBackends(const SessionFacts& facts) {
+BackendChoice chooseBackends(const SessionFacts& facts, const Chord& chord) {
     BackendChoice choice;
     // Windows keep their places on XWayland, and GNOME takes the clipboard from there.
     choice.toolkitPlatform = facts.display.empty() && facts.isWayland() ? "wayland" : "xcb";
     if (facts.isWayland()) {
-        choice.keySource = waylandKeySource(facts);
+        choice.keySource = waylandKeySource(facts, chord);
         choice.clipboard = waylandClipboard(facts);
         choice.paste = waylandPaste(facts);
         choice.overlay = waylandOverlay(facts);

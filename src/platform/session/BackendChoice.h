@@ -4,6 +4,8 @@
 #include <string>
 #include <vector>
 
+#include "hotkey/Chord.h"
+
 namespace nulo {
 
 /// What the session offers.
@@ -65,6 +67,7 @@ struct BackendChoice {
 
 /// By facts, never by whether a call succeeds: under XWayland an X11 key grab succeeds and then
 /// does not fire in Wayland windows, and neither do keys that are sent reach those.
-BackendChoice chooseBackends(const SessionFacts& facts);
+/// `chord` is what their reasons speak of.
+BackendChoice chooseBackends(const SessionFacts& facts, const Chord& chord = {});
 
 }  // namespace nulo
