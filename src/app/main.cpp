@@ -11,6 +11,7 @@
 #include "app/AppDelegate.h"
 #include "app/BuildInfo.h"
 #include "app/CommandLine.h"
+#include "app/Commands.h"
 #include "base/PrivateFolder.h"
 #include "base/StandardStreams.h"
 #include "doctor/Doctor.h"
@@ -240,7 +241,8 @@ int run(int argc, char** argv, const CommandLine& commandLine) {
          .updateHttp = *updateHttp,
          .updateWindows = updateWindows,
          .processLauncher = *processLauncher,
-         .terminate = [] { QCoreApplication::quit(); }});
+         .terminate = [] { QCoreApplication::quit(); },
+         .stateFolder = folders.state});
     QObject::connect(&application, &QCoreApplication::aboutToQuit,
                      [&delegate] { delegate.applicationWillTerminate(); });
     const TerminationSignals terminationSignals([] { QCoreApplication::quit(); });
@@ -280,6 +282,10 @@ int main(int argc, char** argv) {
         case CommandLine::Action::doctor:
         case CommandLine::Action::run:
             break;
+        default: {
+            const QCoreApplication application(argc, argv);
+            return carryOut(commandLine.value(), userFolders().state, askRunningNulo);
+        }
     }
     return run(argc, argv, commandLine.value());
 }
