@@ -5,6 +5,7 @@
 #include <QUrl>
 #include <chrono>
 #include <cstdio>
+#include <cstdlib>
 #include <functional>
 #include <string>
 
@@ -284,7 +285,10 @@ int main(int argc, char** argv) {
             break;
         default: {
             const QCoreApplication application(argc, argv);
-            return carryOut(commandLine.value(), userFolders().state, askRunningNulo);
+            const int status = carryOut(commandLine.value(), userFolders().state, askRunningNulo);
+            // The bus's thread may still be at work, with what the exit would destroy.
+            std::fflush(nullptr);
+            std::_Exit(status);
         }
     }
     return run(argc, argv, commandLine.value());
