@@ -46,7 +46,7 @@ int printHistory(const TextHistory& history) {
 int forgetAll(const TextHistory& history, const KeptTakes& takes, const AskRunningNulo& ask) {
     const Outcome texts = history.clear();
     const Outcome sound = takes.clear();
-    // It remembers the last ones; none may be running.
+    // A Nulo that runs has the last texts in memory; where none runs they are gone already.
     static_cast<void>(ask("Forget", std::nullopt));
     return told(texts ? sound : texts, "All texts and takes that were kept are removed.");
 }

@@ -128,7 +128,8 @@ Outcome askRunningNulo(const std::string& method, std::optional<unsigned> back) 
                                                QString::fromStdString(method));
     if (back)
         call << *back;
-    const QDBusMessage reply = bus.call(call, QDBus::Block, longestRetry);
+    const QDBusMessage reply =
+        bus.call(call, QDBus::Block, method == "Forget" ? longestWaitForTheOther : longestRetry);
     if (reply.type() == QDBusMessage::ReplyMessage)
         return Success{};
     if (reply.errorName() == failed)
