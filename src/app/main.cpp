@@ -11,8 +11,8 @@
 
 #include "app/AppDelegate.h"
 #include "app/BuildInfo.h"
-#include "app/CommandLine.h"
-#include "app/Commands.h"
+#include "app/commands/CommandLine.h"
+#include "app/commands/Commands.h"
 #include "base/PrivateFolder.h"
 #include "base/StandardStreams.h"
 #include "doctor/Doctor.h"

@@ -5,7 +5,7 @@
 #include <optional>
 #include <string>
 
-#include "app/CommandLine.h"
+#include "app/commands/CommandLine.h"
 #include "base/Result.h"
 
 namespace nulo {

@@ -1,4 +1,4 @@
-#include "app/Commands.h"
+#include "app/commands/Commands.h"
 
 #include <cstdio>
 #include <sstream>
