@@ -145,6 +145,7 @@ void DesktopSession::startNulo() {
 std::pair<std::optional<int>, std::string> DesktopSession::startNuloAgain(
     const std::vector<std::string>& arguments) {
     const fs::path output = m_home / "second-output";
+    fs::remove(output);
     std::vector<std::string> command{binaries / "nulo"};
     command.insert(command.end(), arguments.begin(), arguments.end());
     ChildProcess second(command, {environment(), output});
@@ -258,6 +259,7 @@ std::vector<std::string> DesktopSession::environment() const {
           std::string("QT_LINUX_ACCESSIBILITY_ALWAYS_ON=1"), std::string("QT_QPA_PLATFORM"),
           std::string("XDG_CONFIG_HOME"), std::string("LC_ALL=C.UTF-8")})
         variables.push_back(more);
+    variables.emplace_back("XDG_STATE_HOME");
     return variables;
 }
 

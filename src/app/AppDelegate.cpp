@@ -30,16 +30,33 @@ AppDelegate::AppDelegate(Dependencies dependencies)
                    m_dependencies.openShortcutHelp, m_dependencies.chord),
       m_waveformWindow(m_dependencies.mainQueue, m_dependencies.clock,
                        m_dependencies.overlayPlacement),
-      m_pipeline({.mainQueue = m_dependencies.mainQueue,
-                  .clock = m_dependencies.clock,
-                  .print = m_dependencies.print,
-                  .log = m_dependencies.log,
-                  .overlay = m_waveformWindow,
-                  .pasteboard = m_dependencies.pasteboard,
-                  .pasteKeystroke = m_dependencies.pasteKeystroke,
-                  .loadConfig = [this] { return m_dependencies.configFile.load(); },
-                  .onFailure = [this](const Notice& notice) { showFailure(notice); },
-                  .onSuccess = [this] { forgetFailure(); }}) {}
+      m_pipeline(
+          {.mainQueue = m_dependencies.mainQueue,
+           .clock = m_dependencies.clock,
+           .print = m_dependencies.print,
+           .log = m_dependencies.log,
+           .overlay = m_waveformWindow,
+           .pasteboard = m_dependencies.pasteboard,
+           .pasteKeystroke = m_dependencies.pasteKeystroke,
+           .loadConfig = [this] { return m_dependencies.configFile.load(); },
+           .onFailure = [this](const Notice& notice) { showFailure(notice); },
+           .onSuccess = [this] { forgetFailure(); },
+           .onText = [this](const auto& text,
+                            const auto& mode) { m_recall.textDelivered(text, mode); },
+           .keepTake = [this](const auto& file,
+                              const auto& route) { return m_recall.keepTake(file, route); }}),
+      m_recall({.mainQueue = m_dependencies.mainQueue,
+                .clock = m_dependencies.clock,
+                .log = m_dependencies.log,
+                .userDefaults = m_dependencies.userDefaults,
+                .notifications = m_dependencies.notifications,
+                .pipeline = m_pipeline,
+                .service =
+                    [this] {
+                        makeMissingService();
+                        return m_transcriptionService.get();
+                    },
+                .stateFolder = m_dependencies.stateFolder}) {}
 
 AppDelegate::~AppDelegate() {
     delete m_accessibilityAlert;
@@ -185,7 +202,18 @@ void AppDelegate::wireRemoteControl() {
          .stopRecording = m_lifetime.guard([this] { recordStop(); }),
          .toggle = m_lifetime.guard(
              [this] { m_recorder.isRecording().get() ? recordStop() : recordStart(); }),
-         .showSettings = m_lifetime.guard([this] { m_menuBarController->openSettings(); })});
+         .showSettings = m_lifetime.guard([this] { m_menuBarController->openSettings(); }),
+         .pasteLast =
+             m_lifetime.guard([this](std::size_t back, const RemoteActions::Answer& answer) {
+                 m_recall.pasteLast(back, answer);
+             }),
+         .copyLast =
+             m_lifetime.guard([this](std::size_t back, const RemoteActions::Answer& answer) {
+                 m_recall.copyLast(back, answer);
+             }),
+         .retry = m_lifetime.guard(
+             [this](const RemoteActions::Answer& answer) { m_recall.retry(answer); }),
+         .forget = m_lifetime.guard([this] { m_recall.forget(); })});
 }
 
 void AppDelegate::observeRecording() {

@@ -9,6 +9,7 @@
 #include <string_view>
 
 #include "app/PipelineLog.h"
+#include "app/Recall.h"
 #include "app/RecordingPipeline.h"
 #include "audio/AudioRecorder.h"
 #include "base/Clock.h"
@@ -67,7 +68,8 @@ class AppDelegate {
         UpdateHttp& updateHttp;
         UpdateWindows& updateWindows;
         ProcessLauncher& processLauncher;
-        std::function<void()> terminate;  // ends the program normally; may return before it does
+        std::function<void()> terminate;    // ends the program normally; may return before it does
+        std::filesystem::path stateFolder;  // for what the user wants to be kept
     };
 
     explicit AppDelegate(Dependencies dependencies);
@@ -121,6 +123,7 @@ class AppDelegate {
     // A dictation on its way uses the service, and goes first.
     std::unique_ptr<TranscriptionService> m_transcriptionService;
     RecordingPipeline m_pipeline;
+    Recall m_recall;
     DictationOverlay::Panel m_recordingPanel = 0;  // of the take being recorded
     bool m_takeHasBegun = false;
     bool m_takeHasFailed = false;

@@ -77,6 +77,21 @@ Notice nothingRecognised() {
             "n'est pas coupe."};
 }
 
+Notice andTakeKept(Notice failure) {
+    // It stands first, because desktops cut long texts.
+    failure.text = "L'enregistrement est garde : nulo --retry l'envoie a nouveau. " + failure.text;
+    return failure;
+}
+
+Notice textRecovered() {
+    return {"Dictee retrouvee", "Le texte est dans le presse-papiers, collez-le vous-meme."};
+}
+
+Notice textRecoveredWithoutCleanup(const TranscriptionFailure& failure) {
+    return {"Dictee retrouvee sans correction",
+            "Le texte est dans le presse-papiers, collez-le vous-meme. " + advice(failure)};
+}
+
 Notice textNotPasted(const Error& reason) {
     return {"Texte non colle",
             "Il est dans le presse-papiers, collez-le vous-meme : " + reason.description + "."};

@@ -21,6 +21,11 @@ Notice requestFailed(const TranscriptionFailure& failure);
 /// The notice of a failed clean-up; the transcript is pasted all the same.
 Notice cleanupFailed(const TranscriptionFailure& failure);
 Notice nothingRecognised();
+/// The notice of a failure whose take is kept.
+Notice andTakeKept(Notice failure);
+/// What came of a kept take that was sent again; its text is on the clipboard.
+Notice textRecovered();
+Notice textRecoveredWithoutCleanup(const TranscriptionFailure& failure);
 Notice textNotPasted(const Error& reason);
 
 }  // namespace nulo

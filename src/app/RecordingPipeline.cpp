@@ -4,8 +4,15 @@
 #include <utility>
 
 #include "app/FailureTexts.h"
+#include "app/Routes.h"
 
 namespace nulo {
+namespace {
+
+// The desktop hears of the new text by another way than of the keys, and must not be late.
+constexpr MainQueue::Delay keysAfterClipboard(0.1);
+
+}  // namespace
 
 RecordingPipeline::RecordingPipeline(Dependencies dependencies)
     : m_dependencies(std::move(dependencies)),
@@ -32,12 +39,31 @@ void RecordingPipeline::processRecording(const std::optional<std::filesystem::pa
     }
     if (file) {
         m_dependencies.print("No transcription service configured.");
-        m_dependencies.onFailure(m_whyNoService);
+        const bool isKept = m_dependencies.keepTake &&
+                            m_dependencies.keepTake(*file, routeOf(m_dependencies.loadConfig()));
+        m_dependencies.onFailure(isKept ? andTakeKept(m_whyNoService) : m_whyNoService);
         std::error_code ignored;
         std::filesystem::remove(*file, ignored);
     }
     if (m_dependencies.overlay.panel() == panel)
         m_dependencies.overlay.hide();
+}
+
+void RecordingPipeline::paste(std::string text, std::function<void()> begun) {
+    m_deliveries.await([this, text = std::move(text), begun = std::move(begun)] {
+        m_dependencies.pasteboard.setString(text);
+        begun();
+        m_dependencies.mainQueue.asyncAfter(keysAfterClipboard,
+                                            m_lifetime.guard([this] { m_deliveries.paste(); }));
+    });
+}
+
+void RecordingPipeline::copy(std::string text, std::function<void()> done) {
+    m_deliveries.await([this, text = std::move(text), done = std::move(done)] {
+        m_dependencies.pasteboard.setString(text);
+        done();
+        m_deliveries.leave();
+    });
 }
 
 }  // namespace nulo

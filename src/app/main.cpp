@@ -5,16 +5,18 @@
 #include <QUrl>
 #include <chrono>
 #include <cstdio>
+#include <cstdlib>
 #include <string>
 #include <utility>
 #include <vector>
 
 #include "app/AppDelegate.h"
 #include "app/BuildInfo.h"
-#include "app/ChosenChord.h"
-#include "app/CommandLine.h"
-#include "app/Examination.h"
-#include "app/SessionBackends.h"
+#include "app/commands/CommandLine.h"
+#include "app/commands/Commands.h"
+#include "app/start/ChosenChord.h"
+#include "app/start/Examination.h"
+#include "app/start/SessionBackends.h"
 #include "base/PrivateFolder.h"
 #include "base/StandardStreams.h"
 #include "pasting/InjectionGate.h"
@@ -101,7 +103,7 @@ int run(int argc, char** argv, const CommandLine& commandLine) {
     if (!facts.waylandDisplay.empty())
         facts.hasPortal = portalIsOnTheBus();
     if (commandLine.action == CommandLine::Action::doctor)
-        return examine(facts, commandLine.isJson);
+        return examine(facts, build::baseURL(), commandLine.isJson);
     const ClaimedInstance claimed = claimInstance(printLine);
     switch (claimed.instance) {
         case Instance::only:
@@ -181,7 +183,8 @@ int run(int argc, char** argv, const CommandLine& commandLine) {
          .updateHttp = *updateHttp,
          .updateWindows = updateWindows,
          .processLauncher = *processLauncher,
-         .terminate = [] { QCoreApplication::quit(); }});
+         .terminate = [] { QCoreApplication::quit(); },
+         .stateFolder = folders.state});
     QObject::connect(&application, &QCoreApplication::aboutToQuit,
                      [&delegate] { delegate.applicationWillTerminate(); });
     const TerminationSignals terminationSignals([] { QCoreApplication::quit(); });
@@ -221,6 +224,13 @@ int main(int argc, char** argv) {
         case CommandLine::Action::doctor:
         case CommandLine::Action::run:
             break;
+        default: {
+            const QCoreApplication application(argc, argv);
+            const int status = carryOut(commandLine.value(), userFolders().state, askRunningNulo);
+            // The bus's thread may still be at work, with what the exit would destroy.
+            std::fflush(nullptr);
+            std::_Exit(status);
+        }
     }
     return run(argc, argv, commandLine.value());
 }

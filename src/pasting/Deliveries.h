@@ -27,10 +27,12 @@ class Deliveries {
     /// Whether texts come into programs by themselves in this session.
     bool arePasted() const { return m_pasteKeystroke.isPossible(); }
     /// Calls `begin` when it is this delivery's turn, inside this call when none is under way. The
-    /// turn ends with what paste() starts, so every `begin` leads to one paste().
+    /// turn ends with what paste() starts or with leave(), so every `begin` leads to one of them.
     void await(std::function<void()> begin);
     /// Sends the keystroke of the delivery whose turn it is.
     void paste();
+    /// Ends the turn without a keystroke.
+    void leave() { next(); }
 
   private:
     enum class State {

@@ -1,4 +1,4 @@
-#include "app/Examination.h"
+#include "app/start/Examination.h"
 
 #include <QCoreApplication>
 #include <cstdio>
@@ -6,8 +6,7 @@
 #include <string>
 #include <utility>
 
-#include "app/BuildInfo.h"
-#include "app/ChosenChord.h"
+#include "app/start/ChosenChord.h"
 #include "config/ConfigFile.h"
 #include "doctor/Doctor.h"
 #include "pasting/InjectionGate.h"
@@ -39,7 +38,7 @@ int tellFindings(const std::vector<Finding>& findings, bool isJson) {
     return canDictate(findings) ? 0 : 1;
 }
 
-int examine(const SessionFacts& facts, bool isJson) {
+int examine(const SessionFacts& facts, std::string_view defaultBaseURL, bool isJson) {
     std::string printed;
     const Print collect = [&printed](std::string_view line) { printed += line; };
     const ConfigFile configFile(userFolders().home, collect);
@@ -67,7 +66,7 @@ int examine(const SessionFacts& facts, bool isJson) {
                    .chord = chord.title(),
                    .http = *http,
                    .configHome = userFolders().home,
-                   .defaultBaseURL = build::baseURL(),
+                   .defaultBaseURL = defaultBaseURL,
                    .desktop = desktopFacts(),
                    .checkCompanion =
                        [] {

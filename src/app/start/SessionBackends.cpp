@@ -1,4 +1,4 @@
-#include "app/SessionBackends.h"
+#include "app/start/SessionBackends.h"
 
 #include <string>
 #include <vector>

@@ -1,4 +1,4 @@
-#include "app/ChosenChord.h"
+#include "app/start/ChosenChord.h"
 
 #include <string>
 
