@@ -23,6 +23,8 @@ struct FakeDesktop final : Pasteboard, PasteKeystroke, Notifications, LoginItem,
     void setString(std::string_view) override {}
     void post(Report) override {}
     void show(const Notice& notice) override { notices.push_back(notice.title); }
+    void offer(const Notice& notice, NoticeAction) override { show(notice); }
+    void withdrawOffer() override { notices.pop_back(); }
     Outcome registerItem() override { return Error{"cannot write it"}; }
     void setActions(RemoteActions newActions) override { actions = std::move(newActions); }
     void setRecording(bool recording) override { states.push_back(recording); }
