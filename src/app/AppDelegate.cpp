@@ -39,7 +39,12 @@ AppDelegate::AppDelegate(Dependencies dependencies)
                   .pasteKeystroke = m_dependencies.pasteKeystroke,
                   .loadConfig = [this] { return m_dependencies.configFile.load(); },
                   .onFailure = [this](const Notice& notice) { showFailure(notice); },
-                  .onSuccess = [this] { forgetFailure(); }}) {}
+                  .onSuccess = [this] { forgetFailure(); },
+                  .offer =
+                      [this](const Notice& notice, NoticeAction action) {
+                          m_dependencies.notifications.offer(notice, std::move(action));
+                      },
+                  .withdrawOffer = [this] { m_dependencies.notifications.withdrawOffer(); }}) {}
 
 AppDelegate::~AppDelegate() {
     delete m_accessibilityAlert;

@@ -43,6 +43,10 @@ class Dictation {
         std::function<void(const Notice&)> onFailure;
         /// Called when a text was delivered and nothing failed on its way.
         std::function<void()> onSuccess;
+        /// Shows the notice of a text that did not arrive, with what can be done. May be empty.
+        std::function<void(const Notice&, NoticeAction)> offer;
+        /// Takes that notice away again. May be empty.
+        std::function<void()> withdrawOffer;
     };
 
     Dictation(const Dependencies& dependencies, TranscriptionService& service,

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <string>
+#include <string_view>
 
 #include "base/Result.h"
 #include "desktop/Notifications.h"
@@ -22,5 +23,10 @@ Notice requestFailed(const TranscriptionFailure& failure);
 Notice cleanupFailed(const TranscriptionFailure& failure);
 Notice nothingRecognised();
 Notice textNotPasted(const Error& reason);
+
+/// Notices of texts that no program asked for after the keys, and the button that pastes again.
+Notice textNotRead();
+Notice textReplaced();
+inline constexpr std::string_view pasteAgainLabel = "Coller a nouveau";
 
 }  // namespace nulo

@@ -3,8 +3,10 @@
 #include <filesystem>
 #include <list>
 #include <optional>
+#include <string>
 
 #include "app/Dictation.h"
+#include "base/Lifetime.h"
 #include "desktop/DictationOverlay.h"
 #include "desktop/Notifications.h"
 #include "pasting/Deliveries.h"
@@ -31,15 +33,22 @@ class RecordingPipeline {
     /// once.
     void processRecording(const std::optional<std::filesystem::path>& file, Panel panel);
 
+    /// Pastes a text once more, behind those that are on their way.
+    void paste(std::string text);
+
     /// Gives up all dictations and deletes their takes.
     void cancelAll() { m_dictations.clear(); }
 
   private:
+    void told(const Deliveries::Receipt& receipt);
+    void offerAgain(const Notice& notice, const std::string& text);
+
     const Dependencies m_dependencies;
     TranscriptionService* m_service = nullptr;
     Notice m_whyNoService;
     Deliveries m_deliveries;
     std::list<Dictation> m_dictations;
+    Lifetime m_lifetime;
 };
 
 }  // namespace nulo

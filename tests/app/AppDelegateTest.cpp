@@ -21,6 +21,7 @@ struct FakeDesktop final : Pasteboard, PasteKeystroke, Notifications, LoginItem,
     RemoteActions actions;
     std::vector<bool> states;
     void setString(std::string_view) override {}
+    bool holdsText() const override { return true; }
     void post(Report) override {}
     void show(const Notice& notice) override { notices.push_back(notice.title); }
     void offer(const Notice& notice, NoticeAction) override { show(notice); }
