@@ -122,13 +122,14 @@ int run(int argc, char** argv, const CommandLine& commandLine) {
     const std::unique_ptr<Microphone> microphone = makeMicrophone(*mainQueue, printLine);
     InjectionGate gate;
     const BackendChoice choice = chooseBackends(facts);
+    const std::unique_ptr<UserDefaults> userDefaults =
+        makeUserDefaults(configFile.configDir() / "defaults.ini");
     const SessionBackends backends(facts, choice, gate, *mainQueue, configFile.configDir(),
+                                   userDefaults->boolean("privateClipboard").value_or(false),
                                    printLine);
     TrayItem statusItem(makeStatusNotifierItem(),
                         [] { return std::make_unique<XEmbedTrayIcon>(); });
     const std::unique_ptr<Notifications> notifications = makeDesktopNotifications();
-    const std::unique_ptr<UserDefaults> userDefaults =
-        makeUserDefaults(configFile.configDir() / "defaults.ini");
     const std::unique_ptr<LoginItem> loginItem =
         makeLoginItem(folders.config, QCoreApplication::applicationFilePath().toStdString());
     const std::unique_ptr<UpdateHttp> updateHttp = makeUpdateHttp(*mainQueue);
