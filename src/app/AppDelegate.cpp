@@ -41,6 +41,11 @@ AppDelegate::AppDelegate(Dependencies dependencies)
            .loadConfig = [this] { return m_dependencies.configFile.load(); },
            .onFailure = [this](const Notice& notice) { showFailure(notice); },
            .onSuccess = [this] { forgetFailure(); },
+           .offer =
+               [this](const Notice& notice, NoticeAction action) {
+                   m_dependencies.notifications.offer(notice, std::move(action));
+               },
+           .withdrawOffer = [this] { m_dependencies.notifications.withdrawOffer(); },
            .onText = [this](const auto& text,
                             const auto& mode) { m_recall.textDelivered(text, mode); },
            .keepTake = [this](const auto& file,

@@ -262,7 +262,7 @@ void Dictation::cleanupEnded(const std::string& debugLine) {
 
 void Dictation::deliver(const std::string& text, std::function<void()> delivered) {
     m_deliveries.await(m_lifetime.guard([this, text, delivered = std::move(delivered)] {
-        m_dependencies.pasteboard.setString(text);
+        m_deliveries.copy(text);
         m_text = text;
         delivered();
     }));

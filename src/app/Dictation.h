@@ -44,6 +44,10 @@ class Dictation {
         std::function<void(const Notice&)> onFailure;
         /// Called when a text was delivered and nothing failed on its way.
         std::function<void()> onSuccess;
+        /// Shows the notice of a text that did not arrive, with what can be done. May be empty.
+        std::function<void(const Notice&, NoticeAction)> offer;
+        /// Takes that notice away again. May be empty.
+        std::function<void()> withdrawOffer;
         /// Called with each text whose keystroke is on its way, and its mode's name. May be empty.
         std::function<void(const std::string& text, const std::string& mode)> onText;
         /// Keeps a copy of a take that may be understood at another time; tells whether it did. May

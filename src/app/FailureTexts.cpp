@@ -97,4 +97,15 @@ Notice textNotPasted(const Error& reason) {
             "Il est dans le presse-papiers, collez-le vous-meme : " + reason.description + "."};
 }
 
+Notice textNotRead() {
+    return {"Texte non colle",
+            "Aucun programme ne l'a pris. Il est dans le presse-papiers, collez-le vous-meme."};
+}
+
+Notice textReplaced() {
+    return {"Texte non colle",
+            "Aucun programme ne l'a pris, et la dictee suivante est venue a sa place dans le "
+            "presse-papiers."};
+}
+
 }  // namespace nulo

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <string>
+#include <string_view>
 
 #include "base/Result.h"
 #include "desktop/Notifications.h"
@@ -27,5 +28,10 @@ Notice andTakeKept(Notice failure);
 Notice textRecovered();
 Notice textRecoveredWithoutCleanup(const TranscriptionFailure& failure);
 Notice textNotPasted(const Error& reason);
+
+/// Notices of texts that no program asked for after the keys, and the button that pastes again.
+Notice textNotRead();
+Notice textReplaced();
+inline constexpr std::string_view pasteAgainLabel = "Coller a nouveau";
 
 }  // namespace nulo

@@ -45,6 +45,9 @@ class RecordingPipeline {
     void cancelAll() { m_dictations.clear(); }
 
   private:
+    void told(const Deliveries::Receipt& receipt);
+    void offerAgain(const Notice& notice, const std::string& text);
+
     const Dependencies m_dependencies;
     TranscriptionService* m_service = nullptr;
     Notice m_whyNoService;

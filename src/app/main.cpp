@@ -129,6 +129,7 @@ int run(int argc, char** argv, const CommandLine& commandLine) {
     const Chord chord = chosenChord(*userDefaults, printLine);
     const BackendChoice choice = chooseBackends(facts, chord);
     const SessionBackends backends(facts, choice, chord, gate, *mainQueue, configFile.configDir(),
+                                   userDefaults->boolean("privateClipboard").value_or(false),
                                    printLine);
     TrayItem statusItem(makeStatusNotifierItem(),
                         [] { return std::make_unique<XEmbedTrayIcon>(); });

@@ -75,8 +75,15 @@ std::unique_ptr<PasteKeystroke> makeNoPasteKeystroke(std::string reason);
 /// Whether an X server answers there; Qt ends the process when none does. Waits for the server.
 bool x11DisplayAnswers(const std::string& display);
 
-/// Main thread, with a QGuiApplication.
-std::unique_ptr<Pasteboard> makeQtPasteboard();
+struct QtPasteboardOptions {
+    /// The text carries the hint by which clipboard managers know passwords.
+    bool isPrivate = false;
+    /// One program, the compositor, may ask in the name of all others.
+    bool isBridged = false;
+};
+
+/// Main thread, with a QGuiApplication; it tells which program reads on X11 only.
+std::unique_ptr<Pasteboard> makeQtPasteboard(const QtPasteboardOptions& options = {});
 
 /// The item in trays that ask over the session bus; shown nowhere without a bus. With a
 /// QCoreApplication.

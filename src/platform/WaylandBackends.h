@@ -26,9 +26,10 @@ std::optional<std::set<std::string>> waylandOffers(const std::string& display);
 /// ask of it comes in order. `display` as in $WAYLAND_DISPLAY.
 std::shared_ptr<WaylandSession> openWaylandSession(const std::string& display);
 
-/// Both selections by data-control. `mainQueue` outlives it.
+/// Both selections by data-control, which does not tell who reads. A private text carries the hint
+/// by which clipboard managers know passwords. `mainQueue` outlives it.
 std::unique_ptr<Pasteboard> makeWaylandPasteboard(std::shared_ptr<WaylandSession> session,
-                                                  MainQueue& mainQueue);
+                                                  MainQueue& mainQueue, bool isPrivate = false);
 
 /// Shift+Insert by a virtual keyboard, for the text of makeWaylandPasteboard().
 std::unique_ptr<PasteKeystroke> makeVirtualKeyboardPaste(std::shared_ptr<WaylandSession> session);

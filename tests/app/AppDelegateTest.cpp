@@ -22,6 +22,7 @@ struct FakeDesktop final : Pasteboard, PasteKeystroke, Notifications, LoginItem,
     RemoteActions actions;
     std::vector<bool> states;
     void setString(std::string_view text) override { delivered.emplace_back(text); }
+    bool holdsText() const override { return true; }
     void post(Report report) override {
         delivered.emplace_back("paste");
         report.onEnd(Success{});
@@ -30,6 +31,8 @@ struct FakeDesktop final : Pasteboard, PasteKeystroke, Notifications, LoginItem,
         notices.push_back(notice.title);
         noticeText = notice.text;
     }
+    void offer(const Notice& notice, NoticeAction) override { show(notice); }
+    void withdrawOffer() override { notices.pop_back(); }
     Outcome registerItem() override { return Error{"cannot write it"}; }
     void setActions(RemoteActions newActions) override { actions = std::move(newActions); }
     void setRecording(bool recording) override { states.push_back(recording); }

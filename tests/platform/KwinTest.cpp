@@ -60,12 +60,12 @@ class KwinTest : public testing::Test {
 TEST_F(KwinTest, pastesOneTextAfterTheOther) {
     const auto pasteboard = makeWaylandPasteboard(m_session, *m_queue);
     const auto keystroke = makeFakeInputPaste(m_session);
-    Deliveries deliveries(*m_queue, *pasteboard, *keystroke);
+    Deliveries deliveries(*m_queue, systemClock(), *pasteboard, *keystroke);
     deliveries.onFailure = [](const Error& reason) { ADD_FAILURE() << reason.description; };
     ASSERT_TRUE(eventually([&] { return text().has_value(); }));
     for (const std::string one : {"déjà ", "vu"})
         deliveries.await([&, one] {
-            pasteboard->setString(one);
+            deliveries.copy(one);
             deliveries.paste();
         });
     EXPECT_TRUE(eventually([&] { return text() == "déjà vu"; })) << text().value_or("no text");

@@ -11,7 +11,8 @@ namespace nulo {
 
 SessionBackends::SessionBackends(const SessionFacts& facts, const BackendChoice& choice,
                                  const Chord& chord, InjectionGate& gate, MainQueue& mainQueue,
-                                 const std::filesystem::path& configDir, const Print& print) {
+                                 const std::filesystem::path& configDir, bool privateClipboard,
+                                 const Print& print) {
     const auto makeFirst = [&](const char* capability,
                                const std::vector<BackendCandidate>& candidates, auto make) {
         decltype(make(candidates.front())) made;
@@ -37,8 +38,10 @@ SessionBackends::SessionBackends(const SessionFacts& facts, const BackendChoice&
         }
     });
     pasteboard = makeFirst("Clipboard", choice.clipboard, [&](const BackendCandidate& candidate) {
-        return candidate.backend == Backend::dataControl ? makeWaylandPasteboard(wayland, mainQueue)
-                                                         : makeQtPasteboard();
+        return candidate.backend == Backend::dataControl
+                   ? makeWaylandPasteboard(wayland, mainQueue, privateClipboard)
+                   : makeQtPasteboard({.isPrivate = privateClipboard,
+                                       .isBridged = !facts.waylandDisplay.empty()});
     });
     pasteKeystroke = makeFirst("Paste", choice.paste, [&](const BackendCandidate& candidate) {
         switch (candidate.backend) {
