@@ -75,6 +75,8 @@ class FakePortal final : public QDBusVirtualObject {
         shortcuts.beginArray();
         shortcuts.beginStructure();
         shortcuts >> id >> properties;
+        shortcuts.endStructure();
+        shortcuts.endArray();
         return properties["preferred_trigger"].toString();
     }
 
