@@ -28,6 +28,7 @@ struct NotificationService final : BusObject {
                         values[4].toString().toStdString() +
                         (actions.isEmpty() ? "" : " [" + actions.value(1).toStdString() + "]"));
         button = actions.value(0);
+        message.setDelayedReply(isMute);
         return message.createReply(7u);
     }
     void click(uint notice, const QString& key) { emitSignal("ActionInvoked", {notice, key}); }
@@ -35,6 +36,7 @@ struct NotificationService final : BusObject {
     std::vector<std::string> shown;
     QStringList capabilities{"body", "actions"};
     QString button;
+    bool isMute = false;
 };
 
 // Notices that pile up, that another program's words turn into markup, or that need a service.
@@ -81,6 +83,11 @@ TEST(DesktopNotifications, replacesTheNoticeThatIsShown) {
     notifications->show({"Another", "notice"});
     notifications->withdrawOffer();
     ASSERT_TRUE(processUntil([&] { return service.shown.back() == "7: notice"; }));
+    // Nothing waits for a service that never answers.
+    service.isMute = true;
+    ASSERT_TRUE(offer("five"));
+    notifications->withdrawOffer();
+    notifications->show({"Not", "sent"});
     QDBusConnection::disconnectFromBus("notification-service");
     testBus().stop();
 }
