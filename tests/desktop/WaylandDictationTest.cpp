@@ -68,7 +68,8 @@ class WaylandDictation : public testing::TestWithParam<Session> {
 };
 
 // Faults: a toolkit that ends the program for want of an X server; parts that are X11's; a session
-// whose parts do not fit together; keyboards that others bring and take away; a doctor that tells of others than those that serve.
+// whose parts do not fit together; keyboards that others bring and take away; a doctor that tells
+// of others than those that serve.
 TEST_P(WaylandDictation, goesAllTheWay) {
     bringPortal();
     m_desktop.writeServiceFile(m_service.url());
