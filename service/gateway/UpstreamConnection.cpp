@@ -174,13 +174,11 @@ std::string UpstreamConnection::header(const char* name) const {
 }
 
 bool UpstreamConnection::wasClosedBefore() const {
-    const bool isCut = m_result == CURLE_SEND_ERROR || m_result == CURLE_RECV_ERROR ||
-                       m_result == CURLE_GOT_NOTHING;
     long connects = 0;
     long answered = 0;
     curl_easy_getinfo(m_easy.get(), CURLINFO_NUM_CONNECTS, &connects);
     curl_easy_getinfo(m_easy.get(), CURLINFO_HEADER_SIZE, &answered);
-    return isCut && connects == 0 && answered == 0;
+    return m_result == CURLE_SEND_ERROR && connects == 0 && answered == 0;
 }
 
 UpstreamFault UpstreamConnection::faultOf(CURLcode code) const {

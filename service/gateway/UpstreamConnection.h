@@ -42,8 +42,8 @@ class UpstreamConnection {
     template <typename Done>
     std::optional<UpstreamFault> runUntil(Done done, const StillWanted& stillWanted);
     void move();
-    /// Whether the provider had closed the kept connection when this request came, which it has not
-    /// read then: another connection is worth a try.
+    /// Whether the provider had closed the kept connection before this request could be sent to its
+    /// end: the provider cannot have acted on it, and another connection is worth a try.
     bool wasClosedBefore() const;
     UpstreamFault faultOf(CURLcode code) const;
     std::size_t takeHeadLine(std::string_view line);
