@@ -259,16 +259,34 @@ TEST(X11EventTap, leavesWindowManagersTheirShortcutsAndActiveWindow) {
         // Each of the first goes to the other window, the two Tabs in one hold come back.
         const std::pair<const char*, const char*> switches[] = {
             {"OTt", "o"}, {"OTt", "o"}, {"OTt", "o"}, {"OFTt", "fo"}, {"OTt", "Tto"}};
+        // On a busy machine KWin misses a shortcut or its end, tap or no tap, and keeps the
+        // keyboard until the next end. What the tap breaks it breaks every time, or every second.
+        const std::chrono::seconds patience(10);
+        const auto endSwitcher = [&] {
+            if (!waitUntil([&] { return !to->isKeyboardTaken(); }, patience))
+                desktop.play("Oo");
+        };
+        int missed = 0;
         for (const auto& [begin, end] : switches) {
-            desktop.typed(*to);
-            desktop.play(begin);
-            // A manager that has not acted yet would miss the end, tap or no tap.
-            EXPECT_TRUE(waitUntil([&] { return to->keys().find("64") != std::string::npos; }));
-            EXPECT_TRUE(waitUntil([&] { return to->isKeyboardTaken() || from->isActive(); }));
-            desktop.play(end);
-            if (std::string(end) != "Tto")
+            const bool comesBack = std::string(end) == "Tto";
+            const auto hasMoved = [&] { return from->isActive() && from->hasFocus(); };
+            do {
+                desktop.typed(*to);
+                desktop.play(begin);
+                const auto passesOption = [&] {
+                    return to->keys().find("64") != std::string::npos;
+                };
+                EXPECT_TRUE(waitUntil(passesOption));
+                // The manager's own grab is the one that outlives Tab; before, it may be the tap's.
+                const auto down = [&] { return desktop.keyboard->keysDown(); };
+                EXPECT_TRUE(waitUntil([&] { return !down().contains(Keyboard::tab); }));
+                waitUntil([&] { return to->isKeyboardTaken() || from->isActive(); }, patience);
+                desktop.play(end);
+                endSwitcher();
+            } while (!comesBack && !waitUntil(hasMoved, patience) && ++missed == 1);
+            if (!comesBack)
                 std::swap(from, to);
-            ASSERT_TRUE(isInUse(to)) << begin << end;
+            ASSERT_TRUE(isInUse(to)) << begin << end << ", missed " << missed;
         }
         for (const char* keys : {"Oo", "OAao", "AOaSso", "OSso"}) {
             desktop.play(keys);
@@ -282,6 +300,7 @@ TEST(X11EventTap, leavesWindowManagersTheirShortcutsAndActiveWindow) {
         // The manager takes the keyboard away in the middle: the stop must be seen all the same.
         desktop.play("OSTtso");
         EXPECT_EQ(desktop.takeCalls(2), "+-");
+        endSwitcher();
     }
 }
 
