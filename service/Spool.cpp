@@ -1,6 +1,7 @@
 #include "service/Spool.h"
 
 #include <fcntl.h>
+#include <sys/mman.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -64,19 +65,30 @@ std::error_code Spool::append(std::string_view bytes) {
         m_file = namelessFile();
         if (m_file < 0)
             return systemError();
-        if (const auto error = write(m_memory))
+        if (const auto error = write(m_file, m_memory))
             return error;
         std::string().swap(m_memory);  // assigning would keep the megabyte
     }
-    if (const auto error = write(bytes))
+    if (const auto error = write(m_file, bytes))
         return error;
     m_size += bytes.size();
     return {};
 }
 
-std::error_code Spool::write(std::string_view bytes) const {
+int Spool::makeDescriptor() const {
+    if (m_file >= 0)
+        return fcntl(m_file, F_DUPFD_CLOEXEC, 0);
+    const int file = memfd_create("nulo-take", MFD_CLOEXEC);
+    if (file >= 0 && !write(file, m_memory))
+        return file;
+    if (file >= 0)
+        close(file);
+    return -1;
+}
+
+std::error_code Spool::write(int file, std::string_view bytes) {
     while (!bytes.empty()) {
-        const ssize_t count = ::write(m_file, bytes.data(), bytes.size());
+        const ssize_t count = ::write(file, bytes.data(), bytes.size());
         if (count < 0 && errno == EINTR)
             continue;
         if (count <= 0)

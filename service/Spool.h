@@ -29,9 +29,11 @@ class Spool {
     /// Copies what is there from `offset` on, `room` bytes at most; 0 at the end, below 0 when it
     /// cannot be read.
     std::ptrdiff_t read(std::size_t offset, void* target, std::size_t room) const;
+    /// A file of the same bytes, for its caller to close; below 0 when there can be none.
+    int makeDescriptor() const;
 
   private:
-    std::error_code write(std::string_view bytes) const;
+    static std::error_code write(int file, std::string_view bytes);
 
     std::string m_memory;
     int m_file = -1;

@@ -1,5 +1,7 @@
 #include "common/ProcessFacts.h"
 
+#include <time.h>
+
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -35,13 +37,15 @@ ProcessFacts processFacts(pid_t process) {
     ProcessFacts facts;
     facts.threads = forEach(folder / "task", [&](const fs::path& thread) {
         facts.wakeUps += valueOf(thread / "status", "voluntary_ctxt_switches:");
-        double nanoseconds = 0;
-        std::ifstream(thread / "schedstat") >> nanoseconds;
-        facts.processorSeconds += nanoseconds / 1e9;
         std::ifstream children(thread / "children");
         for (pid_t child = 0; children >> child;)
             ++facts.children;
     });
+    clockid_t clock{};
+    timespec used{};
+    if (clock_getcpuclockid(process, &clock) == 0 && clock_gettime(clock, &used) == 0)
+        facts.processorSeconds =
+            static_cast<double>(used.tv_sec) + static_cast<double>(used.tv_nsec) / 1e9;
     facts.memory = valueOf(folder / "smaps_rollup", "Pss:");
     facts.residentMemory = valueOf(folder / "smaps_rollup", "Rss:");
     facts.descriptors = forEach(folder / "fd", [](const fs::path&) {});

@@ -4,7 +4,8 @@
 
 namespace nulo {
 
-/// What a running process has used up to now, and what it holds, all its threads together.
+/// What a running process has used up to now, and what it holds, all its threads together; in the
+/// processor's time those that have ended count too.
 struct ProcessFacts {
     long wakeUps = 0;  // times that a thread went to sleep by itself, and so woke
     double processorSeconds = 0;

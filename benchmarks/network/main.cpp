@@ -122,10 +122,11 @@ struct Delivery final : DictationOverlay, Pasteboard, PasteKeystroke {
     void hide() override {}
     void post(Report report) override {
         report.onSending();
-        onRead();
+        onRead({});
         report.onEnd(Success{});
     }
     void setString(std::string_view text) override { delivered = text; }
+    bool holdsText() const override { return true; }
 
     std::string delivered;
 };

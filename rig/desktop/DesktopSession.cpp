@@ -33,20 +33,34 @@ void require(bool condition, const std::string& failure) {
         throw std::runtime_error(failure);
 }
 
+HeadlessCompositor::Kind kindOf(DesktopSession::Screen screen) {
+    switch (screen) {
+        case DesktopSession::Screen::kwin:
+            return HeadlessCompositor::Kind::kwin;
+        case DesktopSession::Screen::mutter:
+            return HeadlessCompositor::Kind::mutter;
+        default:
+            return HeadlessCompositor::Kind::sway;
+    }
+}
+
 }  // namespace
 
 DesktopSession::DesktopSession(Launch launch, Screen screen) {
     m_bus.start();
-    if (screen != Screen::x11) {
-        m_sway.emplace(HeadlessCompositor::Kind::sway,
-                       HeadlessCompositor::Options{
-                           .hasXwayland = screen == Screen::swayWithXwayland,
-                           .configuration = "output * bg #3a6ea5 solid_color\n"
-                                            "for_window [app_id=foot] floating enable, resize set "
-                                            "640 320, move position 320 120\n"});
-    } else {
+    if (screen == Screen::x11) {
         m_xServer.emplace(VirtualDisplay::WindowManager::openbox);
         m_keyboard.emplace();
+    } else {
+        m_compositor.emplace(
+            kindOf(screen),
+            HeadlessCompositor::Options{
+                .hasXwayland = screen != Screen::sway,
+                .environment = {"DBUS_SESSION_BUS_ADDRESS=" + m_bus.address()},
+                .fakeInputPrograms = {fs::read_symlink("/proc/self/exe"), binaries / "nulo"},
+                .configuration = "output * bg #3a6ea5 solid_color\n"
+                                 "for_window [app_id=foot] floating enable, resize set "
+                                 "640 320, move position 320 120\n"});
     }
     if (launch == Launch::later)
         setLastUpdateCheck(std::chrono::seconds(0));
@@ -86,28 +100,34 @@ void DesktopSession::writeConfig(const std::string& provider, const std::string&
     ConfigFile(m_home.path(), [](std::string_view) {}).save(config);
 }
 
+bool DesktopSession::isOnSway() const {
+    return m_compositor && m_compositor->kind() == HeadlessCompositor::Kind::sway;
+}
+
 fs::path DesktopSession::textFile() const {
-    return (m_sway ? m_sway->folder() : m_home.path()) / "text";
+    return (isOnSway() ? m_compositor->folder() : m_home.path()) / "text";
 }
 
 void DesktopSession::startTextWindow() {
-    if (m_sway) {
+    if (isOnSway()) {
         m_textWindow = std::make_unique<ChildProcess>(
-            m_sway->command({"foot", "--override=font=monospace:size=11", "sh", "-c",
-                             "stty -echo -icanon; exec tee " + textFile().string()}),
-            m_sway->options("foot.log"));
+            m_compositor->command({"foot", "--override=font=monospace:size=11", "sh", "-c",
+                                   "stty -echo -icanon; exec tee " + textFile().string()}),
+            m_compositor->options("foot.log"));
         require(waitUntil([&] {
                     return fs::exists(textFile()) &&
-                           m_sway->swaymsg({"-t", "get_tree"}).find("\"app_id\": \"foot\"") !=
+                           m_compositor->swaymsg({"-t", "get_tree"}).find("\"app_id\": \"foot\"") !=
                                std::string::npos;
                 }),
-                "the terminal did not open: " + m_sway->log());
+                "the terminal did not open: " + m_compositor->log());
         return;
     }
+    std::vector<std::string> command{binaries / "nulo-text-window", "--title", "Letter", "--file"};
+    if (m_compositor)
+        command = {textProgram};
+    command.push_back(textFile());
     m_textWindow = std::make_unique<ChildProcess>(
-        std::vector<std::string>{binaries / "nulo-text-window", "--title", "Letter", "--file",
-                                 textFile()},
-        ChildProcess::Options{environment(), m_home / "text-window.log"});
+        command, ChildProcess::Options{environment(), m_home / "text-window.log"});
     require(waitUntil([&] { return fs::exists(textFile()); }),
             "the text window did not get the focus: " + contentOf(m_home / "text-window.log"));
 }
@@ -125,6 +145,7 @@ void DesktopSession::startNulo() {
 std::pair<std::optional<int>, std::string> DesktopSession::startNuloAgain(
     const std::vector<std::string>& arguments) {
     const fs::path output = m_home / "second-output";
+    fs::remove(output);
     std::vector<std::string> command{binaries / "nulo"};
     command.insert(command.end(), arguments.begin(), arguments.end());
     ChildProcess second(command, {environment(), output});
@@ -137,18 +158,31 @@ std::optional<int> DesktopSession::stopNulo() {
     return m_nulo->wait(std::chrono::seconds(10));
 }
 
-void DesktopSession::dictate(const fs::path& soundFile) {
+void DesktopSession::beginTake() {
+    const auto takes = [this] {
+        const auto lines = printed();
+        return std::count_if(lines.begin(), lines.end(), [](const std::string& line) {
+            return line.starts_with("Recording started");
+        });
+    };
+    const auto before = takes();
     pressChord();
-    require(waitForPrinted("Recording started").has_value(), "recording did not start");
+    require(waitUntil([&] { return takes() > before; }), "recording did not start");
+}
+
+void DesktopSession::dictate(const fs::path& soundFile) {
+    beginTake();
     m_soundServer.play(soundFile)->wait(std::chrono::seconds(60));
     releaseChord();
 }
 
 void DesktopSession::pressChord() {
-    if (m_sway) {
+    if (onChord)
+        return onChord(true);
+    if (m_compositor) {
         m_swayKeyboard = std::make_unique<ChildProcess>(
-            m_sway->command({"wtype", "-M", "alt", "-P", "space", "-s", "600000"}),
-            m_sway->options("wtype.log"));
+            m_compositor->command({"wtype", "-M", "alt", "-P", "space", "-s", "600000"}),
+            m_compositor->options("wtype.log"));
         return;
     }
     m_keyboard->press(XTestKeyboard::altLeft);
@@ -156,7 +190,9 @@ void DesktopSession::pressChord() {
 }
 
 void DesktopSession::releaseChord() {
-    if (m_sway)
+    if (onChord)
+        return onChord(false);
+    if (m_compositor)
         return m_swayKeyboard.reset();  // a keyboard that is gone holds no keys
     m_keyboard->release(XTestKeyboard::space);
     m_keyboard->release(XTestKeyboard::altLeft);
@@ -167,9 +203,9 @@ std::string DesktopSession::text() const {
 }
 
 std::string DesktopSession::clipboard() const {
-    if (m_sway)
-        return outputOf(m_sway->command({"timeout", "60", "wl-paste", "--no-newline"}),
-                        {m_sway->environment(), {}});
+    if (isOnSway())
+        return outputOf(m_compositor->command({"timeout", "60", "wl-paste", "--no-newline"}),
+                        {m_compositor->environment(), {}});
     return outputOf({"xclip", "-o", "-selection", "clipboard"}, {environment(), {}});
 }
 
@@ -196,13 +232,13 @@ std::optional<std::string> DesktopSession::waitForPrinted(const std::string& par
 }
 
 bool DesktopSession::noKeyIsDown() {
-    return m_sway ? !m_swayKeyboard : m_keyboard->keysDown().empty();
+    return m_compositor ? !m_swayKeyboard : m_keyboard->keysDown().empty();
 }
 
 QImage DesktopSession::picture() const {
-    if (!m_sway)
+    if (!m_compositor)
         return takeScreenshot(m_xServer->display());
-    m_sway->screenshot(m_temporary / "screen.png");
+    m_compositor->screenshot(m_temporary / "screen.png");
     return QImage((m_temporary / "screen.png").c_str());
 }
 
@@ -213,9 +249,9 @@ void DesktopSession::screenshot(const fs::path& file) const {
 std::vector<std::string> DesktopSession::environment() const {
     std::vector<std::string> variables = m_soundServer.environment();
     const std::vector<std::string> screen =
-        m_sway ? m_sway->environment()
-               : std::vector<std::string>{"DISPLAY=" + m_xServer->display(), "WAYLAND_DISPLAY",
-                                          "XDG_SESSION_TYPE"};
+        m_compositor ? m_compositor->environment()
+                     : std::vector<std::string>{"DISPLAY=" + m_xServer->display(),
+                                                "WAYLAND_DISPLAY", "XDG_SESSION_TYPE"};
     variables.insert(variables.end(), screen.begin(), screen.end());
     for (const std::string& more :
          {"HOME=" + m_home.path().string(), "TMPDIR=" + m_temporary.path().string(),
@@ -223,6 +259,7 @@ std::vector<std::string> DesktopSession::environment() const {
           std::string("QT_LINUX_ACCESSIBILITY_ALWAYS_ON=1"), std::string("QT_QPA_PLATFORM"),
           std::string("XDG_CONFIG_HOME"), std::string("LC_ALL=C.UTF-8")})
         variables.push_back(more);
+    variables.emplace_back("XDG_STATE_HOME");
     return variables;
 }
 

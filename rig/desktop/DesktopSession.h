@@ -3,6 +3,7 @@
 #include <QImage>
 #include <chrono>
 #include <filesystem>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
@@ -21,14 +22,14 @@ namespace nulo {
 
 /// A whole private desktop: screen, window manager, session bus, microphone, home folder, a text
 /// window that has the focus, and Nulo, run as a person would run it. On sway, the text window is a
-/// terminal.
+/// terminal; KWin and Mutter want one to be brought along, and somebody who presses the chord.
 class DesktopSession {
   public:
     enum class Launch {
         later,  // the offers of the first launch were made, the last look for updates was just now
         first,
     };
-    enum class Screen { x11, sway, swayWithXwayland };
+    enum class Screen { x11, sway, swayWithXwayland, kwin, mutter };
     explicit DesktopSession(Launch launch = Launch::later, Screen screen = Screen::x11);
 
     const std::filesystem::path& home() const { return m_home.path(); }
@@ -45,6 +46,8 @@ class DesktopSession {
     void writeConfig(const std::string& provider, const std::string& activeMode,
                      bool debugMode = false);
 
+    /// The text window's program on KWin and Mutter, which gets the file of its text.
+    std::string textProgram;
     /// Opens the window and waits until it has the focus.
     void startTextWindow();
     /// Starts the program and waits until it listens to the chord. Throws when it does not.
@@ -57,8 +60,12 @@ class DesktopSession {
 
     /// Presses the chord, plays the sound file into the microphone to its end, lets go.
     void dictate(const std::filesystem::path& soundFile);
+    /// Presses the chord and waits until Nulo records.
+    void beginTake();
     void pressChord();
     void releaseChord();
+    /// What the two do on KWin and Mutter.
+    std::function<void(bool isDown)> onChord;
 
     /// What the text window holds now.
     std::string text() const;
@@ -76,7 +83,9 @@ class DesktopSession {
     QImage picture() const;
     void screenshot(const std::filesystem::path& file) const;
     VirtualMicrophone& soundServer() { return m_soundServer; }
-    /// Not on sway, nor the keyboard.
+    /// Not on X11.
+    const HeadlessCompositor& compositor() const { return *m_compositor; }
+    /// On X11 only, as the keyboard.
     VirtualDisplay& xServer() { return *m_xServer; }
     const VirtualDisplay& xServer() const { return *m_xServer; }
     PrivateBus& bus() { return m_bus; }
@@ -86,13 +95,14 @@ class DesktopSession {
     ChildProcess& nulo() { return *m_nulo; }
 
   private:
+    bool isOnSway() const;
     std::filesystem::path textFile() const;
 
     TemporaryFolder m_home;
     TemporaryFolder m_temporary;
     PrivateBus m_bus;
     std::optional<VirtualDisplay> m_xServer;
-    std::optional<HeadlessCompositor> m_sway;
+    std::optional<HeadlessCompositor> m_compositor;
     VirtualMicrophone m_soundServer;
     std::optional<XTestKeyboard> m_keyboard;
     std::unique_ptr<ChildProcess> m_swayKeyboard;  // as long as the chord is held

@@ -61,8 +61,10 @@ HeadlessCompositor::HeadlessCompositor(Kind kind, Options options) : m_kind(kind
         case Kind::kwin:
             started.environment.insert(started.environment.end(),
                                        {"KWIN_COMPOSE=Q", "QT_QPA_PLATFORM", "LC_ALL=C.UTF-8"});
-            if (!options.fakeInputProgram.empty())
-                openFakeInput(options.fakeInputProgram, started.environment);
+            openFakeInput(options.fakeInputPrograms, started.environment);
+            // Plasma's launcher, where it is installed, has Alt+Space as long as nobody says so.
+            std::ofstream(folder() / "kglobalshortcutsrc")
+                << "[org.kde.krunner.desktop]\n_launch=none,Alt+Space,KRunner\n";
             // The installed one has a capability that a container may not give it.
             fs::copy_file("/usr/bin/kwin_wayland", folder() / "kwin_wayland");
             arguments = {folder() / "kwin_wayland",
@@ -74,8 +76,8 @@ HeadlessCompositor::HeadlessCompositor(Kind kind, Options options) : m_kind(kind
                          "800",
                          "--socket",
                          socketName};
-            if (options.hasXwayland)
-                arguments.push_back("--xwayland");
+            if (options.hasXwayland)  // a program that it starts then says which display
+                arguments.insert(arguments.end(), {"--xwayland", "/usr/bin/env"});
             break;
         case Kind::mutter:
             arguments = {"mutter",   "--headless",        "--wayland", "--virtual-monitor",
@@ -110,12 +112,13 @@ HeadlessCompositor::HeadlessCompositor(Kind kind, Options options) : m_kind(kind
         throw std::runtime_error("the compositor did not start: " + log());
 }
 
-void HeadlessCompositor::openFakeInput(const fs::path& program,
+void HeadlessCompositor::openFakeInput(const std::vector<fs::path>& programs,
                                        const std::vector<std::string>& environment) const {
     fs::create_directory(folder() / "applications");
-    std::ofstream(folder() / "applications/program.desktop")
-        << "[Desktop Entry]\nType=Application\nNoDisplay=true\nName=Program\nExec="
-        << program.string() << "\nX-KDE-Wayland-Interfaces=org_kde_kwin_fake_input\n";
+    for (const fs::path& program : programs)
+        std::ofstream(folder() / "applications" / (program.filename().string() + ".desktop"))
+            << "[Desktop Entry]\nType=Application\nNoDisplay=true\nName=Program\nExec="
+            << program.string() << "\nX-KDE-Wayland-Interfaces=org_kde_kwin_fake_input\n";
     outputOf({"kbuildsycoca5"}, {environment, {}});
 }
 
@@ -133,10 +136,21 @@ std::vector<std::string> HeadlessCompositor::environment() const {
                                           "WAYLAND_DISPLAY=" + display(),
                                           "XDG_SESSION_TYPE=wayland", "QT_QPA_PLATFORM",
                                           m_xDisplay.empty() ? "DISPLAY" : "DISPLAY=" + m_xDisplay};
-    if (m_kind == Kind::sway)
-        variables.push_back("SWAYSOCK=" + swaySocket());
-    if (m_kind == Kind::mutter)
-        variables.push_back("XAUTHORITY=" + fileThatStartsWith(".mutter-Xwaylandauth."));
+    switch (m_kind) {
+        case Kind::sway:
+            variables.insert(variables.end(),
+                             {"XDG_CURRENT_DESKTOP=sway", "SWAYSOCK=" + swaySocket()});
+            break;
+        case Kind::kwin:
+            variables.insert(variables.end(), {"XDG_CURRENT_DESKTOP=KDE", "SWAYSOCK",
+                                               "XAUTHORITY=" + fileThatStartsWith("xauth_")});
+            break;
+        case Kind::mutter:
+            variables.insert(variables.end(),
+                             {"XDG_CURRENT_DESKTOP=GNOME", "SWAYSOCK",
+                              "XAUTHORITY=" + fileThatStartsWith(".mutter-Xwaylandauth.")});
+            break;
+    }
     return variables;
 }
 

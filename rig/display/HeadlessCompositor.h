@@ -19,8 +19,8 @@ class HeadlessCompositor {
         bool hasXwayland = false;
         /// NAME=value entries for the compositor. KWin and Mutter want a session bus.
         std::vector<std::string> environment = {};
-        /// A program that KWin lets send keys, as an installed desktop entry would ask it to.
-        std::filesystem::path fakeInputProgram = {};
+        /// Programs that KWin lets send keys, as installed desktop entries would ask it to.
+        std::vector<std::filesystem::path> fakeInputPrograms = {};
         /// Lines of sway's configuration.
         std::string configuration = {};
     };
@@ -32,6 +32,7 @@ class HeadlessCompositor {
     HeadlessCompositor(const HeadlessCompositor&) = delete;
     HeadlessCompositor& operator=(const HeadlessCompositor&) = delete;
 
+    Kind kind() const { return m_kind; }
     /// The socket's path, which serves as $WAYLAND_DISPLAY.
     std::string display() const;
     /// Such as ":7", where there is an XWayland.
@@ -56,7 +57,7 @@ class HeadlessCompositor {
 
   private:
     std::string fileThatStartsWith(const std::string& start) const;
-    void openFakeInput(const std::filesystem::path& program,
+    void openFakeInput(const std::vector<std::filesystem::path>& programs,
                        const std::vector<std::string>& environment) const;
 
     const Kind m_kind;

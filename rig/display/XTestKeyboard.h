@@ -26,7 +26,9 @@ class XTestKeyboard {
         enter = 36,
         f12 = 96,
         up = 111,
-        altRight = 108
+        altRight = 108,
+        d = 40,
+        superLeft = 133
     };
 
     /// What the keys come from, for the server: the device of injected keys, or Xvfb's own

@@ -14,8 +14,10 @@
 #include "base/HttpUrl.h"
 #include "base/Print.h"
 #include "base/StandardStreams.h"
+#include "service/AudioDecoder.h"
 #include "service/GatewayConfig.h"
 #include "service/Sha256.h"
+#include "service/app/OfflineEngines.h"
 #include "service/app/Options.h"
 #include "service/app/SpeechApi.h"
 #include "service/gateway/GatewayCleanup.h"
@@ -23,11 +25,9 @@
 #include "service/http/HttpServer.h"
 #include "service/http/ListeningSocket.h"
 #include "service/models/ModelsProgram.h"
-#include "service/models/OfflineChoice.h"
 #include "service/offline/OfflineRecogniser.h"
 #include "service/offline/PocketSphinxEngine.h"
 #include "service/offline/RuleCleanup.h"
-#include "service/offline/WhisperEngine.h"
 
 namespace nulo::service {
 namespace {
@@ -89,39 +89,8 @@ struct Setup {
     std::optional<ListeningSocket> inherited;
     std::vector<std::string> tokens;  // digests
     std::optional<TlsIdentity> tls;   // absent: plain HTTP
-    MakeEngine whisper;               // empty: there is no model
-    std::string understands;          // offline, a line for the user
+    std::shared_ptr<OfflineEngines> offline;
 };
-
-/// The model that is named, or the best that is installed and can be loaded.
-Outcome chooseOffline(Setup& setup) {
-    const OfflineSettings& offline = setup.config.offline;
-    const bool isNamed = offline.file || !offline.model.empty();
-    std::vector<InstalledModel> models;
-    if (offline.file) {
-        models = {{offline.file->file.string(), *offline.file}};
-    } else {
-        auto tried = modelsToTry(offline, ModelFolder(defaultModelFolder()), machineMemory());
-        if (!tried)
-            return tried.error();
-        if (isNamed || canUseModels())
-            models = std::move(tried).value();
-    }
-    for (const InstalledModel& model : models) {
-        auto engines = whisperEngines(model.model);
-        if (engines) {
-            setup.whisper = std::move(engines).value();
-            setup.understands = understoodOffline(model.name, offline);
-            return Success{};
-        }
-        if (isNamed)
-            return engines.error();
-        printError("warning: " + engines.error().description +
-                   "; mend it with: nulo-service models get " + model.name);
-    }
-    setup.understands = understoodOffline(std::nullopt, offline);
-    return Success{};
-}
 
 Result<Setup> setUp(const Options& options) {
     Setup setup;
@@ -158,7 +127,10 @@ Result<Setup> setUp(const Options& options) {
     }
     if (const auto allowed = checkReach(setup.address, !setup.tokens.empty()); !allowed)
         return allowed.error();
-    if (const auto chosen = chooseOffline(setup); !chosen)
+    setup.offline = std::make_shared<OfflineEngines>(
+        setup.config.offline,
+        options.modelFolder.empty() ? installedModelFolder() : options.modelFolder, printLine);
+    if (const auto chosen = setup.offline->choose(); !chosen)
         return Error{file.string() + ": " + chosen.error().description};
     if (setup.config.tls) {
         auto tls = loadTlsIdentity(*setup.config.tls);
@@ -181,7 +153,7 @@ int check(const Options& options) {
     }
     for (const std::string& line : descriptionOf(setup.value().config))
         printLine(line);
-    printLine(setup.value().understands);
+    printLine(setup.value().offline->description());
     return 0;
 }
 
@@ -210,20 +182,15 @@ int serve(const Options& options) {
         return 1;
     }
 
-    MakeEngine makeEngine = [model = options.modelFolder.empty() ? installedModelFolder()
-                                                                 : options.modelFolder] {
-        return makePocketSphinxEngine(model);
-    };
-    if (setup.whisper)
-        makeEngine = setup.whisper;
+    OfflineEngines& engines = *setup.offline;
     const std::size_t cores = std::max(1U, std::thread::hardware_concurrency());
     // whisper.cpp shares the cores among the takes, and gains nothing from more than two.
-    const std::size_t atOnce = setup.whisper ? std::min<std::size_t>(cores, 2) : cores;
+    const std::size_t atOnce = engines.usesWhisper() ? std::min<std::size_t>(cores, 2) : cores;
     const std::size_t jobs = options.jobs ? options.jobs : atOnce;
-    OfflineRecogniser recogniser(
-        makeEngine, {.atOnce = jobs, .waiting = 2 * jobs},
-        setup.whisper ? OfflineRecogniser::Languages::any : OfflineRecogniser::Languages::english,
-        setup.config.offline.language, setup.config.offline.keep);
+    OfflineRecogniser recogniser([&engines] { return engines.make(); },
+                                 {.atOnce = jobs, .waiting = 2 * jobs},
+                                 setup.config.offline.language, setup.config.offline.keep,
+                                 systemClock(), [&engines] { return engines.isOutdated(); });
     RuleCleanup rules(setup.config.offline.spokenPunctuation);
     Metrics metrics;
     UpstreamClient client({});
@@ -238,8 +205,11 @@ int serve(const Options& options) {
     HttpServer server(systemClock(), printLine, {},
                       [&api](const RequestHead& head) { return api.accept(head); });
     const bool isOffline = !transcriptionRoute(setup.config, "", "").provider;
-    if (isOffline)
-        api.onWarmUp = [&recogniser] { recogniser.warmUp(); };
+    api.onWarmUp = [&recogniser, isOffline] {
+        prepareDecoder();
+        if (isOffline)
+            recogniser.warmUp();
+    };
     api.onMetrics = [&] { return metrics.text(); };
     server.onServed = [&](const std::string& path, int status, std::chrono::nanoseconds duration,
                           bool brokenOff) {
@@ -255,19 +225,20 @@ int serve(const Options& options) {
     if (isOffline) {
         // A model of whisper.cpp is known to be the right file; while it is loaded, the first
         // recording arrives.
-        if (setup.whisper)
+        if (engines.usesWhisper())
             recogniser.warmUp();
         else if (const auto ready = recogniser.prepare(); !ready) {
             printError(ready.error().description);
             return 1;
         }
-        printLine(std::string("nulo-service " NULO_VERSION ": offline engine ") +
-                  (setup.whisper ? "whisper.cpp" : "PocketSphinx: lower case, no punctuation"));
+        printLine(
+            std::string("nulo-service " NULO_VERSION ": offline engine ") +
+            (engines.usesWhisper() ? "whisper.cpp" : "PocketSphinx: lower case, no punctuation"));
     }
     if (!setup.config.providers.empty())
         for (const std::string& line : descriptionOf(setup.config))
             printLine(line);
-    printLine(setup.understands);
+    printLine(engines.description());
     const bool bracketed = setup.address.find(':') != std::string::npos;
     printLine(std::string("Listening on ") + (setup.tls ? "https" : "http") + "://" +
               (bracketed ? "[" + setup.address + "]" : setup.address) + ":" +

@@ -97,8 +97,18 @@ void UpstreamConnection::start(const UpstreamRequest& request,
 }
 
 std::optional<UpstreamFault> UpstreamConnection::waitForHead(const StillWanted& stillWanted) {
-    if (auto fault = runUntil([this] { return m_status != 0 || m_result; }, stillWanted))
+    const auto isDecided = [this] { return m_status != 0 || m_result; };
+    if (auto fault = runUntil(isDecided, stillWanted))
         return fault;
+    if (m_status == 0 && wasClosedBefore()) {
+        curl_multi_remove_handle(m_multi.get(), m_easy.get());
+        m_sent = 0;
+        m_result.reset();
+        set(CURLOPT_FRESH_CONNECT, 1L);
+        curl_multi_add_handle(m_multi.get(), m_easy.get());
+        if (auto fault = runUntil(isDecided, stillWanted))
+            return fault;
+    }
     return m_status == 0 ? std::optional(faultOf(*m_result)) : std::nullopt;
 }
 
@@ -161,6 +171,14 @@ std::string UpstreamConnection::header(const char* name) const {
     curl_header* found = nullptr;
     const auto code = curl_easy_header(m_easy.get(), name, 0, CURLH_HEADER, -1, &found);
     return code == CURLHE_OK ? found->value : "";
+}
+
+bool UpstreamConnection::wasClosedBefore() const {
+    long connects = 0;
+    long answered = 0;
+    curl_easy_getinfo(m_easy.get(), CURLINFO_NUM_CONNECTS, &connects);
+    curl_easy_getinfo(m_easy.get(), CURLINFO_HEADER_SIZE, &answered);
+    return m_result == CURLE_SEND_ERROR && connects == 0 && answered == 0;
 }
 
 UpstreamFault UpstreamConnection::faultOf(CURLcode code) const {

@@ -42,6 +42,9 @@ class UpstreamConnection {
     template <typename Done>
     std::optional<UpstreamFault> runUntil(Done done, const StillWanted& stillWanted);
     void move();
+    /// Whether the provider had closed the kept connection before this request could be sent to its
+    /// end: the provider cannot have acted on it, and another connection is worth a try.
+    bool wasClosedBefore() const;
     UpstreamFault faultOf(CURLcode code) const;
     std::size_t takeHeadLine(std::string_view line);
     std::size_t takeBody(std::string_view bytes);

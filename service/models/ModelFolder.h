@@ -6,8 +6,8 @@
 #include <string>
 #include <vector>
 
-#include "service/models/ModelFailure.h"
 #include "service/OfflineSettings.h"
+#include "service/models/ModelFailure.h"
 
 namespace nulo::service {
 

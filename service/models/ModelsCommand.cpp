@@ -273,7 +273,7 @@ ModelOutcome ModelsCommand::remove(const std::string& name) {
     if (!removed.value())
         return ModelFailure{Kind::refused,
                             name + " is not installed in " + m_folder.path().string()};
-    say(name + " is removed. A companion that runs keeps it until it is started again.");
+    say(name + " is removed.");
     return Success{};
 }
 
@@ -288,8 +288,10 @@ void ModelsCommand::sayHowToUse(const std::string& name) {
     if (!isUsed)
         return say("The companion uses another one; for this one, set \"offline\": {\"model\": \"" +
                    name + "\"} in nulo-service.json.");
-    say("There is nothing to configure: the companion uses it from its next start on.");
-    say("    systemctl --user try-restart nulo-service.service     # or start ./run again");
+    say("There is nothing to configure: the companion uses it from the next dictation on. The one "
+        "of "
+        "the package, if it runs and this is its first model, from its next start on:");
+    say("    systemctl --user try-restart nulo-service.service");
 }
 
 }  // namespace nulo::service

@@ -3,6 +3,7 @@
 #include <malloc.h>
 
 #include <algorithm>
+#include <utility>
 
 namespace nulo::service {
 namespace {
@@ -11,8 +12,12 @@ constexpr auto leastAfterWarmUp = std::chrono::minutes(1);
 
 }  // namespace
 
-KeptEngines::KeptEngines(MakeEngine make, const Clock& clock, Duration keep)
-    : m_make(std::move(make)), m_clock(clock), m_keep(keep), m_watcher([this] { watch(); }) {}
+KeptEngines::KeptEngines(MakeEngine make, const Clock& clock, Duration keep, IsOutdated isOutdated)
+    : m_make(std::move(make)),
+      m_clock(clock),
+      m_keep(keep),
+      m_isOutdated(std::move(isOutdated)),
+      m_watcher([this] { watch(); }) {}
 
 KeptEngines::~KeptEngines() {
     {
@@ -23,7 +28,14 @@ KeptEngines::~KeptEngines() {
     m_watcher.join();
 }
 
+KeptEngines::Engines KeptEngines::outdated() {
+    const bool isOutdated = m_isOutdated();
+    const std::scoped_lock lock(m_mutex);
+    return isOutdated ? std::exchange(m_idle, {}) : Engines();
+}
+
 void KeptEngines::warmUp() {
+    outdated();
     {
         const std::scoped_lock lock(m_mutex);
         if (m_idle.empty())
@@ -35,6 +47,7 @@ void KeptEngines::warmUp() {
 }
 
 Result<std::unique_ptr<SpeechEngine>> KeptEngines::take() {
+    outdated();
     {
         std::unique_lock lock(m_mutex);
         m_changed.wait(lock, [this] { return !m_idle.empty() || !m_warmingUp; });
@@ -58,7 +71,7 @@ void KeptEngines::putBack(std::unique_ptr<SpeechEngine> engine) {
 }
 
 std::optional<KeptEngines::Duration> KeptEngines::letGoOfUnused() {
-    std::vector<std::unique_ptr<SpeechEngine>> unused;
+    Engines unused;
     {
         const std::scoped_lock lock(m_mutex);
         if (m_idle.empty())

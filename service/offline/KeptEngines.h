@@ -19,8 +19,9 @@ class KeptEngines {
   public:
     using Duration = Clock::Instant::duration;
 
-    /// Engines are let go when they were not used for `keep`.
-    KeptEngines(MakeEngine make, const Clock& clock, Duration keep);
+    /// Engines are let go when they were not used for `keep`, or when `isOutdated` says, as
+    /// somebody needs one, that another kind would be made now. Both are called on any thread.
+    KeptEngines(MakeEngine make, const Clock& clock, Duration keep, IsOutdated isOutdated);
     /// Waits for the engine that is being loaded.
     ~KeptEngines();
     KeptEngines(const KeptEngines&) = delete;
@@ -37,15 +38,20 @@ class KeptEngines {
     std::optional<Duration> letGoOfUnused();
 
   private:
+    using Engines = std::vector<std::unique_ptr<SpeechEngine>>;
+
     void watch();
+    /// Those that are of no use any more, for the caller to destroy without the lock.
+    Engines outdated();
     bool isDue() const { return !m_idle.empty() && m_clock.now() >= m_end; }
 
     const MakeEngine m_make;
     const Clock& m_clock;
     const Duration m_keep;
+    const IsOutdated m_isOutdated;
     std::mutex m_mutex;  // guards all below
     std::condition_variable m_changed;
-    std::vector<std::unique_ptr<SpeechEngine>> m_idle;
+    Engines m_idle;
     Clock::Instant m_end;  // when those are let go
     bool m_warmUpWanted = false;
     bool m_warmingUp = false;

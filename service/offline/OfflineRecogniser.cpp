@@ -56,12 +56,11 @@ bool isSilence(Samples samples) {
 }  // namespace
 
 OfflineRecogniser::OfflineRecogniser(MakeEngine makeEngine, WorkGate::Limits limits,
-                                     Languages languages, std::string language,
-                                     KeptEngines::Duration keep, const Clock& clock)
-    : m_languages(languages),
-      m_language(std::move(language)),
+                                     std::string language, KeptEngines::Duration keep,
+                                     const Clock& clock, IsOutdated isOutdated)
+    : m_language(std::move(language)),
       m_gate(limits),
-      m_engines(std::move(makeEngine), clock, keep) {}
+      m_engines(std::move(makeEngine), clock, keep, std::move(isOutdated)) {}
 
 Outcome OfflineRecogniser::prepare() {
     auto engine = m_engines.take();
@@ -74,11 +73,6 @@ Outcome OfflineRecogniser::prepare() {
 Result<Transcript, Failure> OfflineRecogniser::recognise(const Take& take,
                                                          const StillWanted& stillWanted) {
     SpeechHints hints{take.language.empty() ? m_language : take.language, take.prompt.value_or("")};
-    if (m_languages == Languages::english && !hints.language.empty() && !isEnglish(hints.language))
-        return Failure{501,
-                       "The offline engine knows English only, and the language asked for is "
-                       "another. Name a provider or a whisper.cpp model in nulo-service.json, or "
-                       "ask for English.\n"};
     const auto pass = m_gate.enter(stillWanted);
     if (!stillWanted())
         return clientIsGone();
@@ -86,6 +80,7 @@ Result<Transcript, Failure> OfflineRecogniser::recognise(const Take& take,
         return Failure{
             503, "The service is busy with other recordings. Try again in a few seconds.\n", 3};
     const auto samples = decodedSpeech(take.audio, std::chrono::minutes(15), stillWanted);
+    letDecoderGo();  // the engine needs the memory now
     if (!samples)
         return samples.error();
     if (isSilence(samples.value()))
@@ -94,6 +89,14 @@ Result<Transcript, Failure> OfflineRecogniser::recognise(const Take& take,
     if (!engine)
         return Failure{500,
                        "The recogniser cannot be started: " + engine.error().description + ".\n"};
+    if (engine.value()->knowsEnglishOnly() && !hints.language.empty() &&
+        !isEnglish(hints.language)) {
+        m_engines.putBack(std::move(engine).value());
+        return Failure{501,
+                       "The offline engine knows English only, and the language asked for is "
+                       "another. For French and other languages: nulo-service models get small; or "
+                       "name a provider in nulo-service.json, or ask for English.\n"};
+    }
     try {
         Transcript whole;
         for (Samples rest = samples.value(); !rest.empty();) {

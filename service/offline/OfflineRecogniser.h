@@ -15,14 +15,12 @@ namespace nulo::service {
 /// 15 minutes at most.
 class OfflineRecogniser final : public Recogniser {
   public:
-    enum class Languages { english, any };
-
-    /// `language` is that of takes that name none; empty: the engine finds out. Engines are let go
-    /// when they were not used for `keep`.
-    OfflineRecogniser(MakeEngine makeEngine, WorkGate::Limits limits, Languages languages,
-                      std::string language = {},
-                      KeptEngines::Duration keep = std::chrono::minutes(10),
-                      const Clock& clock = systemClock());
+    /// `language` is that of takes that name none; empty: the engine finds out. For `keep` and
+    /// `isOutdated` see KeptEngines.
+    OfflineRecogniser(
+        MakeEngine makeEngine, WorkGate::Limits limits, std::string language = {},
+        KeptEngines::Duration keep = std::chrono::minutes(10), const Clock& clock = systemClock(),
+        IsOutdated isOutdated = [] { return false; });
 
     /// Loads the first engine, so that a missing model shows at start-up.
     Outcome prepare();
@@ -34,7 +32,6 @@ class OfflineRecogniser final : public Recogniser {
                                           const StillWanted& stillWanted) override;
 
   private:
-    const Languages m_languages;
     const std::string m_language;
     WorkGate m_gate;
     KeptEngines m_engines;

@@ -17,6 +17,7 @@ class PocketSphinxEngine final : public SpeechEngine {
   public:
     explicit PocketSphinxEngine(ps_decoder_t* decoder) : m_decoder(decoder) {}
 
+    bool knowsEnglishOnly() const override { return true; }
     Transcript hear(std::span<const std::int16_t> samples, const SpeechHints&,
                     const StillWanted&) override {
         ps_decoder_t* decoder = m_decoder.get();

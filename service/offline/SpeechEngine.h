@@ -24,6 +24,7 @@ struct SpeechHints {
 class SpeechEngine {
   public:
     virtual ~SpeechEngine() = default;
+    virtual bool knowsEnglishOnly() const { return false; }
     /// Mono at speechRate, at least one sample. The language is the one that the engine recognised
     /// or was told. What was heard before has no influence, but for what the hints say of it. May
     /// throw; the engine is then not used again. What is no longer wanted ends soon, with any text.
@@ -33,5 +34,7 @@ class SpeechEngine {
 
 /// Loads another engine; any thread.
 using MakeEngine = std::function<Result<std::unique_ptr<SpeechEngine>>()>;
+/// Whether it would now make engines of another kind than the last one; quick, any thread.
+using IsOutdated = std::function<bool()>;
 
 }  // namespace nulo::service

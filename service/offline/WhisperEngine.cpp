@@ -173,10 +173,15 @@ class WhisperEngine final : public SpeechEngine {
 };
 
 Weights weightsIn(const std::filesystem::path& file) {
-    loadWhisperVariant();
     whisper_context_params parameters = whisper_context_default_params();
-    parameters.use_gpu = false;
-    return {whisper_init_from_file_with_params_no_state(file.c_str(), parameters), Free{}};
+    parameters.use_gpu = loadWhisperVariant();
+    whisper_context* weights =
+        whisper_init_from_file_with_params_no_state(file.c_str(), parameters);
+    if (!weights && parameters.use_gpu) {  // cards have less memory
+        parameters.use_gpu = false;
+        weights = whisper_init_from_file_with_params_no_state(file.c_str(), parameters);
+    }
+    return {weights, Free{}};
 }
 
 class WhisperModel {

@@ -4,6 +4,7 @@
 
 #include <dlfcn.h>
 #include <ggml-backend.h>
+#include <unistd.h>
 #include <whisper.h>
 
 #include <filesystem>
@@ -22,14 +23,34 @@ std::filesystem::path libraryFolder() {
     return std::filesystem::path(facts.dli_fname).parent_path();
 }
 
+/// Whether there is a card to compute on; what a sandbox hides is not there.
+bool hasGraphicsCard() {
+    std::error_code error;
+    for (std::filesystem::directory_iterator entry("/dev/dri", error), end; !error && entry != end;
+         entry.increment(error))
+        if (entry->path().filename().string().starts_with("renderD") &&
+            access(entry->path().c_str(), R_OK | W_OK) == 0)
+            return true;
+    return false;
+}
+
 }  // namespace
 
-void loadWhisperVariant() {
+bool loadWhisperVariant() {
     static std::once_flag once;
     std::call_once(once, [] {
-        whisper_log_set([](ggml_log_level, const char*, void*) {}, nullptr);
-        ggml_backend_load_all_from_path(libraryFolder().c_str());
+        const auto silence = [](ggml_log_level, const char*, void*) {};
+        ggml_log_set(silence, nullptr);
+        whisper_log_set(silence, nullptr);
+        const std::filesystem::path folder = libraryFolder();
+        ggml_backend_load_all_from_path(folder.c_str());
+        std::error_code ignored;
+        const auto forCards = folder / "vulkan/libggml-vulkan.so";
+        if (hasGraphicsCard() && std::filesystem::exists(forCards, ignored))
+            ggml_backend_load(forCards.c_str());
     });
+    return ggml_backend_dev_by_type(GGML_BACKEND_DEVICE_TYPE_GPU) ||
+           ggml_backend_dev_by_type(GGML_BACKEND_DEVICE_TYPE_IGPU);
 }
 
 StoppableWork::StoppableWork(const StillWanted& stillWanted) : m_stillWanted(stillWanted) {

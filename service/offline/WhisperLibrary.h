@@ -6,9 +6,10 @@
 
 namespace nulo::service {
 
-/// Loads what whisper.cpp computes with: the variant that is made for this machine's processor. Any
-/// thread; does so once.
-void loadWhisperVariant();
+/// Loads what whisper.cpp computes with: the variant that is made for this machine's processor, and
+/// the one for graphics cards where there is a card that this program may use. Any thread; does so
+/// once. Returns whether there is a card that it can compute on.
+bool loadWhisperVariant();
 
 /// While it lives, what whisper.cpp computes on this thread ends within a step of some milliseconds
 /// when it is no longer wanted.

@@ -31,7 +31,7 @@ TEST_F(GatewayConfigTest, readsAWholeFileAndFillsInWhatIsNotSaid) {
     EXPECT_EQ(digest, "ba7816bf8f01cfea414140de5dae2223b00361a396177a9cb410ff61f20015ad");
     const auto config = read(R"({"address": "::1", "port": 0, "tokens": [")" + digest + R"("],
         "offline": {"model": "m.bin", "sha256": ")" +
-                             digest + R"("},
+                             digest + R"(", "keepMinutes": 0.5},
         "tls": {"certificate": "c.pem", "key": "/k.pem"},
         "providers": {
           "local": {"baseURL": "http://127.0.0.1:9/v1/", "chatModel": "small"},
@@ -39,6 +39,7 @@ TEST_F(GatewayConfigTest, readsAWholeFileAndFillsInWhatIsNotSaid) {
           "openai": {"apiKey": "sk-1", "baseURL": "https://eu.api.example/v1"}}})");
     ASSERT_TRUE(config) << config.error().description;
     EXPECT_EQ(config.value().tokens, std::vector{digest});
+    EXPECT_EQ(config.value().offline.keep, std::chrono::seconds(30));
     EXPECT_EQ(config.value().tls->certificate, folder / "c.pem");
     EXPECT_EQ(config.value().tls->key, "/k.pem");
     EXPECT_EQ(config.value().provider("mistral")->apiKey, "sk-from-a-file");
@@ -71,6 +72,9 @@ TEST_F(GatewayConfigTest, refusesWhatItCannotUseAndNamesTheKey) {
         {R"({"offline": {"model": "tiny.bin"}})", "offline.sha256 must be"},
         {R"({"offline": {"language": "fr en"}})", "offline.language must be"},
         {R"({"offline": {"spokenPunctuation": 1}})", "offline.spokenPunctuation must be"},
+        {R"({"offline": {"keepMinutes": -1}})", "offline.keepMinutes must be"},
+        {R"({"offline": {"keepMinutes": 10081}})", "offline.keepMinutes must be"},
+        {R"({"offline": {"keepMinutes": "10"}})", "offline.keepMinutes must be"},
         {R"({"port": 1, "port": 2})", "twice"},
         {R"({"port": 1e999})", "too large"},
         {R"({"sk-secret": 1})", "is no key"},

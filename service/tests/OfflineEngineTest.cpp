@@ -84,12 +84,13 @@ class KeptEnginesTest : public testing::Test {
         return Result<std::unique_ptr<SpeechEngine>>(std::make_unique<Engine>(*this));
     };
     std::atomic<int> alive = 0, made = 0;
+    std::atomic<bool> outdated = false;
     SharedClock clock;
 };
 
 TEST_F(KeptEnginesTest, areLoadedAheadAndLetGoWhenNobodyComes) {
     using std::chrono::minutes;
-    KeptEngines engines(make, clock, minutes(10));
+    KeptEngines engines(make, clock, minutes(10), [this] { return outdated.load(); });
     EXPECT_FALSE(engines.letGoOfUnused());
     engines.warmUp();
     ASSERT_TRUE(waitUntil([&] { return made == 1; }));
@@ -114,7 +115,7 @@ TEST_F(KeptEnginesTest, areLoadedAheadAndLetGoWhenNobodyComes) {
 
 TEST_F(KeptEnginesTest, stayForTheTakeTheyWereLoadedFor) {
     using std::chrono::seconds;
-    KeptEngines engines(make, clock, seconds(0));
+    KeptEngines engines(make, clock, seconds(0), [this] { return outdated.load(); });
     engines.warmUp();
     ASSERT_TRUE(waitUntil([&] { return made == 1; }));
     auto engine = engines.take();
@@ -122,7 +123,9 @@ TEST_F(KeptEnginesTest, stayForTheTakeTheyWereLoadedFor) {
     EXPECT_FALSE(engines.letGoOfUnused());
     engines.warmUp();
     ASSERT_TRUE(waitUntil([&] { return made == 2; }));
+    outdated = true;
     engines.putBack(engines.take().value());
+    EXPECT_EQ(made, 3);
     engines.letGoOfUnused();
     EXPECT_TRUE(waitUntil([&] { return alive == 0; }));
 }

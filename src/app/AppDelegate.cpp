@@ -27,19 +27,41 @@ AppDelegate::AppDelegate(Dependencies dependencies)
                  m_dependencies.mainQueue, m_dependencies.clock, m_dependencies.print,
                  m_dependencies.recordingsFolder),
       m_keyMonitor(m_dependencies.eventTapSource, m_dependencies.mainQueue, m_dependencies.print,
-                   m_dependencies.openShortcutHelp),
+                   m_dependencies.openShortcutHelp, m_dependencies.chord),
       m_waveformWindow(m_dependencies.mainQueue, m_dependencies.clock,
                        m_dependencies.overlayPlacement),
-      m_pipeline({.mainQueue = m_dependencies.mainQueue,
-                  .clock = m_dependencies.clock,
-                  .print = m_dependencies.print,
-                  .log = m_dependencies.log,
-                  .overlay = m_waveformWindow,
-                  .pasteboard = m_dependencies.pasteboard,
-                  .pasteKeystroke = m_dependencies.pasteKeystroke,
-                  .loadConfig = [this] { return m_dependencies.configFile.load(); },
-                  .onFailure = [this](const Notice& notice) { showFailure(notice); },
-                  .onSuccess = [this] { forgetFailure(); }}) {}
+      m_pipeline(
+          {.mainQueue = m_dependencies.mainQueue,
+           .clock = m_dependencies.clock,
+           .print = m_dependencies.print,
+           .log = m_dependencies.log,
+           .overlay = m_waveformWindow,
+           .pasteboard = m_dependencies.pasteboard,
+           .pasteKeystroke = m_dependencies.pasteKeystroke,
+           .loadConfig = [this] { return m_dependencies.configFile.load(); },
+           .onFailure = [this](const Notice& notice) { showFailure(notice); },
+           .onSuccess = [this] { forgetFailure(); },
+           .offer =
+               [this](const Notice& notice, NoticeAction action) {
+                   m_dependencies.notifications.offer(notice, std::move(action));
+               },
+           .withdrawOffer = [this] { m_dependencies.notifications.withdrawOffer(); },
+           .onText = [this](const auto& text,
+                            const auto& mode) { m_recall.textDelivered(text, mode); },
+           .keepTake = [this](const auto& file,
+                              const auto& route) { return m_recall.keepTake(file, route); }}),
+      m_recall({.mainQueue = m_dependencies.mainQueue,
+                .clock = m_dependencies.clock,
+                .log = m_dependencies.log,
+                .userDefaults = m_dependencies.userDefaults,
+                .notifications = m_dependencies.notifications,
+                .pipeline = m_pipeline,
+                .service =
+                    [this] {
+                        makeMissingService();
+                        return m_transcriptionService.get();
+                    },
+                .stateFolder = m_dependencies.stateFolder}) {}
 
 AppDelegate::~AppDelegate() {
     delete m_accessibilityAlert;
@@ -63,15 +85,12 @@ void AppDelegate::applicationDidFinishLaunching() {
         m_dependencies.mainQueue.asyncAfter(loginItemOfferDelay,
                                             m_lifetime.guard([this] { proposeLoginItem(); }));
     }
-    m_dependencies.mainQueue.asyncAfter(accessibilityCheckDelay, m_lifetime.guard([this] {
-        if (!m_keyMonitor.isAccessibilityGranted())
-            showAccessibility(false);
-    }));
+    checkAccessibilityLater();
     wireKeyMonitor();
     wireRemoteControl();
     observeRecording();
     m_keyMonitor.start();
-    m_dependencies.print("Nulo is running. Use Option+Space to record.");
+    m_dependencies.print("Nulo is running. Use " + m_dependencies.chord + " to record.");
 }
 
 void AppDelegate::applicationWillTerminate() {
@@ -188,7 +207,18 @@ void AppDelegate::wireRemoteControl() {
          .stopRecording = m_lifetime.guard([this] { recordStop(); }),
          .toggle = m_lifetime.guard(
              [this] { m_recorder.isRecording().get() ? recordStop() : recordStart(); }),
-         .showSettings = m_lifetime.guard([this] { m_menuBarController->openSettings(); })});
+         .showSettings = m_lifetime.guard([this] { m_menuBarController->openSettings(); }),
+         .pasteLast =
+             m_lifetime.guard([this](std::size_t back, const RemoteActions::Answer& answer) {
+                 m_recall.pasteLast(back, answer);
+             }),
+         .copyLast =
+             m_lifetime.guard([this](std::size_t back, const RemoteActions::Answer& answer) {
+                 m_recall.copyLast(back, answer);
+             }),
+         .retry = m_lifetime.guard(
+             [this](const RemoteActions::Answer& answer) { m_recall.retry(answer); }),
+         .forget = m_lifetime.guard([this] { m_recall.forget(); })});
 }
 
 void AppDelegate::observeRecording() {
@@ -208,6 +238,16 @@ void AppDelegate::observeRecording() {
     });
 }
 
+void AppDelegate::checkAccessibilityLater() {
+    m_dependencies.mainQueue.asyncAfter(accessibilityCheckDelay, m_lifetime.guard([this] {
+        EventTapSource& source = m_dependencies.eventTapSource;
+        if (source.isUndecided())
+            checkAccessibilityLater();
+        else if (!m_keyMonitor.isAccessibilityGranted() && !source.isTrusted())
+            showAccessibility(false);
+    }));
+}
+
 void AppDelegate::showAccessibility(bool granted) {
     m_menuBarController->accessibilityGranted = granted;
     m_menuBarController->updateIcon();
@@ -217,7 +257,8 @@ void AppDelegate::showAccessibility(bool granted) {
     const bool wasShown = std::exchange(m_accessibilityAlertWasShown, true);
     if (m_dependencies.permissionIsTheUsersToGive)
         return showAccessibilityAlert();
-    m_dependencies.print("Nulo may not watch the keyboard at the moment: Option+Space is off.");
+    m_dependencies.print("Nulo may not watch the keyboard at the moment: " + m_dependencies.chord +
+                         " is off.");
     // Other programs take the keyboard and give it back: one explanation is enough.
     if (!wasShown)
         showAccessibilityAlert();

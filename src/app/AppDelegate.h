@@ -9,6 +9,7 @@
 #include <string_view>
 
 #include "app/PipelineLog.h"
+#include "app/Recall.h"
 #include "app/RecordingPipeline.h"
 #include "audio/AudioRecorder.h"
 #include "base/Clock.h"
@@ -49,6 +50,7 @@ class AppDelegate {
         Microphone& microphone;
         MakeAudioFileWriter makeAudioFileWriter;
         EventTapSource& eventTapSource;
+        std::string chord;  // Chord::title()
         /// Whether the user can give the permission that the tap source is waiting for; otherwise
         /// it comes and goes with what other programs do.
         bool permissionIsTheUsersToGive;
@@ -66,7 +68,8 @@ class AppDelegate {
         UpdateHttp& updateHttp;
         UpdateWindows& updateWindows;
         ProcessLauncher& processLauncher;
-        std::function<void()> terminate;  // ends the program normally; may return before it does
+        std::function<void()> terminate;    // ends the program normally; may return before it does
+        std::filesystem::path stateFolder;  // for what the user wants to be kept
     };
 
     explicit AppDelegate(Dependencies dependencies);
@@ -94,6 +97,7 @@ class AppDelegate {
     void wireKeyMonitor();
     void wireRemoteControl();
     void observeRecording();
+    void checkAccessibilityLater();
     void showAccessibility(bool granted);
     void showAccessibilityAlert();
     void proposeLoginItem();
@@ -119,6 +123,7 @@ class AppDelegate {
     // A dictation on its way uses the service, and goes first.
     std::unique_ptr<TranscriptionService> m_transcriptionService;
     RecordingPipeline m_pipeline;
+    Recall m_recall;
     DictationOverlay::Panel m_recordingPanel = 0;  // of the take being recorded
     bool m_takeHasBegun = false;
     bool m_takeHasFailed = false;

@@ -6,6 +6,7 @@
 #include <utility>
 
 #include "app/FailureTexts.h"
+#include "app/Routes.h"
 #include "base/Text.h"
 
 namespace nulo {
@@ -43,9 +44,7 @@ Dictation::Dictation(const Dependencies& dependencies, TranscriptionService& ser
       m_file(std::move(file)),
       m_panel(panel),
       m_config(dependencies.loadConfig()),
-      m_provider(m_config && m_config->transcriptionProvider == "mistral"
-                     ? TranscriptionProvider::mistral
-                     : TranscriptionProvider::openai) {
+      m_provider(providerOf(m_config)) {
     if (m_config && m_config->debugMode)
         m_timer.emplace(m_dependencies.clock);
 }
@@ -71,12 +70,14 @@ void Dictation::start(std::function<void()> onEnd) {
         debugPrint("Audio file: " + std::to_string(sizeInKilobytes(m_file)) +
                    "KB, provider: " + provider);
 
-    if (m_config && m_config->activeMode == rawTranscriptionMode().id)
-        transcribeRaw();
-    else if (m_config && m_provider == TranscriptionProvider::openai)
-        transcribeAndClean();
-    else
-        transcribeThenClean();
+    switch (routeOf(m_config).kind) {
+        case TakeRoute::Kind::raw:
+            return transcribeRaw();
+        case TakeRoute::Kind::combined:
+            return transcribeAndClean();
+        case TakeRoute::Kind::twoStage:
+            return transcribeThenClean();
+    }
 }
 
 void Dictation::transcribeRaw() {
@@ -111,20 +112,26 @@ void Dictation::transcribe(void (Dictation::*next)(const TextResult&)) {
                          });
 }
 
-long long Dictation::transcriptArrived() {
+long long Dictation::transcriptArrived(const TextResult& result) {
     const long long ms = lap("Transcription");
     replaceDebugStep("Transcription " + milliseconds(ms));
-    deleteAudioFile();
+    takeIsAnswered(result);
     return ms;
 }
 
+void Dictation::takeIsAnswered(const TextResult& result) {
+    if (!result && mayPass(result.error()) && m_dependencies.keepTake)
+        m_takeIsKept = m_dependencies.keepTake(m_file, routeOf(m_config));
+    deleteAudioFile();
+}
+
 void Dictation::rawTranscriptArrived(const TextResult& result) {
-    transcriptArrived();
+    transcriptArrived(result);
     if (!result) {
         const std::string description = describe(result.error());
         m_dependencies.log.log("ERROR: " + description);
         m_dependencies.print("Raw transcription failed: " + description);
-        fail(requestFailed(result.error()));
+        failRequest(result.error());
         return abandon();
     }
     const std::string& text = result.value();
@@ -174,7 +181,7 @@ void Dictation::combinedTokenArrived(std::string_view token) {
 void Dictation::combinedTextArrived(const TextResult& result) {
     m_dependencies.log.log("Stream complete — " + std::to_string(m_tokenCount) +
                            " tokens received");
-    deleteAudioFile();
+    takeIsAnswered(result);
     cleanupEnded("Combined cleanup: ");
     if (result) {
         const std::string& text = result.value();
@@ -187,18 +194,18 @@ void Dictation::combinedTextArrived(const TextResult& result) {
     const std::string description = describe(result.error());
     m_dependencies.log.log("ERROR: " + description);
     m_dependencies.print("Combined mode failed: " + description);
-    fail(requestFailed(result.error()));
+    failRequest(result.error());
     // The paste then repeats what the clipboard held before.
     m_deliveries.await(m_lifetime.guard([this] { finish(streamedDelaySeconds); }));
 }
 
 void Dictation::firstStageArrived(const TextResult& result) {
-    const std::string ms = milliseconds(transcriptArrived());
+    const std::string ms = milliseconds(transcriptArrived(result));
     if (!result) {
         const std::string description = describe(result.error());
         m_dependencies.print("Transcription failed: " + description);
         debugPrint("Pipeline failed: " + description);
-        fail(requestFailed(result.error()));
+        failRequest(result.error());
         return abandon();
     }
     const std::string& text = result.value();
@@ -255,8 +262,8 @@ void Dictation::cleanupEnded(const std::string& debugLine) {
 
 void Dictation::deliver(const std::string& text, std::function<void()> delivered) {
     m_deliveries.await(m_lifetime.guard([this, text, delivered = std::move(delivered)] {
-        m_dependencies.pasteboard.setString(text);
-        m_isOnClipboard = true;
+        m_deliveries.copy(text);
+        m_text = text;
         delivered();
     }));
 }
@@ -271,7 +278,7 @@ void Dictation::finish(double delaySeconds) {
         debugStep(summary);
         delaySeconds = debugDelaySeconds;
     }
-    if (m_isOnClipboard && !m_deliveries.arePasted()) {
+    if (!m_text.empty() && !m_deliveries.arePasted()) {
         if (DictationOverlay* const shown = overlay())
             shown->showToBePasted();
         delaySeconds = std::max(delaySeconds, toBePastedSeconds);
@@ -281,19 +288,25 @@ void Dictation::finish(double delaySeconds) {
     m_dependencies.mainQueue.asyncAfter(MainQueue::Delay(delaySeconds), m_lifetime.guard([this] {
         if (DictationOverlay* const shown = overlay())
             shown->hide();
-        m_dependencies.mainQueue.asyncAfter(MainQueue::Delay(pasteAfterHideSeconds),
-                                            m_lifetime.guard([this] {
-                                                m_deliveries.paste();
-                                                if (!m_failed)
-                                                    m_dependencies.onSuccess();
-                                                end();
-                                            }));
+        m_dependencies.mainQueue.asyncAfter(
+            MainQueue::Delay(pasteAfterHideSeconds), m_lifetime.guard([this] {
+                m_deliveries.paste();
+                if (!m_text.empty() && m_dependencies.onText)
+                    m_dependencies.onText(m_text, routeOf(m_config).mode);
+                if (!m_failed)
+                    m_dependencies.onSuccess();
+                end();
+            }));
     }));
 }
 
 void Dictation::fail(const Notice& notice) {
     m_failed = true;
     m_dependencies.onFailure(notice);
+}
+
+void Dictation::failRequest(const TranscriptionFailure& failure) {
+    fail(m_takeIsKept ? andTakeKept(requestFailed(failure)) : requestFailed(failure));
 }
 
 void Dictation::abandon() {

@@ -15,6 +15,7 @@
 #include "config/AppConfig.h"
 #include "desktop/DictationOverlay.h"
 #include "desktop/Notifications.h"
+#include "keeping/KeptTakes.h"
 #include "pasting/Deliveries.h"
 #include "transcription/TranscriptionService.h"
 
@@ -43,6 +44,15 @@ class Dictation {
         std::function<void(const Notice&)> onFailure;
         /// Called when a text was delivered and nothing failed on its way.
         std::function<void()> onSuccess;
+        /// Shows the notice of a text that did not arrive, with what can be done. May be empty.
+        std::function<void(const Notice&, NoticeAction)> offer;
+        /// Takes that notice away again. May be empty.
+        std::function<void()> withdrawOffer;
+        /// Called with each text whose keystroke is on its way, and its mode's name. May be empty.
+        std::function<void(const std::string& text, const std::string& mode)> onText;
+        /// Keeps a copy of a take that may be understood at another time; tells whether it did. May
+        /// be empty.
+        std::function<bool(const std::filesystem::path& file, const TakeRoute& route)> keepTake;
     };
 
     Dictation(const Dependencies& dependencies, TranscriptionService& service,
@@ -75,7 +85,9 @@ class Dictation {
     /// Asks for the plain transcript and hands it to `next` on the main thread.
     void transcribe(void (Dictation::*next)(const TextResult&));
     /// Ends the step that both plain routes begin with, and gives its time.
-    long long transcriptArrived();
+    long long transcriptArrived(const TextResult& result);
+    /// The take is not needed any more, but where its request failed and is to be made again.
+    void takeIsAnswered(const TextResult& result);
     /// Ends the stream of cleaned text, on either route.
     void cleanupEnded(const std::string& debugLine);
     /// Puts the text on the clipboard when it is its turn, then calls `delivered`.
@@ -83,6 +95,8 @@ class Dictation {
     /// Hides the overlay after the delay, then pastes. In this dictation's turn.
     void finish(double delaySeconds);
     void fail(const Notice& notice);
+    /// Tells that the take's request failed, and whether the take is kept.
+    void failRequest(const TranscriptionFailure& failure);
     /// Hides the overlay and ends without a text.
     void abandon();
     void abandonEmpty();
@@ -107,10 +121,11 @@ class Dictation {
     std::function<void()> m_onEnd;
     std::optional<DebugTimer> m_timer;  // in debug mode only
     std::optional<std::string> m_dictPrompt;
+    std::string m_text;               // the one that was put on the clipboard
     bool m_closesLogSession = false;  // the two-stage route leaves the log session open
     bool m_failed = false;
-    bool m_isOnClipboard = false;
     bool m_audioFileDeleted = false;
+    bool m_takeIsKept = false;
     int m_tokenCount = 0;
     bool m_sawFirstToken = false;
     Clock::Instant m_cleanupStart;

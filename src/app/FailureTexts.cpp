@@ -77,9 +77,35 @@ Notice nothingRecognised() {
             "n'est pas coupe."};
 }
 
+Notice andTakeKept(Notice failure) {
+    // It stands first, because desktops cut long texts.
+    failure.text = "L'enregistrement est garde : nulo --retry l'envoie a nouveau. " + failure.text;
+    return failure;
+}
+
+Notice textRecovered() {
+    return {"Dictee retrouvee", "Le texte est dans le presse-papiers, collez-le vous-meme."};
+}
+
+Notice textRecoveredWithoutCleanup(const TranscriptionFailure& failure) {
+    return {"Dictee retrouvee sans correction",
+            "Le texte est dans le presse-papiers, collez-le vous-meme. " + advice(failure)};
+}
+
 Notice textNotPasted(const Error& reason) {
     return {"Texte non colle",
             "Il est dans le presse-papiers, collez-le vous-meme : " + reason.description + "."};
+}
+
+Notice textNotRead() {
+    return {"Texte non colle",
+            "Aucun programme ne l'a pris. Il est dans le presse-papiers, collez-le vous-meme."};
+}
+
+Notice textReplaced() {
+    return {"Texte non colle",
+            "Aucun programme ne l'a pris, et la dictee suivante est venue a sa place dans le "
+            "presse-papiers."};
 }
 
 }  // namespace nulo

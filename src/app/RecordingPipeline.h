@@ -1,10 +1,13 @@
 #pragma once
 
 #include <filesystem>
+#include <functional>
 #include <list>
 #include <optional>
+#include <string>
 
 #include "app/Dictation.h"
+#include "base/Lifetime.h"
 #include "desktop/DictationOverlay.h"
 #include "desktop/Notifications.h"
 #include "pasting/Deliveries.h"
@@ -31,15 +34,26 @@ class RecordingPipeline {
     /// once.
     void processRecording(const std::optional<std::filesystem::path>& file, Panel panel);
 
+    /// Pastes a text once more, behind those that are on their way; `begun` is called when it is on
+    /// the clipboard.
+    void paste(std::string text, std::function<void()> begun);
+    /// Puts a text on the clipboard, where it takes no other's place that is yet to be pasted;
+    /// `done` is called then.
+    void copy(std::string text, std::function<void()> done);
+
     /// Gives up all dictations and deletes their takes.
     void cancelAll() { m_dictations.clear(); }
 
   private:
+    void told(const Deliveries::Receipt& receipt);
+    void offerAgain(const Notice& notice, const std::string& text);
+
     const Dependencies m_dependencies;
     TranscriptionService* m_service = nullptr;
     Notice m_whyNoService;
     Deliveries m_deliveries;
     std::list<Dictation> m_dictations;
+    Lifetime m_lifetime;
 };
 
 }  // namespace nulo

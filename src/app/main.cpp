@@ -5,15 +5,18 @@
 #include <QUrl>
 #include <chrono>
 #include <cstdio>
+#include <cstdlib>
 #include <string>
 #include <utility>
 #include <vector>
 
 #include "app/AppDelegate.h"
 #include "app/BuildInfo.h"
-#include "app/CommandLine.h"
-#include "app/Examination.h"
-#include "app/SessionBackends.h"
+#include "app/commands/CommandLine.h"
+#include "app/commands/Commands.h"
+#include "app/start/ChosenChord.h"
+#include "app/start/Examination.h"
+#include "app/start/SessionBackends.h"
 #include "base/PrivateFolder.h"
 #include "base/StandardStreams.h"
 #include "pasting/InjectionGate.h"
@@ -105,7 +108,7 @@ int run(int argc, char** argv, const CommandLine& commandLine) {
     if (!facts.waylandDisplay.empty())
         facts.hasPortal = portalIsOnTheBus();
     if (commandLine.action == CommandLine::Action::doctor)
-        return examine(facts, commandLine.isJson);
+        return examine(facts, build::baseURL(), commandLine.isJson);
     const ClaimedInstance claimed = claimInstance(printLine);
     switch (claimed.instance) {
         case Instance::only:
@@ -126,14 +129,16 @@ int run(int argc, char** argv, const CommandLine& commandLine) {
     const std::unique_ptr<MainQueue> mainQueue = makeQtMainQueue();
     const std::unique_ptr<Microphone> microphone = makeMicrophone(*mainQueue, printLine);
     InjectionGate gate;
-    const BackendChoice choice = chooseBackends(facts);
-    const SessionBackends backends(facts, choice, gate, *mainQueue, configFile.configDir(),
+    const std::unique_ptr<UserDefaults> userDefaults =
+        makeUserDefaults(configFile.configDir() / "defaults.ini");
+    const Chord chord = chosenChord(*userDefaults, printLine);
+    const BackendChoice choice = chooseBackends(facts, chord);
+    const SessionBackends backends(facts, choice, chord, gate, *mainQueue, configFile.configDir(),
+                                   userDefaults->boolean("privateClipboard").value_or(false),
                                    printLine);
     TrayItem statusItem(makeStatusNotifierItem(),
                         [] { return std::make_unique<XEmbedTrayIcon>(); });
     const std::unique_ptr<Notifications> notifications = makeDesktopNotifications();
-    const std::unique_ptr<UserDefaults> userDefaults =
-        makeUserDefaults(configFile.configDir() / "defaults.ini");
     const std::unique_ptr<LoginItem> loginItem =
         makeLoginItem(folders.config, QCoreApplication::applicationFilePath().toStdString());
     const std::unique_ptr<UpdateHttp> updateHttp = makeUpdateHttp(*mainQueue);
@@ -163,6 +168,7 @@ int run(int argc, char** argv, const CommandLine& commandLine) {
          .microphone = *microphone,
          .makeAudioFileWriter = makeAacFileWriter,
          .eventTapSource = *backends.eventTapSource,
+          .chord = chord.title(),
          .permissionIsTheUsersToGive = choice.keySource.front().backend == Backend::none ||
                                        (choice.keySource.front().backend == Backend::keytap &&
                                         facts.keytap == KeytapInstallation::off),
@@ -185,7 +191,8 @@ int run(int argc, char** argv, const CommandLine& commandLine) {
          .updateHttp = *updateHttp,
          .updateWindows = updateWindows,
          .processLauncher = *processLauncher,
-         .terminate = [] { QCoreApplication::quit(); }});
+         .terminate = [] { QCoreApplication::quit(); },
+         .stateFolder = folders.state});
     QObject::connect(&application, &QCoreApplication::aboutToQuit,
                      [&delegate] { delegate.applicationWillTerminate(); });
     const TerminationSignals terminationSignals([] { QCoreApplication::quit(); });
@@ -225,6 +232,13 @@ int main(int argc, char** argv) {
         case CommandLine::Action::doctor:
         case CommandLine::Action::run:
             break;
+        default: {
+            const QCoreApplication application(argc, argv);
+            const int status = carryOut(commandLine.value(), userFolders().state, askRunningNulo);
+            // The bus's thread may still be at work, with what the exit would destroy.
+            std::fflush(nullptr);
+            std::_Exit(status);
+        }
     }
     return run(argc, argv, commandLine.value());
 }

@@ -34,6 +34,10 @@ std::string fileTimestamp(Clock::WallTime time) {
     return localTime(std::chrono::floor<std::chrono::seconds>(time), "%Y-%m-%d_%H-%M-%S");
 }
 
+std::string readableTime(Clock::WallTime time) {
+    return localTime(std::chrono::floor<std::chrono::seconds>(time), "%Y-%m-%d %H:%M:%S");
+}
+
 std::string logTimestamp(Clock::WallTime time) {
     const auto seconds = std::chrono::floor<std::chrono::seconds>(time);
     const auto milliseconds =

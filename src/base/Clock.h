@@ -27,6 +27,9 @@ long long wholeMilliseconds(std::chrono::steady_clock::duration duration);
 /// Local time as yyyy-MM-dd_HH-mm-ss.
 std::string fileTimestamp(Clock::WallTime time);
 
+/// Local time as yyyy-MM-dd HH:mm:ss.
+std::string readableTime(Clock::WallTime time);
+
 /// Local time as HH:mm:ss.SSS.
 std::string logTimestamp(Clock::WallTime time);
 

@@ -66,7 +66,7 @@ void Doctor::examine(std::vector<Finding> findings,
 }
 
 void Doctor::examineKeys() {
-    Finding finding{.name = "Option+Space"};
+    Finding finding{.name = m_dependencies.chord};
     EventTapSource* const source = m_dependencies.eventTapSource;
     if (m_dependencies.desktop.nuloRuns) {
         finding.text = "watched by the Nulo that runs";
@@ -78,7 +78,8 @@ void Doctor::examineKeys() {
         finding.advice =
             "See docs/shortcut.md; \"Toggle\" of org.nulo.Nulo on the session bus "
             "records without it";
-    } else if (const auto tap = source->createTap([](const KeyEvent&) { return EventFate::pass; })) {
+    } else if (const auto tap =
+                   source->createTap([](const KeyEvent&) { return EventFate::pass; })) {
         finding.text = "can be watched";
     } else {
         finding.verdict = Verdict::broken;

@@ -28,6 +28,7 @@ class Doctor {
         MainQueue& mainQueue;
         Microphone& microphone;
         EventTapSource* eventTapSource = nullptr;  // null where the keys must not be asked for
+        std::string chord;                         // Chord::title()
         UpdateHttp& http;
         std::filesystem::path configHome;  // that of ConfigFile
         std::string_view defaultBaseURL;

@@ -4,7 +4,8 @@
 
 namespace nulo {
 
-/// Recognises Option+Space, pressed in this order, in a stream of key events.
+/// Recognises Option+Space, pressed in this order, in a stream of key events. (Both names stand for
+/// whatever keys the chord has.)
 ///
 /// - Idle: nothing of the chord is down; all events pass.
 /// - Armed: Option went down and is held back, as it may begin the chord. Space starts a recording;

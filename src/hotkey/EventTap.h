@@ -46,6 +46,9 @@ class EventTapSource {
     virtual ~EventTapSource() = default;
     /// Whether the session lets this process observe and hold back key events. Takes at most 10 ms.
     virtual bool isTrusted() = 0;
+    /// Whether the desktop was asked for the keys and has not answered yet: it may be asking the
+    /// user. Main thread.
+    virtual bool isUndecided() { return false; }
     /// Nothing when the tap could not be made. The handler is not called before this returned. When
     /// the chord is not wholly down as a tap begins or is enabled again, its first event says that
     /// Option is up, so that no release is ever missed.

@@ -12,11 +12,12 @@ constexpr MainQueue::Delay healthCheckInterval{5.0};
 }  // namespace
 
 GlobalKeyMonitor::GlobalKeyMonitor(EventTapSource& source, MainQueue& mainQueue, Print print,
-                                   std::function<void()> openSettings)
+                                   std::function<void()> openSettings, std::string chord)
     : m_source(source),
       m_mainQueue(mainQueue),
       m_print(std::move(print)),
-      m_openSettings(std::move(openSettings)) {}
+      m_openSettings(std::move(openSettings)),
+      m_chordTitle(std::move(chord)) {}
 
 GlobalKeyMonitor::~GlobalKeyMonitor() {
     stop();
@@ -93,7 +94,7 @@ void GlobalKeyMonitor::setupEventTap() {
         m_eventTap = m_source.createTap([this](const KeyEvent& event) { return handle(event); });
     }
     m_isEventTapAlive = m_eventTap != nullptr;
-    m_print(m_eventTap ? "Global key monitor started (Option+Space)"
+    m_print(m_eventTap ? "Global key monitor started (" + m_chordTitle + ")"
                        : "Failed to create event tap. Check Accessibility permissions.");
 }
 

@@ -3,6 +3,7 @@
 #include <functional>
 #include <memory>
 #include <mutex>
+#include <string>
 
 #include "base/Lifetime.h"
 #include "base/MainQueue.h"
@@ -12,7 +13,7 @@
 
 namespace nulo {
 
-/// Turns Option+Space, held anywhere in the session, into push-to-talk, and keeps the tap that this
+/// Turns the chord, held anywhere in the session, into push-to-talk, and keeps the tap that this
 /// needs alive: it waits for the permission, switches a tap on again that was switched off, and
 /// replaces one that was lost.
 ///
@@ -21,9 +22,9 @@ namespace nulo {
 class GlobalKeyMonitor {
   public:
     /// `source` and `mainQueue` outlive the monitor. `openSettings` shows the user where to give
-    /// the permission.
+    /// the permission. `chord` is what the lines that are printed call it.
     GlobalKeyMonitor(EventTapSource& source, MainQueue& mainQueue, Print print,
-                     std::function<void()> openSettings);
+                     std::function<void()> openSettings, std::string chord = "Option+Space");
     ~GlobalKeyMonitor();
     GlobalKeyMonitor(const GlobalKeyMonitor&) = delete;
     GlobalKeyMonitor& operator=(const GlobalKeyMonitor&) = delete;
@@ -63,6 +64,7 @@ class GlobalKeyMonitor {
     MainQueue& m_mainQueue;
     const Print m_print;
     const std::function<void()> m_openSettings;
+    const std::string m_chordTitle;
 
     bool m_isAccessibilityGranted = false;
     bool m_isEventTapAlive = false;

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <functional>
 #include <string_view>
 
@@ -7,16 +8,27 @@
 
 namespace nulo {
 
+/// A program that asks for the text on the clipboard.
+struct PasteboardReader {
+    /// Tells programs apart while they run; 0 where it is not known which one asks.
+    std::uint32_t program = 0;
+    /// Whether the keyboard is known to be its own.
+    bool hasFocus = false;
+};
+
 /// Takes the text that other programs can paste. Main thread.
 class Pasteboard {
   public:
     /// Called when a program asks for the text. The program gets it after the call, so setString()
     /// must wait.
-    std::function<void()> onRead;
+    std::function<void(const PasteboardReader&)> onRead;
 
     virtual ~Pasteboard() = default;
     /// Puts UTF-8 text on the clipboard and on the primary selection, replacing what was there.
     virtual void setString(std::string_view text) = 0;
+    /// Whether programs that paste still come here, on both selections: false as soon as this
+    /// program hears that another one has put something in the text's place.
+    virtual bool holdsText() const = 0;
 };
 
 /// The keystroke that makes the focused program paste. Main thread.

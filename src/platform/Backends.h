@@ -17,6 +17,7 @@
 #include "pasting/Pasting.h"
 
 #include "desktop/UserDefaults.h"
+#include "hotkey/Chord.h"
 #include "hotkey/EventTap.h"
 #include "transcription/HttpSession.h"
 #include "update/ProcessLauncher.h"
@@ -56,7 +57,7 @@ Result<std::unique_ptr<AudioFileWriter>> makeAacFileWriter(const std::filesystem
 
 /// Frozen-grab tap on the X server named by $DISPLAY. `gate` and `mainQueue` outlive it.
 std::unique_ptr<EventTapSource> makeX11EventTapSource(InjectionGate& gate, MainQueue& mainQueue,
-                                                      Print print);
+                                                      Print print, const Chord& chord = {});
 
 /// Where no tap is possible: never trusted, no taps.
 std::unique_ptr<EventTapSource> makeUnavailableEventTapSource();
@@ -74,8 +75,15 @@ std::unique_ptr<PasteKeystroke> makeNoPasteKeystroke(std::string reason);
 /// Whether an X server answers there; Qt ends the process when none does. Waits for the server.
 bool x11DisplayAnswers(const std::string& display);
 
-/// Main thread, with a QGuiApplication.
-std::unique_ptr<Pasteboard> makeQtPasteboard();
+struct QtPasteboardOptions {
+    /// The text carries the hint by which clipboard managers know passwords.
+    bool isPrivate = false;
+    /// One program, the compositor, may ask in the name of all others.
+    bool isBridged = false;
+};
+
+/// Main thread, with a QGuiApplication; it tells which program reads on X11 only.
+std::unique_ptr<Pasteboard> makeQtPasteboard(const QtPasteboardOptions& options = {});
 
 /// The item in trays that ask over the session bus; shown nowhere without a bus. With a
 /// QCoreApplication.
@@ -107,7 +115,7 @@ std::unique_ptr<UpdateHttp> makeUpdateHttp(MainQueue& mainQueue);
 std::unique_ptr<ProcessLauncher> makeProcessLauncher();
 
 /// An INI file, readable by its owner only; its folder is made when something is first written. A
-/// file that is no INI file is replaced.
+/// file that is no INI file gets ".refused" added to its name.
 std::unique_ptr<UserDefaults> makeUserDefaults(const std::filesystem::path& file);
 
 }  // namespace nulo

@@ -8,6 +8,7 @@
 
 #include "base/MainQueue.h"
 #include "base/Print.h"
+#include "hotkey/Chord.h"
 #include "hotkey/EventTap.h"
 #include "pasting/Pasting.h"
 
@@ -26,9 +27,10 @@ std::optional<std::set<std::string>> waylandOffers(const std::string& display);
 /// ask of it comes in order. `display` as in $WAYLAND_DISPLAY.
 std::shared_ptr<WaylandSession> openWaylandSession(const std::string& display);
 
-/// Both selections by data-control. `mainQueue` outlives it.
+/// Both selections by data-control, which does not tell who reads. A private text carries the hint
+/// by which clipboard managers know passwords. `mainQueue` outlives it.
 std::unique_ptr<Pasteboard> makeWaylandPasteboard(std::shared_ptr<WaylandSession> session,
-                                                  MainQueue& mainQueue);
+                                                  MainQueue& mainQueue, bool isPrivate = false);
 
 /// Shift+Insert by a virtual keyboard, for the text of makeWaylandPasteboard().
 std::unique_ptr<PasteKeystroke> makeVirtualKeyboardPaste(std::shared_ptr<WaylandSession> session);
@@ -63,10 +65,11 @@ bool switchKeytapOn();
 
 /// The chord by sway's own bindings, as long as sway answers on that $SWAYSOCK. A thread of its own
 /// calls the handlers.
-std::unique_ptr<EventTapSource> makeSwayBindings(const std::string& socket, Print print);
+std::unique_ptr<EventTapSource> makeSwayBindings(const std::string& socket, Print print,
+                                                 const Chord& chord = {});
 
 /// The chord by the portal's global shortcuts. Asks for them once; the user may be asked, too. With
 /// a QCoreApplication.
-std::unique_ptr<EventTapSource> makePortalShortcuts(Print print);
+std::unique_ptr<EventTapSource> makePortalShortcuts(Print print, const Chord& chord = {});
 
 }  // namespace nulo

@@ -25,6 +25,13 @@ Error tooLong(std::string_view what, std::size_t limit) {
             std::to_string(limit / (1024 * 1024)) + " MB; the rest was not read"};
 }
 
+bool mayPass(const TranscriptionFailure& failure) {
+    if (std::holds_alternative<Error>(failure))
+        return true;
+    const int status = std::get<TranscriptionError>(failure).statusCode();
+    return status == 408 || status == 429 || (status >= 500 && status <= 599);
+}
+
 std::string describe(const TranscriptionFailure& failure) {
     if (const auto* transport = std::get_if<Error>(&failure))
         return transport->description;

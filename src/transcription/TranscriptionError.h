@@ -53,6 +53,10 @@ Error tooLong(std::string_view what, std::size_t limit);
 
 std::string describe(const TranscriptionFailure& failure);
 
+/// Whether the same request may succeed at another time: the network failed, or the service was
+/// late, busy or broken.
+bool mayPass(const TranscriptionFailure& failure);
+
 /// How every request ends.
 using TextResult = Result<std::string, TranscriptionFailure>;
 

@@ -17,12 +17,22 @@ namespace nulo {
 namespace {
 
 struct FakeDesktop final : Pasteboard, PasteKeystroke, Notifications, LoginItem, RemoteControl {
-    std::vector<std::string> notices;
+    std::vector<std::string> notices, delivered;
+    std::string noticeText;
     RemoteActions actions;
     std::vector<bool> states;
-    void setString(std::string_view) override {}
-    void post(Report) override {}
-    void show(const Notice& notice) override { notices.push_back(notice.title); }
+    void setString(std::string_view text) override { delivered.emplace_back(text); }
+    bool holdsText() const override { return true; }
+    void post(Report report) override {
+        delivered.emplace_back("paste");
+        report.onEnd(Success{});
+    }
+    void show(const Notice& notice) override {
+        notices.push_back(notice.title);
+        noticeText = notice.text;
+    }
+    void offer(const Notice& notice, NoticeAction) override { show(notice); }
+    void withdrawOffer() override { notices.pop_back(); }
     Outcome registerItem() override { return Error{"cannot write it"}; }
     void setActions(RemoteActions newActions) override { actions = std::move(newActions); }
     void setRecording(bool recording) override { states.push_back(recording); }
@@ -44,9 +54,10 @@ class AppDelegateTest : public PartTest {
         m_delegate.emplace(AppDelegate::Dependencies(
             m_queue, m_clock, m_printed.print(), m_log, m_configFile, m_folder / "tmp",
             m_folder / "tmp/nulo", "http://127.0.0.1:8737", "1.2", m_microphone, m_files.maker(),
-            m_tapSource, m_permissionIsTheUsersToGive, m_desktop, m_desktop, m_http.factory(),
-            [this] { ++m_helpOpened; }, *m_overlayPlacement, m_alerts, m_statusItem, m_desktop,
-            m_desktop, m_defaults, m_desktop, m_updateHttp, m_updateWindows, m_launcher, nullptr));
+            m_tapSource, "Option+Space", m_permissionIsTheUsersToGive, m_desktop, m_desktop,
+            m_http.factory(), [this] { ++m_helpOpened; }, *m_overlayPlacement, m_alerts,
+            m_statusItem, m_desktop, m_desktop, m_defaults, m_desktop, m_updateHttp,
+            m_updateWindows, m_launcher, nullptr, m_folder / "state"));
         m_delegate->applicationDidFinishLaunching();
     }
     void pressChord() {
@@ -62,6 +73,25 @@ class AppDelegateTest : public PartTest {
         pressChord();
         m_queue.advance(2s);
         releaseChord();
+    }
+    /// Answers the last request, a streamed one with the text as its only fragment.
+    void answer(int status, const std::string& text, bool isStream = true) {
+        m_http.exchanges.back().answer(status, isStream
+                                                   ? R"(data: {"choices":[{"delta":{"content":")" +
+                                                         text + "\"}}]}\n\ndata: [DONE]\n"
+                                                   : text);
+        m_queue.advance(3s);
+    }
+    /// Notes what the program that asked is told.
+    RemoteActions::Answer told() {
+        m_told.clear();
+        return [this](const Outcome& outcome) {
+            m_told += outcome ? "done" : outcome.error().description;
+        };
+    }
+    std::ptrdiff_t kept(const char* folder) const {
+        std::error_code ignored;
+        return std::distance(fs::directory_iterator(m_folder / "state" / folder, ignored), {});
     }
     /// What of that kind is on the screen.
     template <typename Part>
@@ -103,6 +133,7 @@ class AppDelegateTest : public PartTest {
     FakeProcessLauncher m_launcher;
     bool m_permissionIsTheUsersToGive = false;
     int m_helpOpened = 0;
+    std::string m_told;
     std::optional<AppDelegate> m_delegate;
 };
 
@@ -203,9 +234,11 @@ TEST_F(AppDelegateTest, explainsAMissingPermission) {
     for (const bool isTheUsers : {true, false}) {
         m_permissionIsTheUsersToGive = isTheUsers;
         m_tapSource.trusted = false;
+        m_tapSource.undecided = !isTheUsers;
         launch();
-        m_queue.advance(1.9s);
+        m_queue.advance(isTheUsers ? 1.9s : 9.9s);
         EXPECT_THAT(buttons(), IsEmpty());
+        m_tapSource.undecided = false;
         m_queue.advance(0.2s);
         ASSERT_THAT(buttons(), ElementsAre("Ouvrir les Reglages", "Plus tard"));
         shown<QAbstractButton>().front()->click();
@@ -250,6 +283,121 @@ TEST_F(AppDelegateTest, isDrivenFromOutsideLikeByTheChord) {
     m_delegate.reset();
     m_desktop.actions.toggle();
     EXPECT_FALSE(m_microphone.isRunning());
+}
+
+// A text that is pasted over another that is on its way, or given out once it is forgotten; one
+// kept that nobody wanted kept; a dictation that the disk ends.
+TEST_F(AppDelegateTest, theLastTextsCanBeHadAgainAndAreKeptOnRequest) {
+    launch();
+    m_desktop.actions.pasteLast(1, told());
+    EXPECT_EQ(m_told, "there is no text yet since Nulo was started");
+    dictate();
+    answer(200, "one");
+    dictate();
+    m_desktop.delivered.clear();
+    m_http.exchanges.back().answer(200, "data: [DONE]\n");
+    m_queue.runPending();
+    m_desktop.actions.pasteLast(1, told());
+    m_desktop.actions.copyLast(1, told());
+    EXPECT_EQ(m_told, "") << "another text is on its way";
+    m_queue.advance(9s);
+    EXPECT_EQ(m_told, "donedone");
+    EXPECT_THAT(m_desktop.delivered, ElementsAre("", "paste", "one", "paste", "one"));
+    m_desktop.actions.forget();
+    m_desktop.actions.copyLast(1, told());
+    EXPECT_THAT(m_told, HasSubstr("no text"));
+
+    EXPECT_FALSE(fs::exists(m_folder / "state"));
+    m_defaults.booleans["history"] = true;
+    dictate();
+    answer(200, "three");
+    EXPECT_EQ(kept("texts"), 1);
+    fs::remove_all(m_folder / "state");
+    std::ofstream(m_folder / "state");
+    dictate();
+    answer(200, "four");
+    EXPECT_EQ(m_desktop.delivered.back(), "paste");
+    EXPECT_THAT(m_printed.lines(), Contains(HasSubstr("ERROR: The text is not in")).Times(1));
+}
+
+// Words lost, kept unasked, or sent in another way than they were meant; a notice that says less or
+// more than it should.
+TEST_F(AppDelegateTest, aTakeThatFoundNoServiceIsKeptOnRequestAndSentAgain) {
+    const auto configure = [this](const std::string& provider, const std::string& mode) {
+        AppConfig config = defaultConfig();
+        config.transcriptionProvider = provider;
+        config.activeMode = mode;
+        config.dictionary = {mode};
+        m_configFile.save(config);
+        m_queue.advance(61s);  // the same failure is told once a minute
+    };
+    const auto isKept = [&](int status) {
+        dictate();
+        answer(status, "the words, quoted", false);
+        EXPECT_EQ(kept("takes"),
+                  m_desktop.noticeText.find("nulo --retry") == std::string::npos ? 0 : 2);
+        return kept("takes") > 0;
+    };
+    const auto form = [this] {
+        const std::string& body = m_http.exchanges.back().request.body;
+        const std::string boundary = body.substr(0, body.find('\r'));
+        std::string fields = body.substr(0, body.find("filename="));
+        for (std::size_t at; (at = fields.find(boundary)) != std::string::npos;)
+            fields.erase(at, boundary.size());
+        return fields;
+    };
+    launch();
+    EXPECT_FALSE(isKept(503));
+    m_defaults.booleans["keepFailedTakes"] = true;
+    configure("openai", "email");
+    EXPECT_FALSE(isKept(401));
+    m_desktop.actions.retry(told());
+    EXPECT_EQ(m_told, "no take is kept");
+
+    const std::tuple<std::string, std::string, int> rows[] = {{"openai", "email", 429},
+                                                              {"openai", "raw-transcription", 408},
+                                                              {"mistral", "spanish", 200},
+                                                              {"mistral", "spanish", 500}};
+    for (const auto& [provider, mode, status] : rows) {
+        configure(provider, mode);
+        EXPECT_TRUE(isKept(status == 200 ? 503 : status)) << status;
+        EXPECT_TRUE(fs::is_empty(m_folder / "tmp/nulo"));
+        const std::string sent = form();
+        configure("mistral", "voice-to-text");
+        m_desktop.delivered.clear();
+        m_desktop.actions.retry(told());
+        EXPECT_EQ(form(), sent);
+        m_desktop.actions.retry(told());
+        EXPECT_EQ(m_told, "a take is being sent already");
+        answer(502, "the words, quoted", false);
+        EXPECT_THAT(m_told, AllOf(HasSubstr("(502)"), Not(HasSubstr("quoted"))));
+        EXPECT_EQ(kept("takes"), 2);
+
+        m_desktop.actions.retry(told());
+        answer(200, "words", mode == "email");
+        if (mode == "spanish") {
+            EXPECT_THAT(m_http.exchanges.back().request.body, HasSubstr("espagnol"));
+            answer(status, "palabras");
+        }
+        EXPECT_EQ(m_told, "done");
+        EXPECT_THAT(m_desktop.delivered, ElementsAre(status == 200 ? "palabras" : "words"));
+        EXPECT_THAT(m_desktop.notices.back(),
+                    HasSubstr(status == 500 ? "sans correction" : "retrouvee"));
+        EXPECT_EQ(kept("takes"), 0);
+    }
+    EXPECT_TRUE(isKept(503));
+    m_desktop.actions.retry(told());
+    answer(200, " ", false);
+    EXPECT_THAT(m_told, HasSubstr("nothing was recognised"));
+    EXPECT_EQ(kept("takes"), 0);
+
+    launch("{");
+    m_queue.advance(61s);
+    dictate();
+    EXPECT_THAT(m_desktop.noticeText, AllOf(HasSubstr("service.json"), HasSubstr("--retry")));
+    EXPECT_EQ(kept("takes"), 2);
+    m_desktop.actions.retry(told());
+    EXPECT_THAT(m_told, HasSubstr("there is no service"));
 }
 
 }  // namespace

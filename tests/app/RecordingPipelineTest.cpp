@@ -1,6 +1,7 @@
 #include "app/RecordingPipeline.h"
 
 #include <fstream>
+#include <numeric>
 
 #include "app/PipelineLog.h"
 #include "base/FileIO.h"
@@ -32,6 +33,7 @@ struct RecordedDelivery final : DictationOverlay, Pasteboard, PasteKeystroke {
     void hide() override { note(later(), "hide"); }
     void setString(Text text) override { note("clipboard ", text); }
     bool isPossible() const override { return keysCanBeSent; }
+    bool holdsText() const override { return isOwner; }
     void post(Report report) override {
         note(later(), "paste");
         posted = std::move(report);
@@ -41,7 +43,7 @@ struct RecordedDelivery final : DictationOverlay, Pasteboard, PasteKeystroke {
     void letGo() {
         posted.onSending();
         if (programReads)
-            onRead();
+            onRead({});
         posted.onEnd(Success{});
     }
     /// Since the last call.
@@ -59,6 +61,7 @@ struct RecordedDelivery final : DictationOverlay, Pasteboard, PasteKeystroke {
     bool fingersAreInTheWay = false;
     bool programReads = true;
     bool keysCanBeSent = true;
+    bool isOwner = true;
     Report posted;
 };
 
@@ -89,7 +92,11 @@ class RecordingPipelineTest : public PartTest {
     }
 
     fs::path m_take = m_folder / "take.m4a";
-    PipelineLog m_log{m_folder / "log", m_clock, [](std::string_view) {}};
+    std::string m_receipts;  // lines of the log
+    PipelineLog m_log{m_folder / "log", m_clock, [this](std::string_view line) {
+                          if (const auto begin = line.find("Paste "); begin != line.npos)
+                              m_receipts.append(line.substr(begin)).append("; ");
+                      }};
     RecordedDelivery m_seen{m_clock};
     FakeHttp m_http;
     std::optional<AppConfig> m_config;
@@ -99,11 +106,15 @@ class RecordingPipelineTest : public PartTest {
                                     [this](auto line) { m_log.log(line); }}};
     std::vector<std::string> m_failures;
     int m_successes = 0;
+    std::vector<NoticeAction> m_offers;
+    int m_withdrawn = 0;
     std::optional<RecordingPipeline> m_pipeline{RecordingPipeline::Dependencies(
         m_queue, m_clock, m_printed.print(), m_log, m_seen, m_seen, m_seen,
         [this] { return m_config; },
         [this](const Notice& notice) { m_failures.push_back(notice.title); },
-        [this] { ++m_successes; })};
+        [this] { ++m_successes; },
+        [this](const Notice&, NoticeAction action) { m_offers.push_back(std::move(action)); },
+        [this] { ++m_withdrawn; })};
 };
 
 // A text lost, pasted unasked or at another moment; a take left behind; a line that reads
@@ -208,7 +219,7 @@ TEST_F(RecordingPipelineTest, textsThatMeetArePastedOneByOne) {
     m_queue.advance(0.2s);
     arrives("two");
     m_queue.advance(10s);
-    m_seen.onRead();  // a clipboard manager, before any key was sent
+    m_seen.onRead({});  // a clipboard manager, before any key was sent
     m_queue.runPending();
     EXPECT_EQ(m_seen.take(), "clipboard one, paste");
     m_seen.fingersAreInTheWay = false;
@@ -216,7 +227,7 @@ TEST_F(RecordingPipelineTest, textsThatMeetArePastedOneByOne) {
     m_seen.letGo();
     m_queue.advance(0.9s);
     EXPECT_EQ(m_seen.take(), "") << "the program has not fetched the first one yet";
-    m_seen.onRead();
+    m_seen.onRead({});
     m_queue.runPending();
     EXPECT_EQ(m_seen.take(), "clipboard two");
     m_queue.advance(0.51s);
@@ -233,6 +244,61 @@ TEST_F(RecordingPipelineTest, textsThatMeetArePastedOneByOne) {
     EXPECT_EQ(m_seen.take(), "paste, clipboard four");
     EXPECT_THAT(m_failures, ElementsAre("Texte non colle"));
     EXPECT_THAT(m_printed.lines(), Contains("Could not paste: no window has the keyboard focus"));
+}
+
+// A text that is lost in silence, or said to be lost where it arrived or where nobody can tell; a
+// clipboard manager taken for the program; a button that pastes another text.
+TEST_F(RecordingPipelineTest, tellsWhetherTheTextArrived) {
+    constexpr PasteboardReader manager{.program = 7};
+    constexpr PasteboardReader editor{.program = 8, .hasFocus = true};
+    configure("openai", "voice-to-text");
+    m_seen.onlyDeliveries = true;
+    m_seen.programReads = false;
+    const auto arrives = [&](const std::string& text, int status = 200) {
+        process();
+        answer(status, event(text) + "data: [DONE]\n", {}, m_http.exchanges.size() - 1);
+    };
+    const auto asks = [&](const PasteboardReader& reader) {
+        m_seen.onRead(reader);
+        m_queue.runPending();
+        return std::exchange(m_receipts, {});
+    };
+    const auto after = [&](MainQueue::Delay time) {
+        m_queue.advance(time);
+        return std::exchange(m_receipts, {});
+    };
+    const auto inOrder = [](std::initializer_list<std::string> lines) {
+        return std::accumulate(lines.begin(), lines.end(), std::string());
+    };
+    arrives("one");
+    EXPECT_EQ(inOrder({asks(editor), asks(manager), after(501ms), asks(manager), after(20.5ms)}),
+              "");
+    EXPECT_EQ(asks(editor), "Paste read after 21 ms; ");
+    EXPECT_EQ(inOrder({asks(editor), after(2s)}), "");
+    arrives("two");
+    EXPECT_EQ(inOrder({after(501ms), asks(manager), after(1498ms)}), "");
+    EXPECT_EQ(after(2ms), "Paste not read; ");
+    ASSERT_EQ(m_offers.size(), 1u);
+    EXPECT_EQ(inOrder({asks(manager), after(499.5ms), asks({.program = 9})}),
+              "Paste read after 2000 ms; ");
+    EXPECT_EQ(m_withdrawn, 1);
+
+    m_seen.take();
+    m_offers[0].run();
+    EXPECT_EQ(after(101ms), "");
+    EXPECT_EQ(m_seen.take(), "clipboard two, paste");
+    arrives("three");
+    m_seen.isOwner = false;
+    EXPECT_EQ(after(1s), "Paste not read before the next text; ");
+    EXPECT_EQ(after(2s), "Paste not seen: the clipboard has another owner; ");
+    EXPECT_EQ(m_offers.size(), 2u);
+    arrives("");
+    EXPECT_EQ(inOrder({after(2s), asks(editor)}), "");
+    arrives("refused", 500);
+    EXPECT_EQ(inOrder({after(2s), asks(editor)}), "")
+        << "what was copied before is nobody's dictation";
+    EXPECT_EQ(m_withdrawn, 1);
+    EXPECT_EQ(m_offers.size(), 2u);
 }
 
 // The panel of the take that is being recorded taken away by an earlier one, or by a short tap.

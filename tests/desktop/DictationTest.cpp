@@ -135,5 +135,48 @@ TEST(Dictation, takesMeetAndNoneIsLeftBehind) {
     expectText(desktop, "12");
 }
 
+// Words that are lost with the network, or that another command than the one asked for gives back.
+TEST(Dictation, wordsThatFoundNoServiceComeBack) {
+    std::atomic<bool> isThere = false;
+    ScriptedHttpServer service([&](const ReceivedRequest& request, auto& client) {
+        client.send(request.method == "HEAD" ? httpResponse(200, "")
+                    : isThere                ? httpResponse(200, "Déjà vu\n!\n")
+                                             : httpResponse(503, "busy"));
+    });
+    DesktopSession desktop;
+    using Ended = std::pair<std::optional<int>, std::string>;
+    const auto nulo = [&](const std::string& command) { return desktop.startNuloAgain({command}); };
+    desktop.writeServiceFile(service.url());
+    desktop.writeConfig("openai", "raw-transcription");
+    std::ofstream(desktop.home() / ".config/nulo/defaults.ini", std::ios::app)
+        << "history=true\nkeepFailedTakes=true\n";
+    EXPECT_EQ(nulo("--retry"), Ended(1, "nulo: Nulo is not running.\n"));
+    desktop.startTextWindow();
+    desktop.startNulo();
+    EXPECT_EQ(nulo("--paste-last"),
+              Ended(1, "nulo: there is no text yet since Nulo was started.\n"));
+    desktop.dictate(speech());
+    ASSERT_TRUE(desktop.waitForPrinted("Raw transcription failed: API error 503: busy"));
+    EXPECT_TRUE(fs::is_empty(desktop.recordingsFolder()));
+    isThere = true;
+    EXPECT_EQ(nulo("--retry"),
+              Ended(0, "The take was understood: its text is on the clipboard.\n"));
+    EXPECT_EQ(desktop.clipboard(), "Déjà vu\n!");
+    EXPECT_EQ(nulo("--retry"), Ended(1, "nulo: no take is kept.\n"));
+    EXPECT_EQ(nulo("--paste-last"),
+              Ended(0, "The text is on the clipboard, and is being pasted.\n"));
+    expectText(desktop, "Déjà vu\n!");
+    EXPECT_EQ(outputOf({"gdbus", "call", "--session", "--dest", "org.nulo.Nulo", "--object-path",
+                        "/org/nulo/Nulo", "--method", "org.nulo.Nulo.CopyLast"},
+                       {desktop.environment(), {}}),
+              "()\n")
+        << "a text leaves over the bus";
+    EXPECT_THAT(nulo("--history").second,
+                MatchesRegex("20.*:..  Transcription brute\n    Déjà vu\n    !\n"));
+    EXPECT_EQ(nulo("--forget").first, 0);
+    EXPECT_TRUE(fs::is_empty(desktop.home() / ".local/state/nulo/texts"));
+    EXPECT_EQ(nulo("--copy-last").first, 1);
+}
+
 }  // namespace
 }  // namespace nulo

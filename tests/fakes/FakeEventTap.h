@@ -11,6 +11,7 @@ namespace nulo {
 class FakeEventTapSource final : public EventTapSource {
   public:
     bool trusted = true;
+    bool undecided = false;
     bool canCreate = true;
     int tapsMade = 0;
 
@@ -20,6 +21,7 @@ class FakeEventTapSource final : public EventTapSource {
     bool hasTap() const { return m_tap != nullptr; }
 
     bool isTrusted() override { return trusted; }
+    bool isUndecided() override { return undecided; }
     std::unique_ptr<EventTap> createTap(Handler handler) override {
         if (!canCreate)
             return nullptr;

@@ -101,6 +101,7 @@ class FakeUserDefaults final : public UserDefaults {
   public:
     std::optional<bool> boolean(std::string_view key) const override { return find(booleans, key); }
     std::optional<double> number(std::string_view key) const override { return find(numbers, key); }
+    std::optional<std::string> text(std::string_view) const override { return std::nullopt; }
     void set(std::string_view key, bool value) override { booleans[std::string(key)] = value; }
     void set(std::string_view key, double value) override { numbers[std::string(key)] = value; }
 

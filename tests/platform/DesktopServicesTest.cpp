@@ -9,7 +9,7 @@
 namespace nulo {
 namespace {
 
-/// The desktop's service, as another program: keeps "ID replaced: text".
+/// The desktop's service, as another program: keeps "ID replaced: text [button]".
 struct NotificationService final : BusObject {
     explicit NotificationService(const QDBusConnection& bus)
         : BusObject(bus, "/org/freedesktop/Notifications", "org.freedesktop.Notifications") {}
@@ -17,11 +17,26 @@ struct NotificationService final : BusObject {
     QString introspect(const QString&) const override { return {}; }
     QDBusMessage answer(const QDBusMessage& message) override {
         const QVariantList values = message.arguments();
+        if (message.member() == "GetCapabilities")
+            return message.createReply(capabilities);
+        if (message.member() == "CloseNotification") {
+            shown.push_back("closed " + values[0].toString().toStdString());
+            return message.createReply();
+        }
+        const QStringList actions = values[5].toStringList();
         shown.push_back(values[1].toString().toStdString() + ": " +
-                        values[4].toString().toStdString());
+                        values[4].toString().toStdString() +
+                        (actions.isEmpty() ? "" : " [" + actions.value(1).toStdString() + "]"));
+        button = actions.value(0);
+        message.setDelayedReply(isMute);
         return message.createReply(7u);
     }
+    void click(uint notice, const QString& key) { emitSignal("ActionInvoked", {notice, key}); }
+
     std::vector<std::string> shown;
+    QStringList capabilities{"body", "actions"};
+    QString button;
+    bool isMute = false;
 };
 
 // Notices that pile up, that another program's words turn into markup, or that need a service.
@@ -42,6 +57,37 @@ TEST(DesktopNotifications, replacesTheNoticeThatIsShown) {
     ASSERT_TRUE(processUntil([&] { return service.shown.size() == 2; }));
     EXPECT_THAT(service.shown,
                 testing::ElementsAre("0: a &lt; b", "7: " + std::string(400, 'x') + "..."));
+
+    // Buttons where there are any, which do what they say once and for the notice that is shown.
+    std::string done;
+    const auto offer = [&](const std::string& what) {
+        service.shown.clear();
+        notifications->offer({"Title", what}, {"Again", [&, what] { done += what; }});
+        return processUntil([&] { return !service.shown.empty(); });
+    };
+    ASSERT_TRUE(offer("one"));
+    const QString first = service.button;
+    ASSERT_TRUE(offer("two"));
+    EXPECT_THAT(service.shown, testing::ElementsAre("7: two [Again]"));
+    for (const auto& [notice, key] :
+         {std::pair{7u, first}, {8u, service.button}, {7u, service.button}, {7u, service.button}})
+        service.click(notice, key);
+    EXPECT_TRUE(processUntil([&] { return !done.empty(); }));
+    service.capabilities = QStringList{"body"};
+    ASSERT_TRUE(offer("three"));
+    EXPECT_THAT(service.shown, testing::ElementsAre("7: three"));
+    EXPECT_EQ(done, "two");
+    notifications->withdrawOffer();
+    ASSERT_TRUE(processUntil([&] { return service.shown.back() == "closed 7"; }));
+    ASSERT_TRUE(offer("four"));
+    notifications->show({"Another", "notice"});
+    notifications->withdrawOffer();
+    ASSERT_TRUE(processUntil([&] { return service.shown.back() == "7: notice"; }));
+    // Nothing waits for a service that never answers.
+    service.isMute = true;
+    ASSERT_TRUE(offer("five"));
+    notifications->withdrawOffer();
+    notifications->show({"Not", "sent"});
     QDBusConnection::disconnectFromBus("notification-service");
     testBus().stop();
 }

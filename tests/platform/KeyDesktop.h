@@ -19,8 +19,14 @@ using Keyboard = XTestKeyboard;
 /// A user's monitor and keyboard on a private X server.
 struct KeyDesktop {
     explicit KeyDesktop(
-        VirtualDisplay::WindowManager windowManager = VirtualDisplay::WindowManager::none)
-        : server(windowManager), source(makeX11EventTapSource(gate, queue, printed.print())) {
+        VirtualDisplay::WindowManager windowManager = VirtualDisplay::WindowManager::none,
+        const char* keys = "Option+Space")
+        : server(windowManager),
+          chord(parsedChord(keys).value()),
+          option(chord.modifiers.contains(Chord::Modifier::super) ? Keyboard::superLeft
+                                                                  : Keyboard::altLeft),
+          space(chord.key == "D" ? Keyboard::d : Keyboard::space),
+          source(makeX11EventTapSource(gate, queue, printed.print(), chord)) {
         keyboard.emplace();
         monitor.emplace(*source, queue, printed.print(), nullptr);
         monitor->onRecordStart = [this] { calls += '+'; };
@@ -48,8 +54,8 @@ struct KeyDesktop {
     }
 
     /// Returns when the tap follows the focus to the window.
-    static bool isTapped(KeyLoggingWindow& window) {
-        return waitUntil([&] { return window.isGrabbed(Keyboard::altLeft); });
+    static bool isTapped(KeyLoggingWindow& window, Keyboard::Key key = Keyboard::altLeft) {
+        return waitUntil([&] { return window.isGrabbed(key); });
     }
 
     /// What the window got since the last call.
@@ -58,12 +64,13 @@ struct KeyDesktop {
         return window.keysUntil(Keyboard::f12);
     }
 
-    /// O Option, S Space, A and X other keys, F Shift, R the right Option key, T Tab, Q F4.
-    static Keyboard::Key keyOf(char letter) {
-        constexpr Keyboard::Key keys[] = {Keyboard::altLeft, Keyboard::space, Keyboard::a,
-                                          Keyboard::s,       Keyboard::shift, Keyboard::altRight,
-                                          Keyboard::tab,     Keyboard::f4};
-        return keys[std::string_view("OSAXFRTQ").find(static_cast<char>(std::toupper(letter)))];
+    /// O Option, S Space, A and X other keys, F Shift, R the right Option key, T Tab, Q F4, C
+    /// Control.
+    Keyboard::Key keyOf(char letter) const {
+        const Keyboard::Key keys[] = {option,        space,           Keyboard::a,
+                                      Keyboard::s,   Keyboard::shift, Keyboard::altRight,
+                                      Keyboard::tab, Keyboard::f4,    Keyboard::controlLeft};
+        return keys[std::string_view("OSAXFRTQC").find(static_cast<char>(std::toupper(letter)))];
     }
 
     /// Capitals press, small letters release; a 2 before one: on a second keyboard. B is the mouse
@@ -82,6 +89,9 @@ struct KeyDesktop {
     }
 
     VirtualDisplay server;
+    const Chord chord;
+    const Keyboard::Key option;
+    const Keyboard::Key space;
     InjectionGate gate;
     FakeMainQueue queue;
     PrintedLines printed;
@@ -93,8 +103,9 @@ struct KeyDesktop {
 
 /// One that the tap follows the focus to.
 struct TappedWindow : KeyLoggingWindow {
-    explicit TappedWindow(Input input = Input::core) : KeyLoggingWindow(input) {
-        EXPECT_TRUE(KeyDesktop::isTapped(*this));
+    explicit TappedWindow(Input input = Input::core, Keyboard::Key key = Keyboard::altLeft)
+        : KeyLoggingWindow(input) {
+        EXPECT_TRUE(KeyDesktop::isTapped(*this, key));
     }
 };
 

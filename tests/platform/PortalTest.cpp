@@ -44,6 +44,8 @@ class FakePortal final : public QDBusVirtualObject {
         }
         const auto options = qdbus_cast<QVariantMap>(arguments.last());
         calls.push_back(message.member().toStdString());
+        if (calls.back() == "BindShortcuts")
+            trigger = preferredTrigger(arguments[1].value<QDBusArgument>());
         if (options.contains("restore_token"))
             calls.back() += " " + options["restore_token"].toString().toStdString();
         const QString request = "/org/freedesktop/portal/desktop/request/" +
@@ -64,8 +66,20 @@ class FakePortal final : public QDBusVirtualObject {
     QString nextToken = "first";
     std::vector<std::string> calls;
     std::string keys;
+    QString trigger;
 
   private:
+    static QString preferredTrigger(const QDBusArgument& shortcuts) {
+        QString id;
+        QVariantMap properties;
+        shortcuts.beginArray();
+        shortcuts.beginStructure();
+        shortcuts >> id >> properties;
+        shortcuts.endStructure();
+        shortcuts.endArray();
+        return properties["preferred_trigger"].toString();
+    }
+
     QDBusConnection m_bus =
         QDBusConnection::connectToBus(testBus().address().c_str(), "fake-portal");
 };
@@ -134,7 +148,8 @@ TEST_F(PortalTest, pastesWithTheLeaveThatWasGivenOnce) {
 TEST_F(PortalTest, saysThatThereIsNoShortcut) {
     m_portal->refuses = true;
     std::string printed;
-    const auto source = makePortalShortcuts([&](std::string_view line) { printed = line; });
+    const auto source = makePortalShortcuts([&](std::string_view line) { printed = line; },
+                                            parsedChord("ctrl+super+d").value());
     EXPECT_TRUE(eventually([&] { return !printed.empty(); }));
     EXPECT_THAT(printed, HasSubstr("it was refused"));
     EXPECT_FALSE(source->isTrusted());
@@ -145,6 +160,7 @@ TEST_F(PortalTest, saysThatThereIsNoShortcut) {
     source->onObstructed = [&](bool obstructed) { isObstructed = obstructed; };
     EXPECT_TRUE(eventually([&] { return source->isTrusted(); }));
     EXPECT_TRUE(isObstructed);
+    EXPECT_EQ(m_portal->trigger, "CTRL+LOGO+d");
     EXPECT_THAT(m_portal->calls, ElementsAre("CreateSession", "BindShortcuts"));
 }
 

@@ -28,7 +28,7 @@ class SwayTest : public testing::Test {
         m_application.emplace(m_argumentCount, m_arguments);
         m_queue = makeQtMainQueue();
         m_pasteboard = makeWaylandPasteboard(m_session, *m_queue);
-        m_deliveries.emplace(*m_queue, *m_pasteboard, *m_keystroke);
+        m_deliveries.emplace(*m_queue, systemClock(), *m_pasteboard, *m_keystroke);
         m_deliveries->onFailure = [this](const Error& reason) { m_failure = reason.description; };
     }
 
@@ -57,7 +57,7 @@ class SwayTest : public testing::Test {
     }
     void paste(const std::string& what) {
         m_deliveries->await([this, what] {
-            m_pasteboard->setString(what);
+            m_deliveries->copy(what);
             m_deliveries->paste();
         });
     }
@@ -106,6 +106,49 @@ TEST_F(SwayTest, pastesOneTextAfterTheOther) {
     EXPECT_FALSE(m_failure) << *m_failure;
 }
 
+// Faults: a window that takes the text, a desktop without one, a clipboard manager and one that
+// owns the clipboard from then on taken for one another; the hint for managers missing, or taken
+// for a text.
+TEST_F(SwayTest, seesThatTheTextIsTaken) {
+    using Verdict = Deliveries::Receipt::Verdict;
+    FakeMainQueue queue;
+    m_deliveries.reset();
+    m_pasteboard = makeWaylandPasteboard(m_session, *m_queue, true);
+    m_deliveries.emplace(queue, systemClock(), *m_pasteboard, *m_keystroke);
+    std::vector<Verdict> told;
+    m_deliveries->onReceipt = [&](const auto& receipt) { told.push_back(receipt.verdict); };
+    const auto verdict = [&](std::chrono::milliseconds wait = {}) {
+        EXPECT_TRUE(eventually([&] {
+            queue.advance(wait);
+            return !told.empty();
+        }));
+        return std::exchange(told, {});
+    };
+    using testing::ElementsAre;
+    m_deliveries->await([&] {
+        m_deliveries->copy("text");
+        EXPECT_TRUE(eventually([&] { return pasteboard("") == "text"; }));
+        QCoreApplication::processEvents();
+        m_deliveries->paste();
+    });
+    EXPECT_THAT(verdict(std::chrono::seconds(1)), ElementsAre(Verdict::notRead));
+    EXPECT_EQ(pasteboard("-t x-kde-passwordManagerHint"), "secret");
+    QCoreApplication::processEvents();
+    queue.runPending();
+    EXPECT_THAT(told, testing::IsEmpty());
+    pasteboard("");
+    EXPECT_THAT(verdict(), ElementsAre(Verdict::readLate));
+    openTerminal();
+    paste("taken");
+    EXPECT_THAT(verdict(), ElementsAre(Verdict::read));
+    m_terminal.reset();
+    paste("replaced");
+    const ChildProcess manager(m_sway.command({"wl-copy", "--foreground", "other"}),
+                               m_sway.options("wl-copy.log"));
+    EXPECT_TRUE(eventually([&] { return !m_pasteboard->holdsText(); }));
+    EXPECT_THAT(verdict(std::chrono::seconds(1)), ElementsAre(Verdict::notSeen));
+}
+
 // Faults: a paste that waits for ever, or is said to be done, where nobody is left to take it.
 TEST_F(SwayTest, saysThatTheCompositorIsGone) {
     m_pasteboard->setString("before");
@@ -125,13 +168,23 @@ TEST_F(SwayTest, tellsOfTheChord) {
         const std::lock_guard lock(mutex);
         return events;
     };
-    const auto source = makeSwayBindings(m_sway.swaySocket(), [](std::string_view) {});
-    ASSERT_TRUE(eventually([&] { return source->isTrusted(); }));
-    const auto tap = source->createTap([&](const KeyEvent& event) {
+    const auto note = [&](const KeyEvent& event) {
         const std::lock_guard lock(mutex);
         events += event.isSpace ? "space " : event.optionSet ? "option " : "end ";
         return EventFate::pass;
-    });
+    };
+    {
+        const auto source = makeSwayBindings(
+            m_sway.swaySocket(), [](std::string_view) {}, parsedChord("Super+Ctrl+D").value());
+        ASSERT_TRUE(eventually([&] { return source->isTrusted(); }));
+        const auto tap = source->createTap(note);
+        pressKeys({"-M", "logo", "-M", "ctrl", "-P", "d", "-p", "d", "-m", "ctrl", "-m", "logo"});
+        EXPECT_TRUE(eventually([&] { return told() == "option space end "; })) << told();
+    }
+    events.clear();
+    const auto source = makeSwayBindings(m_sway.swaySocket(), [](std::string_view) {});
+    ASSERT_TRUE(eventually([&] { return source->isTrusted(); }));
+    const auto tap = source->createTap(note);
     const std::vector<std::string> chord = {"-M", "alt", "-P", "space", "-p", "space", "-m", "alt"};
     pressKeys(chord);
     EXPECT_TRUE(eventually([&] { return told() == "option space end "; })) << told();

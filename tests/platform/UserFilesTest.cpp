@@ -47,6 +47,10 @@ TEST(QtUserDefaults, remembersFromOneRunToTheNextWhateverTheFileHeld) {
         EXPECT_EQ(makeUserDefaults(file)->number("number"), 1763706880.123456);
         EXPECT_EQ(makeUserDefaults(file)->boolean("flag"), true);
     }
+    for (const char* before : {"chord=Ctrl,Alt+D", "[General]\nchord=\"Ctrl,Alt+D\"\n"}) {
+        std::ofstream(file) << before;
+        EXPECT_EQ(makeUserDefaults(file)->text("chord"), "Ctrl,Alt+D") << before;
+    }
     ASSERT_EQ(mkfifo((folder / "fifo").c_str(), 0600), 0);
     makeUserDefaults(folder / "fifo")->set("number", 1.0);  // would wait for the FIFO's other end
 }

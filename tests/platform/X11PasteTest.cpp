@@ -5,6 +5,7 @@
 #include <regex>
 
 #include "base/FileIO.h"
+#include "fakes/FakeMainQueue.h"
 #include "pasting/Deliveries.h"
 #include "pasting/InjectionGate.h"
 #include "platform/Backends.h"
@@ -13,7 +14,9 @@
 #include "rig/display/XTestKeyboard.h"
 #include "rig/process/ChildProcess.h"
 #include "rig/process/TemporaryFolder.h"
+#include "support/KeyLoggingWindow.h"
 #include "support/QtProgram.h"
+#include "support/SelectionClient.h"
 
 namespace nulo {
 namespace {
@@ -34,7 +37,8 @@ class X11PasteTest : public testing::Test {
         m_queue = makeQtMainQueue();
         m_pasteboard = makeQtPasteboard();
         m_keystroke = makeX11PasteKeystroke(m_gate);
-        m_deliveries = std::make_unique<Deliveries>(*m_queue, *m_pasteboard, *m_keystroke);
+        m_deliveries =
+            std::make_unique<Deliveries>(*m_queue, systemClock(), *m_pasteboard, *m_keystroke);
         m_deliveries->onFailure = [](const Error& reason) { ADD_FAILURE() << reason.description; };
     }
 
@@ -52,7 +56,7 @@ class X11PasteTest : public testing::Test {
     }
     void paste(const std::string& what) {
         m_deliveries->await([this, what] {
-            m_pasteboard->setString(what);
+            m_deliveries->copy(what);
             m_deliveries->paste();
         });
     }
@@ -104,17 +108,21 @@ TEST_F(X11PasteTest, pastesOneTextAfterTheOther) {
 // out while the tap holds the keyboard, or never again; the end waits for the tap.
 TEST_F(X11PasteTest, waitsForHeldKeysAndForTheTap) {
     const auto window = openTextWindow();
-    press(Key::altLeft);
-    paste("held ");
-    EXPECT_TRUE(arrives("held "));
-    EXPECT_FALSE(isAnyKeyDown());
-    release(Key::altLeft);
+    std::string held;
+    for (const Key key : {Key::altLeft, Key::controlLeft, Key::superLeft}) {
+        press(key);
+        paste("held ");
+        held += "held ";
+        EXPECT_TRUE(arrives(held)) << key;
+        EXPECT_FALSE(isAnyKeyDown()) << key;
+        release(key);
+    }
     press(Key::altLeft);
     press(Key::controlLeft);
     paste("let go ");
     release(Key::controlLeft);
     release(Key::altLeft);
-    EXPECT_TRUE(arrives("held let go "));
+    EXPECT_TRUE(arrives(held + "let go "));
     EXPECT_TRUE(hasEndedTheChord() && !isAnyKeyDown()) << keys();
     EXPECT_EQ(keys().find("Alt+V"), std::string::npos);
 
@@ -122,15 +130,15 @@ TEST_F(X11PasteTest, waitsForHeldKeysAndForTheTap) {
     m_gate.setKeyboardHeld(true);
     paste("text");
     tap(Key::a);
-    ASSERT_TRUE(arrives("held let go a"));
+    ASSERT_TRUE(arrives(held + "let go a"));
     EXPECT_TRUE(processUntil([&] { return keys() == before + "press A\nrelease A\n"; })) << keys();
     m_gate.setKeyboardHeld(false);
-    EXPECT_TRUE(arrives("held let go atext"));
+    EXPECT_TRUE(arrives(held + "let go atext"));
     m_gate.setKeyboardHeld(true);
     m_keystroke->post({});
     m_keystroke.reset();
     tap(Key::a);
-    EXPECT_TRUE(arrives("held let go atexta"));
+    EXPECT_TRUE(arrives(held + "let go atexta"));
     EXPECT_FALSE(isAnyKeyDown());
 }
 
@@ -183,6 +191,52 @@ TEST_F(X11PasteTest, sendsTerminalsTheirOwnChord) {
     paste("déjà vu\n");
     EXPECT_TRUE(processUntil([&] { return readFile(typed, 1000) == "déjà vu\n"; }));
     EXPECT_FALSE(isAnyKeyDown());
+}
+
+// Faults: a program that pastes, one that takes no paste, a clipboard manager and one that owns the
+// clipboard from then on taken for one another; the hint for managers missing, or taken for a text.
+TEST_F(X11PasteTest, seesWhoTakesTheText) {
+    using Verdict = Deliveries::Receipt::Verdict;
+    FakeMainQueue queue;
+    m_deliveries.reset();
+    m_pasteboard = makeQtPasteboard({.isPrivate = true});
+    m_deliveries = std::make_unique<Deliveries>(queue, systemClock(), *m_pasteboard, *m_keystroke);
+    std::vector<Verdict> told;
+    m_deliveries->onReceipt = [&](const auto& receipt) { told.push_back(receipt.verdict); };
+    const auto verdict = [&](std::chrono::milliseconds wait = {}) {
+        EXPECT_TRUE(processUntil([&] {
+            queue.advance(wait);
+            return !told.empty();
+        }));
+        return std::exchange(told, {});
+    };
+    using testing::ElementsAre;
+    SelectionClient manager;
+    SelectionClient other;
+    {
+        KeyLoggingWindow takesNoPaste;
+        m_deliveries->await([&] {
+            m_deliveries->copy("déjà vu");
+            EXPECT_EQ(manager.ask(), "déjà vu");
+            m_deliveries->paste();
+        });
+        ASSERT_TRUE(processUntil([&] {
+            queue.runPending();
+            return std::ranges::count(takesNoPaste.keys(), '-') == 2;
+        }));
+        EXPECT_EQ(manager.ask(), "déjà vu");
+        EXPECT_EQ(other.ask("x-kde-passwordManagerHint"), "secret");
+        EXPECT_NE(other.ask("TARGETS"), "");
+        EXPECT_THAT(verdict(std::chrono::seconds(1)), ElementsAre(Verdict::notRead));
+        other.ask();
+        EXPECT_THAT(verdict(), ElementsAre(Verdict::readLate));
+        paste("replaced");
+        manager.take("PRIMARY");
+        EXPECT_THAT(verdict(std::chrono::seconds(1)), ElementsAre(Verdict::notSeen));
+    }
+    const auto window = openTextWindow();
+    paste("taken");
+    EXPECT_THAT(verdict(), ElementsAre(Verdict::read));
 }
 
 // Faults: a lost or missing server ends the program or the worker, or is passed over in silence.

@@ -183,6 +183,8 @@ class Windows {
             "Bonjour Anaïs, la réunion de jeudi est déplacée à quatorze heures. Peux-tu prévenir "
             "l'équipe de Saint-Malo ?");
         saveOverlay(*overlay.window(), "overlay-streaming");
+        overlay.showToBePasted();
+        saveOverlay(*overlay.window(), "overlay-to-be-pasted");
         overlay.hide();
     }
 

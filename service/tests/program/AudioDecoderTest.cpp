@@ -1,8 +1,10 @@
 #include "service/AudioDecoder.h"
 
 #include <gtest/gtest.h>
+#include <signal.h>
 
 #include <cmath>
+#include <fstream>
 #include <numbers>
 
 #include "Form.h"
@@ -68,6 +70,17 @@ TEST(AudioDecoder, refusesWhatIsNoWholeAudioFile) {
     std::filesystem::current_path(before);
     // Small when compressed, too long when decoded.
     EXPECT_EQ(decoded(tone, 1).error().status, 413);
+}
+
+TEST(AudioDecoder, outlivesItsProcess) {
+    const std::string wav = speechWav(std::vector<std::int16_t>(100));
+    for (int times = 0; times < 3; ++times) {
+        EXPECT_TRUE(decoded(wav));
+        pid_t decoder = 0;
+        std::ifstream("/proc/thread-self/children") >> decoder;
+        ASSERT_GT(decoder, 0);
+        kill(decoder, SIGKILL);
+    }
 }
 
 }  // namespace

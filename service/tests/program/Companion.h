@@ -86,6 +86,7 @@ class CompanionTest : public testing::Test {
   private:
     struct HeldEngine final : SpeechEngine {
         explicit HeldEngine(CompanionTest& one) : test(one) {}
+        bool knowsEnglishOnly() const override { return true; }
         Transcript hear(std::span<const std::int16_t>, const SpeechHints&,
                         const StillWanted&) override {
             ++test.hearing;
@@ -101,8 +102,7 @@ class CompanionTest : public testing::Test {
         [this] {
             return Result<std::unique_ptr<SpeechEngine>>(std::make_unique<HeldEngine>(*this));
         },
-        {.atOnce = 1, .waiting = 0},
-        OfflineRecogniser::Languages::english};
+        {.atOnce = 1, .waiting = 0}};
     RuleCleanup rules;
     GatewayRecogniser recogniser{config, calls, offline};
     GatewayCleanup cleanup{config, calls, rules};

@@ -16,6 +16,7 @@ struct Heard {
 /// Keeps how long each piece was, and what it was told of those before.
 struct CountingEngine final : SpeechEngine {
     explicit CountingEngine(Heard& one) : heard(one) {}
+    bool knowsEnglishOnly() const override { return true; }
     Transcript hear(std::span<const std::int16_t> samples, const SpeechHints& hints,
                     const StillWanted&) override {
         heard.pieces.push_back(samples.size());
@@ -38,8 +39,7 @@ class OfflineRecogniserTest : public testing::Test {
         [this] {
             return Result<std::unique_ptr<SpeechEngine>>(std::make_unique<CountingEngine>(heard));
         },
-        {.atOnce = 1, .waiting = 0},
-        OfflineRecogniser::Languages::english};
+        {.atOnce = 1, .waiting = 0}};
     const StillWanted always = [] { return true; };
 };
 
@@ -65,7 +65,7 @@ TEST_F(OfflineRecogniserTest, hearsALongTakeInPiecesUntilItIsGivenUp) {
     take.language = "fr";
     const auto refused = recogniser.recognise(take, always);
     EXPECT_EQ(refused.error().status, 501);
-    EXPECT_NE(refused.error().text.find("nulo-service.json"), std::string::npos);
+    EXPECT_NE(refused.error().text.find("nulo-service models get small"), std::string::npos);
     take.language = "en-GB";
     EXPECT_TRUE(recogniser.recognise(take, always));
 }

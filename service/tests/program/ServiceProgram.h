@@ -22,7 +22,9 @@ class Service {
   public:
     explicit Service(std::vector<std::string> options = {}, const std::string& configuration = "")
         : m_process(arguments(std::move(options), configuration),
-                    {{"XDG_CONFIG_HOME=" + m_folder.path().string()}, m_folder / "log"}) {
+                    {{"XDG_CONFIG_HOME=" + folder.path().string(),
+                      "XDG_DATA_HOME=" + folder.path().string()},
+                     folder / "log"}) {
         const std::regex marker("Listening on https?://127\\.0\\.0\\.1:(\\d+)\n");
         std::smatch found;
         std::string text;
@@ -50,8 +52,9 @@ class Service {
         return answer ? answer->status : 0;
     }
     ChildProcess& process() { return m_process; }
-    std::string log() const { return readFile(m_folder / "log", 1 << 20).value_or(""); }
+    std::string log() const { return readFile(folder / "log", 1 << 20).value_or(""); }
 
+    const TemporaryFolder folder;
     int port = 0;
 
   private:
@@ -59,13 +62,12 @@ class Service {
                                        const std::string& configuration) const {
         options.insert(options.begin(), {program, "--port", "0", "--jobs", "1"});
         if (!configuration.empty()) {
-            std::ofstream(m_folder / "given.json") << configuration;
-            options.insert(options.end(), {"--config", m_folder / "given.json"});
+            std::ofstream(folder / "given.json") << configuration;
+            options.insert(options.end(), {"--config", folder / "given.json"});
         }
         return options;
     }
 
-    TemporaryFolder m_folder;
     ChildProcess m_process;
 };
 

@@ -31,6 +31,18 @@ TEST(Service, recognisesAHumanVoiceAndSaysNothingOfIt) {
     EXPECT_THAT(service.log(), Not(HasSubstr("leisure")));
 }
 
+TEST(Service, loadsItsEngineWhileTheUserSpeaks) {
+    Service service({}, R"({"offline": {"keepMinutes": 0}})");
+    const auto isLoaded = [&] {  // its model is mapped
+        std::ifstream maps("/proc/" + std::to_string(service.process().pid()) + "/maps");
+        const std::string all{std::istreambuf_iterator<char>(maps), {}};
+        return all.find("/en-us/mdef") != std::string::npos;
+    };
+    ASSERT_TRUE(waitUntil([&] { return !isLoaded(); }));  // it was, to see that it can be
+    EXPECT_EQ(service.client().Head("/api/version")->status, 200);
+    EXPECT_TRUE(waitUntil(isLoaded));
+}
+
 TEST(Service, offersTheUpdateInItsFolderAndNothingElseOfTheDisk) {
     const TemporaryFolder folder;
     const auto write = [&](const char* name, const std::string& content) {

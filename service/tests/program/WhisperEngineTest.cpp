@@ -7,6 +7,7 @@
 #include "ServiceProgram.h"
 #include "rig/speech/RandomModel.h"
 #include "service/Sha256.h"
+#include "service/models/ModelFolder.h"
 
 namespace nulo::service {
 namespace {
@@ -59,7 +60,7 @@ const StillWanted always = [] { return true; };
 // What random weights hear is the same of all; that they are loaded, told of hints, interrupted and
 // let go is not.
 TEST_F(WhisperModelTest, hearsWithHintsAndCanBeInterrupted) {
-    const auto make = enginesOf(tinyShape);
+    const auto make = enginesOf(leastShape);
     auto engine = make();
     ASSERT_TRUE(engine) << engine.error().description;
     const auto plain = engine.value()->hear(samples, {}, always);
@@ -83,28 +84,35 @@ TEST_F(WhisperModelTest, refusesWhatIsNoModelAndOutlivesAnInferenceThatFails) {
     std::ofstream(file) << "no model";
     EXPECT_NE(whisperEngines(model()).value()().error().description.find("is no ggml model"),
               std::string::npos);
-    auto engine = enginesOf(tinyShape, false)();
+    auto engine = enginesOf(leastShape, false)();
     ASSERT_TRUE(engine);
     EXPECT_ANY_THROW(engine.value()->hear(samples, {"fr", ""}, always));
 }
 
 // While nobody used it, somebody else put another file there.
 TEST_F(WhisperModelTest, looksAtAFileThatHasChangedOnceMore) {
-    const auto make = enginesOf(tinyShape);
+    const auto make = enginesOf(leastShape);
     EXPECT_TRUE(make());
     std::ofstream(file, std::ios::app) << "more";
     EXPECT_NE(make().error().description.find("is another file"), std::string::npos);
 }
 
-TEST_F(WhisperModelTest, servesRequests) {
-    enginesOf(tinyShape);
-    const Service service({}, R"({"offline": {"model": ")" + file.string() + R"(", "sha256": ")" +
-                                  model().sha256 + R"("}})");
-    const auto answer = service.client().Post(
-        "/api/transcribe", formOf({{"language", "fr"}, {"file", speech("0880")}}), formType);
-    ASSERT_TRUE(answer);
-    EXPECT_EQ(answer->status, 200);
-    EXPECT_TRUE(answer->body.starts_with("w103 w104 ")) << answer->body;
+// Nobody has to start the companion again for a model that has come meanwhile.
+TEST_F(WhisperModelTest, servesRequestsFromTheMomentItIsInstalled) {
+    const Service service;
+    const auto answer = [&] {
+        return service.client().Post(
+            "/api/transcribe", formOf({{"language", "fr"}, {"file", speech("0880")}}), formType);
+    };
+    EXPECT_EQ(answer()->status, 501);
+    enginesOf(leastShape);
+    const ModelFolder models(service.folder / "nulo/models");
+    ASSERT_TRUE(models.lock());
+    ASSERT_TRUE(models.install("tiny", file, model().sha256));
+    const auto heard = answer();
+    EXPECT_EQ(heard->status, 200);
+    EXPECT_TRUE(heard->body.starts_with("w103 w104 ")) << heard->body;
+    EXPECT_NE(service.log().find("whisper.cpp, model tiny"), std::string::npos);
 }
 
 #endif

@@ -34,6 +34,8 @@ bool BusObject::handleMessage(const QDBusMessage& message, const QDBusConnection
         reply = answerProperties(message);
     else if (interface == m_interface || interface.isEmpty())
         reply = answer(message);  // nothing of this object may be touched from here on
+    if (message.isDelayedReply())
+        return true;
     if (reply.type() == QDBusMessage::InvalidMessage)
         return false;  // introspection and errors are the library's
     if (message.isReplyRequired())

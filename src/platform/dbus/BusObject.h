@@ -20,7 +20,8 @@ class BusObject : public QDBusVirtualObject {
   protected:
     virtual QVariantMap properties() const = 0;
     /// The reply, or an error made by message.createErrorReply(); an invalid message for a method
-    /// that there is none of. It may destroy this object.
+    /// that there is none of; nothing is sent for one that was marked as answered later
+    /// (setDelayedReply). It may destroy this object.
     virtual QDBusMessage answer(const QDBusMessage& message) = 0;
 
     void emitSignal(const QString& name, const QVariantList& arguments = {}) const;

@@ -49,8 +49,11 @@ constexpr const char* shortcutId = "push-to-talk";
 /// Everything happens on main, where the bus is heard.
 class PortalShortcuts final : public EventTapSource {
   public:
-    explicit PortalShortcuts(Print print)
+    PortalShortcuts(Print print, const Chord& chord)
         : m_print(std::move(print)),
+          m_chordName(chord.name()),
+          m_trigger(QString::fromStdString(
+              chord.written({"CTRL", "ALT", "SHIFT", "LOGO"}, chord.symbol))),
           m_bus(QDBusConnection::connectToBus(QDBusConnection::SessionBus, connectionName)),
           m_signals([this](const QDBusMessage& signal) { heard(signal); }),
           m_watcher(portalService, m_bus, QDBusServiceWatcher::WatchForUnregistration) {
@@ -74,6 +77,7 @@ class PortalShortcuts final : public EventTapSource {
             begin();  // which starts it again
         return m_isBound;
     }
+    bool isUndecided() override { return m_isAsking; }
     std::unique_ptr<EventTap> createTap(Handler handler) override {
         return m_isBound ? m_chord.makeTap(std::move(handler)) : nullptr;
     }
@@ -107,23 +111,26 @@ class PortalShortcuts final : public EventTapSource {
         m_chord.setEnabled(true);
         m_print(keys.isEmpty()
                     ? "No global shortcut: the desktop gives Nulo no keys, as another program may "
-                      "have Alt+Space. Its keyboard settings change that."
+                      "have " +
+                          m_chordName + ". Its keyboard settings change that."
                     : "[nulo] The desktop's name for the shortcut: " + keys.toStdString());
         if (onObstructed)
             onObstructed(keys.isEmpty());
     }
 
-    static PortalShortcutList wanted() {
+    PortalShortcutList wanted() const {
         return {
-            {shortcutId, {{"description", "Hold to dictate"}, {"preferred_trigger", "ALT+space"}}}};
+            {shortcutId, {{"description", "Hold to dictate"}, {"preferred_trigger", m_trigger}}}};
     }
 
     void request(const QString& method, QVariantList arguments, QVariantMap options,
                  std::function<void(const QVariantMap& results)> granted) {
+        m_isAsking = true;
         m_request = std::make_unique<PortalRequest>(
             m_bus, interface, method, std::move(arguments), std::move(options),
             [this, granted = std::move(granted)](bool isGranted, const QVariantMap& results,
                                                  const QString& reason) {
+                m_isAsking = false;
                 if (isGranted)
                     granted(results);
                 else  // it is not asked for again: that would be a dialog every two seconds
@@ -153,15 +160,19 @@ class PortalShortcuts final : public EventTapSource {
 
     void portalEnded() {
         m_request.reset();
+        m_isAsking = false;
         lose();
         m_portalHasEnded = true;
     }
 
     const Print m_print;
+    const std::string m_chordName;
+    const QString m_trigger;  // as desktops' portals write it
     QDBusConnection m_bus;
     BusSignals m_signals;
     QDBusServiceWatcher m_watcher;
     QString m_session;
+    bool m_isAsking = false;
     bool m_isBound = false;
     bool m_portalHasEnded = false;
     ReportedChord m_chord;
@@ -170,8 +181,8 @@ class PortalShortcuts final : public EventTapSource {
 
 }  // namespace
 
-std::unique_ptr<EventTapSource> makePortalShortcuts(Print print) {
-    return std::make_unique<PortalShortcuts>(std::move(print));
+std::unique_ptr<EventTapSource> makePortalShortcuts(Print print, const Chord& chord) {
+    return std::make_unique<PortalShortcuts>(std::move(print), chord);
 }
 
 }  // namespace nulo

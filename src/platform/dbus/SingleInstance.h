@@ -1,8 +1,11 @@
 #pragma once
 
 #include <memory>
+#include <optional>
+#include <string>
 
 #include "base/Print.h"
+#include "base/Result.h"
 #include "desktop/RemoteControl.h"
 
 namespace nulo {
@@ -23,5 +26,9 @@ struct ClaimedInstance {
 /// Makes this the user's only Nulo, or hands over to the one that runs. Waits for the running one
 /// no longer than two seconds. After QCoreApplication was made.
 ClaimedInstance claimInstance(const Print& print);
+
+/// Calls a method of the running one and waits for its answer, which comes when it is done; `back`
+/// is the argument, where there is one. The error says why it was not done, or that none runs.
+Outcome askRunningNulo(const std::string& method, std::optional<unsigned> back);
 
 }  // namespace nulo

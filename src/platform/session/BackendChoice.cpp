@@ -18,19 +18,21 @@ bool isKwin(const SessionFacts& facts) {
     return facts.isDesktop("KDE") || facts.offers("org_kde_plasma_shell");
 }
 
-Candidates waylandKeySource(const SessionFacts& facts) {
+Candidates waylandKeySource(const SessionFacts& facts, const Chord& chord) {
     if (facts.keytap == KeytapInstallation::on)
         return {{Backend::keytap, "nulo-keytap, which tells of the chord alone"}};
     if (!facts.swaySocket.empty())
-        return {{Backend::swayBindings, "sway's own bindings: Alt+Space, until Space is let go"}};
+        return {{Backend::swayBindings,
+                 "sway's own bindings: " + chord.name() + ", until " + chord.key + " is let go"}};
     if (facts.hasPortal)
         return {{Backend::shortcutsPortal, "the desktop's global shortcuts, by its portal"}};
     if (facts.keytap == KeytapInstallation::off)
         return {{Backend::keytap, "nulo-keytap, once it is switched on"}};
     return {{Backend::none,
-             "Option+Space cannot be watched: nulo-keytap is not installed, the compositor is not "
-             "sway ($SWAYSOCK is not set), and no desktop portal with global shortcuts is on the "
-             "session bus"}};
+             chord.title() +
+                 " cannot be watched: nulo-keytap is not installed, the compositor is not sway "
+                 "($SWAYSOCK is not set), and no desktop portal with global shortcuts is on the "
+                 "session bus"}};
 }
 
 Candidates waylandClipboard(const SessionFacts& facts) {
@@ -75,12 +77,12 @@ Candidates waylandOverlay(const SessionFacts& facts) {
 
 }  // namespace
 
-BackendChoice chooseBackends(const SessionFacts& facts) {
+BackendChoice chooseBackends(const SessionFacts& facts, const Chord& chord) {
     BackendChoice choice;
     // Windows keep their places on XWayland, and GNOME takes the clipboard from there.
     choice.toolkitPlatform = facts.display.empty() && facts.isWayland() ? "wayland" : "xcb";
     if (facts.isWayland()) {
-        choice.keySource = waylandKeySource(facts);
+        choice.keySource = waylandKeySource(facts, chord);
         choice.clipboard = waylandClipboard(facts);
         choice.paste = waylandPaste(facts);
         choice.overlay = waylandOverlay(facts);

@@ -4,6 +4,8 @@
 #include <string>
 #include <vector>
 
+#include "hotkey/Chord.h"
+
 namespace nulo {
 
 /// Of the key service nulo-keytap: whether somebody listens on its socket, or could.
@@ -70,6 +72,7 @@ struct BackendChoice {
 
 /// By facts, never by whether a call succeeds: under XWayland an X11 key grab succeeds and then
 /// does not fire in Wayland windows, and neither do keys that are sent reach those.
-BackendChoice chooseBackends(const SessionFacts& facts);
+/// `chord` is what their reasons speak of.
+BackendChoice chooseBackends(const SessionFacts& facts, const Chord& chord = {});
 
 }  // namespace nulo

@@ -24,9 +24,9 @@ class QtUserDefaults final : public UserDefaults {
             return;
         m_settings = open();
         if (m_settings->status() == QSettings::FormatError) {
-            // Nothing would ever be written to it again, and what it remembers is small.
+            // Nothing would ever be written to it again, but a person may have.
             m_settings.reset();
-            fs::remove(file, error);
+            fs::rename(file, file.string() + ".refused", error);
             m_settings = open();
         }
     }
@@ -43,6 +43,12 @@ class QtUserDefaults final : public UserDefaults {
         if (isNumber && std::isfinite(number))
             return number;
         return std::nullopt;
+    }
+    std::optional<std::string> text(std::string_view key) const override {
+        if (!m_settings || !m_settings->contains(name(key)))
+            return std::nullopt;
+        // Qt takes commas for those of a list.
+        return m_settings->value(name(key)).toStringList().join(',').toStdString();
     }
     void set(std::string_view key, bool value) override { setValue(key, value); }
     void set(std::string_view key, double value) override { setValue(key, value); }

@@ -44,10 +44,12 @@ UserFolders userFolders() {
     const std::filesystem::path home =
         homeVariable.empty() ? homeFromPasswordDatabase() : homeVariable;
     const std::filesystem::path config = environmentVariable("XDG_CONFIG_HOME");
+    const std::filesystem::path state = environmentVariable("XDG_STATE_HOME");
     return {.home = home,
             .temporary = temporary.empty() ? "/tmp" : temporary,
             .recordings = recordingsFolder(temporary),
-            .config = config.is_absolute() ? config : home / ".config"};
+            .config = config.is_absolute() ? config : home / ".config",
+            .state = (state.is_absolute() ? state : home / ".local" / "state") / "nulo"};
 }
 
 }  // namespace nulo

@@ -11,6 +11,7 @@ struct UserFolders {
     /// without $TMPDIR no two users ever get the same. It need not be there.
     std::filesystem::path recordings;
     std::filesystem::path config;  // $XDG_CONFIG_HOME when absolute, else ~/.config
+    std::filesystem::path state;   // nulo in $XDG_STATE_HOME when absolute, else ~/.local/state
 };
 
 /// The folders that the environment names now; an empty variable counts as missing. Any thread.

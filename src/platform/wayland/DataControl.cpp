@@ -2,6 +2,7 @@
 
 #include <unistd.h>
 
+#include <string_view>
 #include <utility>
 
 #include "platform/wayland/WaylandConnection.h"
@@ -12,6 +13,8 @@ namespace {
 /// Programs of all ages ask for one of these.
 constexpr const char* textTypes[] = {"text/plain;charset=utf-8", "text/plain", "UTF8_STRING",
                                      "STRING", "TEXT"};
+
+constexpr const char* secrecyType = "x-kde-passwordManagerHint";
 
 /// The protocol's later name. Its requests and events are the older one's second version, number
 /// for number, so that the older one's code speaks both.
@@ -40,8 +43,7 @@ void drop(void*, zwlr_data_control_device_v1*, zwlr_data_control_offer_v1* offer
 
 struct DataControl::Source {
     DataControl& owner;
-    std::shared_ptr<const std::string> text;
-    std::function<void()> onRead;
+    std::shared_ptr<const OfferedText> offered;
     Wayland<zwlr_data_control_source_v1> source;
 };
 
@@ -75,40 +77,49 @@ bool DataControl::isOffered(const WaylandConnection& connection) {
            (older != offers.end() && older->second.version >= 2);
 }
 
-void DataControl::set(std::shared_ptr<const std::string> text, std::function<void()> onRead) {
+void DataControl::set(std::shared_ptr<const OfferedText> offered) {
     m_sources.clear();
     if (!m_device)
         return;
-    offer(text, onRead, zwlr_data_control_device_v1_set_selection);
-    offer(text, onRead, zwlr_data_control_device_v1_set_primary_selection);
+    offer(offered, zwlr_data_control_device_v1_set_selection);
+    offer(offered, zwlr_data_control_device_v1_set_primary_selection);
 }
 
-void DataControl::offer(std::shared_ptr<const std::string> text,
-                        const std::function<void()>& onRead,
+void DataControl::offer(std::shared_ptr<const OfferedText> offered,
                         void (*select)(zwlr_data_control_device_v1*,
                                        zwlr_data_control_source_v1*)) {
     Wayland<zwlr_data_control_source_v1> source(
         zwlr_data_control_manager_v1_create_data_source(m_manager.get()));
     for (const char* type : textTypes)
         zwlr_data_control_source_v1_offer(source.get(), type);
+    if (offered->isPrivate)
+        zwlr_data_control_source_v1_offer(source.get(), secrecyType);
     static const zwlr_data_control_source_v1_listener listener{
         .send =
-            [](void* data, zwlr_data_control_source_v1*, const char*, int descriptor) {
+            [](void* data, zwlr_data_control_source_v1*, const char* type, int descriptor) {
                 const Source& asked = *static_cast<Source*>(data);
-                if (asked.onRead)
-                    asked.onRead();
-                asked.owner.m_writers.add(descriptor, asked.text);
+                PipeWriters& writers = asked.owner.m_writers;
+                if (std::string_view(type) == secrecyType) {
+                    static const auto secret = std::make_shared<const std::string>("secret");
+                    return writers.add(descriptor, secret);
+                }
+                if (asked.offered->onRead)
+                    asked.offered->onRead();
+                writers.add(descriptor, {asked.offered, &asked.offered->text});
             },
         .cancelled =
             [](void* data, zwlr_data_control_source_v1*) {
-                std::erase_if(static_cast<Source*>(data)->owner.m_sources,
-                              [data](const auto& kept) { return kept.get() == data; });
+                const Source& lost = *static_cast<Source*>(data);
+                if (lost.offered->onReplaced)
+                    lost.offered->onReplaced();
+                std::erase_if(lost.owner.m_sources,
+                              [&](const auto& kept) { return kept.get() == &lost; });
             }};
     m_sources.push_back(
-        std::make_unique<Source>(Source{*this, std::move(text), onRead, std::move(source)}));
-    zwlr_data_control_source_v1* const offered = m_sources.back()->source.get();
-    zwlr_data_control_source_v1_add_listener(offered, &listener, m_sources.back().get());
-    select(m_device.get(), offered);
+        std::make_unique<Source>(Source{*this, std::move(offered), std::move(source)}));
+    zwlr_data_control_source_v1* const made = m_sources.back()->source.get();
+    zwlr_data_control_source_v1_add_listener(made, &listener, m_sources.back().get());
+    select(m_device.get(), made);
 }
 
 }  // namespace nulo

@@ -13,10 +13,10 @@
 #include <utility>
 
 #include "base/Lifetime.h"
+#include "desktop/OverlayPlacement.h"
 #include "platform/WaylandBackends.h"
 #include "platform/wayland/LayerSurface.h"
 #include "platform/wayland/WaylandSession.h"
-#include "desktop/OverlayPlacement.h"
 
 namespace nulo {
 namespace {

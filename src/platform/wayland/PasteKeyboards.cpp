@@ -52,7 +52,7 @@ Outcome VirtualKeyboard::prepare() {
         m_keyboard.reset(zwp_virtual_keyboard_manager_v1_create_virtual_keyboard(
             m_manager.get(), m_connection.seat()));
     m_uploaded = m_keymap.text();
-    m_keys = pasteKeysOf(m_uploaded);
+    m_keys = pasteKeysOf(m_uploaded).value_or(PasteKeys{});
     zwp_virtual_keyboard_v1_keymap(m_keyboard.get(), WL_KEYBOARD_KEYMAP_FORMAT_XKB_V1, keymap,
                                    static_cast<std::uint32_t>(m_uploaded.size() + 1));
     const bool isDone = m_connection.finish();
@@ -94,7 +94,7 @@ Outcome FakeInput::prepare() {
 }
 
 void FakeInput::pressPasteChord() {
-    const PasteKeys keys = pasteKeysOf(m_keymap.text());
+    const PasteKeys keys = pasteKeysOf(m_keymap.text()).value_or(PasteKeys{});
     const auto key = [this](std::uint32_t code, wl_keyboard_key_state state) {
         org_kde_kwin_fake_input_keyboard_key(m_input.get(), code, state);
     };

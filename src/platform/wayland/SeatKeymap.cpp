@@ -4,9 +4,11 @@
 #include <unistd.h>
 #include <xkbcommon/xkbcommon.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <cstring>
 #include <memory>
+#include <utility>
 
 #include "platform/wayland/WaylandConnection.h"
 
@@ -70,36 +72,42 @@ void SeatKeymap::take(int descriptor, std::uint32_t size) {
     void* const memory = mmap(nullptr, size, PROT_READ, MAP_PRIVATE, descriptor, 0);
     if (memory == MAP_FAILED)
         return;
-    const char* const text = static_cast<const char*>(memory);
-    m_text.assign(text, strnlen(text, size));
+    const char* const start = static_cast<const char*>(memory);
+    std::string text(start, strnlen(start, size));
     munmap(memory, size);
+    // Programs that type bring keyboards whose keymaps have only what they type.
+    if (pasteKeysOf(text))
+        m_text = std::move(text);
 }
 
-PasteKeys pasteKeysOf(const std::string& text) {
-    PasteKeys keys;
+std::optional<PasteKeys> pasteKeysOf(const std::string& text) {
     const Xkb<xkb_context> context(xkb_context_new(XKB_CONTEXT_NO_FLAGS));
     const Xkb<xkb_keymap> keymap(context ? xkb_keymap_new_from_string(context.get(), text.c_str(),
                                                                       XKB_KEYMAP_FORMAT_TEXT_V1,
                                                                       XKB_KEYMAP_COMPILE_NO_FLAGS)
                                          : nullptr);
-    if (!keymap)
-        return keys;
-    const auto shift = xkb_keymap_mod_get_index(keymap.get(), XKB_MOD_NAME_SHIFT);
-    if (shift < 32)
-        keys.shiftMask = 1u << shift;
+    const auto shift =
+        keymap ? xkb_keymap_mod_get_index(keymap.get(), XKB_MOD_NAME_SHIFT) : XKB_MOD_INVALID;
+    if (shift >= 32)
+        return std::nullopt;
     const auto isAt = [&](xkb_keycode_t key, xkb_keysym_t wanted) {
         const xkb_keysym_t* symbols = nullptr;
         return xkb_keymap_key_get_syms_by_level(keymap.get(), key, 0, 0, &symbols) == 1 &&
                symbols[0] == wanted;
     };
+    PasteKeys keys{.shiftMask = 1u << shift};
     for (const auto& [wanted, key] :
          {std::pair{XKB_KEY_Shift_L, &keys.shift}, std::pair{XKB_KEY_Insert, &keys.insert}}) {
         const auto symbol = static_cast<xkb_keysym_t>(wanted);
-        for (xkb_keycode_t code = xkb_keymap_min_keycode(keymap.get());
-             code <= xkb_keymap_max_keycode(keymap.get()) && !isAt(*key + xkbOffset, symbol);
-             ++code)
-            if (code >= xkbOffset && isAt(code, symbol))
-                *key = code - xkbOffset;
+        const xkb_keycode_t last = xkb_keymap_max_keycode(keymap.get());
+        xkb_keycode_t code = *key + xkbOffset;  // where it usually is
+        if (!isAt(code, symbol))
+            for (code = std::max(xkb_keymap_min_keycode(keymap.get()), xkbOffset);
+                 code <= last && !isAt(code, symbol); ++code) {
+            }
+        if (code > last)
+            return std::nullopt;
+        *key = code - xkbOffset;
     }
     return keys;
 }

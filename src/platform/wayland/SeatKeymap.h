@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <string>
 
 #include "platform/wayland/Wayland.h"
@@ -19,7 +20,8 @@ class SeatKeymap {
 
     /// Asks for the keymap as soon as the seat has a keyboard; to be called before each use.
     void update();
-    /// In XKB's text format; that of the system's default layout as long as the seat has none.
+    /// In XKB's text format, with the paste shortcut; that of the system's default layout as long
+    /// as the seat has none such.
     const std::string& text() const { return m_text; }
 
   private:
@@ -37,7 +39,7 @@ struct PasteKeys {
     std::uint32_t shiftMask = 1;
 };
 
-/// The keys of the usual places for a keymap that has them nowhere, or is none.
-PasteKeys pasteKeysOf(const std::string& keymap);
+/// Nothing for a keymap that lacks one of them, or is none.
+std::optional<PasteKeys> pasteKeysOf(const std::string& keymap);
 
 }  // namespace nulo

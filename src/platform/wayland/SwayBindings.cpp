@@ -22,7 +22,6 @@ using Json = nlohmann::json;
 // Without a program being started for each: the connection hears of them.
 constexpr const char* down = "nop nulo-down";
 constexpr const char* up = "nop nulo-up";
-constexpr const char* keys = "Mod1+space";
 constexpr int retryInterval = 2000;  // milliseconds
 
 /// The value, or another one of the same type where there is none of it.
@@ -35,12 +34,14 @@ T field(const Json& object, const char* name, T otherwise) {
     return fits ? found->get<T>() : otherwise;
 }
 
-/// sway tells of the release only once Space is let go, whichever key goes first.
+/// sway tells of the release only once the chord's key is let go, whichever key goes first.
 class SwayBindings final : public EventTapSource {
   public:
-    SwayBindings(std::string path, Print print)
+    SwayBindings(std::string path, Print print, const Chord& chord)
         : m_path(std::move(path)),
           m_print(std::move(print)),
+          m_chordName(chord.name()),
+          m_keys(chord.written({"Ctrl", "Mod1", "Shift", "Mod4"}, chord.symbol)),
           m_wake(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {
         if (m_wake < 0)
             throw std::system_error(errno, std::generic_category(), "eventfd");
@@ -55,6 +56,7 @@ class SwayBindings final : public EventTapSource {
     }
 
     bool isTrusted() override { return m_isBound; }
+    bool isUndecided() override { return m_isUndecided; }
     std::unique_ptr<EventTap> createTap(Handler handler) override {
         return m_isBound ? m_chord.makeTap(std::move(handler)) : nullptr;
     }
@@ -65,7 +67,7 @@ class SwayBindings final : public EventTapSource {
         std::string last;
         for (bool isFirst = true; isFirst || !wait(-1, retryInterval); isFirst = false) {
             const std::string reason = serve();
-            m_isBound = false;
+            m_isUndecided = m_isBound = false;
             m_chord.setEnabled(false);
             m_chord.setDown(false);
             if (!reason.empty() && std::exchange(last, reason) != reason)
@@ -93,15 +95,14 @@ class SwayBindings final : public EventTapSource {
                 return reason;
         }
         for (const char* released : {"", "--release "})
-            sway.send(SwayConnection::runCommand, std::string("unbindsym ") + released + keys);
+            sway.send(SwayConnection::runCommand, std::string("unbindsym ") + released + m_keys);
         return {};
     }
 
-    static bool bind(SwayConnection& sway) {
+    bool bind(SwayConnection& sway) const {
         return sway.send(SwayConnection::runCommand,
-                         std::string("bindsym --no-repeat ") + keys + " " + down) &&
-               sway.send(SwayConnection::runCommand,
-                         std::string("bindsym --release ") + keys + " " + up);
+                         "bindsym --no-repeat " + m_keys + " " + down) &&
+               sway.send(SwayConnection::runCommand, "bindsym --release " + m_keys + " " + up);
     }
 
     /// Why the bindings are of no use; nothing when they are.
@@ -111,8 +112,9 @@ class SwayBindings final : public EventTapSource {
             const bool isDone =
                 content.is_array() && !content.empty() && field(content.front(), "success", false);
             m_isBound = isDone;
+            m_isUndecided = false;
             m_chord.setEnabled(isDone);
-            return isDone ? "" : "sway does not bind Alt+Space";
+            return isDone ? "" : "sway does not bind " + m_chordName;
         }
         if (message.type == SwayConnection::bindingEvent) {
             const auto binding = content.is_object() ? content.find("binding") : content.end();
@@ -141,7 +143,10 @@ class SwayBindings final : public EventTapSource {
 
     const std::string m_path;
     const Print m_print;
+    const std::string m_chordName;
+    const std::string m_keys;  // as sway's configuration has them
     const int m_wake;
+    std::atomic<bool> m_isUndecided = true;
     std::atomic<bool> m_isBound = false;
     ReportedChord m_chord;
     std::thread m_thread;
@@ -149,8 +154,9 @@ class SwayBindings final : public EventTapSource {
 
 }  // namespace
 
-std::unique_ptr<EventTapSource> makeSwayBindings(const std::string& socket, Print print) {
-    return std::make_unique<SwayBindings>(socket, std::move(print));
+std::unique_ptr<EventTapSource> makeSwayBindings(const std::string& socket, Print print,
+                                                 const Chord& chord) {
+    return std::make_unique<SwayBindings>(socket, std::move(print), chord);
 }
 
 }  // namespace nulo

@@ -40,12 +40,19 @@ struct TapState {
     std::function<void()> onObstacleChanged;  // called on the tap's thread
 };
 
+std::string takenFrom(const Chord& chord, const char* place) {
+    return "another program has taken the " + chord.modifierNames() + " key of " + place;
+}
+
 /// The thread and its connections. Everything without a lock is the thread's, once it runs.
 class X11EventTap final : public EventTap {
   public:
-    X11EventTap(InjectionGate& gate, EventTapSource::Handler handler,
+    X11EventTap(InjectionGate& gate, EventTapSource::Handler handler, Chord chord,
                 std::shared_ptr<TapState> state)
-        : m_gate(gate), m_handler(std::move(handler)), m_state(std::move(state)) {}
+        : m_gate(gate),
+          m_handler(std::move(handler)),
+          m_chord(std::move(chord)),
+          m_state(std::move(state)) {}
 
     /// While the chord is held, its end is waited for, but not for long: Space must not begin to
     /// repeat in the application.
@@ -71,7 +78,7 @@ class X11EventTap final : public EventTap {
         if (!session)
             return session.error();
         if (const char* obstacle = session.value()->obstacle())
-            return Error{obstacle};
+            return Error{takenFrom(m_chord, obstacle)};
         m_state->mustLetGo = false;
         m_state->exists = true;
         adopt(std::move(session.value()));
@@ -113,7 +120,8 @@ class X11EventTap final : public EventTap {
 
     Result<std::unique_ptr<X11EventTapSession>> open(bool hideSpace) {
         return X11EventTapSession::open(
-            m_gate, m_handler, [this](auto delay) { m_watchdog.expectDelay(delay); }, hideSpace);
+            m_gate, m_handler, m_chord, [this](auto delay) { m_watchdog.expectDelay(delay); },
+            hideSpace);
     }
 
     void adopt(std::unique_ptr<X11EventTapSession> session) {
@@ -239,6 +247,7 @@ class X11EventTap final : public EventTap {
 
     InjectionGate& m_gate;
     const EventTapSource::Handler m_handler;
+    const Chord m_chord;
     const std::shared_ptr<TapState> m_state;
     X11EventTapWatchdog m_watchdog;
     std::unique_ptr<X11EventTapSession> m_session;
@@ -259,8 +268,11 @@ class X11EventTap final : public EventTap {
 
 class X11EventTapSource final : public EventTapSource {
   public:
-    X11EventTapSource(InjectionGate& gate, MainQueue& mainQueue, Print print)
-        : m_gate(gate), m_mainQueue(mainQueue), m_print(std::move(print)) {
+    X11EventTapSource(InjectionGate& gate, MainQueue& mainQueue, Print print, Chord chord)
+        : m_gate(gate),
+          m_mainQueue(mainQueue),
+          m_print(std::move(print)),
+          m_chord(std::move(chord)) {
         m_state->onObstacleChanged = [this, look = m_lifetime.guard([this] {
             obstacleChanged();
         })] { m_mainQueue.async(look); };
@@ -272,19 +284,21 @@ class X11EventTapSource final : public EventTapSource {
         if (m_state->working)
             return true;
         if (m_state->exists) {  // the grabs of a look would be in the way of the tap's own
-            const Outcome outcome = X11EventTapSession::check(m_gate, m_ignore);
+            const Outcome outcome = X11EventTapSession::check(m_gate, m_ignore, m_chord);
             explain(outcome ? std::string() : outcome.error().description);
             return outcome.ok();
         }
         const auto session = X11EventTapSession::open(
-            m_gate, m_ignore, [](auto) {}, false);
+            m_gate, m_ignore, m_chord, [](auto) {}, false);
         const char* const obstacle = session ? session.value()->obstacle() : nullptr;
-        explain(!session ? session.error().description : obstacle ? obstacle : "");
+        explain(!session   ? session.error().description
+                : obstacle ? takenFrom(m_chord, obstacle)
+                           : "");
         return session && !obstacle;
     }
 
     std::unique_ptr<EventTap> createTap(Handler handler) override {
-        auto tap = std::make_unique<X11EventTap>(m_gate, std::move(handler), m_state);
+        auto tap = std::make_unique<X11EventTap>(m_gate, std::move(handler), m_chord, m_state);
         const Outcome outcome = tap->start();
         explain(outcome ? std::string() : outcome.error().description);
         return outcome ? std::move(tap) : nullptr;
@@ -304,7 +318,7 @@ class X11EventTapSource final : public EventTapSource {
 
     void obstacleChanged() {
         const char* const obstacle = m_state->obstacle;
-        explain(obstacle ? obstacle : "");
+        explain(obstacle ? takenFrom(m_chord, obstacle) : "");
         if (m_wasObstructed == (obstacle != nullptr))
             return;
         m_wasObstructed = obstacle != nullptr;
@@ -315,6 +329,7 @@ class X11EventTapSource final : public EventTapSource {
     InjectionGate& m_gate;
     MainQueue& m_mainQueue;
     const Print m_print;
+    const Chord m_chord;
     const Handler m_ignore = [](const KeyEvent&) { return EventFate::pass; };
     const std::shared_ptr<TapState> m_state = std::make_shared<TapState>();
     std::string m_lastReason;  // printed once, not at every look
@@ -325,8 +340,8 @@ class X11EventTapSource final : public EventTapSource {
 }  // namespace
 
 std::unique_ptr<EventTapSource> makeX11EventTapSource(InjectionGate& gate, MainQueue& mainQueue,
-                                                      Print print) {
-    return std::make_unique<X11EventTapSource>(gate, mainQueue, std::move(print));
+                                                      Print print, const Chord& chord) {
+    return std::make_unique<X11EventTapSource>(gate, mainQueue, std::move(print), chord);
 }
 
 }  // namespace nulo

@@ -36,20 +36,21 @@ X11EventTapSession::~X11EventTapSession() {
     NULO_XCB(xcb_get_input_focus, m_connection.get());
 }
 
-Outcome X11EventTapSession::check(InjectionGate& gate, const Handler& handler) {
+Outcome X11EventTapSession::check(InjectionGate& gate, const Handler& handler, const Chord& chord) {
     X11EventTapSession session(gate, handler, [](auto) {});
-    if (const auto error = session.connect())
+    if (const auto error = session.connect(chord))
         return *error;
     return Success{};
 }
 
 Result<std::unique_ptr<X11EventTapSession>> X11EventTapSession::open(InjectionGate& gate,
                                                                      const Handler& handler,
+                                                                     const Chord& chord,
                                                                      ExpectDelay expectDelay,
                                                                      bool hideSpace) {
     std::unique_ptr<X11EventTapSession> session(
         new X11EventTapSession(gate, handler, std::move(expectDelay)));
-    if (const auto error = session->connect())
+    if (const auto error = session->connect(chord))
         return *error;
     session->m_focusMayHaveMoved = true;
     session->refresh();
@@ -61,7 +62,7 @@ Result<std::unique_ptr<X11EventTapSession>> X11EventTapSession::open(InjectionGa
     return session;
 }
 
-std::optional<Error> X11EventTapSession::connect() {
+std::optional<Error> X11EventTapSession::connect(const Chord& chord) {
     int screenNumber = 0;
     m_connection = connectToDisplay(nullptr, &screenNumber);
     m_helper = connectToDisplay(nullptr);
@@ -92,9 +93,13 @@ std::optional<Error> X11EventTapSession::connect() {
     selectEvents(root);
     m_events.emplace(connection);
     m_windowManager.emplace(connection, root);
-    m_keys = X11KeyWatch::begin(connection, m_gate);
+    m_keys = X11KeyWatch::begin(connection, m_gate, chord);
     if (!m_keys)
         return noAnswer;
+    if (!m_keys->hasChord())
+        return Error{"the keyboard's layout lacks a key of " + chord.name()};
+    if (chord.modifiers.size() == 1)
+        m_swallowedOption = *chord.modifiers.begin();
     m_grabs.emplace(connection, m_helper.get(), root, *m_keys);
     m_queue.emplace(*m_events, m_helper.get(), m_keyboardEvent, *m_keys, *m_windowManager, m_gate,
                     m_expectDelay);
@@ -234,11 +239,11 @@ void X11EventTapSession::handleGrabbedKey(const xcb_key_press_event_t& event) {
         m_queue->beginWith(event.detail, m_heraldedOption->sequence, m_grabs->window());
         m_heraldedOption.reset();
         m_grabs->optionHasArrived();
-        m_armed = reportOption(true) == EventFate::swallow;
-        if (m_armed)
+        if (reportOptionPress(event.detail) == EventFate::swallow)
             return;
     }
-    // Handed on before, not Option in this group, or repeated: for the application.
+    // Handed on before, not Option in this group, repeated, or not the last of the chord's
+    // modifiers: for the application.
     m_queue->refuse(m_grabs->window());
 }
 
@@ -255,10 +260,11 @@ void X11EventTapSession::reportModifier(const xcb_input_raw_key_press_event_t& r
     if (!queued)
         return reportUnqueuedModifier(raw, press);
     const auto key = static_cast<xcb_keycode_t>(raw.detail);
+    if (press && m_keys->isOption(key))
+        return enqueue(key, press, reportOptionPress(key));
     const EventFate fate = reportOption(m_keys->isOptionDown());
-    if (press && m_keys->isOption(key) && fate == EventFate::swallow)
-        m_armed = true;
-    enqueue(key, press, fate);
+    const bool mustBeSeen = m_keys->isOption(key) && m_keys->optionOf(key) != m_swallowedOption;
+    enqueue(key, press, mustBeSeen ? EventFate::pass : fate);
 }
 
 /// A press that is not held back cannot be swallowed, so it must not begin a chord. Keys typed into
@@ -267,9 +273,7 @@ void X11EventTapSession::reportUnqueuedModifier(const xcb_input_raw_key_press_ev
                                                 bool press) {
     const auto key = static_cast<xcb_keycode_t>(raw.detail);
     if (press && m_queue->isTakenOption(key, raw.time)) {
-        const EventFate fate = reportOption(true);
-        m_armed = fate == EventFate::swallow;
-        m_queue->judgeTakenOption(raw.full_sequence, fate);
+        m_queue->judgeTakenOption(raw.full_sequence, reportOptionPress(key));
     } else if (press && m_keys->isOptionKey(key)) {
         m_heraldedOption = {.key = key, .time = raw.time, .sequence = raw.full_sequence};
         // The passive grab's event mostly comes next. Keys that were pressed meanwhile may come
@@ -311,6 +315,15 @@ void X11EventTapSession::reportButton() {
         return;
     m_handler({.type = KeyEvent::Type::keyDown});
     settle();
+}
+
+/// A key that does not complete the chord's modifiers says nothing yet.
+EventFate X11EventTapSession::reportOptionPress(xcb_keycode_t key) {
+    if (!m_keys->isOptionDown() || reportOption(true) == EventFate::pass)
+        return EventFate::pass;
+    m_armed = true;
+    m_swallowedOption = m_keys->optionOf(key);
+    return EventFate::swallow;
 }
 
 EventFate X11EventTapSession::reportOption(bool set) {

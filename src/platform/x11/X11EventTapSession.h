@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "base/Result.h"
+#include "hotkey/Chord.h"
 #include "hotkey/EventTap.h"
 #include "pasting/InjectionGate.h"
 #include "platform/x11/X11EventReader.h"
@@ -32,6 +33,9 @@ namespace nulo {
 /// - Hiding: Space was swallowed and is still down. The queue is kept frozen, which also keeps the
 ///   server from repeating Space; keys that are to pass are let through one by one.
 ///
+/// Of a chord with several modifiers only the press of the last one is held back. The application
+/// has seen the others go down, so it sees them come up.
+///
 /// One thread at a time. Its waits end when its sockets are shut down.
 class X11EventTapSession {
   public:
@@ -40,11 +44,12 @@ class X11EventTapSession {
 
     /// Whether a session can be opened at $DISPLAY, also when another program has the keys; grabs
     /// nothing.
-    static Outcome check(InjectionGate& gate, const Handler& handler);
+    static Outcome check(InjectionGate& gate, const Handler& handler, const Chord& chord);
     /// Connects to $DISPLAY and puts the grabs in place. `gate` and `handler` outlive the session;
     /// `hideSpace`: Space, if it is down along with Option, was swallowed by an earlier session.
     static Result<std::unique_ptr<X11EventTapSession>> open(InjectionGate& gate,
                                                             const Handler& handler,
+                                                            const Chord& chord,
                                                             ExpectDelay expectDelay,
                                                             bool hideSpace);
     ~X11EventTapSession();
@@ -80,7 +85,7 @@ class X11EventTapSession {
     X11EventTapSession(InjectionGate& gate, const Handler& handler, ExpectDelay expectDelay);
 
     // Setting up.
-    std::optional<Error> connect();
+    std::optional<Error> connect(const Chord& chord);
     void selectEvents(xcb_window_t root);
     void selectKeyboardEvents(xcb_connection_t* connection, std::uint16_t events);
 
@@ -97,6 +102,7 @@ class X11EventTapSession {
     void reportKey(xcb_keycode_t key, bool press, bool queued);
     void reportButton();
     EventFate reportOption(bool set);
+    EventFate reportOptionPress(xcb_keycode_t key);
 
     // What follows from the answers.
     void enqueue(xcb_keycode_t key, bool press, EventFate fate);
@@ -119,6 +125,7 @@ class X11EventTapSession {
     std::optional<X11FrozenQueue> m_queue;
 
     std::optional<HeraldedOption> m_heraldedOption;
+    std::optional<Chord::Modifier> m_swallowedOption;  // whose press the application has not seen
     bool m_armed = false;
     bool m_hidingSpace = false;
     bool m_optionHandedOn = false;

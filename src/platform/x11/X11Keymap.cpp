@@ -11,10 +11,6 @@ namespace {
 constexpr int mostKeys = 256;
 constexpr std::uint8_t mostGroups = 4;
 
-bool isOptionSymbol(xcb_keysym_t symbol) {
-    return symbol == XKB_KEY_Alt_L || symbol == XKB_KEY_Alt_R;
-}
-
 bool isModifierSymbol(xcb_keysym_t symbol) {
     return (symbol >= XKB_KEY_Shift_L && symbol <= XKB_KEY_Hyper_R) ||
            symbol == XKB_KEY_Mode_switch ||
@@ -49,8 +45,10 @@ std::optional<X11Keymap> X11Keymap::read(xcb_connection_t* connection,
     for (; symbolMap.rem > 0 && key < mostKeys; xcb_xkb_key_sym_map_next(&symbolMap), ++key) {
         const xcb_keysym_t* symbols = xcb_xkb_key_sym_map_syms(symbolMap.data);
         const int groups = symbolMap.data->groupInfo & 0x0F;
+        const int width = symbolMap.data->width;
         for (int group = 0; group < groups; ++group)
-            keymap.add(static_cast<xcb_keycode_t>(key), symbols[group * symbolMap.data->width]);
+            keymap.add(static_cast<xcb_keycode_t>(key), symbols[group * width],
+                       width > 1 ? symbols[group * width + 1] : XKB_KEY_NoSymbol);
     }
     // A key can be a modifier without the symbol of one, as a modifier can be left unmapped.
     const xcb_xkb_key_mod_map_t* modifiers = xcb_xkb_get_map_map_modmap_rtrn(&map);
@@ -60,10 +58,9 @@ std::optional<X11Keymap> X11Keymap::read(xcb_connection_t* connection,
     return keymap;
 }
 
-void X11Keymap::add(xcb_keycode_t key, xcb_keysym_t symbol) {
+void X11Keymap::add(xcb_keycode_t key, xcb_keysym_t symbol, xcb_keysym_t withShift) {
     m_symbols[key].push_back(symbol);
-    if (isOptionSymbol(symbol))
-        m_optionKeys.set(key);
+    m_symbolsWithShift[key].push_back(withShift);
     if (!isModifierSymbol(symbol))
         return;
     m_modifiers.set(key);
@@ -71,12 +68,16 @@ void X11Keymap::add(xcb_keycode_t key, xcb_keysym_t symbol) {
         m_heldModifiers.set(key);
 }
 
-bool X11Keymap::isOption(xcb_keycode_t key, int group) const {
-    return isOptionSymbol(symbol(key, group));
-}
-
-bool X11Keymap::isSpace(xcb_keycode_t key, int group) const {
-    return symbol(key, group) == XKB_KEY_space;
+X11Keymap::KeySet X11Keymap::keysFor(xcb_keysym_t wanted, int group) const {
+    KeySet keys;
+    for (const int where : {group, 0, 1, 2, 3})
+        for (const auto* symbols : {&m_symbols, &m_symbolsWithShift}) {
+            for (std::size_t key = 0; key < keys.size(); ++key)
+                keys.set(key, symbolOf((*symbols)[key], where) == wanted);
+            if (keys.any())
+                return keys;
+        }
+    return keys;
 }
 
 std::optional<X11Keymap::Key> X11Keymap::keyFor(xcb_keysym_t wanted, std::uint8_t group) const {
@@ -94,8 +95,7 @@ std::optional<X11Keymap::Key> X11Keymap::keyFor(xcb_keysym_t wanted, std::uint8_
     return std::nullopt;
 }
 
-xcb_keysym_t X11Keymap::symbol(xcb_keycode_t key, int group) const {
-    const auto& symbols = m_symbols[key];
+xcb_keysym_t X11Keymap::symbolOf(const Symbols& symbols, int group) {
     return symbols.empty() ? XKB_KEY_NoSymbol : symbols[group % symbols.size()];
 }
 

@@ -25,11 +25,13 @@ class X11Keymap {
     static std::optional<X11Keymap> read(xcb_connection_t* connection,
                                          xcb_xkb_device_spec_t keyboard = XCB_XKB_ID_USE_CORE_KBD);
 
-    /// Either Alt key. AltGr is none, also where it shares a key with Alt in another group.
-    bool isOption(xcb_keycode_t key, int group) const;
-    bool isSpace(xcb_keycode_t key, int group) const;
-    /// The keys that are Option in any group.
-    const KeySet& optionKeys() const { return m_optionKeys; }
+    /// What the key gives in `group` when pressed alone; XKB_KEY_NoSymbol when it gives nothing.
+    xcb_keysym_t symbol(xcb_keycode_t key, int group) const {
+        return symbolOf(m_symbols[key], group);
+    }
+    /// The keys that give `symbol` in `group`, alone or with Shift, as digits do on some layouts;
+    /// those of another group where this one, of another script, has none.
+    KeySet keysFor(xcb_keysym_t symbol, int group) const;
     /// Whether the key is a modifier in any group; lock keys and group switches are.
     bool isModifier(xcb_keycode_t key) const { return m_modifiers.test(key); }
     /// Whether the key modifies others only while it is held down.
@@ -39,11 +41,13 @@ class X11Keymap {
     std::optional<Key> keyFor(xcb_keysym_t symbol, std::uint8_t group) const;
 
   private:
-    void add(xcb_keycode_t key, xcb_keysym_t symbol);
-    xcb_keysym_t symbol(xcb_keycode_t key, int group) const;
+    using Symbols = std::vector<xcb_keysym_t>;  // by group
 
-    std::array<std::vector<xcb_keysym_t>, 256> m_symbols;  // level 0, by key and group
-    KeySet m_optionKeys;
+    void add(xcb_keycode_t key, xcb_keysym_t symbol, xcb_keysym_t withShift);
+    static xcb_keysym_t symbolOf(const Symbols& symbols, int group);
+
+    std::array<Symbols, 256> m_symbols;  // by key
+    std::array<Symbols, 256> m_symbolsWithShift;
     KeySet m_modifiers;
     KeySet m_heldModifiers;
 };

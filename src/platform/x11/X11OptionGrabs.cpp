@@ -57,8 +57,8 @@ void X11OptionGrabs::drop() {
 }
 
 const char* X11OptionGrabs::obstacle() const {
-    return m_windowIsTaken    ? "another program has taken the Alt key of the focused window"
-           : m_desktopIsTaken ? "another program has taken the Alt key of the whole desktop"
+    return m_windowIsTaken    ? "the focused window"
+           : m_desktopIsTaken ? "the whole desktop"
                               : nullptr;
 }
 

@@ -5,7 +5,8 @@
 
 namespace nulo {
 
-/// The synchronous passive grabs of the Option keys, on the window that has the focus. One thread.
+/// The synchronous passive grabs of the Option keys, on the window that has the focus: those of all
+/// the chord's modifiers, as any of them may be pressed last. One thread.
 class X11OptionGrabs {
   public:
     /// `probe` is another connection, which asks as another program would. Both connections and the
@@ -19,7 +20,7 @@ class X11OptionGrabs {
     void followFocus();
     void drop();
 
-    /// Why Option does not get here at present, in one line; null when it does.
+    /// Where another program has taken Option, as "the focused window"; null when it gets here.
     const char* obstacle() const;
     /// A grab on the root goes before all others, so its program gets Option without a trace here.
     void lookForGrabOnDesktop();

@@ -1,4 +1,4 @@
-#include "app/Examination.h"
+#include "app/start/Examination.h"
 
 #include <QCoreApplication>
 #include <cstdio>
@@ -6,7 +6,8 @@
 #include <string>
 #include <utility>
 
-#include "app/BuildInfo.h"
+#include "app/start/ChosenChord.h"
+#include "config/ConfigFile.h"
 #include "doctor/Doctor.h"
 #include "pasting/InjectionGate.h"
 #include "platform/Backends.h"
@@ -16,10 +17,11 @@ namespace nulo {
 namespace {
 
 /// Null where asking would take the chord from the Nulo that runs, or put questions to the user.
-std::unique_ptr<EventTapSource> harmlessEventTapSource(Backend backend, InjectionGate& gate,
-                                                       MainQueue& mainQueue, const Print& print) {
+std::unique_ptr<EventTapSource> harmlessEventTapSource(Backend backend, const Chord& chord,
+                                                       InjectionGate& gate, MainQueue& mainQueue,
+                                                       const Print& print) {
     if (backend == Backend::x11)
-        return makeX11EventTapSource(gate, mainQueue, print);
+        return makeX11EventTapSource(gate, mainQueue, print, chord);
     return backend == Backend::none ? makeUnavailableEventTapSource() : nullptr;
 }
 
@@ -36,27 +38,35 @@ int tellFindings(const std::vector<Finding>& findings, bool isJson) {
     return canDictate(findings) ? 0 : 1;
 }
 
-int examine(const SessionFacts& facts, bool isJson) {
+int examine(const SessionFacts& facts, std::string_view defaultBaseURL, bool isJson) {
     std::string printed;
     const Print collect = [&printed](std::string_view line) { printed += line; };
-    const BackendChoice choice = chooseBackends(facts);
+    const ConfigFile configFile(userFolders().home, collect);
+    const Chord chord =
+        chosenChord(*makeUserDefaults(configFile.configDir() / "defaults.ini"), collect);
+    const std::string refusedChord = std::exchange(printed, "");
+    const BackendChoice choice = chooseBackends(facts, chord);
     std::vector<Finding> findings{{"Session", Finding::Verdict::good, described(facts), ""},
                                   chosen("Key tap", choice.keySource.front()),
                                   chosen("Clipboard", choice.clipboard.front()),
                                   chosen("Paste", choice.paste.front()),
                                   chosen("Overlay", choice.overlay.front())};
+    if (!refusedChord.empty())
+        findings.push_back({"Shortcut", Finding::Verdict::weak, refusedChord,
+                            "Write another after chord= there, or nothing"});
     const std::unique_ptr<MainQueue> mainQueue = makeQtMainQueue();
     const std::unique_ptr<Microphone> microphone = makeMicrophone(*mainQueue, collect);
     const std::unique_ptr<UpdateHttp> http = makeUpdateHttp(*mainQueue);
     InjectionGate gate;
     const std::unique_ptr<EventTapSource> eventTapSource =
-        harmlessEventTapSource(choice.keySource.front().backend, gate, *mainQueue, collect);
+        harmlessEventTapSource(choice.keySource.front().backend, chord, gate, *mainQueue, collect);
     Doctor doctor({.mainQueue = *mainQueue,
                    .microphone = *microphone,
                    .eventTapSource = eventTapSource.get(),
+                   .chord = chord.title(),
                    .http = *http,
                    .configHome = userFolders().home,
-                   .defaultBaseURL = build::baseURL(),
+                   .defaultBaseURL = defaultBaseURL,
                    .desktop = desktopFacts(),
                    .checkCompanion =
                        [] {

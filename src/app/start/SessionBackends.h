@@ -19,9 +19,11 @@ class WaylandSession;
 /// candidate that can be made, which is printed. Main thread, with a QApplication.
 struct SessionBackends {
     /// `gate` and `mainQueue` outlive it. `configDir` keeps what a portal remembers of the user's
-    /// leave.
-    SessionBackends(const SessionFacts& facts, const BackendChoice& choice, InjectionGate& gate,
-                    MainQueue& mainQueue, const std::filesystem::path& configDir,
+    /// leave. With `privateClipboard` texts carry the hint that clipboard managers are not to keep
+    /// them.
+    SessionBackends(const SessionFacts& facts, const BackendChoice& choice, const Chord& chord,
+                    InjectionGate& gate, MainQueue& mainQueue,
+                    const std::filesystem::path& configDir, bool privateClipboard,
                     const Print& print);
 
     std::shared_ptr<WaylandSession> wayland;  // null on X11

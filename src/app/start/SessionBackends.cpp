@@ -1,4 +1,4 @@
-#include "app/SessionBackends.h"
+#include "app/start/SessionBackends.h"
 
 #include <string>
 #include <vector>
@@ -10,8 +10,9 @@
 namespace nulo {
 
 SessionBackends::SessionBackends(const SessionFacts& facts, const BackendChoice& choice,
-                                 InjectionGate& gate, MainQueue& mainQueue,
-                                 const std::filesystem::path& configDir, const Print& print) {
+                                 const Chord& chord, InjectionGate& gate, MainQueue& mainQueue,
+                                 const std::filesystem::path& configDir, bool privateClipboard,
+                                 const Print& print) {
     const auto makeFirst = [&](const char* capability,
                                const std::vector<BackendCandidate>& candidates, auto make) {
         decltype(make(candidates.front())) made;
@@ -28,20 +29,22 @@ SessionBackends::SessionBackends(const SessionFacts& facts, const BackendChoice&
     eventTapSource = makeFirst("Key tap", choice.keySource, [&](const BackendCandidate& candidate) {
         switch (candidate.backend) {
             case Backend::x11:
-                return makeX11EventTapSource(gate, mainQueue, print);
+                return makeX11EventTapSource(gate, mainQueue, print, chord);
             case Backend::keytap:
                 return makeKeytapEventTapSource(keytap, mainQueue, print);
             case Backend::swayBindings:
-                return makeSwayBindings(facts.swaySocket, print);
+                return makeSwayBindings(facts.swaySocket, print, chord);
             case Backend::shortcutsPortal:
-                return makePortalShortcuts(print);
+                return makePortalShortcuts(print, chord);
             default:
                 return makeUnavailableEventTapSource();
         }
     });
     pasteboard = makeFirst("Clipboard", choice.clipboard, [&](const BackendCandidate& candidate) {
-        return candidate.backend == Backend::dataControl ? makeWaylandPasteboard(wayland, mainQueue)
-                                                         : makeQtPasteboard();
+        return candidate.backend == Backend::dataControl
+                   ? makeWaylandPasteboard(wayland, mainQueue, privateClipboard)
+                   : makeQtPasteboard({.isPrivate = privateClipboard,
+                                       .isBridged = !facts.waylandDisplay.empty()});
     });
     pasteKeystroke = makeFirst("Paste", choice.paste, [&](const BackendCandidate& candidate) {
         switch (candidate.backend) {

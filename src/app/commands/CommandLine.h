@@ -9,10 +9,21 @@ namespace nulo {
 
 /// What the program was started with.
 struct CommandLine {
-    enum class Action { run, doctor, help, version };
+    enum class Action {
+        run,
+        doctor,
+        pasteLast,
+        copyLast,
+        history,
+        forget,
+        retry,
+        help,
+        version,
+    };
     Action action = Action::run;
     bool isQuiet = false;  // standard output goes nowhere
     bool isJson = false;   // what the doctor prints
+    unsigned back = 1;     // which of the last texts, counted from the last
 };
 
 /// `arguments` without the program's name. Arguments that are Qt's own are passed over: the session

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <string_view>
 #include <vector>
 
 #include "doctor/Finding.h"
@@ -12,6 +13,6 @@ int tellFindings(const std::vector<Finding>& findings, bool isJson);
 
 /// Does what --doctor is for, beside a Nulo that may run; the process's exit status. Main thread,
 /// with a QApplication, whose event loop it runs.
-int examine(const SessionFacts& facts, bool isJson);
+int examine(const SessionFacts& facts, std::string_view defaultBaseURL, bool isJson);
 
 }  // namespace nulo
