@@ -168,7 +168,7 @@ int run(int argc, char** argv, const CommandLine& commandLine) {
          .microphone = *microphone,
          .makeAudioFileWriter = makeAacFileWriter,
          .eventTapSource = *backends.eventTapSource,
-          .chord = chord.title(),
+         .chord = chord.title(),
          .permissionIsTheUsersToGive = choice.keySource.front().backend == Backend::none ||
                                        (choice.keySource.front().backend == Backend::keytap &&
                                         facts.keytap == KeytapInstallation::off),

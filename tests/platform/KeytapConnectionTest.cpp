@@ -1,4 +1,5 @@
 #include "platform/keytap/KeytapConnection.h"
+#include "rig/process/WaitUntil.h"
 
 #include <gtest/gtest.h>
 #include <stdlib.h>
@@ -156,23 +157,23 @@ TEST_F(KeytapConnectionTest, saysWhyThereIsNoChord) {
     const auto made = tap();
     takeClient();
     say(Kind::waiting, Reason::keyboardTaken);
-    const auto lookAgain = [&] {
-        while (queue.pendingCount() == 0)
-            std::this_thread::yield();
-        queue.runPending();
+    const auto look = [&](std::size_t lines, const std::string& said) {
+        EXPECT_TRUE(waitUntil([&] {
+            queue.runPending();
+            return printed.lines().size() == lines && obstructions == said;
+        })) << said;
     };
-    lookAgain();
+    look(1, "obstructed ");
     say(Kind::serving);
-    lookAgain();
-    EXPECT_EQ(obstructions, "obstructed free ");
+    look(1, "obstructed free ");
     say(Kind::refused, Reason::secondClient);
     hangUp();
-    lookAgain();
+    look(2, "obstructed free ");
     for (int i = 0; i < 2; ++i)
         EXPECT_FALSE(source->isTrusted());
     takeClient();
     hangUp();
-    lookAgain();
+    look(3, "obstructed free ");
     switchOff();
     std::filesystem::remove(path());
     for (int i = 0; i < 2; ++i)

@@ -133,7 +133,8 @@ void KeytapConnection::run() {
 void KeytapConnection::read() {
     Notice notice;
     const ssize_t size = recv(m_socket, &notice, sizeof notice, MSG_TRUNC);
-    if (size < 0 && (errno == EAGAIN || errno == EINTR))
+    // The kernel tells once, before what was said last, that the service ended without reading all.
+    if (size < 0 && (errno == EAGAIN || errno == EINTR || errno == ECONNRESET))
         return;
     if (size != sizeof notice)
         return end(status().state == State::admitted ? State::lost : State::refused, Reason::none);
