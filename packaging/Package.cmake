@@ -13,13 +13,16 @@ set(CPACK_DEBIAN_PACKAGE_MAINTAINER "The Nulo developers <maintainers@nulo.inval
 set(CPACK_DEBIAN_PACKAGE_SECTION utils)
 set(CPACK_DEBIAN_PACKAGE_PRIORITY optional)
 set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON)
+set(CPACK_DEBIAN_PACKAGE_CONTROL_EXTRA
+    "${CMAKE_CURRENT_LIST_DIR}/debian/postinst;${CMAKE_CURRENT_LIST_DIR}/debian/prerm;\
+${CMAKE_CURRENT_LIST_DIR}/debian/postrm")
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS ${PROJECT_SOURCE_DIR}/build/whisper/installed/lib)
 # What is not linked: Qt's ways to the X server and to compositors, and the speech model.
 set(CPACK_DEBIAN_PACKAGE_DEPENDS "qt6-qpa-plugins, qt6-wayland, pocketsphinx-en-us")
 set(CPACK_DEBIAN_PACKAGE_RECOMMENDS
     "ca-certificates, default-dbus-session-bus | dbus-session-bus, pipewire-pulse | pulseaudio, \
-systemd, xdg-utils")
+pkexec, systemd, xdg-utils")
 # The first line is the synopsis.
 set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "push-to-talk dictation for the desktop")
 set(CPACK_PACKAGE_DESCRIPTION

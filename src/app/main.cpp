@@ -21,6 +21,7 @@
 #include "base/StandardStreams.h"
 #include "pasting/InjectionGate.h"
 #include "platform/Backends.h"
+#include "platform/WaylandBackends.h"
 #include "platform/dbus/SessionLock.h"
 #include "platform/dbus/SingleInstance.h"
 #include "platform/session/BackendChoice.h"
@@ -56,8 +57,12 @@ class ToolkitArguments {
     int m_count = 0;
 };
 
-/// The page that says how the shortcut works and what it needs, beside the installed program.
-void openShortcutHelp() {
+/// Offers what the shortcut needs where that can be switched on; else shows the page that says how
+/// it works and what it needs, beside the installed program.
+void openShortcutSettings() {
+    const SessionFacts facts = sessionFacts();
+    if (facts.isWayland() && facts.keytap == KeytapInstallation::off && switchKeytapOn())
+        return;
     const QFileInfo page(QCoreApplication::applicationDirPath() + "/../share/doc/nulo/shortcut.md");
     QDesktopServices::openUrl(QUrl::fromLocalFile(page.canonicalFilePath()));
 }
@@ -164,7 +169,9 @@ int run(int argc, char** argv, const CommandLine& commandLine) {
          .makeAudioFileWriter = makeAacFileWriter,
          .eventTapSource = *backends.eventTapSource,
          .chord = chord.title(),
-         .permissionIsTheUsersToGive = choice.keySource.front().backend == Backend::none,
+         .permissionIsTheUsersToGive = choice.keySource.front().backend == Backend::none ||
+                                       (choice.keySource.front().backend == Backend::keytap &&
+                                        facts.keytap == KeytapInstallation::off),
          .pasteboard = *backends.pasteboard,
          .pasteKeystroke = *backends.pasteKeystroke,
          .makeHttpSession =
@@ -173,7 +180,7 @@ int run(int argc, char** argv, const CommandLine& commandLine) {
                  withTheDesktop.comeFirst();
                  return made;
              },
-         .openShortcutHelp = openShortcutHelp,
+         .openShortcutHelp = openShortcutSettings,
          .overlayPlacement = *backends.overlayPlacement,
          .alerts = alerts,
          .statusItem = statusItem,

@@ -15,6 +15,7 @@
 /// The backends of Wayland sessions. All are called on the main thread.
 namespace nulo {
 
+class KeytapConnection;
 class OverlayPlacement;
 class WaylandSession;
 
@@ -45,6 +46,22 @@ std::unique_ptr<PasteKeystroke> makePortalPaste(std::filesystem::path tokenFile,
 /// `takesClicks` clicks go through it. `mainQueue` outlives it; with a QApplication.
 std::unique_ptr<OverlayPlacement> makeLayerShellPlacement(std::shared_ptr<WaylandSession> session,
                                                           MainQueue& mainQueue, bool takesClicks);
+
+/// To nulo-keytap, with the Alt keys of this session, for both backends below to share; connects
+/// when it is first asked to.
+std::shared_ptr<KeytapConnection> makeKeytapConnection();
+
+/// The chord as nulo-keytap tells of it; trusted while that service serves this program.
+/// `mainQueue` outlives it.
+std::unique_ptr<EventTapSource> makeKeytapEventTapSource(
+    std::shared_ptr<KeytapConnection> connection, MainQueue& mainQueue, Print print);
+
+/// Shift+Insert, pressed by nulo-keytap.
+std::unique_ptr<PasteKeystroke> makeKeytapPasteKeystroke(
+    std::shared_ptr<KeytapConnection> connection);
+
+/// Asks the user, through polkit, to switch nulo-keytap's socket on. False when nobody can ask.
+bool switchKeytapOn();
 
 /// The chord by sway's own bindings, as long as sway answers on that $SWAYSOCK. A thread of its own
 /// calls the handlers.

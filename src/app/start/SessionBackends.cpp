@@ -25,10 +25,13 @@ SessionBackends::SessionBackends(const SessionFacts& facts, const BackendChoice&
     };
     if (!facts.waylandDisplay.empty())
         wayland = openWaylandSession(facts.waylandDisplay);
+    const std::shared_ptr<KeytapConnection> keytap = makeKeytapConnection();
     eventTapSource = makeFirst("Key tap", choice.keySource, [&](const BackendCandidate& candidate) {
         switch (candidate.backend) {
             case Backend::x11:
                 return makeX11EventTapSource(gate, mainQueue, print, chord);
+            case Backend::keytap:
+                return makeKeytapEventTapSource(keytap, mainQueue, print);
             case Backend::swayBindings:
                 return makeSwayBindings(facts.swaySocket, print, chord);
             case Backend::shortcutsPortal:
@@ -47,6 +50,8 @@ SessionBackends::SessionBackends(const SessionFacts& facts, const BackendChoice&
         switch (candidate.backend) {
             case Backend::x11:
                 return makeX11PasteKeystroke(gate);
+            case Backend::keytap:
+                return makeKeytapPasteKeystroke(keytap);
             case Backend::virtualKeyboard:
                 return makeVirtualKeyboardPaste(wayland);
             case Backend::fakeInput:

@@ -19,15 +19,20 @@ bool isKwin(const SessionFacts& facts) {
 }
 
 Candidates waylandKeySource(const SessionFacts& facts, const Chord& chord) {
+    if (facts.keytap == KeytapInstallation::on)
+        return {{Backend::keytap, "nulo-keytap, which tells of the chord alone"}};
     if (!facts.swaySocket.empty())
         return {{Backend::swayBindings,
                  "sway's own bindings: " + chord.name() + ", until " + chord.key + " is let go"}};
     if (facts.hasPortal)
         return {{Backend::shortcutsPortal, "the desktop's global shortcuts, by its portal"}};
+    if (facts.keytap == KeytapInstallation::off)
+        return {{Backend::keytap, "nulo-keytap, once it is switched on"}};
     return {{Backend::none,
              chord.title() +
-                 " cannot be watched: the compositor is not sway ($SWAYSOCK is not set), "
-                 "and no desktop portal with global shortcuts is on the session bus"}};
+                 " cannot be watched: nulo-keytap is not installed, the compositor is not sway "
+                 "($SWAYSOCK is not set), and no desktop portal with global shortcuts is on the "
+                 "session bus"}};
 }
 
 Candidates waylandClipboard(const SessionFacts& facts) {
@@ -47,6 +52,8 @@ Candidates waylandPaste(const SessionFacts& facts) {
         return {{Backend::virtualKeyboard, "Shift+Insert, by a virtual keyboard"}};
     if (hasDataControl(facts) && facts.offers(fakeInputs))
         return {{Backend::fakeInput, "Shift+Insert, by KWin's fake input"}};
+    if (facts.keytap == KeytapInstallation::on)
+        return {{Backend::keytap, "Shift+Insert, by nulo-keytap"}};
     if (isKwin(facts))
         return {{Backend::none,
                  "by hand: KWin does not let this program send keys, as it is not the one that "

@@ -8,14 +8,18 @@
 
 namespace nulo {
 
+/// Of the key service nulo-keytap: whether somebody listens on its socket, or could.
+enum class KeytapInstallation { none, off, on };
+
 /// What the session offers.
 struct SessionFacts {
-    std::string sessionType;              // $XDG_SESSION_TYPE
-    std::string display;                  // $DISPLAY, where an X server answers
-    std::string waylandDisplay;           // $WAYLAND_DISPLAY, where a compositor answers
-    std::string desktop;                  // $XDG_CURRENT_DESKTOP
-    std::string swaySocket;               // $SWAYSOCK
-    bool hasPortal = false;               // portalIsOnTheBus()
+    std::string sessionType;     // $XDG_SESSION_TYPE
+    std::string display;         // $DISPLAY, where an X server answers
+    std::string waylandDisplay;  // $WAYLAND_DISPLAY, where a compositor answers
+    std::string desktop;         // $XDG_CURRENT_DESKTOP
+    std::string swaySocket;      // $SWAYSOCK
+    bool hasPortal = false;      // portalIsOnTheBus()
+    KeytapInstallation keytap = KeytapInstallation::none;
     std::set<std::string> waylandOffers;  // the compositor's interfaces
 
     bool isWayland() const { return sessionType == "wayland" || !waylandDisplay.empty(); }
@@ -40,6 +44,7 @@ bool portalIsOnTheBus();
 enum class Backend {
     x11,
     qt,
+    keytap,
     swayBindings,
     shortcutsPortal,
     dataControl,

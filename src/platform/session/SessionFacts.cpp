@@ -1,7 +1,9 @@
 #include <QDBusConnection>
 #include <QDBusConnectionInterface>
+#include <filesystem>
 
 #include "base/Environment.h"
+#include "keytap/Protocol.h"
 #include "platform/Backends.h"
 #include "platform/WaylandBackends.h"
 #include "platform/session/BackendChoice.h"
@@ -10,6 +12,17 @@ namespace nulo {
 namespace {
 
 constexpr const char* portal = "org.freedesktop.portal.Desktop";
+
+KeytapInstallation keytapInstallation() {
+    std::error_code error;
+    if (std::filesystem::exists(keytap::socketPath, error))
+        return KeytapInstallation::on;
+    for (const char* folder : {"/etc", "/usr/local/lib", "/usr/lib"})
+        if (std::filesystem::exists(std::string(folder) + "/systemd/system/nulo-keytap.socket",
+                                    error))
+            return KeytapInstallation::off;
+    return KeytapInstallation::none;
+}
 
 }  // namespace
 
@@ -37,7 +50,8 @@ SessionFacts sessionFacts() {
             .display = environmentVariable("DISPLAY"),
             .waylandDisplay = environmentVariable("WAYLAND_DISPLAY"),
             .desktop = environmentVariable("XDG_CURRENT_DESKTOP"),
-            .swaySocket = environmentVariable("SWAYSOCK")};
+            .swaySocket = environmentVariable("SWAYSOCK"),
+            .keytap = keytapInstallation()};
 }
 
 std::string described(const SessionFacts& facts) {

@@ -1,0 +1,92 @@
+#pragma once
+
+#include <cstdint>
+#include <deque>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "keytap/Protocol.h"
+#include "pasting/Pasting.h"
+
+namespace nulo {
+
+/// Nulo's one connection to nulo-keytap, which its key tap and its paste share. A thread of its
+/// own, which sleeps while nothing happens, reads what the service says.
+class KeytapConnection {
+  public:
+    /// evdev codes of the keys that are Alt in the session's layout; none when nobody knows. May
+    /// wait a second.
+    using OptionKeys = std::function<std::vector<std::uint8_t>()>;
+
+    enum class State {
+        off,       // nobody listens there
+        refused,   // with a reason; none when it ended without an answer
+        lost,      // the service ended
+        asked,     // connected, no answer yet
+        admitted,  // the last notice says whether it serves
+    };
+    struct Status {
+        State state = State::off;
+        keytap::Reason reason = keytap::Reason::none;
+        bool isServing = false;
+    };
+
+    /// What the service says; all on the connection's thread.
+    struct Listener {
+        std::function<void(bool down)> onChord;
+        std::function<void()> onStatus;  // status() is another
+        std::function<void()> onWake;    // after wake()
+    };
+
+    KeytapConnection(std::string socketPath, OptionKeys optionKeys);
+    /// Nobody is called any more.
+    ~KeytapConnection();
+
+    /// Connects unless it is connected. Never waits. Any thread, as all of this.
+    void connect();
+    Status status() const;
+    void wake();
+
+    /// One listener at a time; none ends the present one's calls, waiting for one that is under way
+    /// unless it is that call which ends them.
+    void setListener(std::optional<Listener> listener);
+
+    /// Has the service press the paste chord. `report` as PasteKeystroke's.
+    void paste(PasteKeystroke::Report report);
+    /// Forgets all reports.
+    void cancelPastes();
+
+  private:
+    void run();
+    void read();
+    void handle(const keytap::Notice& notice);
+    void end(State state, keytap::Reason reason);
+    void sendOptionKeys();
+    void sendPaste();
+    void pasteEnded(const Outcome& outcome);
+    void tellStatus();
+    bool send(const keytap::Request& request);
+
+    const std::string m_socketPath;
+    const OptionKeys m_optionKeys;
+    const int m_wake;
+    mutable std::mutex m_mutex;
+    int m_socket = -1;
+    Status m_status;
+    bool m_keysAreToBeSent = false;
+    bool m_isStopping = false;
+    std::deque<PasteKeystroke::Report> m_pastes;  // the first one was asked for
+    std::recursive_mutex m_listenerMutex;
+    std::optional<Listener> m_listener;
+    std::thread m_thread;  // once somebody connects
+};
+
+/// One sentence for the user, without a final stop.
+std::string keytapText(keytap::Reason reason);
+
+}  // namespace nulo

@@ -1,0 +1,21 @@
+#include <QProcess>
+#include <QStandardPaths>
+
+#include "platform/WaylandBackends.h"
+#include "platform/keytap/KeytapConnection.h"
+#include "platform/keytap/SessionKeymap.h"
+
+namespace nulo {
+
+std::shared_ptr<KeytapConnection> makeKeytapConnection() {
+    return std::make_shared<KeytapConnection>(keytap::socketPath,
+                                              [] { return optionKeysOf(sessionKeymap()); });
+}
+
+bool switchKeytapOn() {
+    const QString pkexec = QStandardPaths::findExecutable("pkexec");
+    return !pkexec.isEmpty() && QProcess::startDetached(pkexec, {"/usr/bin/systemctl", "enable",
+                                                                 "--now", "nulo-keytap.socket"});
+}
+
+}  // namespace nulo
