@@ -9,11 +9,11 @@ SOURCE = pathlib.Path(__file__).resolve().parent.parent.parent
 sys.dont_write_bytecode = True
 sys.path.insert(0, str(SOURCE / "rig/machine"))
 from machine import Machine  # noqa: E402
+from terminal import Terminal  # noqa: E402
 
 BUILD = pathlib.Path(sys.argv[1]).resolve()
 HERE = pathlib.Path(__file__).resolve().parent
 FILES = {
-    "/usr/local/libexec/nulo-keytap": BUILD / "libexec/nulo-keytap",
     **{f"/usr/local/bin/{program.name}": program for program in (HERE / "guest").iterdir()},
     "/etc/udev/rules.d/70-nulo-keytap.rules": SOURCE / "packaging/keytap/70-nulo-keytap.rules",
 }
@@ -47,28 +47,6 @@ class Client:
 
     def kill(self):
         self.machine.sh(f"kill -KILL $(cat /tmp/{self.name}.pid)")
-
-
-class Terminal:
-    """foot on the screen, which writes down what is typed into it, at each key."""
-
-    def __init__(self, machine):
-        self.machine, self.text = machine, ""
-
-    def expect(self, more):
-        """That, and nothing before it, is in it now."""
-        self.text += more
-
-        def arrived():
-            text = self.machine.text("/tmp/typed")
-            return text if len(text) >= len(self.text) else None
-        found = self.machine.wait(f"{more!r} in the terminal", arrived)
-        assert found == self.text, f"the terminal has {found!r}, not {self.text!r}"
-
-    def takes(self, word):
-        for part in (word[at:at + 4] for at in range(0, len(word), 4)):
-            self.machine.key(*(change + letter for letter in part for change in "+-"))
-            self.expect(part)
 
 
 def step(what):
@@ -206,7 +184,7 @@ def run(machine):
 
 if __name__ == "__main__":
     begun = time.monotonic()
-    with Machine(FILES) as the_machine:
+    with Machine(BUILD, FILES) as the_machine:
         step("the machine is up")
         run(the_machine)
     step("all as it should be")

@@ -165,15 +165,15 @@ TEST_F(KeytapConnectionTest, saysWhyThereIsNoChord) {
     };
     look(1, "obstructed ");
     say(Kind::serving);
-    look(1, "obstructed free ");
+    look(2, "obstructed free ");
     say(Kind::refused, Reason::secondClient);
     hangUp();
-    look(2, "obstructed free ");
+    look(3, "obstructed free ");
     for (int i = 0; i < 2; ++i)
         EXPECT_FALSE(source->isTrusted());
     takeClient();
     hangUp();
-    look(3, "obstructed free ");
+    look(4, "obstructed free ");
     switchOff();
     std::filesystem::remove(path());
     for (int i = 0; i < 2; ++i)
@@ -181,6 +181,7 @@ TEST_F(KeytapConnectionTest, saysWhyThereIsNoChord) {
     EXPECT_EQ(printed.lines(),
               (std::vector<std::string>{
                   "No global shortcut: another program has taken a keyboard for itself",
+                  "[nulo] nulo-keytap has taken the keyboards over",
                   "No global shortcut: another program of yours is connected to the key service",
                   "No global shortcut: the key service does not answer",
                   "No global shortcut: nulo-keytap is not switched on"}));

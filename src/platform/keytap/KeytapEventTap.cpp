@@ -92,11 +92,15 @@ class KeytapEventTapSource final : public EventTapSource {
         const auto [state, reason, isServing] = m_connection->status();
         const bool isRefused = state == State::refused;
         const bool isObstructed = state == State::admitted && isObstacle(reason);
-        const std::string line = state == State::off
-                                     ? "nulo-keytap is not switched on"
-                                     : (isRefused || isObstructed ? keytapText(reason) : "");
+        std::string line;
+        if (state == State::off)
+            line = "No global shortcut: nulo-keytap is not switched on";
+        else if (isRefused || isObstructed)
+            line = "No global shortcut: " + keytapText(reason);
+        else if (isServing)
+            line = "[nulo] nulo-keytap has taken the keyboards over";
         if (line != m_lastLine && !line.empty())
-            m_print("No global shortcut: " + line);
+            m_print(line);
         m_lastLine = line;
         if (std::exchange(m_wasObstructed, isObstructed) != isObstructed && onObstructed)
             onObstructed(isObstructed);
