@@ -89,12 +89,16 @@ class KeytapEventTapSource final : public EventTapSource {
 
   private:
     void explain() {
-        const auto [state, reason, isServing] = m_connection->status();
-        const bool isRefused = state == State::refused;
-        const bool isObstructed = state == State::admitted && isObstacle(reason);
-        const std::string line = state == State::off
-                                     ? "nulo-keytap is not switched on"
-                                     : (isRefused || isObstructed ? keytapText(reason) : "");
+        const auto [state, reason, isServing, chordFault] = m_connection->status();
+        const bool isAdmitted = state == State::admitted;
+        const bool isObstructed = isAdmitted && (isObstacle(reason) || !chordFault.empty());
+        std::string line;
+        if (state == State::off)
+            line = "nulo-keytap is not switched on";
+        else if (isAdmitted && !chordFault.empty())
+            line = chordFault;
+        else if (isObstructed || state == State::refused)
+            line = keytapText(reason);
         if (line != m_lastLine && !line.empty())
             m_print("No global shortcut: " + line);
         m_lastLine = line;
