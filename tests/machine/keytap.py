@@ -18,7 +18,8 @@ FILES = {
     "/etc/udev/rules.d/70-nulo-keytap.rules": SOURCE / "packaging/keytap/70-nulo-keytap.rules",
 }
 USER, OTHER_USER = 2001, 2002
-PASTE = "020000000000000000"
+PASTE = "02" + "00" * 9
+CTRL_ALT_D = "0120" "3000" "0300" "0000" "0000"
 
 
 class Client:
@@ -53,12 +54,13 @@ def step(what):
     print(f"{time.monotonic() - begun:6.1f} s  {what}", flush=True)
 
 
-def chord(machine, client):
-    machine.key("+alt", "+spc")
+def chord(machine, client, *keys):
+    *modifiers, key = keys or ("alt", "spc")
+    machine.key(*("+" + modifier for modifier in modifiers), "+" + key)
     client.expect("chordDown")
-    machine.key("-spc")
+    machine.key("-" + key)
     client.expect("chordUp")
-    machine.key("-alt")
+    machine.key(*("-" + modifier for modifier in modifiers))
 
 
 def processes(machine):
@@ -111,10 +113,27 @@ def run(machine):
 
     for user, why in ((OTHER_USER, "otherSession"), (0, "otherSession"), (USER, "secondClient")):
         Client(machine, user).expect(f"refused {why}", "gone")
-    client.send("ff" * 9)
+    client.send("ff" * 10)
     client.expect("refused badRequest", "gone")
     terminal.takes("direct")
     step("other users, second clients and rubbish are refused")
+
+    client = Client(machine)
+    client.expect("serving")
+    client.send(CTRL_ALT_D)
+    client.send(PASTE)
+    client.expect("pasted")
+    terminal.expect("pasted")
+    chord(machine, client, "ctrl", "alt", "d")
+    chord(machine, client, "alt", "ctrl_r", "d")
+    machine.key("+ctrl", "+alt", "+x", "-x", "-alt", "+a", "-a", "-ctrl")
+    terminal.expect("^[^X^A")
+    machine.key("+alt", "+spc", "-spc", "-alt", "+d", "-d")
+    terminal.expect("^[ d")
+    client.send(CTRL_ALT_D)
+    client.expect("refused badRequest", "gone")
+    terminal.takes("named")
+    step("another chord of two modifiers is told, and no other; it is named once")
 
     client = Client(machine)
     client.expect("serving")

@@ -25,7 +25,7 @@ SessionBackends::SessionBackends(const SessionFacts& facts, const BackendChoice&
     };
     if (!facts.waylandDisplay.empty())
         wayland = openWaylandSession(facts.waylandDisplay);
-    const std::shared_ptr<KeytapConnection> keytap = makeKeytapConnection();
+    const std::shared_ptr<KeytapConnection> keytap = makeKeytapConnection(chord);
     eventTapSource = makeFirst("Key tap", choice.keySource, [&](const BackendCandidate& candidate) {
         switch (candidate.backend) {
             case Backend::x11:

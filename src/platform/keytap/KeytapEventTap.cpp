@@ -89,13 +89,15 @@ class KeytapEventTapSource final : public EventTapSource {
 
   private:
     void explain() {
-        const auto [state, reason, isServing] = m_connection->status();
-        const bool isRefused = state == State::refused;
-        const bool isObstructed = state == State::admitted && isObstacle(reason);
+        const auto [state, reason, isServing, chordFault] = m_connection->status();
+        const bool isAdmitted = state == State::admitted;
+        const bool isObstructed = isAdmitted && (isObstacle(reason) || !chordFault.empty());
         std::string line;
         if (state == State::off)
             line = "No global shortcut: nulo-keytap is not switched on";
-        else if (isRefused || isObstructed)
+        else if (isAdmitted && !chordFault.empty())
+            line = "No global shortcut: " + chordFault;
+        else if (isObstructed || state == State::refused)
             line = "No global shortcut: " + keytapText(reason);
         else if (isServing)
             line = "[nulo] nulo-keytap has taken the keyboards over";
