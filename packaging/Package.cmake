@@ -32,8 +32,12 @@ Nulo is listening, then the text as it arrives. The microphone is open only
 while the keys are held.
 .
 Nulo runs in X11 sessions and in Wayland sessions of sway, KDE Plasma and
-GNOME. The speech is recognised by a service of the
-user's choice, or by the companion in this package, nulo-service, which
-works offline, on this machine, in English; with a model that it fetches,
-in French and many other languages.")
+GNOME. The speech is recognised by a service of the user's choice, or by the
+companion in this package, nulo-service, which works offline, on this
+machine, in English; with a model that it fetches, in French and many other
+languages.
+.
+For Wayland sessions this package switches a system service on, nulo-keytap,
+which sees every key while Nulo runs there, and tells it of the shortcut
+alone. /usr/share/doc/nulo/keys.md says how to switch it off.")
 include(CPack)
