@@ -17,6 +17,7 @@
 
 #include "fakes/FakeMainQueue.h"
 #include "fakes/PrintedLines.h"
+#include "hotkey/GlobalKeyMonitor.h"
 #include "platform/WaylandBackends.h"
 #include "platform/keytap/SessionKeymap.h"
 
@@ -148,6 +149,51 @@ TEST_F(KeytapConnectionTest, makesKeyEventsOfTheChord) {
     EXPECT_TRUE(source->isTrusted());
 }
 
+// A recording that nobody can end, since the service ended first; a chord that is dead from then
+// on, although the service was started again.
+TEST_F(KeytapConnectionTest, aServiceThatEndsEndsTheRecordingAndComesBack) {
+    GlobalKeyMonitor monitor(*source, queue, printed.print(), {}, "Option+Space");
+    std::string recorded;
+    monitor.onRecordStart = [&] { recorded += "start "; };
+    monitor.onRecordStop = [&] { recorded += "stop "; };
+    const auto records = [&](const std::string& all) {
+        EXPECT_TRUE(waitUntil([&] {
+            queue.runPending();
+            return recorded == all;
+        })) << recorded;
+    };
+    monitor.start();
+    std::string all;
+    for (int i = 0; i < 3; ++i) {
+        takeClient();
+        heard();
+        say(Kind::serving);
+        say(Kind::chordDown);
+        records(all += "start ");
+        hangUp();
+        records(all += "stop ");
+    }
+    EXPECT_TRUE(monitor.isEventTapAlive());
+}
+
+// A start that does not wait for the answer, or waits for ever.
+TEST_F(KeytapConnectionTest, waitsForTheAnswer) {
+    const auto status = [&](std::chrono::milliseconds atMost) {
+        return connection->awaitStatus(
+            [](const auto& now) { return now.state != KeytapConnection::State::asked; }, atMost);
+    };
+    EXPECT_EQ(status(std::chrono::milliseconds(1)).state, KeytapConnection::State::asked);
+    takeClient();
+    say(Kind::refused, Reason::otherSession);
+    EXPECT_EQ(status(std::chrono::minutes(1)).reason, Reason::otherSession);
+    hangUp();
+    switchOff();
+    EXPECT_EQ(KeytapConnection(path(), [] { return std::vector<std::uint8_t>(); })
+                  .awaitStatus([](const auto&) { return true; }, {})
+                  .state,
+              KeytapConnection::State::off);
+}
+
 // A refusal that is taken for trust at the next look, before its answer; a reason said again and
 // again, or not at all.
 TEST_F(KeytapConnectionTest, saysWhyThereIsNoChord) {
@@ -166,14 +212,16 @@ TEST_F(KeytapConnectionTest, saysWhyThereIsNoChord) {
     look(1, "obstructed ");
     say(Kind::serving);
     look(1, "obstructed free ");
+    say(Kind::serving, Reason::keyboardTaken);
+    look(2, "obstructed free ");
     say(Kind::refused, Reason::secondClient);
     hangUp();
-    look(2, "obstructed free ");
+    look(3, "obstructed free ");
     for (int i = 0; i < 2; ++i)
         EXPECT_FALSE(source->isTrusted());
     takeClient();
     hangUp();
-    look(3, "obstructed free ");
+    look(4, "obstructed free ");
     switchOff();
     std::filesystem::remove(path());
     for (int i = 0; i < 2; ++i)
@@ -181,6 +229,8 @@ TEST_F(KeytapConnectionTest, saysWhyThereIsNoChord) {
     EXPECT_EQ(printed.lines(),
               (std::vector<std::string>{
                   "No global shortcut: another program has taken a keyboard for itself",
+                  "A keyboard without the global shortcut: another program has taken a keyboard "
+                  "for itself",
                   "No global shortcut: another program of yours is connected to the key service",
                   "No global shortcut: the key service does not answer",
                   "No global shortcut: nulo-keytap is not switched on"}));

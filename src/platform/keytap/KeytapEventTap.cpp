@@ -8,13 +8,6 @@ namespace nulo {
 namespace {
 
 using State = KeytapConnection::State;
-using keytap::Reason;
-
-/// Something that lasts until somebody does something about it.
-bool isObstacle(Reason reason) {
-    return reason == Reason::noUinput || reason == Reason::noKeyboard ||
-           reason == Reason::keyboardTaken;
-}
 
 /// The chord, as the key events that it consists of. What it returns is not heeded: the service has
 /// hidden them already.
@@ -89,15 +82,18 @@ class KeytapEventTapSource final : public EventTapSource {
 
   private:
     void explain() {
-        const auto [state, reason, isServing] = m_connection->status();
-        const bool isRefused = state == State::refused;
-        const bool isObstructed = state == State::admitted && isObstacle(reason);
-        const std::string line = state == State::off
-                                     ? "nulo-keytap is not switched on"
-                                     : (isRefused || isObstructed ? keytapText(reason) : "");
+        const KeytapConnection::Status status = m_connection->status();
+        const std::string obstacle = keytapObstacle(status);
+        const std::string line =
+            obstacle.empty() ? ""
+                             : (status.isServing ? "A keyboard without the global shortcut: "
+                                                 : "No global shortcut: ") +
+                                   obstacle;
         if (line != m_lastLine && !line.empty())
-            m_print("No global shortcut: " + line);
+            m_print(line);
         m_lastLine = line;
+        const bool isObstructed =
+            status.state == State::admitted && !status.isServing && !obstacle.empty();
         if (std::exchange(m_wasObstructed, isObstructed) != isObstructed && onObstructed)
             onObstructed(isObstructed);
     }
