@@ -25,9 +25,10 @@ def kernel():
 
 class Machine:
     """Runs until it is left; sway and a terminal come up in it, whose text is in /tmp/typed. `files` maps paths in the guest
-    to the contents of files here."""
+    to the contents of files here; the build folder is /opt/build there."""
 
-    def __init__(self, files):
+    def __init__(self, build, files):
+        self.build = build
         self.folder = pathlib.Path(tempfile.mkdtemp(prefix="nulo-machine-"))
         self.files = files
         self.calls = 0
@@ -53,6 +54,7 @@ class Machine:
              "-kernel", image, "-initrd", at / "ramdisk",
              "-append", "console=ttyS0 quiet panic=1 mitigations=off",
              "-virtfs", "local,path=/,mount_tag=root,security_model=none,readonly=on,multidevs=remap",
+             "-virtfs", f"local,path={self.build},mount_tag=build,security_model=none,readonly=on",
              "-serial", f"file:{self.log}", "-serial", f"unix:{at}/shell,server=on,wait=off",
              "-qmp", f"unix:{at}/qmp,server=on,wait=off"],
             stderr=(at / "errors").open("w"))

@@ -1,6 +1,7 @@
 #include "keytap/Admission.h"
 
 #include <cstring>
+#include <utility>
 
 namespace nulo::keytap {
 
@@ -15,26 +16,23 @@ std::optional<Request> parsedRequest(std::span<const std::byte> packet) {
     if (packet.size() != sizeof request)
         return std::nullopt;
     std::memcpy(&request, packet.data(), sizeof request);
-    switch (request.kind) {
-        case Request::Kind::paste:
-            if (request.count != 0)
-                return std::nullopt;
-            break;
-        case Request::Kind::optionKeys:
-            if (request.count == 0 || request.count > request.codes.size())
-                return std::nullopt;
-            break;
-        default:
-            return std::nullopt;
-    }
-    for (std::size_t i = 0; i < request.codes.size(); ++i)
-        if (i < request.count ? !isPossibleOption(request.codes[i]) : request.codes[i] != 0)
-            return std::nullopt;
-    return request;
+    const bool isValid = request.kind == Request::Kind::paste
+                             ? request.key == 0 && request.modifiers == Request().modifiers
+                             : request.kind == Request::Kind::chord && isChord(request);
+    return isValid ? std::optional(request) : std::nullopt;
 }
 
-std::set<KeyCode> optionKeysOf(const Request& request) {
-    return {request.codes.begin(), request.codes.begin() + request.count};
+ChordKeys chordOf(const Request& request) {
+    ChordKeys chord{.modifiers = {}, .key = request.key};
+    for (const ModifierKeys keys : request.modifiers) {
+        std::set<KeyCode> codes;
+        for (std::size_t bit = 0; bit < modifierCodes.size(); ++bit)
+            if ((keys >> bit & 1) != 0)
+                codes.insert(modifierCodes[bit]);
+        if (!codes.empty())
+            chord.modifiers.push_back(std::move(codes));
+    }
+    return chord;
 }
 
 }  // namespace nulo::keytap

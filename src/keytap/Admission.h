@@ -24,7 +24,7 @@ Reason refusal(uid_t user, const SeatUsers& seat, const std::set<uid_t>& served)
 /// A packet that is no request of the protocol makes nothing.
 std::optional<Request> parsedRequest(std::span<const std::byte> packet);
 
-/// Those that an optionKeys request names.
-std::set<KeyCode> optionKeysOf(const Request& request);
+/// What a chord request names.
+ChordKeys chordOf(const Request& request);
 
 }  // namespace nulo::keytap

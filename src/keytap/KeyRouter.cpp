@@ -1,5 +1,6 @@
 #include "keytap/KeyRouter.h"
 
+#include <algorithm>
 #include <utility>
 
 namespace nulo::keytap {
@@ -7,9 +8,9 @@ namespace nulo::keytap {
 KeyRouter::KeyRouter(Send send, OnChord onChord)
     : m_send(std::move(send)), m_onChord(std::move(onChord)) {}
 
-void KeyRouter::setOptionKeys(std::set<KeyCode> keys) {
-    m_nextOptionKeys = std::move(keys);
-    applyOptionKeys();
+void KeyRouter::setChord(ChordKeys chord) {
+    m_nextChord = std::move(chord);
+    applyChord();
 }
 
 void KeyRouter::add(Keyboard keyboard) {
@@ -26,26 +27,26 @@ void KeyRouter::key(Keyboard keyboard, KeyCode code, int value) {
         return;
     keys.down.set(code, down);
     m_lastUsed = keyboard;
-    if (m_optionKeys.count(code)) {
-        optionChanged(keyboard, code, down);
+    if (isOfChord(code)) {
+        modifierChanged(keyboard, code, down);
     } else if (isModifier(code)) {
         send(keyboard, code, down);
     } else {
         const auto reaction =
-            m_chord.handle({.type = down ? KeyEvent::Type::keyDown : KeyEvent::Type::keyUp,
-                            .isSpace = code == KEY_SPACE});
+            m_machine.handle({.type = down ? KeyEvent::Type::keyDown : KeyEvent::Type::keyUp,
+                              .isSpace = code == m_chord.key});
         if (reaction.postOptionDown)
-            sendHiddenOptions();
+            sendHiddenModifiers();
         if (!down || reaction.fate == EventFate::pass)
             send(keyboard, code, down);
         report(reaction.report);
     }
-    applyOptionKeys();
+    applyChord();
 }
 
-void KeyRouter::optionChanged(Keyboard keyboard, KeyCode code, bool down) {
+void KeyRouter::modifierChanged(Keyboard keyboard, KeyCode code, bool down) {
     const auto reaction =
-        m_chord.handle({.type = KeyEvent::Type::flagsChanged, .optionSet = anyDown(m_optionKeys)});
+        m_machine.handle({.type = KeyEvent::Type::flagsChanged, .optionSet = areModifiersDown()});
     if (!down || reaction.fate == EventFate::pass)
         send(keyboard, code, down);
     report(reaction.report);
@@ -90,19 +91,26 @@ void KeyRouter::send(Keyboard keyboard, KeyCode code, bool down) {
     m_send(keyboard, code, down);
 }
 
-void KeyRouter::sendHiddenOptions() {
+void KeyRouter::sendHiddenModifiers() {
     for (const auto& [keyboard, keys] : m_keyboards)
-        for (const KeyCode code : m_optionKeys)
-            if (keys.down.test(code))
+        for (const KeyCode code : modifierCodes)
+            if (isOfChord(code) && keys.down.test(code))
                 send(keyboard, code, true);
 }
 
-bool KeyRouter::anyDown(const std::set<KeyCode>& codes) const {
-    for (const auto& [keyboard, keys] : m_keyboards)
-        for (const KeyCode code : codes)
-            if (keys.down.test(code))
-                return true;
-    return false;
+bool KeyRouter::isOfChord(KeyCode modifier) const {
+    return std::any_of(m_chord.modifiers.begin(), m_chord.modifiers.end(),
+                       [modifier](const auto& codes) { return codes.count(modifier) > 0; });
+}
+
+bool KeyRouter::areModifiersDown() const {
+    const auto isDown = [this](KeyCode code) {
+        return std::any_of(m_keyboards.begin(), m_keyboards.end(),
+                           [code](const auto& entry) { return entry.second.down.test(code); });
+    };
+    return std::all_of(m_chord.modifiers.begin(), m_chord.modifiers.end(), [&](const auto& codes) {
+        return std::any_of(codes.begin(), codes.end(), isDown);
+    });
 }
 
 void KeyRouter::report(ChordStateMachine::Report report) {
@@ -111,13 +119,13 @@ void KeyRouter::report(ChordStateMachine::Report report) {
 }
 
 /// While a key is down, it may be one that was held back.
-void KeyRouter::applyOptionKeys() {
-    if (!m_nextOptionKeys)
+void KeyRouter::applyChord() {
+    if (!m_nextChord)
         return;
     for (const auto& [keyboard, keys] : m_keyboards)
         if (keys.down.any())
             return;
-    m_optionKeys = *std::exchange(m_nextOptionKeys, std::nullopt);
+    m_chord = *std::exchange(m_nextChord, std::nullopt);
 }
 
 }  // namespace nulo::keytap

@@ -4,7 +4,6 @@
 #include <functional>
 #include <map>
 #include <optional>
-#include <set>
 
 #include "hotkey/ChordStateMachine.h"
 #include "keytap/Keys.h"
@@ -13,6 +12,9 @@ namespace nulo::keytap {
 
 /// Decides what becomes of each key of the grabbed keyboards: it goes on to the keyboard's clone,
 /// or belongs to the chord and goes nowhere. All keyboards together press one chord.
+///
+/// Of the chord's modifiers only the one that completes them is held back: ChordStateMachine's
+/// Option is down when each of them is.
 ///
 /// A release goes on exactly when its press did, so no program ever finds a key stuck.
 class KeyRouter {
@@ -27,9 +29,9 @@ class KeyRouter {
 
     KeyRouter(Send send, OnChord onChord);
 
-    /// From now on these are Option, left Alt before; counts as soon as no key is down. All are of
-    /// possibleOptionCodes.
-    void setOptionKeys(std::set<KeyCode> keys);
+    /// From now on this is the chord, left Alt and Space before; counts as soon as no key is down.
+    /// Its modifiers' keys are of modifierCodes, its key is not.
+    void setChord(ChordKeys chord);
 
     /// No key of it is down yet.
     void add(Keyboard keyboard);
@@ -52,20 +54,21 @@ class KeyRouter {
         KeySet sent;  // of these, what programs see
     };
 
-    void optionChanged(Keyboard keyboard, KeyCode code, bool down);
+    void modifierChanged(Keyboard keyboard, KeyCode code, bool down);
     void send(Keyboard keyboard, KeyCode code, bool down);
-    void sendHiddenOptions();
-    bool anyDown(const std::set<KeyCode>& keys) const;
+    void sendHiddenModifiers();
+    bool isOfChord(KeyCode modifier) const;
+    bool areModifiersDown() const;
     void report(ChordStateMachine::Report report);
-    void applyOptionKeys();
+    void applyChord();
 
     const Send m_send;
     const OnChord m_onChord;
-    std::set<KeyCode> m_optionKeys{KEY_LEFTALT};
-    std::optional<std::set<KeyCode>> m_nextOptionKeys;
+    ChordKeys m_chord;
+    std::optional<ChordKeys> m_nextChord;
     std::map<Keyboard, Keys> m_keyboards;
     Keyboard m_lastUsed = 0;
-    ChordStateMachine m_chord;
+    ChordStateMachine m_machine;
 };
 
 }  // namespace nulo::keytap

@@ -75,10 +75,12 @@ void Service::read(Client& client) {
         updateSoon();
     } else if (!request || client.allowance > now + burst) {
         refuse(client, Reason::badRequest);
-    } else if (request->kind == Request::Kind::optionKeys) {
-        client.optionKeys = optionKeysOf(*request);
+    } else if (request->kind == Request::Kind::chord) {
+        if (client.chord)
+            return refuse(client, Reason::badRequest);
+        client.chord = chordOf(*request);
         if (&client == m_served)
-            m_keyboards->router().setOptionKeys(client.optionKeys);
+            m_keyboards->router().setChord(*client.chord);
     } else if (&client != m_served) {
         tell(client, {Notice::Kind::notPasted, client.lastState->reason});
     } else if (m_isPasting) {
@@ -166,7 +168,8 @@ void Service::serve(Client* client) {
             tell(*m_served, {down ? Notice::Kind::chordDown : Notice::Kind::chordUp});
         },
         [this] { updateSoon(); });
-    m_keyboards->router().setOptionKeys(client->optionKeys);
+    if (client->chord)
+        m_keyboards->router().setChord(*client->chord);
 }
 
 void Service::removeGone() {

@@ -35,7 +35,7 @@ class Service {
     struct Client {
         uid_t user = 0;
         Descriptor socket;
-        std::set<KeyCode> optionKeys{KEY_LEFTALT};
+        std::optional<ChordKeys> chord;  // that it named
         std::optional<Notice> lastState;
         std::chrono::steady_clock::time_point allowance;  // of requests, used up until then
         bool isGone = false;

@@ -47,9 +47,9 @@ std::unique_ptr<PasteKeystroke> makePortalPaste(std::filesystem::path tokenFile,
 std::unique_ptr<OverlayPlacement> makeLayerShellPlacement(std::shared_ptr<WaylandSession> session,
                                                           MainQueue& mainQueue, bool takesClicks);
 
-/// To nulo-keytap, with the Alt keys of this session, for both backends below to share; connects
-/// when it is first asked to.
-std::shared_ptr<KeytapConnection> makeKeytapConnection();
+/// To nulo-keytap, with the chord's keys in this session, for both backends below to share;
+/// connects when it is first asked to.
+std::shared_ptr<KeytapConnection> makeKeytapConnection(const Chord& chord = {});
 
 /// The chord as nulo-keytap tells of it; trusted while that service serves this program.
 /// `mainQueue` outlives it.

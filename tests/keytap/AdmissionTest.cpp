@@ -26,37 +26,51 @@ TEST(Admission, isForOneProgramOfEachUserOfTheSeat) {
     EXPECT_EQ(refusal(1000, {}, {}), Reason::otherSession);
 }
 
-// A key that is no modifier, which would make the service tell when it is pressed; packets of
-// another length; rubbish behind a request.
+std::optional<Request> parsed(const Request& request) {
+    return parsedRequest(std::as_bytes(std::span(&request, 1)));
+}
+
+// A key that is typed, with Shift, AltGr or Caps Lock even, which would make the service tell when;
+// one key for two modifiers; a key in the place of another; rubbish behind a request.
 TEST(Requests, areTakenAsTheyAreOrNotAtAll) {
-    using Bytes = std::vector<std::uint8_t>;
+    constexpr auto chord = Request::Kind::chord, paste = Request::Kind::paste;
+    constexpr ModifierKeys leftAlt = 1, altGr = 2, logos = 0xC, ctrls = 0x30, capsLock = 0x40;
     const struct {
-        Bytes packet;
+        Request request;
         bool isTaken;
     } rows[] = {
-        {{1, 1, KEY_LEFTALT, 0, 0, 0, 0, 0, 0}, true},
-        {{1, 7, 56, 100, 125, 126, 29, 97, 58}, true},
-        {{2, 0, 0, 0, 0, 0, 0, 0, 0}, true},
-        {{1, 1, KEY_A, 0, 0, 0, 0, 0, 0}, false},
-        {{1, 1, KEY_LEFTSHIFT, 0, 0, 0, 0, 0, 0}, false},
-        {{1, 2, KEY_LEFTALT, 0, 0, 0, 0, 0, 0}, false},
-        {{1, 1, KEY_LEFTALT, KEY_A, 0, 0, 0, 0, 0}, false},
-        {{1, 0, 0, 0, 0, 0, 0, 0, 0}, false},
-        {{1, 8, 56, 56, 56, 56, 56, 56, 56}, false},
-        {{1, 255, 56, 56, 56, 56, 56, 56, 56}, false},
-        {{2, 1, KEY_LEFTALT, 0, 0, 0, 0, 0, 0}, false},
-        {{2, 0, 0, 0, 0, 0, 0, 0, KEY_A}, false},
-        {{0, 0, 0, 0, 0, 0, 0, 0, 0}, false},
-        {{255, 255, 255, 255, 255, 255, 255, 255, 255}, false},
-        {{}, false},
-        {{2}, false},
-        {Bytes(10, 0), false},
-        {Bytes(60000, 2), false},
+        {{chord, KEY_SPACE, {0, leftAlt | altGr}}, true},
+        {{chord, KEY_D, {ctrls, leftAlt | altGr}}, true},
+        {{chord, KEY_SLASH, {ctrls | capsLock, 0, shiftKeys, logos}}, true},
+        {{chord, 0, {}}, true},
+        {{paste, 0, {}}, true},
+        {{chord, KEY_F9, {}}, false},
+        {{chord, KEY_A, {0, 0, shiftKeys}}, false},
+        {{chord, KEY_F9, {0, 0, shiftKeys}}, false},
+        {{chord, KEY_A, {0, leftAlt | altGr}}, false},
+        {{chord, KEY_102ND, {0, altGr, shiftKeys}}, false},
+        {{chord, KEY_COMMA, {capsLock}}, false},
+        {{chord, KEY_LEFTALT, {ctrls}}, false},
+        {{chord, KEY_ENTER, {ctrls}}, false},
+        {{chord, 0, {ctrls}}, false},
+        {{chord, KEY_A, {ctrls, ctrls}}, false},
+        {{chord, KEY_A, {0, ctrls, 0, ctrls}}, false},
+        {{chord, KEY_A, {ctrls | shiftKeys}}, false},
+        {{chord, KEY_A, {ctrls, 0, leftAlt}}, false},
+        {{chord, KEY_A, {ctrls | 0x200}}, false},
+        {{paste, KEY_A, {}}, false},
+        {{paste, 0, {0, 0, 0, logos}}, false},
+        {{Request::Kind(255), KEY_A, {ctrls}}, false},
     };
-    for (const auto& row : rows)
-        EXPECT_EQ(parsedRequest(std::as_bytes(std::span(row.packet))).has_value(), row.isTaken);
-    const auto request = parsedRequest(std::as_bytes(std::span(rows[1].packet)));
-    EXPECT_EQ(optionKeysOf(*request).size(), 7u);
+    for (const auto& [request, isTaken] : rows)
+        EXPECT_EQ(parsed(request).has_value(), isTaken)
+            << int(request.kind) << " " << int(request.key) << " " << request.modifiers[0];
+    for (const std::size_t size : {0, 1, 9, 11, 60000})
+        EXPECT_FALSE(parsedRequest(std::vector(size, std::byte(0))));
+    const ChordKeys keys = chordOf(rows[1].request);
+    EXPECT_EQ(keys.key, KEY_D);
+    EXPECT_EQ(keys.modifiers, (std::vector<std::set<KeyCode>>{{KEY_LEFTCTRL, KEY_RIGHTCTRL},
+                                                              {KEY_LEFTALT, KEY_RIGHTALT}}));
 }
 
 }  // namespace

@@ -9,16 +9,17 @@ SOURCE = pathlib.Path(__file__).resolve().parent.parent.parent
 sys.dont_write_bytecode = True
 sys.path.insert(0, str(SOURCE / "rig/machine"))
 from machine import Machine  # noqa: E402
+from terminal import Terminal  # noqa: E402
 
 BUILD = pathlib.Path(sys.argv[1]).resolve()
 HERE = pathlib.Path(__file__).resolve().parent
 FILES = {
-    "/usr/local/libexec/nulo-keytap": BUILD / "libexec/nulo-keytap",
     **{f"/usr/local/bin/{program.name}": program for program in (HERE / "guest").iterdir()},
     "/etc/udev/rules.d/70-nulo-keytap.rules": SOURCE / "packaging/keytap/70-nulo-keytap.rules",
 }
 USER, OTHER_USER = 2001, 2002
-PASTE, OPTION_IS_LEFT_ALT = "020000000000000000", "010138000000000000"
+PASTE = "02" + "00" * 9
+CTRL_ALT_D = "0120" "3000" "0300" "0000" "0000"
 EV_SYN, EV_KEY, EV_REL, EV_ABS, EV_LED = "0 0 0", 1, 2, 3, 17
 LEFT_ALT, SPACE, RIGHT_BUTTON = 56, 57, 273
 
@@ -84,28 +85,6 @@ class CompositeKeyboard:
         self.machine.sh(f"kill -KILL {self.process}")
 
 
-class Terminal:
-    """foot on the screen, which writes down what is typed into it, at each key."""
-
-    def __init__(self, machine):
-        self.machine, self.text = machine, ""
-
-    def expect(self, more):
-        """That, and nothing before it, is in it now."""
-        self.text += more
-
-        def arrived():
-            text = self.machine.text("/tmp/typed")
-            return text if len(text) >= len(self.text) else None
-        found = self.machine.wait(f"{more!r} in the terminal", arrived)
-        assert found == self.text, f"the terminal has {found!r}, not {self.text!r}"
-
-    def takes(self, word):
-        for part in (word[at:at + 4] for at in range(0, len(word), 4)):
-            self.machine.key(*(change + letter for letter in part for change in "+-"))
-            self.expect(part)
-
-
 def start(machine, command):
     """Runs it in the background, and in a shell of its own: the other would tell of its end. Its process."""
     return machine.sh(f"({command} </dev/null >/dev/null 2>&1 & echo $!)")
@@ -115,12 +94,13 @@ def step(what):
     print(f"{time.monotonic() - begun:6.1f} s  {what}", flush=True)
 
 
-def chord(machine, client):
-    machine.key("+alt", "+spc")
+def chord(machine, client, *keys):
+    *modifiers, key = keys or ("alt", "spc")
+    machine.key(*("+" + modifier for modifier in modifiers), "+" + key)
     client.expect("chordDown")
-    machine.key("-spc")
+    machine.key("-" + key)
     client.expect("chordUp")
-    machine.key("-alt")
+    machine.key(*("-" + modifier for modifier in modifiers))
 
 
 def processes(machine):
@@ -177,7 +157,7 @@ def run(machine):
 
     for user, why in ((OTHER_USER, "otherSession"), (0, "otherSession"), (USER, "secondClient")):
         Client(machine, user).expect(f"refused {why}", "gone")
-    client.send("ff" * 9)
+    client.send("ff" * 10)
     client.expect("refused badRequest", "gone")
     client = Client(machine)
     client.expect("serving")
@@ -186,10 +166,27 @@ def run(machine):
     terminal.takes("flood")
     chord(machine, client)
     machine.sh(f"kill -KILL {' '.join(floods)}")
-    client.send("2000*" + OPTION_IS_LEFT_ALT)
+    client.send("2000*" + CTRL_ALT_D)
     client.expect("refused badRequest", "gone")
     terminal.takes("direct")
     step("other users, second clients and rubbish without end are refused, and nobody else notices")
+
+    client = Client(machine)
+    client.expect("serving")
+    client.send(CTRL_ALT_D)
+    client.send(PASTE)
+    client.expect("pasted")
+    terminal.expect("pasted")
+    chord(machine, client, "ctrl", "alt", "d")
+    chord(machine, client, "alt", "ctrl_r", "d")
+    machine.key("+ctrl", "+alt", "+x", "-x", "-alt", "+a", "-a", "-ctrl")
+    terminal.expect("^[^X^A")
+    machine.key("+alt", "+spc", "-spc", "-alt", "+d", "-d")
+    terminal.expect("^[ d")
+    client.send(CTRL_ALT_D)
+    client.expect("refused badRequest", "gone")
+    terminal.takes("named")
+    step("another chord of two modifiers is told, and no other; it is named once")
 
     client = Client(machine)
     client.expect("serving")
@@ -344,7 +341,7 @@ def run(machine):
 
 if __name__ == "__main__":
     begun = time.monotonic()
-    with Machine(FILES) as the_machine:
+    with Machine(BUILD, FILES) as the_machine:
         step("the machine is up")
         run(the_machine)
     step("all as it should be")

@@ -2,6 +2,7 @@
 #include "rig/process/WaitUntil.h"
 
 #include <gtest/gtest.h>
+#include <linux/input-event-codes.h>
 #include <stdlib.h>
 #include <sys/socket.h>
 #include <sys/un.h>
@@ -75,7 +76,7 @@ class KeytapConnectionTest : public testing::Test {
         EXPECT_EQ(send(m_client, &notice, sizeof notice, MSG_NOSIGNAL), ssize_t(sizeof notice));
     }
     Request heard() {
-        Request request{.count = 255};
+        Request request{.key = 255};
         EXPECT_EQ(recv(m_client, &request, sizeof request, 0), ssize_t(sizeof request));
         return request;
     }
@@ -112,9 +113,9 @@ class KeytapConnectionTest : public testing::Test {
     FakeMainQueue queue;
     PrintedLines printed;
     Arrivals arrived;
-    std::shared_ptr<KeytapConnection> connection = std::make_shared<KeytapConnection>(path(), [] {
-        return std::vector<std::uint8_t>{56, 100};
-    });
+    Result<Request> chord = Request{.key = 57, .modifiers{0, 1}};
+    std::shared_ptr<KeytapConnection> connection =
+        std::make_shared<KeytapConnection>(path(), [this] { return chord; });
     std::unique_ptr<EventTapSource> source =
         makeKeytapEventTapSource(connection, queue, printed.print());
 };
@@ -124,10 +125,10 @@ class KeytapConnectionTest : public testing::Test {
 TEST_F(KeytapConnectionTest, makesKeyEventsOfTheChord) {
     EXPECT_TRUE(source->isTrusted());
     takeClient();
-    const Request keys = heard();
-    EXPECT_EQ(keys.kind, Request::Kind::optionKeys);
-    EXPECT_EQ(keys.count, 2);
-    EXPECT_EQ(keys.codes[1], 100);
+    const Request asked = heard();
+    EXPECT_EQ(asked.kind, Request::Kind::chord);
+    EXPECT_EQ(asked.key, 57);
+    EXPECT_EQ(asked.modifiers, chord.value().modifiers);
     const auto made = tap();
     EXPECT_EQ(arrived.upTo("o"), "o");
     say(Kind::serving);
@@ -188,7 +189,7 @@ TEST_F(KeytapConnectionTest, waitsForTheAnswer) {
     EXPECT_EQ(status(std::chrono::minutes(1)).reason, Reason::otherSession);
     hangUp();
     switchOff();
-    EXPECT_EQ(KeytapConnection(path(), [] { return std::vector<std::uint8_t>(); })
+    EXPECT_EQ(KeytapConnection(path(), [] { return Result<Request>(Request()); })
                   .awaitStatus([](const auto&) { return true; }, {})
                   .state,
               KeytapConnection::State::off);
@@ -199,10 +200,12 @@ TEST_F(KeytapConnectionTest, waitsForTheAnswer) {
 TEST_F(KeytapConnectionTest, saysWhyThereIsNoChord) {
     std::string obstructions;
     source->onObstructed = [&](bool is) { obstructions += is ? "obstructed " : "free "; };
+    chord = Error{"no such key"};
     EXPECT_TRUE(source->isTrusted());
     const auto made = tap();
     takeClient();
-    say(Kind::waiting, Reason::keyboardTaken);
+    EXPECT_EQ(heard().key, 0);
+    say(Kind::serving);
     const auto look = [&](std::size_t lines, const std::string& said) {
         EXPECT_TRUE(waitUntil([&] {
             queue.runPending();
@@ -210,25 +213,34 @@ TEST_F(KeytapConnectionTest, saysWhyThereIsNoChord) {
         })) << said;
     };
     look(1, "obstructed ");
-    say(Kind::serving);
+    chord = Request{.key = 57, .modifiers{0, 1}};
+    hangUp();
     look(1, "obstructed free ");
+    made->enable();
+    takeClient();
+    say(Kind::waiting, Reason::keyboardTaken);
+    look(2, "obstructed free obstructed ");
+    say(Kind::serving);
+    look(3, "obstructed free obstructed free ");
     say(Kind::serving, Reason::keyboardTaken);
-    look(2, "obstructed free ");
+    look(4, "obstructed free obstructed free ");
     say(Kind::refused, Reason::secondClient);
     hangUp();
-    look(3, "obstructed free ");
+    look(5, "obstructed free obstructed free ");
     for (int i = 0; i < 2; ++i)
         EXPECT_FALSE(source->isTrusted());
     takeClient();
     hangUp();
-    look(4, "obstructed free ");
+    look(6, "obstructed free obstructed free ");
     switchOff();
     std::filesystem::remove(path());
     for (int i = 0; i < 2; ++i)
         EXPECT_FALSE(source->isTrusted());
     EXPECT_EQ(printed.lines(),
               (std::vector<std::string>{
+                  "No global shortcut: no such key",
                   "No global shortcut: another program has taken a keyboard for itself",
+                  "[nulo] nulo-keytap has taken the keyboards over",
                   "A keyboard without the global shortcut: another program has taken a keyboard "
                   "for itself",
                   "No global shortcut: another program of yours is connected to the key service",
@@ -263,16 +275,30 @@ TEST_F(KeytapConnectionTest, pastesOneAfterTheOther) {
     EXPECT_TRUE(arrived.upTo("keys;").ends_with("before it pressed the paste keys;"));
 }
 
-// AltGr taken for Alt, or Alt keys that an option of the layout has moved.
-TEST(SessionKeymap, knowsTheAltKeysOfALayout) {
-    using Keys = std::vector<std::uint8_t>;
+// AltGr taken for Alt, keys that an option of the layout or another layout has moved, a chord that
+// the service refuses where it could have had another.
+TEST(SessionKeymap, knowsTheKeysOfAChord) {
     const struct {
-        const char *layout, *options;
-        Keys keys;
-    } rows[] = {{"us", "", {56, 100}},
-                {"de", "", {56}},
-                {"us,de", "", {56, 100}},
-                {"us", "altwin:swap_lalt_lwin", {100, 125}}};
+        const char *chord, *layout, *options;
+        int key;  // zero where there is none
+        std::array<keytap::ModifierKeys, 4> modifiers;
+    } rows[] = {
+        {"Alt+Space", "us", "", KEY_SPACE, {0, 0b11}},
+        {"Alt+Space", "de", "", KEY_SPACE, {0, 0b01}},
+        {"Alt+Space", "us,de", "", KEY_SPACE, {0, 0b11}},
+        {"Alt+Space", "us", "altwin:swap_lalt_lwin", KEY_SPACE, {0, 0b110}},
+        {"Super+Space", "us", "", KEY_SPACE, {0, 0, 0, 0b1100}},
+        {"Ctrl+Alt+D", "us", "ctrl:nocaps", KEY_D, {0b1110000, 0b01}},
+        {"Alt+D", "us", "", KEY_D, {0, 0b01}},
+        {"Ctrl+Shift+Q", "fr", "", KEY_A, {0b110000, 0, 0b110000000}},
+        {"Super+7", "fr", "", KEY_7, {0, 0, 0, 0b1100}},
+        {"Ctrl+D", "ru,us", "", KEY_D, {0b110000}},
+        {"Ctrl+D", "ru", "", 0, {}},
+        {"Super+Pause", "us", "", KEY_PAUSE, {0, 0, 0, 0b1100}},
+        {"Super+Menu", "us", "", KEY_COMPOSE, {0, 0, 0, 0b1100}},
+        {"Super+Home", "us", "altwin:alt_win", 0, {}},
+        {"Shift+F9", "us", "", 0, {}},
+    };
     xkb_context* const context = xkb_context_new(XKB_CONTEXT_NO_FLAGS);
     for (const auto& row : rows) {
         const xkb_rule_names names{
@@ -280,13 +306,18 @@ TEST(SessionKeymap, knowsTheAltKeysOfALayout) {
         xkb_keymap* const keymap =
             xkb_keymap_new_from_names(context, &names, XKB_KEYMAP_COMPILE_NO_FLAGS);
         char* const text = xkb_keymap_get_as_string(keymap, XKB_KEYMAP_FORMAT_TEXT_V1);
-        EXPECT_EQ(optionKeysOf(text), row.keys) << row.layout << " " << row.options;
+        const auto request = chordRequest(text, parsedChord(row.chord).value());
+        EXPECT_EQ(request ? request.value().key : 0, row.key) << row.chord << " " << row.layout;
+        EXPECT_EQ(request ? request.value().modifiers : Request().modifiers, row.modifiers)
+            << row.chord << " " << row.layout;
         free(text);
         xkb_keymap_unref(keymap);
     }
     xkb_context_unref(context);
-    EXPECT_EQ(optionKeysOf("xkb_keymap { nonsense"), Keys());
-    EXPECT_EQ(optionKeysOf(""), Keys());
+    for (const char* text : {"xkb_keymap { nonsense", ""}) {
+        EXPECT_EQ(chordRequest(text, {}).value().modifiers[1], 0b01);
+        EXPECT_FALSE(chordRequest(text, parsedChord("Super+Space").value()));
+    }
 }
 
 }  // namespace

@@ -31,10 +31,10 @@ std::unique_ptr<EventTapSource> harmlessEventTapSource(Backend backend, const Ch
 }
 
 /// Asks for the chord as Nulo does, and takes it for as long as that.
-KeytapConnection::Status keytapStatus(KeytapInstallation installation) {
+KeytapConnection::Status keytapStatus(KeytapInstallation installation, const Chord& chord) {
     if (installation != KeytapInstallation::on)
         return {};
-    return makeKeytapConnection()->awaitStatus(
+    return makeKeytapConnection(chord)->awaitStatus(
         [](const KeytapConnection::Status& status) {
             return status.state != KeytapConnection::State::asked &&
                    (status.isServing || status.reason != keytap::Reason::starting);
@@ -64,7 +64,7 @@ int examine(const SessionFacts& facts, std::string_view defaultBaseURL, bool isJ
     const std::string refusedChord = std::exchange(printed, "");
     const BackendChoice choice = chooseBackends(facts, chord);
     const DesktopFacts desktop = desktopFacts();
-    const KeytapConnection::Status keytapAnswer = keytapStatus(facts.keytap);
+    const KeytapConnection::Status keytapAnswer = keytapStatus(facts.keytap, chord);
     const Backend lastKeys = choice.keySource.back().backend;
     const Finding keyService =
         judgedKeytap(facts.keytap, keytapAnswer, desktop.nuloRuns,

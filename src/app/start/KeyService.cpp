@@ -11,6 +11,8 @@ constexpr const char* seeWhy = "See why: systemctl status nulo-keytap.service";
 std::string adviceOn(const KeytapConnection::Status& status) {
     if (status.state == KeytapConnection::State::off)
         return startAnew;
+    if (status.state == KeytapConnection::State::admitted && !status.chordFault.empty())
+        return "Write another after chord= in defaults.ini, or nothing";
     switch (status.reason) {
         case Reason::otherSession:
             return "Log in at this machine's own screen: programs started over the network, or on "
@@ -34,14 +36,16 @@ std::string adviceOn(const KeytapConnection::Status& status) {
 
 bool isUsable(const KeytapConnection::Status& status) {
     // A keyboard without a cable connects when it is touched.
-    return keytapObstacle(status).empty() || status.isServing ||
-           (status.state == KeytapConnection::State::admitted && status.reason != Reason::noUinput);
+    return keytapObstacle(status).empty() ||
+           (status.state == KeytapConnection::State::admitted && status.chordFault.empty() &&
+            status.reason != Reason::noUinput);
 }
 
 Finding judgedKeytap(KeytapInstallation installation, const KeytapConnection::Status& status,
                      bool nuloRuns, bool isOnlyWay) {
     using Verdict = Finding::Verdict;
     Finding finding{.name = "Key service"};
+    const bool isWatching = status.isServing && status.chordFault.empty();
     const Verdict bad = isOnlyWay ? Verdict::broken : Verdict::weak;
     if (installation == KeytapInstallation::none) {
         finding.text = "nulo-keytap is not installed";
@@ -56,8 +60,8 @@ Finding judgedKeytap(KeytapInstallation installation, const KeytapConnection::St
     } else if (nuloRuns && status.reason == Reason::secondClient) {
         finding.text = "another program of yours is connected, as Nulo is while it runs";
     } else if (const std::string obstacle = keytapObstacle(status); !obstacle.empty()) {
-        finding.verdict = status.isServing ? Verdict::weak : bad;
-        finding.text = (status.isServing ? "serves this program, but " : "") + obstacle;
+        finding.verdict = isWatching ? Verdict::weak : bad;
+        finding.text = (isWatching ? "serves this program, but " : "") + obstacle;
         finding.advice = adviceOn(status);
     } else if (status.state != KeytapConnection::State::admitted) {
         finding.verdict = Verdict::weak;

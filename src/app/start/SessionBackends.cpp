@@ -23,7 +23,7 @@ SessionBackends::SessionBackends(const SessionFacts& facts, const BackendChoice&
                                  const Chord& chord, InjectionGate& gate, MainQueue& mainQueue,
                                  const std::filesystem::path& configDir, bool privateClipboard,
                                  const Print& print) {
-    const std::shared_ptr<KeytapConnection> keytap = makeKeytapConnection();
+    const std::shared_ptr<KeytapConnection> keytap = makeKeytapConnection(chord);
     std::optional<bool> keytapServes;
     const auto isLeftOut = [&](const BackendCandidate& candidate, bool isLast) {
         if (candidate.backend != Backend::keytap || isLast)

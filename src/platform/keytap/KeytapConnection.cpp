@@ -18,9 +18,9 @@ using keytap::Notice;
 using keytap::Reason;
 using keytap::Request;
 
-KeytapConnection::KeytapConnection(std::string socketPath, OptionKeys optionKeys)
+KeytapConnection::KeytapConnection(std::string socketPath, FindChord findChord)
     : m_socketPath(std::move(socketPath)),
-      m_optionKeys(std::move(optionKeys)),
+      m_findChord(std::move(findChord)),
       m_wake(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {
     if (m_wake < 0)
         throw std::system_error(errno, std::generic_category(), "eventfd");
@@ -59,7 +59,7 @@ void KeytapConnection::connect() {
         // A refusal is believed until the service says otherwise.
         if (m_status.state != State::refused)
             m_status = {.state = State::asked};
-        m_keysAreToBeSent = true;
+        m_chordIsToBeSent = true;
         if (!m_thread.joinable())
             m_thread = std::thread([this] { run(); });
     }
@@ -68,7 +68,9 @@ void KeytapConnection::connect() {
 
 KeytapConnection::Status KeytapConnection::status() const {
     const std::lock_guard lock(m_mutex);
-    return m_status;
+    Status status = m_status;
+    status.chordFault = m_chordFault;
+    return status;
 }
 
 KeytapConnection::Status KeytapConnection::awaitStatus(
@@ -115,16 +117,16 @@ void KeytapConnection::cancelPastes() {
 void KeytapConnection::run() {
     while (true) {
         int socket = -1;
-        bool keysAreToBeSent = false;
+        bool chordIsToBeSent = false;
         {
             const std::lock_guard lock(m_mutex);
             if (m_isStopping)
                 return;
             socket = m_socket;
-            keysAreToBeSent = std::exchange(m_keysAreToBeSent, false);
+            chordIsToBeSent = std::exchange(m_chordIsToBeSent, false);
         }
-        if (keysAreToBeSent)
-            sendOptionKeys();
+        if (chordIsToBeSent)
+            sendChord();
         pollfd sources[] = {{m_wake, POLLIN, 0}, {socket, POLLIN, 0}};
         poll(sources, 2, -1);
         eventfd_t woken = 0;
@@ -189,13 +191,14 @@ void KeytapConnection::end(State state, Reason reason) {
     tellStatus();
 }
 
-void KeytapConnection::sendOptionKeys() {
-    const std::vector<std::uint8_t> keys = m_optionKeys();
-    Request request{.kind = Request::Kind::optionKeys};
-    request.count = static_cast<std::uint8_t>(std::min(keys.size(), request.codes.size()));
-    std::copy_n(keys.begin(), request.count, request.codes.begin());
-    if (request.count > 0)
-        send(request);
+void KeytapConnection::sendChord() {
+    const Result<Request> chord = m_findChord();
+    {
+        const std::lock_guard lock(m_mutex);
+        m_chordFault = chord ? "" : chord.error().description;
+    }
+    send(chord ? chord.value() : Request{});  // the service presses the paste keys all the same
+    tellStatus();
 }
 
 void KeytapConnection::sendPaste() {
@@ -280,6 +283,8 @@ std::string keytapObstacle(const KeytapConnection::Status& status) {
         case State::refused:
             return keytapText(reason);
         case State::admitted:
+            if (!status.chordFault.empty())
+                return status.chordFault;
             return reason == Reason::noUinput || reason == Reason::noKeyboard ||
                            reason == Reason::keyboardTaken
                        ? keytapText(reason)

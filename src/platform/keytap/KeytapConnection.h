@@ -2,7 +2,6 @@
 
 #include <chrono>
 #include <condition_variable>
-#include <cstdint>
 #include <deque>
 #include <functional>
 #include <memory>
@@ -10,8 +9,8 @@
 #include <optional>
 #include <string>
 #include <thread>
-#include <vector>
 
+#include "base/Result.h"
 #include "keytap/Protocol.h"
 #include "pasting/Pasting.h"
 
@@ -21,9 +20,9 @@ namespace nulo {
 /// own, which sleeps while nothing happens, reads what the service says.
 class KeytapConnection {
   public:
-    /// evdev codes of the keys that are Alt in the session's layout; none when nobody knows. May
-    /// wait a second.
-    using OptionKeys = std::function<std::vector<std::uint8_t>()>;
+    /// The chord's keys in the session's layout, as they are asked for; or why there are none, and
+    /// no chord. May wait a second.
+    using FindChord = std::function<Result<keytap::Request>()>;
 
     enum class State {
         off,       // nobody listens there
@@ -36,6 +35,7 @@ class KeytapConnection {
         State state = State::off;
         keytap::Reason reason = keytap::Reason::none;
         bool isServing = false;
+        std::string chordFault;  // why no chord was asked for, as an Error has it
     };
 
     /// What the service says; all on the connection's thread.
@@ -45,7 +45,7 @@ class KeytapConnection {
         std::function<void()> onWake;    // after wake()
     };
 
-    KeytapConnection(std::string socketPath, OptionKeys optionKeys);
+    KeytapConnection(std::string socketPath, FindChord findChord);
     /// Nobody is called any more.
     ~KeytapConnection();
 
@@ -71,20 +71,21 @@ class KeytapConnection {
     void read();
     void handle(const keytap::Notice& notice);
     void end(State state, keytap::Reason reason);
-    void sendOptionKeys();
+    void sendChord();
     void sendPaste();
     void pasteEnded(const Outcome& outcome);
     void tellStatus();
     bool send(const keytap::Request& request);
 
     const std::string m_socketPath;
-    const OptionKeys m_optionKeys;
+    const FindChord m_findChord;
     const int m_wake;
     mutable std::mutex m_mutex;
     int m_socket = -1;
     Status m_status;
     std::condition_variable m_statusChanged;
-    bool m_keysAreToBeSent = false;
+    std::string m_chordFault;  // outlasts the states
+    bool m_chordIsToBeSent = false;
     bool m_isStopping = false;
     std::deque<PasteKeystroke::Report> m_pastes;  // the first one was asked for
     std::recursive_mutex m_listenerMutex;

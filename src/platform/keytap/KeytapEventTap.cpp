@@ -84,16 +84,19 @@ class KeytapEventTapSource final : public EventTapSource {
     void explain() {
         const KeytapConnection::Status status = m_connection->status();
         const std::string obstacle = keytapObstacle(status);
-        const std::string line =
-            obstacle.empty() ? ""
-                             : (status.isServing ? "A keyboard without the global shortcut: "
-                                                 : "No global shortcut: ") +
-                                   obstacle;
+        std::string line;
+        if (!obstacle.empty())
+            line = (status.isServing && status.chordFault.empty()
+                        ? "A keyboard without the global shortcut: "
+                        : "No global shortcut: ") +
+                   obstacle;
+        else if (status.isServing)
+            line = "[nulo] nulo-keytap has taken the keyboards over";
         if (line != m_lastLine && !line.empty())
             m_print(line);
         m_lastLine = line;
-        const bool isObstructed =
-            status.state == State::admitted && !status.isServing && !obstacle.empty();
+        const bool isObstructed = status.state == State::admitted && !obstacle.empty() &&
+                                  (!status.isServing || !status.chordFault.empty());
         if (std::exchange(m_wasObstructed, isObstructed) != isObstructed && onObstructed)
             onObstructed(isObstructed);
     }

@@ -7,9 +7,9 @@
 
 namespace nulo {
 
-std::shared_ptr<KeytapConnection> makeKeytapConnection() {
-    return std::make_shared<KeytapConnection>(keytap::socketPath,
-                                              [] { return optionKeysOf(sessionKeymap()); });
+std::shared_ptr<KeytapConnection> makeKeytapConnection(const Chord& chord) {
+    return std::make_shared<KeytapConnection>(
+        keytap::socketPath, [chord] { return chordRequest(sessionKeymap(), chord); });
 }
 
 bool switchKeytapOn() {

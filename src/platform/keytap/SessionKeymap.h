@@ -1,14 +1,17 @@
 #pragma once
 
-#include <cstdint>
 #include <string>
-#include <vector>
+
+#include "base/Result.h"
+#include "hotkey/Chord.h"
+#include "keytap/Protocol.h"
 
 namespace nulo {
 
-/// The evdev codes of the keys that are Alt in this keymap (XKB text), in any of its layouts; of
-/// those that nulo-keytap takes. None when it cannot be read. Any thread.
-std::vector<std::uint8_t> optionKeysOf(const std::string& keymap);
+/// How nulo-keytap is asked for the chord in this keymap (XKB text): a modifier's keys are those of
+/// any of its layouts, the key is where the first layout has it. The default chord is left Alt and
+/// Space where the keymap tells of none. Any thread.
+Result<keytap::Request> chordRequest(const std::string& keymap, const Chord& chord);
 
 /// The keymap of the Wayland session, which any of its programs may ask for; empty when there is
 /// none, or the compositor has not answered within a second. Any thread.
