@@ -26,10 +26,19 @@ bool isClone(int descriptor) {
            std::strncmp(path.data(), clonePath, std::strlen(clonePath)) == 0;
 }
 
-/// A keyboard of another seat is for who sits there.
-bool isOfFirstSeat(int descriptor) {
+}  // namespace
+
+std::optional<InputDevice> InputDevice::openKeyboard(const std::string& node) {
+    InputDevice device{Descriptor(open(node.c_str(), O_RDWR | O_NONBLOCK | O_CLOEXEC))};
+    const int descriptor = device.descriptor();
+    if (descriptor < 0 || !isKeyboard(descriptor) || isClone(descriptor) || !device.isOfFirstSeat())
+        return std::nullopt;
+    return device;
+}
+
+bool InputDevice::isOfFirstSeat() const {
     struct stat status {};
-    if (fstat(descriptor, &status) != 0 || !S_ISCHR(status.st_mode))
+    if (fstat(m_descriptor.get(), &status) != 0 || !S_ISCHR(status.st_mode))
         return false;
     sd_device* found = nullptr;
     if (sd_device_new_from_devnum(&found, 'c', status.st_rdev) < 0)
@@ -38,16 +47,6 @@ bool isOfFirstSeat(int descriptor) {
     const char* seat = nullptr;
     return sd_device_get_property_value(found, "ID_SEAT", &seat) < 0 ||
            std::strcmp(seat, "seat0") == 0;
-}
-
-}  // namespace
-
-std::optional<InputDevice> InputDevice::openKeyboard(const std::string& node) {
-    Descriptor descriptor(open(node.c_str(), O_RDWR | O_NONBLOCK | O_CLOEXEC));
-    if (!descriptor || !isKeyboard(descriptor.get()) || isClone(descriptor.get()) ||
-        !isOfFirstSeat(descriptor.get()))
-        return std::nullopt;
-    return InputDevice(std::move(descriptor));
 }
 
 InputDevice::Grab InputDevice::grab() {

@@ -19,6 +19,8 @@ class InputDevice {
     static std::optional<InputDevice> openKeyboard(const std::string& node);
 
     int descriptor() const { return m_descriptor.get(); }
+    /// A keyboard of another seat is for who sits there.
+    bool isOfFirstSeat() const;
 
     enum class Grab { done, takenByAnother, gone };
     /// From now on nobody else gets its events.

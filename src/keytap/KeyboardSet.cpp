@@ -48,9 +48,7 @@ KeyboardSet::KeyboardSet(EventLoop& loop, KeyRouter::OnChord onChord, EventLoop:
     const int watched = inotify_add_watch(m_nodes.get(), folder, changes);
     checked(watched < 0 ? -errno : 0, folder);
     m_nodesChanged = loop.watch(m_nodes.get(), [this] { nodesChanged(); });
-    std::error_code error;
-    for (const auto& entry : std::filesystem::directory_iterator(folder, error))
-        tryNode(entry.path().filename());
+    tryNodes();
 }
 
 KeyboardSet::~KeyboardSet() {
@@ -113,6 +111,12 @@ void KeyboardSet::letGo(int number, Keyboard& keyboard) {
     keyboard.stage = Stage::settling;
 }
 
+void KeyboardSet::tryNodes() {
+    std::error_code error;
+    for (const auto& entry : std::filesystem::directory_iterator(folder, error))
+        tryNode(entry.path().filename());
+}
+
 void KeyboardSet::tryNode(const std::string& name) {
     if (!name.starts_with("event") || isKnown(name) || m_keyboards.size() >= mostKeyboards)
         return;
@@ -123,6 +127,11 @@ void KeyboardSet::tryNode(const std::string& name) {
     auto fault = DeviceClone::Fault::none;
     auto clone = DeviceClone::of(device->descriptor(), number, fault);
     m_uinputIsMissing = fault == DeviceClone::Fault::noUinput;
+    if (m_uinputIsMissing)
+        m_uinputTimer = m_loop.after(retryInterval, [this] {
+            tryNodes();
+            m_onChange();
+        });
     if (!clone)
         return;
     auto& keyboard =
@@ -152,6 +161,10 @@ void KeyboardSet::take(int number) {
 void KeyboardSet::grab(int number, Keyboard& keyboard) {
     keyboard.stage = Stage::waitingForKeys;
     if (keyboard.device.keysDown().any())
+        return;
+    // udev lets a new device be opened before it writes down whose it is.
+    keyboard.isBroken = !keyboard.device.isOfFirstSeat();
+    if (keyboard.isBroken)
         return;
     switch (keyboard.device.grab()) {
         case InputDevice::Grab::gone:

@@ -45,6 +45,7 @@ class KeyboardSet {
 
     void nodesChanged();
     void readersChanged(const std::string& node, int change);
+    void tryNodes();
     void tryNode(const std::string& name);
     bool isKnown(const std::string& name) const;
     void letGo(int number, Keyboard& keyboard);
@@ -63,7 +64,7 @@ class KeyboardSet {
     std::map<int, std::string> m_names;
     int m_nextNumber = 1;
     bool m_uinputIsMissing = false;
-    EventLoop::Source m_nodesChanged;
+    EventLoop::Source m_nodesChanged, m_uinputTimer;
 };
 
 }  // namespace nulo::keytap

@@ -21,6 +21,7 @@ TEST(BackendChoice, followsWhatTheSessionOffers) {
         SessionFacts facts;
         std::string toolkit;
         B keys, clipboard, paste, overlay;
+        B otherKeys = B::none;  // where nulo-keytap turns this program away
     } rows[] = {
         {{.display = ":0"}, "xcb", B::x11, B::qt, B::x11, B::x11},
         {{.sessionType = "x11", .display = ":0"}, "xcb", B::x11, B::qt, B::x11, B::x11},
@@ -72,7 +73,8 @@ TEST(BackendChoice, followsWhatTheSessionOffers) {
          B::keytap,
          B::dataControl,
          B::virtualKeyboard,
-         B::layerShell},
+         B::layerShell,
+         B::swayBindings},
         {{.display = ":0",
           .waylandDisplay = "w",
           .hasPortal = true,
@@ -82,7 +84,15 @@ TEST(BackendChoice, followsWhatTheSessionOffers) {
          B::keytap,
          B::dataControl,
          B::keytap,
-         B::x11},
+         B::x11,
+         B::shortcutsPortal},
+        {{.waylandDisplay = "w", .keytap = KeytapInstallation::on},
+         "wayland",
+         B::keytap,
+         B::qt,
+         B::keytap,
+         B::qt,
+         B::keytap},
         {{.waylandDisplay = "w", .swaySocket = "s", .keytap = KeytapInstallation::off},
          "wayland",
          B::swayBindings,
@@ -106,6 +116,8 @@ TEST(BackendChoice, followsWhatTheSessionOffers) {
         EXPECT_EQ(choice.toolkitPlatform, row.toolkit) << number;
         EXPECT_EQ(choice.keySource.front().backend, row.keys) << number;
         EXPECT_EQ(choice.clipboard.front().backend, row.clipboard) << number;
+        EXPECT_TRUE(row.otherKeys == B::none || choice.keySource.back().backend == row.otherKeys)
+            << number;
         EXPECT_EQ(choice.paste.front().backend, row.paste) << number;
         EXPECT_EQ(choice.overlay.front().backend, row.overlay) << number;
     }

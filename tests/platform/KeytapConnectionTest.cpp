@@ -18,6 +18,7 @@
 
 #include "fakes/FakeMainQueue.h"
 #include "fakes/PrintedLines.h"
+#include "hotkey/GlobalKeyMonitor.h"
 #include "platform/WaylandBackends.h"
 #include "platform/keytap/SessionKeymap.h"
 
@@ -149,6 +150,51 @@ TEST_F(KeytapConnectionTest, makesKeyEventsOfTheChord) {
     EXPECT_TRUE(source->isTrusted());
 }
 
+// A recording that nobody can end, since the service ended first; a chord that is dead from then
+// on, although the service was started again.
+TEST_F(KeytapConnectionTest, aServiceThatEndsEndsTheRecordingAndComesBack) {
+    GlobalKeyMonitor monitor(*source, queue, printed.print(), {}, "Option+Space");
+    std::string recorded;
+    monitor.onRecordStart = [&] { recorded += "start "; };
+    monitor.onRecordStop = [&] { recorded += "stop "; };
+    const auto records = [&](const std::string& all) {
+        EXPECT_TRUE(waitUntil([&] {
+            queue.runPending();
+            return recorded == all;
+        })) << recorded;
+    };
+    monitor.start();
+    std::string all;
+    for (int i = 0; i < 3; ++i) {
+        takeClient();
+        heard();
+        say(Kind::serving);
+        say(Kind::chordDown);
+        records(all += "start ");
+        hangUp();
+        records(all += "stop ");
+    }
+    EXPECT_TRUE(monitor.isEventTapAlive());
+}
+
+// A start that does not wait for the answer, or waits for ever.
+TEST_F(KeytapConnectionTest, waitsForTheAnswer) {
+    const auto status = [&](std::chrono::milliseconds atMost) {
+        return connection->awaitStatus(
+            [](const auto& now) { return now.state != KeytapConnection::State::asked; }, atMost);
+    };
+    EXPECT_EQ(status(std::chrono::milliseconds(1)).state, KeytapConnection::State::asked);
+    takeClient();
+    say(Kind::refused, Reason::otherSession);
+    EXPECT_EQ(status(std::chrono::minutes(1)).reason, Reason::otherSession);
+    hangUp();
+    switchOff();
+    EXPECT_EQ(KeytapConnection(path(), [] { return Result<Request>(Request()); })
+                  .awaitStatus([](const auto&) { return true; }, {})
+                  .state,
+              KeytapConnection::State::off);
+}
+
 // A refusal that is taken for trust at the next look, before its answer; a reason said again and
 // again, or not at all.
 TEST_F(KeytapConnectionTest, saysWhyThereIsNoChord) {
@@ -176,14 +222,16 @@ TEST_F(KeytapConnectionTest, saysWhyThereIsNoChord) {
     look(2, "obstructed free obstructed ");
     say(Kind::serving);
     look(3, "obstructed free obstructed free ");
+    say(Kind::serving, Reason::keyboardTaken);
+    look(4, "obstructed free obstructed free ");
     say(Kind::refused, Reason::secondClient);
     hangUp();
-    look(4, "obstructed free obstructed free ");
+    look(5, "obstructed free obstructed free ");
     for (int i = 0; i < 2; ++i)
         EXPECT_FALSE(source->isTrusted());
     takeClient();
     hangUp();
-    look(5, "obstructed free obstructed free ");
+    look(6, "obstructed free obstructed free ");
     switchOff();
     std::filesystem::remove(path());
     for (int i = 0; i < 2; ++i)
@@ -193,6 +241,8 @@ TEST_F(KeytapConnectionTest, saysWhyThereIsNoChord) {
                   "No global shortcut: no such key",
                   "No global shortcut: another program has taken a keyboard for itself",
                   "[nulo] nulo-keytap has taken the keyboards over",
+                  "A keyboard without the global shortcut: another program has taken a keyboard "
+                  "for itself",
                   "No global shortcut: another program of yours is connected to the key service",
                   "No global shortcut: the key service does not answer",
                   "No global shortcut: nulo-keytap is not switched on"}));

@@ -1,22 +1,49 @@
 #include "app/start/SessionBackends.h"
 
+#include <chrono>
+#include <optional>
 #include <string>
 #include <vector>
 
+#include "app/start/KeyService.h"
 #include "pasting/InjectionGate.h"
 #include "platform/Backends.h"
 #include "platform/WaylandBackends.h"
+#include "platform/keytap/KeytapConnection.h"
 
 namespace nulo {
+namespace {
+
+// systemd starts the service for who connects first.
+constexpr auto longestKeytapAnswer = std::chrono::seconds(2);
+
+}  // namespace
 
 SessionBackends::SessionBackends(const SessionFacts& facts, const BackendChoice& choice,
                                  const Chord& chord, InjectionGate& gate, MainQueue& mainQueue,
                                  const std::filesystem::path& configDir, bool privateClipboard,
                                  const Print& print) {
+    const std::shared_ptr<KeytapConnection> keytap = makeKeytapConnection(chord);
+    std::optional<bool> keytapServes;
+    const auto isLeftOut = [&](const BackendCandidate& candidate, bool isLast) {
+        if (candidate.backend != Backend::keytap || isLast)
+            return false;
+        if (!keytapServes) {
+            const auto answer = keytap->awaitStatus(
+                [](const auto& status) { return status.state != KeytapConnection::State::asked; },
+                longestKeytapAnswer);
+            keytapServes = isUsable(answer);
+            if (!*keytapServes)
+                print("[nulo] Without nulo-keytap: " + keytapObstacle(answer));
+        }
+        return !*keytapServes;
+    };
     const auto makeFirst = [&](const char* capability,
                                const std::vector<BackendCandidate>& candidates, auto make) {
         decltype(make(candidates.front())) made;
         for (std::size_t i = 0; !made && i < candidates.size(); ++i) {
+            if (isLeftOut(candidates[i], i + 1 == candidates.size()))
+                continue;
             made = make(candidates[i]);
             if (made)
                 print(std::string("[nulo] ") + capability + ": " + candidates[i].reason);
@@ -25,7 +52,6 @@ SessionBackends::SessionBackends(const SessionFacts& facts, const BackendChoice&
     };
     if (!facts.waylandDisplay.empty())
         wayland = openWaylandSession(facts.waylandDisplay);
-    const std::shared_ptr<KeytapConnection> keytap = makeKeytapConnection(chord);
     eventTapSource = makeFirst("Key tap", choice.keySource, [&](const BackendCandidate& candidate) {
         switch (candidate.backend) {
             case Backend::x11:

@@ -16,7 +16,9 @@ class InjectionGate;
 class WaylandSession;
 
 /// What the session's keys, clipboard and screen are reached by: of each capability the first
-/// candidate that can be made, which is printed. Main thread, with a QApplication.
+/// candidate that can be made, which is printed; nulo-keytap is left out where it does not serve
+/// this program and something else does. Waits two seconds at most for its answer. Main thread,
+/// with a QApplication.
 struct SessionBackends {
     /// `gate` and `mainQueue` outlive it. `configDir` keeps what a portal remembers of the user's
     /// leave. With `privateClipboard` texts carry the hint that clipboard managers are not to keep

@@ -73,6 +73,14 @@ KeytapConnection::Status KeytapConnection::status() const {
     return status;
 }
 
+KeytapConnection::Status KeytapConnection::awaitStatus(
+    const std::function<bool(const Status&)>& isEnough, std::chrono::milliseconds atMost) {
+    connect();
+    std::unique_lock lock(m_mutex);
+    m_statusChanged.wait_for(lock, atMost, [&] { return isEnough(m_status); });
+    return m_status;
+}
+
 void KeytapConnection::wake() {
     eventfd_write(m_wake, 1);
 }
@@ -225,6 +233,7 @@ void KeytapConnection::pasteEnded(const Outcome& outcome) {
 }
 
 void KeytapConnection::tellStatus() {
+    m_statusChanged.notify_all();
     const std::lock_guard lock(m_listenerMutex);
     if (m_listener)
         m_listener->onStatus();
@@ -263,6 +272,28 @@ std::string keytapText(Reason reason) {
             return "a modifier key was held down";
     }
     return "the key service gave a reason that this version does not know";
+}
+
+std::string keytapObstacle(const KeytapConnection::Status& status) {
+    using State = KeytapConnection::State;
+    const Reason reason = status.reason;
+    switch (status.state) {
+        case State::off:
+            return "nulo-keytap is not switched on";
+        case State::refused:
+            return keytapText(reason);
+        case State::admitted:
+            if (!status.chordFault.empty())
+                return status.chordFault;
+            return reason == Reason::noUinput || reason == Reason::noKeyboard ||
+                           reason == Reason::keyboardTaken
+                       ? keytapText(reason)
+                       : "";
+        case State::asked:
+        case State::lost:
+            break;
+    }
+    return {};
 }
 
 }  // namespace nulo

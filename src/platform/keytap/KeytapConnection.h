@@ -1,5 +1,7 @@
 #pragma once
 
+#include <chrono>
+#include <condition_variable>
 #include <deque>
 #include <functional>
 #include <memory>
@@ -50,6 +52,9 @@ class KeytapConnection {
     /// Connects unless it is connected. Never waits. Any thread, as all of this.
     void connect();
     Status status() const;
+    /// Connects, and waits until `isEnough` says so of the status, which it returns in any case.
+    Status awaitStatus(const std::function<bool(const Status&)>& isEnough,
+                       std::chrono::milliseconds atMost);
     void wake();
 
     /// One listener at a time; none ends the present one's calls, waiting for one that is under way
@@ -78,6 +83,7 @@ class KeytapConnection {
     mutable std::mutex m_mutex;
     int m_socket = -1;
     Status m_status;
+    std::condition_variable m_statusChanged;
     std::string m_chordFault;  // outlasts the states
     bool m_chordIsToBeSent = false;
     bool m_isStopping = false;
@@ -89,5 +95,9 @@ class KeytapConnection {
 
 /// One sentence for the user, without a final stop.
 std::string keytapText(keytap::Reason reason);
+
+/// Why the service is of no use to this program, such a sentence; empty while it serves, or may
+/// without anybody's doing.
+std::string keytapObstacle(const KeytapConnection::Status& status);
 
 }  // namespace nulo

@@ -8,13 +8,6 @@ namespace nulo {
 namespace {
 
 using State = KeytapConnection::State;
-using keytap::Reason;
-
-/// Something that lasts until somebody does something about it.
-bool isObstacle(Reason reason) {
-    return reason == Reason::noUinput || reason == Reason::noKeyboard ||
-           reason == Reason::keyboardTaken;
-}
 
 /// The chord, as the key events that it consists of. What it returns is not heeded: the service has
 /// hidden them already.
@@ -89,21 +82,21 @@ class KeytapEventTapSource final : public EventTapSource {
 
   private:
     void explain() {
-        const auto [state, reason, isServing, chordFault] = m_connection->status();
-        const bool isAdmitted = state == State::admitted;
-        const bool isObstructed = isAdmitted && (isObstacle(reason) || !chordFault.empty());
+        const KeytapConnection::Status status = m_connection->status();
+        const std::string obstacle = keytapObstacle(status);
         std::string line;
-        if (state == State::off)
-            line = "No global shortcut: nulo-keytap is not switched on";
-        else if (isAdmitted && !chordFault.empty())
-            line = "No global shortcut: " + chordFault;
-        else if (isObstructed || state == State::refused)
-            line = "No global shortcut: " + keytapText(reason);
-        else if (isServing)
+        if (!obstacle.empty())
+            line = (status.isServing && status.chordFault.empty()
+                        ? "A keyboard without the global shortcut: "
+                        : "No global shortcut: ") +
+                   obstacle;
+        else if (status.isServing)
             line = "[nulo] nulo-keytap has taken the keyboards over";
         if (line != m_lastLine && !line.empty())
             m_print(line);
         m_lastLine = line;
+        const bool isObstructed = status.state == State::admitted && !obstacle.empty() &&
+                                  (!status.isServing || !status.chordFault.empty());
         if (std::exchange(m_wasObstructed, isObstructed) != isObstructed && onObstructed)
             onObstructed(isObstructed);
     }

@@ -18,9 +18,11 @@ bool isKwin(const SessionFacts& facts) {
     return facts.isDesktop("KDE") || facts.offers("org_kde_plasma_shell");
 }
 
-Candidates waylandKeySource(const SessionFacts& facts, const Chord& chord) {
-    if (facts.keytap == KeytapInstallation::on)
-        return {{Backend::keytap, "nulo-keytap, which tells of the chord alone"}};
+const BackendCandidate keytapKeys{Backend::keytap, "nulo-keytap, which tells of the chord alone"};
+const BackendCandidate keytapPaste{Backend::keytap, "Shift+Insert, by nulo-keytap"};
+
+/// By what the compositor and the desktop have of their own.
+Candidates desktopKeySource(const SessionFacts& facts, const Chord& chord) {
     if (!facts.swaySocket.empty())
         return {{Backend::swayBindings,
                  "sway's own bindings: " + chord.name() + ", until " + chord.key + " is let go"}};
@@ -35,6 +37,17 @@ Candidates waylandKeySource(const SessionFacts& facts, const Chord& chord) {
                  "session bus"}};
 }
 
+Candidates waylandKeySource(const SessionFacts& facts, const Chord& chord) {
+    Candidates candidates = desktopKeySource(facts, chord);
+    if (facts.keytap != KeytapInstallation::on)
+        return candidates;
+    // It is what to wait for, where there is nothing else.
+    if (candidates.front().backend == Backend::none)
+        candidates.clear();
+    candidates.insert(candidates.begin(), keytapKeys);
+    return candidates;
+}
+
 Candidates waylandClipboard(const SessionFacts& facts) {
     if (hasDataControl(facts))
         return {{Backend::dataControl, "both selections, by data-control"}};
@@ -46,14 +59,8 @@ Candidates waylandClipboard(const SessionFacts& facts) {
              "no data-control, and there is no XWayland"}};
 }
 
-Candidates waylandPaste(const SessionFacts& facts) {
-    // Each of the two pastes what data-control has put there.
-    if (hasDataControl(facts) && facts.offers(virtualKeyboards))
-        return {{Backend::virtualKeyboard, "Shift+Insert, by a virtual keyboard"}};
-    if (hasDataControl(facts) && facts.offers(fakeInputs))
-        return {{Backend::fakeInput, "Shift+Insert, by KWin's fake input"}};
-    if (facts.keytap == KeytapInstallation::on)
-        return {{Backend::keytap, "Shift+Insert, by nulo-keytap"}};
+/// Without what pastes that data-control has put there.
+Candidates otherPaste(const SessionFacts& facts) {
     if (isKwin(facts))
         return {{Backend::none,
                  "by hand: KWin does not let this program send keys, as it is not the one that "
@@ -64,6 +71,18 @@ Candidates waylandPaste(const SessionFacts& facts) {
     return {{Backend::none,
              "by hand: the compositor offers neither a virtual keyboard nor KWin's fake input, and "
              "no desktop portal is on the session bus"}};
+}
+
+Candidates waylandPaste(const SessionFacts& facts) {
+    // Each of the two pastes what data-control has put there.
+    if (hasDataControl(facts) && facts.offers(virtualKeyboards))
+        return {{Backend::virtualKeyboard, "Shift+Insert, by a virtual keyboard"}};
+    if (hasDataControl(facts) && facts.offers(fakeInputs))
+        return {{Backend::fakeInput, "Shift+Insert, by KWin's fake input"}};
+    Candidates candidates = otherPaste(facts);
+    if (facts.keytap == KeytapInstallation::on)
+        candidates.insert(candidates.begin(), keytapPaste);
+    return candidates;
 }
 
 Candidates waylandOverlay(const SessionFacts& facts) {
