@@ -86,8 +86,27 @@ void KeytapConnection::wake() {
 }
 
 void KeytapConnection::setListener(std::optional<Listener> listener) {
-    const std::lock_guard lock(m_listenerMutex);
-    m_listener = std::move(listener);
+    // Who makes a listener may hold what its calls wait for.
+    if (listener) {
+        const std::lock_guard lock(m_mutex);
+        m_nextListener = std::move(listener);
+        return;
+    }
+    const std::lock_guard callLock(m_listenerMutex);
+    const std::lock_guard lock(m_mutex);
+    m_nextListener.reset();
+    m_listener.reset();
+}
+
+void KeytapConnection::tell(const std::function<void(const Listener&)>& call) {
+    const std::lock_guard callLock(m_listenerMutex);
+    {
+        const std::lock_guard lock(m_mutex);
+        if (m_nextListener)
+            m_listener = std::exchange(m_nextListener, std::nullopt);
+    }
+    if (m_listener)
+        call(*m_listener);
 }
 
 void KeytapConnection::paste(PasteKeystroke::Report report) {
@@ -130,11 +149,8 @@ void KeytapConnection::run() {
         pollfd sources[] = {{m_wake, POLLIN, 0}, {socket, POLLIN, 0}};
         poll(sources, 2, -1);
         eventfd_t woken = 0;
-        if (eventfd_read(m_wake, &woken) == 0) {
-            const std::lock_guard lock(m_listenerMutex);
-            if (m_listener)
-                m_listener->onWake();
-        }
+        if (eventfd_read(m_wake, &woken) == 0)
+            tell([](const Listener& listener) { listener.onWake(); });
         if (sources[1].revents)
             read();
     }
@@ -164,12 +180,10 @@ void KeytapConnection::handle(const Notice& notice) {
             return tellStatus();
         }
         case Notice::Kind::chordDown:
-        case Notice::Kind::chordUp: {
-            const std::lock_guard lock(m_listenerMutex);
-            if (m_listener)
-                m_listener->onChord(notice.kind == Notice::Kind::chordDown);
-            return;
-        }
+        case Notice::Kind::chordUp:
+            return tell([&](const Listener& listener) {
+                listener.onChord(notice.kind == Notice::Kind::chordDown);
+            });
         case Notice::Kind::pasted:
             return pasteEnded(Success{});
         case Notice::Kind::notPasted:
@@ -234,9 +248,7 @@ void KeytapConnection::pasteEnded(const Outcome& outcome) {
 
 void KeytapConnection::tellStatus() {
     m_statusChanged.notify_all();
-    const std::lock_guard lock(m_listenerMutex);
-    if (m_listener)
-        m_listener->onStatus();
+    tell([](const Listener& listener) { listener.onStatus(); });
 }
 
 bool KeytapConnection::send(const Request& request) {

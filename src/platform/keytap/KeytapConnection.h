@@ -74,6 +74,7 @@ class KeytapConnection {
     void sendChord();
     void sendPaste();
     void pasteEnded(const Outcome& outcome);
+    void tell(const std::function<void(const Listener&)>& call);
     void tellStatus();
     bool send(const keytap::Request& request);
 
@@ -88,7 +89,8 @@ class KeytapConnection {
     bool m_chordIsToBeSent = false;
     bool m_isStopping = false;
     std::deque<PasteKeystroke::Report> m_pastes;  // the first one was asked for
-    std::recursive_mutex m_listenerMutex;
+    std::optional<Listener> m_nextListener;
+    std::recursive_mutex m_listenerMutex;  // held during its calls
     std::optional<Listener> m_listener;
     std::thread m_thread;  // once somebody connects
 };
