@@ -11,7 +11,7 @@ import time
 
 GUEST = pathlib.Path(__file__).resolve().parent / "guest"
 MODULES = ["virtio_pci", "9pnet_virtio", "9p", "overlay"]
-PATIENCE = 600  # seconds for anything; emulated processors on a busy machine are slow
+PATIENCE = 240  # seconds for anything; emulated processors on a busy machine are slow
 
 
 def kernel():

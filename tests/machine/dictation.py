@@ -46,6 +46,21 @@ def loudness(machine):
     return float(heard.split("max_volume:")[1].split()[0])
 
 
+def type_until_pasted(machine, terminal):
+    """The words come in one piece and once, and no key is lost."""
+    before, presses = terminal.text, 0
+    while WORDS not in machine.text("/tmp/typed")[len(before):]:
+        machine.key("+x", "-x")
+        presses += 1
+        time.sleep(0.1)
+        assert presses < 600, f"no words: {machine.text('/tmp/typed')!r}"
+    machine.wait("each key in the terminal",
+                 lambda: len(machine.text("/tmp/typed")) >= len(before) + presses + len(WORDS))
+    terminal.text = machine.text("/tmp/typed")
+    typed = terminal.text.removeprefix(before)
+    assert typed.replace(WORDS, "", 1) == "x" * presses, f"{presses} times x and the words became {typed!r}"
+
+
 def run(machine):
     terminal = Terminal(machine)
     machine.sh("(keytap-start >/tmp/service.log 2>&1 &)")
@@ -61,6 +76,9 @@ def run(machine):
         terminal.expect(WORDS)
         assert loudness(machine) > -30, "the recording is silent"
         step(f"dictation {number}: the words are in the terminal, and the voice was in the recording")
+    dictate(machine, 3)
+    type_until_pasted(machine, terminal)
+    step("dictation 3: somebody types meanwhile, and nothing is lost")
     terminal.takes("after")
     machine.sh("pkill -TERM -x nulo")
     machine.wait("the keyboard to be given back", lambda: "nulo-keytap/" not in machine.text("/proc/bus/input/devices"))
