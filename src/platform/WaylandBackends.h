@@ -47,6 +47,10 @@ std::unique_ptr<PasteKeystroke> makePortalPaste(std::filesystem::path tokenFile,
 std::unique_ptr<OverlayPlacement> makeLayerShellPlacement(std::shared_ptr<WaylandSession> session,
                                                           MainQueue& mainQueue, bool takesClicks);
 
+/// The keymap of the keyboards on that display (a name as in $WAYLAND_DISPLAY), in XKB's text
+/// format; empty when no compositor answers. Waits for it, ten seconds at most. Any thread.
+std::string keymapOf(const std::string& display);
+
 /// To nulo-keytap, with the chord's keys in this session, for both backends below to share;
 /// connects when it is first asked to.
 std::shared_ptr<KeytapConnection> makeKeytapConnection(const Chord& chord = {});

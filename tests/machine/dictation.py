@@ -3,7 +3,6 @@
 voice is heard by a microphone, and the words are in a terminal on sway. Prints a line for each step; ends at the first
 that is not as it should be."""
 import pathlib
-import subprocess
 import sys
 import time
 

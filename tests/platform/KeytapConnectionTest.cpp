@@ -20,7 +20,7 @@
 #include "fakes/PrintedLines.h"
 #include "hotkey/GlobalKeyMonitor.h"
 #include "platform/WaylandBackends.h"
-#include "platform/keytap/SessionKeymap.h"
+#include "platform/keytap/ChordRequest.h"
 
 namespace nulo {
 namespace {
@@ -277,7 +277,7 @@ TEST_F(KeytapConnectionTest, pastesOneAfterTheOther) {
 
 // AltGr taken for Alt, keys that an option of the layout or another layout has moved, a chord that
 // the service refuses where it could have had another.
-TEST(SessionKeymap, knowsTheKeysOfAChord) {
+TEST(ChordRequest, knowsTheKeysOfAChord) {
     const struct {
         const char *chord, *layout, *options;
         int key;  // zero where there is none

@@ -21,7 +21,7 @@ namespace nulo {
 class KeytapConnection {
   public:
     /// The chord's keys in the session's layout, as they are asked for; or why there are none, and
-    /// no chord. May wait a second.
+    /// no chord. May wait for the compositor.
     using FindChord = std::function<Result<keytap::Request>()>;
 
     enum class State {

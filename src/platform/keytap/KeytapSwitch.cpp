@@ -1,15 +1,17 @@
 #include <QProcess>
 #include <QStandardPaths>
 
+#include "base/Environment.h"
 #include "platform/WaylandBackends.h"
+#include "platform/keytap/ChordRequest.h"
 #include "platform/keytap/KeytapConnection.h"
-#include "platform/keytap/SessionKeymap.h"
 
 namespace nulo {
 
 std::shared_ptr<KeytapConnection> makeKeytapConnection(const Chord& chord) {
-    return std::make_shared<KeytapConnection>(
-        keytap::socketPath, [chord] { return chordRequest(sessionKeymap(), chord); });
+    return std::make_shared<KeytapConnection>(keytap::socketPath, [chord] {
+        return chordRequest(keymapOf(environmentVariable("WAYLAND_DISPLAY")), chord);
+    });
 }
 
 bool switchKeytapOn() {

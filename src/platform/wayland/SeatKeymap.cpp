@@ -10,6 +10,7 @@
 #include <memory>
 #include <utility>
 
+#include "platform/WaylandBackends.h"
 #include "platform/wayland/WaylandConnection.h"
 
 namespace nulo {
@@ -110,6 +111,15 @@ std::optional<PasteKeys> pasteKeysOf(const std::string& text) {
         *key = code - xkbOffset;
     }
     return keys;
+}
+
+std::string keymapOf(const std::string& display) {
+    const auto connection = WaylandConnection::open(display);
+    if (!connection)
+        return {};
+    SeatKeymap keymap(*connection.value());
+    keymap.update();
+    return keymap.text();
 }
 
 }  // namespace nulo

@@ -1,15 +1,9 @@
-#include "platform/keytap/SessionKeymap.h"
+#include "platform/keytap/ChordRequest.h"
 
 #include <linux/input-event-codes.h>
-#include <poll.h>
-#include <sys/mman.h>
-#include <unistd.h>
-#include <wayland-client.h>
 #include <xkbcommon/xkbcommon.h>
 
 #include <algorithm>
-#include <chrono>
-#include <cstring>
 #include <memory>
 #include <optional>
 #include <set>
@@ -19,88 +13,15 @@ namespace {
 
 using keytap::ModifierKeys;
 using keytap::Request;
-using SteadyClock = std::chrono::steady_clock;
 
 constexpr xkb_keycode_t xkbOffset = 8;  // of X11's key codes
-constexpr auto longestAnswer = std::chrono::seconds(1);
-constexpr std::uint32_t largestKeymap = 4 << 20;
 constexpr ModifierKeys leftAlt = 1, rightAlt = 2;
 static_assert(keytap::modifierCodes[0] == KEY_LEFTALT && keytap::modifierCodes[1] == KEY_RIGHTALT);
 
 struct Free {
     void operator()(xkb_context* context) const { xkb_context_unref(context); }
     void operator()(xkb_keymap* keymap) const { xkb_keymap_unref(keymap); }
-    void operator()(wl_display* display) const { wl_display_disconnect(display); }
 };
-
-struct Answers {
-    wl_seat* seat = nullptr;
-    wl_keyboard* keyboard = nullptr;
-    std::string keymap;
-};
-
-void keymapCame(void* data, wl_keyboard*, std::uint32_t format, std::int32_t descriptor,
-                std::uint32_t size) {
-    if (format == WL_KEYBOARD_KEYMAP_FORMAT_XKB_V1 && size > 0 && size <= largestKeymap) {
-        void* const bytes = mmap(nullptr, size, PROT_READ, MAP_PRIVATE, descriptor, 0);
-        if (bytes != MAP_FAILED) {
-            const char* const text = static_cast<const char*>(bytes);
-            static_cast<Answers*>(data)->keymap.assign(text, strnlen(text, size));
-            munmap(bytes, size);
-        }
-    }
-    close(descriptor);
-}
-
-const wl_keyboard_listener keyboardListener{
-    .keymap = keymapCame,
-    .enter = [](auto...) {},
-    .leave = [](auto...) {},
-    .key = [](auto...) {},
-    .modifiers = [](auto...) {},
-    .repeat_info = [](auto...) {},
-};
-
-const wl_seat_listener seatListener{
-    .capabilities =
-        [](void* data, wl_seat* seat, std::uint32_t capabilities) {
-            auto& answers = *static_cast<Answers*>(data);
-            if (!(capabilities & WL_SEAT_CAPABILITY_KEYBOARD) || answers.keyboard)
-                return;
-            answers.keyboard = wl_seat_get_keyboard(seat);
-            wl_keyboard_add_listener(answers.keyboard, &keyboardListener, data);
-        },
-    .name = [](auto...) {},
-};
-
-const wl_registry_listener registryListener{
-    .global =
-        [](void* data, wl_registry* registry, std::uint32_t name, const char* interface,
-           std::uint32_t) {
-            auto& answers = *static_cast<Answers*>(data);
-            if (answers.seat || std::strcmp(interface, wl_seat_interface.name) != 0)
-                return;
-            answers.seat =
-                static_cast<wl_seat*>(wl_registry_bind(registry, name, &wl_seat_interface, 1));
-            wl_seat_add_listener(answers.seat, &seatListener, data);
-        },
-    .global_remove = [](auto...) {},
-};
-
-/// One more round of answers; false when there will be none in time.
-bool dispatch(wl_display* display, SteadyClock::time_point end) {
-    while (wl_display_prepare_read(display) != 0)
-        if (wl_display_dispatch_pending(display) < 0)
-            return false;
-    wl_display_flush(display);
-    const auto left = std::chrono::ceil<std::chrono::milliseconds>(end - SteadyClock::now());
-    pollfd source{wl_display_get_fd(display), POLLIN, 0};
-    if (left.count() <= 0 || poll(&source, 1, static_cast<int>(left.count())) <= 0) {
-        wl_display_cancel_read(display);
-        return false;
-    }
-    return wl_display_read_events(display) == 0 && wl_display_dispatch_pending(display) >= 0;
-}
 
 /// Among a request's modifiers and the symbols below, which are in the same order.
 constexpr std::size_t placeOf(Chord::Modifier modifier) {
@@ -188,24 +109,6 @@ Result<Request> chordRequest(const std::string& text, const Chord& chord) {
     return Error{keymap ? "the keyboard's layout lacks a key of " + chord.name()
                         : "the keyboard's layout, in which to look for " + chord.name() +
                               ", cannot be read"};
-}
-
-std::string sessionKeymap() {
-    const std::unique_ptr<wl_display, Free> display(wl_display_connect(nullptr));
-    if (!display)
-        return {};
-    Answers answers;
-    wl_registry* const registry = wl_display_get_registry(display.get());
-    wl_registry_add_listener(registry, &registryListener, &answers);
-    const auto end = SteadyClock::now() + longestAnswer;
-    while (answers.keymap.empty() && dispatch(display.get(), end)) {
-    }
-    if (answers.keyboard)
-        wl_keyboard_destroy(answers.keyboard);
-    if (answers.seat)
-        wl_seat_destroy(answers.seat);
-    wl_registry_destroy(registry);
-    return answers.keymap;
 }
 
 }  // namespace nulo

@@ -13,8 +13,4 @@ namespace nulo {
 /// Space where the keymap tells of none. Any thread.
 Result<keytap::Request> chordRequest(const std::string& keymap, const Chord& chord);
 
-/// The keymap of the Wayland session, which any of its programs may ask for; empty when there is
-/// none, or the compositor has not answered within a second. Any thread.
-std::string sessionKeymap();
-
 }  // namespace nulo
