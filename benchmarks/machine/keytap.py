@@ -6,16 +6,10 @@ import pathlib
 import sys
 import time
 
-SOURCE = pathlib.Path(__file__).resolve().parent.parent.parent
 sys.dont_write_bytecode = True
-sys.path.insert(0, str(SOURCE / "rig/machine"))
+sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[2] / "rig/machine"))
 from machine import Machine  # noqa: E402
 
-BUILD = pathlib.Path(sys.argv[1]).resolve()
-FILES = {
-    **{f"/usr/local/bin/{name}": SOURCE / "tests/machine/guest" / name for name in ("keytap-client", "keytap-start")},
-    "/etc/udev/rules.d/70-nulo-keytap.rules": SOURCE / "packaging/keytap/70-nulo-keytap.rules",
-}
 TURNS, PRESSES = 4, 250
 IDLE = 30  # seconds
 REST = 5  # until what a new client sets going is over
@@ -101,5 +95,5 @@ def run(machine):
 
 
 if __name__ == "__main__":
-    with Machine(BUILD, FILES) as the_machine:
+    with Machine(sys.argv[1]) as the_machine:
         run(the_machine)

@@ -10,6 +10,7 @@ import tempfile
 import time
 
 GUEST = pathlib.Path(__file__).resolve().parent / "guest"
+SOURCE = GUEST.parent.parent.parent
 MODULES = ["virtio_pci", "9pnet_virtio", "9p", "overlay"]
 PATIENCE = 240  # seconds for anything; emulated processors on a busy machine are slow
 
@@ -24,11 +25,13 @@ def kernel():
 
 
 class Machine:
-    """Runs until it is left; sway and a terminal come up in it, whose text is in /tmp/typed. `files` maps paths in the guest
-    to the contents of files here; the build folder is /opt/build there."""
+    """Runs until it is left; sway and a terminal come up in it, whose text is in /tmp/typed. The build folder is /opt/build
+    there, nulo-keytap is started by keytap-start, and `programs` are in the guest's PATH."""
 
-    def __init__(self, build, files):
-        self.build = build
+    def __init__(self, build, programs=()):
+        self.build = pathlib.Path(build).resolve()
+        files = {f"/usr/local/bin/{program.name}": program for program in programs}
+        files["/etc/udev/rules.d/70-nulo-keytap.rules"] = SOURCE / "packaging/keytap/70-nulo-keytap.rules"
         self.folder = pathlib.Path(tempfile.mkdtemp(prefix="nulo-machine-"))
         self.files = files
         self.calls = 0

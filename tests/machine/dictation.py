@@ -6,18 +6,12 @@ import pathlib
 import sys
 import time
 
-SOURCE = pathlib.Path(__file__).resolve().parent.parent.parent
 sys.dont_write_bytecode = True
-sys.path.insert(0, str(SOURCE / "rig/machine"))
+sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[2] / "rig/machine"))
 from machine import Machine  # noqa: E402
 from terminal import Terminal  # noqa: E402
 
-BUILD = pathlib.Path(sys.argv[1]).resolve()
-HERE = pathlib.Path(__file__).resolve().parent
-FILES = {
-    **{f"/usr/local/bin/{program.name}": program for program in (HERE / "guest").iterdir()},
-    "/etc/udev/rules.d/70-nulo-keytap.rules": SOURCE / "packaging/keytap/70-nulo-keytap.rules",
-}
+PROGRAMS = (pathlib.Path(__file__).resolve().parent / "guest").iterdir()
 USER = 2001
 AS_USER = f"setpriv --reuid={USER} --regid={USER} --clear-groups env XDG_RUNTIME_DIR=/run/user/{USER}"
 SPEECH = "/usr/share/pocketsphinx/test/data/librivox/sense_and_sensibility_01_austen_64kb-0880.wav"
@@ -87,7 +81,7 @@ def run(machine):
 
 if __name__ == "__main__":
     begun = time.monotonic()
-    with Machine(BUILD, FILES) as the_machine:
+    with Machine(sys.argv[1], PROGRAMS) as the_machine:
         step("the machine is up")
         try:
             run(the_machine)

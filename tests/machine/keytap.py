@@ -5,18 +5,12 @@ import pathlib
 import sys
 import time
 
-SOURCE = pathlib.Path(__file__).resolve().parent.parent.parent
 sys.dont_write_bytecode = True
-sys.path.insert(0, str(SOURCE / "rig/machine"))
+sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[2] / "rig/machine"))
 from machine import Machine  # noqa: E402
 from terminal import Terminal  # noqa: E402
 
-BUILD = pathlib.Path(sys.argv[1]).resolve()
-HERE = pathlib.Path(__file__).resolve().parent
-FILES = {
-    **{f"/usr/local/bin/{program.name}": program for program in (HERE / "guest").iterdir()},
-    "/etc/udev/rules.d/70-nulo-keytap.rules": SOURCE / "packaging/keytap/70-nulo-keytap.rules",
-}
+PROGRAMS = (pathlib.Path(__file__).resolve().parent / "guest").iterdir()
 USER, OTHER_USER = 2001, 2002
 PASTE = "02" + "00" * 9
 CTRL_ALT_D = "0120" "3000" "0300" "0000" "0000"
@@ -341,7 +335,7 @@ def run(machine):
 
 if __name__ == "__main__":
     begun = time.monotonic()
-    with Machine(BUILD, FILES) as the_machine:
+    with Machine(sys.argv[1], PROGRAMS) as the_machine:
         step("the machine is up")
         run(the_machine)
     step("all as it should be")
